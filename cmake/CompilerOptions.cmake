@@ -1,0 +1,47 @@
+# The language and the warnings that all of our own code is compiled with.
+# Targets take them from torvane_options.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(TORVANE_SANITIZER "" CACHE STRING
+    "Sanitizer to build with: empty, address (with undefined) or thread")
+set_property(CACHE TORVANE_SANITIZER PROPERTY STRINGS "" address thread)
+
+add_library(torvane_options INTERFACE)
+target_compile_options(torvane_options INTERFACE
+  -Wall -Wextra -Werror
+  -fno-exceptions
+  -fno-rtti
+  # Deleting through a virtual destructor must reach the unsized global
+  # operator delete.
+  -fno-sized-deallocation
+  # File names in records are relative to the source or the generated root.
+  # Ninja names generated sources relative to the build folder, hence the third
+  # entry.
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
+  -fmacro-prefix-map=${PROJECT_BINARY_DIR}/gen/=
+  -fmacro-prefix-map=gen/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # GCC otherwise drops the store that nulls a checked pointer in its
+  # destructor.
+  target_compile_options(torvane_options INTERFACE -fno-lifetime-dse)
+  # GCC 12 warns of overlapping copies inside std::string's operator+ where
+  # there are none (its bug 105329).
+  target_compile_options(torvane_options INTERFACE -Wno-restrict)
+endif()
+
+if(TORVANE_SANITIZER STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+elseif(TORVANE_SANITIZER STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(TORVANE_SANITIZER)
+  message(FATAL_ERROR "TORVANE_SANITIZER is '${TORVANE_SANITIZER}': "
+                      "expected empty, address or thread")
+endif()

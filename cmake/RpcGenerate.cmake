@@ -1,0 +1,65 @@
+# rpc_generate(TARGET <name>
+#              IMPORT_ROOT <folder>
+#              [MESSAGES <proto>...]   files of which only messages are wanted
+#              [SERVICES <proto>...]   files that also declare services
+#              [IMPORTS <folder>...]   further import roots
+#              [DEPENDS <target>...])  targets that hold the imported files
+#
+# Makes the static library <name> from proto files named relative to
+# IMPORT_ROOT: protobuf's message code for all of them and, for SERVICES, the
+# service base classes that protoc-gen-rpc writes beside it. The import root is
+# mirrored under <build>/gen, so that a generated file of the source folder
+# keeps its place: <build>/gen/<import root>/rpc/browser/browser_window.rpc.h.
+function(rpc_generate)
+  cmake_parse_arguments(arg "" "TARGET;IMPORT_ROOT" "MESSAGES;SERVICES;IMPORTS;DEPENDS" ${ARGN})
+  if(NOT arg_TARGET OR NOT arg_IMPORT_ROOT OR arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "rpc_generate: TARGET and IMPORT_ROOT are required; "
+                        "unknown: '${arg_UNPARSED_ARGUMENTS}'")
+  endif()
+
+  cmake_path(ABSOLUTE_PATH arg_IMPORT_ROOT NORMALIZE)
+  cmake_path(RELATIVE_PATH arg_IMPORT_ROOT BASE_DIRECTORY ${CMAKE_SOURCE_DIR}
+             OUTPUT_VARIABLE mirrored_root)
+  set(out_root ${CMAKE_BINARY_DIR}/gen/${mirrored_root})
+  file(MAKE_DIRECTORY ${out_root})
+  set(import_flags -I${arg_IMPORT_ROOT})
+  foreach(root IN LISTS arg_IMPORTS)
+    cmake_path(ABSOLUTE_PATH root NORMALIZE)
+    list(APPEND import_flags -I${root})
+  endforeach()
+
+  set(message_sources)
+  set(service_sources)
+  foreach(proto IN LISTS arg_MESSAGES arg_SERVICES)
+    string(REGEX REPLACE "\\.proto$" "" stem ${proto})
+    set(outputs ${out_root}/${stem}.pb.cc ${out_root}/${stem}.pb.h)
+    set(flags --cpp_out=${out_root})
+    set(depends ${arg_IMPORT_ROOT}/${proto})
+    list(APPEND message_sources ${out_root}/${stem}.pb.cc)
+    if(proto IN_LIST arg_SERVICES)
+      list(APPEND outputs ${out_root}/${stem}.rpc.cc ${out_root}/${stem}.rpc.h)
+      list(APPEND flags --plugin=protoc-gen-rpc=$<TARGET_FILE:protoc-gen-rpc>
+                        --rpc_out=${out_root})
+      list(APPEND depends protoc-gen-rpc)
+      list(APPEND service_sources ${out_root}/${stem}.rpc.cc)
+    endif()
+    add_custom_command(
+      OUTPUT ${outputs}
+      COMMAND protobuf::protoc ${import_flags} ${flags} ${proto}
+      DEPENDS ${depends}
+      COMMENT "Generating ${stem}.pb and service code"
+      VERBATIM)
+  endforeach()
+
+  # Our warnings are not for protobuf's own generated code.
+  set_source_files_properties(${message_sources} PROPERTIES COMPILE_OPTIONS -w)
+
+  add_library(${arg_TARGET} STATIC ${message_sources} ${service_sources})
+  target_include_directories(${arg_TARGET} SYSTEM PUBLIC ${out_root})
+  target_link_libraries(${arg_TARGET}
+    PUBLIC protobuf::libprotobuf ${arg_DEPENDS}
+    PRIVATE torvane_options)
+  if(arg_SERVICES)
+    target_link_libraries(${arg_TARGET} PUBLIC torvane_stream absl::absl_log)
+  endif()
+endfunction()

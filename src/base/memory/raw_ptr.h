@@ -1,0 +1,74 @@
+// A pointer member that does not own what it points to.
+//
+// A plain pointer leaves open who owns its target and keeps its last value for
+// whoever looks at the object after its death. raw_ptr says that somebody else
+// owns the target, and never holds a stale value of its own: it is null from
+// the start, after it was moved from, and after its destruction.
+//
+//   class Stream {
+//     raw_ptr<Service> service_;  // Outlives the stream.
+//   };
+//
+// It converts to and from T*, upwards along T's bases too, and is compared
+// through that conversion. To forget the target, assign nullptr.
+//
+// Ownership: none. The target must outlive every use of the pointer; nothing
+// checks that here, but the browser's own raw_ptr, which takes this one's
+// place, does.
+//
+// Sequence: as for a plain pointer.
+
+#ifndef BASE_MEMORY_RAW_PTR_H_
+#define BASE_MEMORY_RAW_PTR_H_
+
+#include <concepts>
+#include <cstddef>
+#include <utility>
+
+namespace base {
+
+// T may be const and may be incomplete.
+template <typename T>
+class raw_ptr {
+ public:
+  constexpr raw_ptr() noexcept = default;
+  constexpr raw_ptr(std::nullptr_t) noexcept {}
+  constexpr raw_ptr(T* target) noexcept : target_(target) {}
+
+  constexpr raw_ptr(const raw_ptr&) noexcept = default;
+  constexpr raw_ptr(raw_ptr&& other) noexcept
+      : target_(std::exchange(other.target_, nullptr)) {}
+
+  template <typename U>
+  requires std::convertible_to<U*, T*>
+  constexpr raw_ptr(const raw_ptr<U>& other) noexcept : target_(other.get()) {}
+  template <typename U>
+  requires std::convertible_to<U*, T*>
+  constexpr raw_ptr(raw_ptr<U>&& other) noexcept : target_(other.get()) {
+    other = nullptr;
+  }
+
+  // A compiler may take this store for dead, since the object's life is over;
+  // GCC needs -fno-lifetime-dse to keep it.
+  constexpr ~raw_ptr() { target_ = nullptr; }
+
+  constexpr raw_ptr& operator=(const raw_ptr&) noexcept = default;
+  constexpr raw_ptr& operator=(raw_ptr&& other) noexcept {
+    target_ = std::exchange(other.target_, nullptr);
+    return *this;
+  }
+
+  constexpr T* get() const noexcept { return target_; }
+  constexpr T& operator*() const noexcept { return *target_; }
+  constexpr T* operator->() const noexcept { return target_; }
+  constexpr operator T*() const noexcept { return target_; }
+
+ private:
+  T* target_ = nullptr;
+};
+
+}  // namespace base
+
+using base::raw_ptr;
+
+#endif  // BASE_MEMORY_RAW_PTR_H_

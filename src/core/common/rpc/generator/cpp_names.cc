@@ -1,0 +1,127 @@
+#include "core/common/rpc/generator/cpp_names.h"
+
+#include <google/protobuf/compiler/cpp/names.h>
+
+#include <algorithm>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+
+namespace torvane::generator {
+namespace {
+
+namespace cpp = google::protobuf::compiler::cpp;
+
+constexpr std::string_view kKeywords[] = {
+    "alignas",       "alignof",     "and",
+    "and_eq",        "asm",         "auto",
+    "bitand",        "bitor",       "bool",
+    "break",         "case",        "catch",
+    "char",          "char16_t",    "char32_t",
+    "char8_t",       "class",       "co_await",
+    "co_return",     "co_yield",    "compl",
+    "concept",       "const",       "const_cast",
+    "consteval",     "constexpr",   "constinit",
+    "continue",      "decltype",    "default",
+    "delete",        "do",          "double",
+    "dynamic_cast",  "else",        "enum",
+    "explicit",      "export",      "extern",
+    "false",         "float",       "for",
+    "friend",        "goto",        "if",
+    "inline",        "int",         "long",
+    "mutable",       "namespace",   "new",
+    "noexcept",      "not",         "not_eq",
+    "nullptr",       "operator",    "or",
+    "or_eq",         "private",     "protected",
+    "public",        "register",    "reinterpret_cast",
+    "requires",      "return",      "short",
+    "signed",        "sizeof",      "static",
+    "static_assert", "static_cast", "struct",
+    "switch",        "template",    "this",
+    "thread_local",  "throw",       "true",
+    "try",           "typedef",     "typeid",
+    "typename",      "union",       "unsigned",
+    "using",         "virtual",     "void",
+    "volatile",      "wchar_t",     "while",
+    "xor",           "xor_eq",
+};
+
+// Macros of the headers that generated code includes, or that compilers
+// predefine.
+constexpr std::string_view kMacros[] = {
+    "EOF",   "NULL",   "assert", "errno",  "i386",
+    "linux", "stderr", "stdin",  "stdout", "unix",
+};
+
+// Names with a meaning in every service class.
+constexpr std::string_view kBaseClassNames[] = {
+    "CallMethod",           "GetDescriptor", "GetRequestPrototype",
+    "GetResponsePrototype", "OpenStream",    "descriptor",
+};
+
+template <size_t size>
+bool Contains(const std::string_view (&names)[size], std::string_view name) {
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
+// Identifiers that C++ leaves to the compiler, predefined macros among them.
+bool BelongsToCompiler(std::string_view name) {
+  return name.find("__") != name.npos || (name.size() > 1 && name[0] == '_' &&
+                                          name[1] >= 'A' && name[1] <= 'Z');
+}
+
+// In ASCII, whatever the locale.
+bool IsAlphanumeric(unsigned char c) {
+  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
+         (c >= 'a' && c <= 'z');
+}
+
+}  // namespace
+
+std::string FileStem(const google::protobuf::FileDescriptor& file) {
+  return cpp::StripProto(file.name());
+}
+
+std::string FileIdentifier(const google::protobuf::FileDescriptor& file) {
+  std::ostringstream identifier;
+  for (const unsigned char c : file.name()) {
+    if (IsAlphanumeric(c))
+      identifier << c;
+    else
+      identifier << '_' << std::hex << static_cast<int>(c);
+  }
+  return identifier.str();
+}
+
+std::string DescriptorTable(const google::protobuf::FileDescriptor& file) {
+  return "descriptor_table_" + FileIdentifier(file);
+}
+
+std::string Namespace(const google::protobuf::FileDescriptor& file) {
+  std::string result = file.package();
+  for (size_t dot = 0; (dot = result.find('.', dot)) != result.npos;)
+    result.replace(dot, 1, "::");
+  return result;
+}
+
+std::string MessageClass(const google::protobuf::Descriptor& message) {
+  return cpp::QualifiedClassName(&message);
+}
+
+std::string ServiceClass(const google::protobuf::ServiceDescriptor& service) {
+  return service.name() + "Rpc";
+}
+
+std::string MethodFunction(const google::protobuf::MethodDescriptor& method) {
+  const std::string& name = method.name();
+  const bool is_taken = IsReservedWord(name) || BelongsToCompiler(name) ||
+                        Contains(kBaseClassNames, name) ||
+                        name == ServiceClass(*method.service());
+  return is_taken ? name + "_" : name;
+}
+
+bool IsReservedWord(const std::string& name) {
+  return Contains(kKeywords, name) || Contains(kMacros, name);
+}
+
+}  // namespace torvane::generator

@@ -1,0 +1,68 @@
+#include "core/common/rpc/generator/method_kind.h"
+
+namespace torvane::generator {
+namespace {
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+using google::protobuf::MethodDescriptor;
+using google::protobuf::OneofDescriptor;
+
+constexpr char kEventRequest[] = "rpc.EventSubscription";
+
+bool NamesBrowser(const FieldDescriptor* field) {
+  return field && !field->is_repeated() && !field->real_containing_oneof() &&
+         field->type() == FieldDescriptor::TYPE_MESSAGE &&
+         field->message_type()->full_name() == "BrowserId";
+}
+
+bool IsCallbackMessage(const Descriptor& message) {
+  if (!NamesBrowser(message.FindFieldByName("browser_id")))
+    return false;
+  const OneofDescriptor* body = message.FindOneofByName("body");
+  const FieldDescriptor* subscribe = message.FindFieldByName("subscribe");
+  const FieldDescriptor* response = message.FindFieldByName("response");
+  return body && subscribe && response &&
+         subscribe->containing_oneof() == body &&
+         subscribe->type() == FieldDescriptor::TYPE_BOOL &&
+         subscribe->number() == 2 && response->containing_oneof() == body &&
+         response->number() == 4;
+}
+
+}  // namespace
+
+std::optional<MethodKind> KindOf(const MethodDescriptor& method) {
+  if (!method.client_streaming() && !method.server_streaming())
+    return MethodKind::kUnary;
+  if (!method.client_streaming() || !method.server_streaming())
+    return std::nullopt;
+  if (method.input_type()->full_name() == kEventRequest)
+    return MethodKind::kEventStream;
+  if (method.input_type() == method.output_type() &&
+      IsCallbackMessage(*method.input_type())) {
+    return MethodKind::kCallbackStream;
+  }
+  return std::nullopt;
+}
+
+std::string WhyNoKind(const MethodDescriptor& method) {
+  const std::string accepted =
+      " Accepted are an event stream, (stream rpc.EventSubscription) returns "
+      "(stream Event), and a callback stream, (stream T) returns (stream T), "
+      "where T has a field 'BrowserId browser_id' and a oneof 'body' with "
+      "'bool "
+      "subscribe = 2' and a field 'response = 4'.";
+  if (!method.client_streaming() || !method.server_streaming()) {
+    return "Streaming method '" + method.name() +
+           "' must stream on both sides." + accepted;
+  }
+  if (method.input_type() == method.output_type()) {
+    return "'" + method.input_type()->full_name() + "', which '" +
+           method.name() + "' streams both ways, is no callback message." +
+           accepted;
+  }
+  return "Streaming method '" + method.name() +
+         "' is neither an event stream nor a callback stream." + accepted;
+}
+
+}  // namespace torvane::generator

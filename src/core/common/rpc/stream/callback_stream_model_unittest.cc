@@ -1,0 +1,228 @@
+// Random operations on callback streams, held after each step against a model
+// that is simple enough to be believed.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "base/logging.h"
+#include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/stream/callback_stream_test_support.h"
+#include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/model_run.h"
+#include "rpc/browser/browser_window.rpc.h"
+
+namespace torvane {
+namespace {
+
+using Stream = CallbackStream<rpc::CloseWindow>;
+
+constexpr int kStreams = 4;
+constexpr int kWindows = 4;
+
+class CallbackStreamModel {
+ public:
+  explicit CallbackStreamModel(uint32_t seed) : random_(seed) {
+    // Take-overs are common here.
+    logging::SetMinLogLevel(logging::LOGGING_ERROR);
+    for (Slot& slot : slots_)
+      Open(slot);
+  }
+
+  ~CallbackStreamModel() {
+    for (Slot& slot : slots_)
+      slot.stream->OnCompleted();
+    EXPECT_TRUE(Stream::stream_map_.empty());
+    logging::SetMinLogLevel(logging::LOGGING_INFO);
+  }
+
+  void Step() {
+    Slot& slot = slots_[Pick(kStreams)];
+    const int64_t window = Pick(kWindows);
+    switch (Pick(10)) {
+      case 0:
+        return End(slot);
+      case 1:
+        return Unsubscribe(slot, window);
+      case 2:
+      case 3:
+        return Subscribe(slot, window);
+      case 4:
+        return Settle(slot, window, "error 2");
+      case 5:
+      case 6:
+        return Settle(slot, window, "answered");
+      default:
+        return Ask(window);
+    }
+  }
+
+  void Check() {
+    ASSERT_EQ(endings_, expected_endings_);
+    endings_.clear();
+    expected_endings_.clear();
+
+    std::map<int64_t, Stream*> bindings;
+    for (const auto& [key, stream] : Stream::stream_map_)
+      bindings[static_cast<const BrowserId*>(key)->value()] = stream;
+    ASSERT_EQ(bindings.size(), Stream::stream_map_.size());
+    ASSERT_EQ(bindings, bindings_);
+
+    for (Slot& slot : slots_) {
+      std::map<int64_t, std::map<int64_t, std::string>> pending;
+      for (const auto& [key, calls] :
+           CallbackStreamTestPeer::PendingCalls(*slot.stream)) {
+        const int64_t window = static_cast<const BrowserId*>(key)->value();
+        for (const auto& [id, call] : calls)
+          pending[window][id] = slot.pending[window][id];
+      }
+      ASSERT_EQ(pending, slot.pending);
+    }
+  }
+
+ private:
+  struct Slot {
+    std::unique_ptr<Stream> stream;
+    std::shared_ptr<FakeClient> client;
+    // Window, call id, name of the question.
+    std::map<int64_t, std::map<int64_t, std::string>> pending;
+  };
+
+  int Pick(int n) {
+    return std::uniform_int_distribution<int>(0, n - 1)(random_);
+  }
+
+  void Open(Slot& slot) {
+    slot.client = std::make_shared<FakeClient>();
+    slot.stream = std::make_unique<Stream>(
+        &service_, rpc::BrowserWindowRpc::descriptor()->method(40),
+        MakeChannel(slot.client));
+  }
+
+  static rpc::transport::StreamMessage Frame(const rpc::CloseWindow& message,
+                                             int64_t call_id) {
+    rpc::transport::StreamMessage frame;
+    message.SerializeToString(frame.mutable_payload());
+    frame.set_call_id(call_id);
+    return frame;
+  }
+
+  static rpc::CloseWindow About(int64_t window) {
+    rpc::CloseWindow message;
+    message.mutable_browser_id()->set_value(window);
+    return message;
+  }
+
+  void Subscribe(Slot& slot, int64_t window) {
+    rpc::CloseWindow message = About(window);
+    message.set_subscribe(true);
+    auto frame = Frame(message, 0);
+    slot.stream->OnNext(&frame);
+    bindings_[window] = slot.stream.get();
+  }
+
+  void Unsubscribe(Slot& slot, int64_t window) {
+    rpc::CloseWindow message = About(window);
+    message.set_subscribe(false);
+    auto frame = Frame(message, 0);
+    slot.stream->OnNext(&frame);
+    bindings_.erase(window);
+    ExpectCancellation(slot, window);
+  }
+
+  void ExpectCancellation(Slot& slot, int64_t window) {
+    for (const auto& [id, name] : slot.pending[window])
+      expected_endings_.push_back(name + " error 1");
+    slot.pending.erase(window);
+  }
+
+  void Ask(int64_t window) {
+    const std::string name = "question " + std::to_string(++questions_);
+    rpc::CloseWindow question = About(window);
+    question.mutable_question();
+    const bool asked = Stream::Ask(
+        question,
+        {.response_callback =
+             [this, name, window](rpc::CloseWindow& answer) {
+               ASSERT_EQ(answer.browser_id().value(), window);
+               endings_.push_back(name + " answered");
+             },
+         .error_callback =
+             [this, name](StreamCallError error) {
+               endings_.push_back(name + " error " +
+                                  std::to_string(static_cast<int32_t>(error)));
+             }});
+    const auto binding = bindings_.find(window);
+    ASSERT_EQ(asked, binding != bindings_.end());
+    if (!asked)
+      return;
+    for (Slot& slot : slots_) {
+      if (slot.stream.get() == binding->second)
+        slot.pending[window][slot.client->frames.back().call_id()] = name;
+    }
+  }
+
+  // Sends an answer or an error with a call id that is pending for the window,
+  // or for another one, or not at all.
+  void Settle(Slot& slot, int64_t window, const std::string& ending) {
+    const int64_t call_id =
+        slot.client->frames.empty() || Pick(5) == 0
+            ? Pick(3)
+            : slot.client->frames[Pick(slot.client->frames.size())].call_id();
+    rpc::CloseWindow message = About(window);
+    if (ending == "answered")
+      message.mutable_response();
+    auto frame = Frame(message, call_id);
+    if (ending == "answered")
+      slot.stream->OnNext(&frame);
+    else
+      slot.stream->OnError(&frame);
+
+    const auto calls = slot.pending.find(window);
+    if (calls == slot.pending.end() || !calls->second.contains(call_id))
+      return;
+    expected_endings_.push_back(calls->second[call_id] + " " + ending);
+    calls->second.erase(call_id);
+    if (calls->second.empty())
+      slot.pending.erase(calls);
+  }
+
+  // Completes a stream, destroys it and opens another in its place.
+  void End(Slot& slot) {
+    const auto pending = slot.pending;
+    for (const auto& [window, calls] : pending)
+      ExpectCancellation(slot, window);
+    std::erase_if(bindings_, [&slot](const auto& binding) {
+      return binding.second == slot.stream.get();
+    });
+    slot.stream->OnCompleted();
+    ASSERT_EQ(slot.client->completions, 1);
+    // The order in which windows are cancelled is that of the table.
+    std::sort(endings_.begin(), endings_.end());
+    std::sort(expected_endings_.begin(), expected_endings_.end());
+    Check();
+    slot.stream.reset();
+    Open(slot);
+  }
+
+  rpc::BrowserWindowRpc service_;
+  std::mt19937 random_;
+  Slot slots_[kStreams];
+  int questions_ = 0;
+  std::map<int64_t, Stream*> bindings_;
+  std::vector<std::string> endings_;
+  std::vector<std::string> expected_endings_;
+};
+
+TEST(CallbackStreamModelTest, AgreesWithTheModelAfterEachOfManySteps) {
+  RunModel<CallbackStreamModel>();
+}
+
+}  // namespace
+}  // namespace torvane

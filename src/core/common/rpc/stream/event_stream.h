@@ -1,0 +1,189 @@
+// A stream on which the browser pushes events to clients.
+//
+// The browser does not know who wants to hear of an event. A client opens an
+// event stream and says, frame by frame, about which keys it wants to be told;
+// all streams of one event type T enter themselves into one registry, and
+// whoever has an event looks the key up there:
+//
+//   client ── rpc::EventSubscription ──> OnNext ──> stream_map_[key] += stream
+//   client <── T ── stream <── stream_map_[key] <── Publish(key, event)
+//
+// A generated service opens the streams; the browser's part is one line:
+//
+//   torvane::EventStream<rpc::BrowserWindowClosed>::Publish(browser_id, event);
+//
+// Ownership: the transport owns the stream. The registry owns its keys, copies
+// made by Subscribe, and points to streams that it does not own. A stream that
+// completes leaves only the keys that it alone held; where others share the
+// key, its address stays behind in the set. Publish knows such addresses and
+// passes over them.
+//
+// Sequence: everything here, destruction and Publish included, runs on the one
+// sequence of the service. Nothing is locked.
+//
+// Failure: nothing is reported or logged. A payload that does not parse is
+// handled as far as it parsed.
+
+#ifndef CORE_COMMON_RPC_STREAM_EVENT_STREAM_H_
+#define CORE_COMMON_RPC_STREAM_EVENT_STREAM_H_
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "base/memory/raw_ptr.h"
+#include "core/common/rpc/stream/abstract_stream.h"
+#include "core/common/rpc/stream/message_comparator.h"
+#include "core/common/rpc/stream/service.h"
+#include "rpc/event_subscription.pb.h"
+#include "rpc/transport/stream_message.pb.h"
+
+namespace torvane {
+
+// T is the event, a protobuf message type. It only names the registry.
+template <typename T>
+class EventStream : public AbstractStream {
+ public:
+  using StreamMap = std::map<const google::protobuf::Message*,
+                             std::set<EventStream*>,
+                             MessageComparator>;
+
+  // `service` and `method` must outlive the stream. Subscribes nothing.
+  EventStream(Service* service,
+              const google::protobuf::MethodDescriptor* method,
+              StreamChannel channel)
+      : AbstractStream(std::move(channel)), service_(service), method_(method) {
+    if (lingering().erase(this) != 0)
+      LeaveEveryKey();
+  }
+
+  ~EventStream() override = default;
+
+  // Writes `event` to every stream subscribed to `key` and returns to how many
+  // it was written. The event is serialised once. A stream whose client can no
+  // longer be reached does not count.
+  static size_t Publish(const google::protobuf::Message& key, const T& event) {
+    const auto entry = stream_map_.find(&key);
+    if (entry == stream_map_.end())
+      return 0;
+
+    rpc::transport::StreamMessage frame;
+    event.SerializeToString(frame.mutable_payload());
+    // A copy, since a write may have the transport complete a stream, which
+    // then leaves the set or stays in it as a lingering address.
+    const std::vector<EventStream*> streams(entry->second.begin(),
+                                            entry->second.end());
+    size_t written = 0;
+    for (EventStream* stream : streams) {
+      if (!lingering().contains(stream) && stream->Send(frame))
+        ++written;
+    }
+    return written;
+  }
+
+  // AbstractStream:
+
+  // Applies the subscription change that the frame carries, if any.
+  void OnNext(rpc::transport::StreamMessage* message) override {
+    google::protobuf::Message* request = NewRequest();
+    request->ParseFromString(message->payload());
+
+    auto& subscription = static_cast<rpc::EventSubscription&>(*request);
+    switch (subscription.action_case()) {
+      case rpc::EventSubscription::kSubscribeTo:
+        return Subscribe(subscription.subscribe_to());
+      case rpc::EventSubscription::kUnsubscribeFrom:
+        return Unsubscribe(subscription.unsubscribe_from());
+      case rpc::EventSubscription::ACTION_NOT_SET:
+        return;
+    }
+  }
+
+  // Ignored: a client's error changes no subscription.
+  void OnError(rpc::transport::StreamMessage*) override {}
+
+  void OnCompleted() override {
+    // Unsubscribe removes entries, so the walk only collects.
+    std::set<const google::protobuf::Message*> held_alone;
+    for (const auto& [key, streams] : stream_map_) {
+      std::set<EventStream*> others = streams;
+      const bool subscribed = others.erase(this) != 0;
+      if (others.empty())
+        held_alone.insert(key);
+      else if (subscribed)
+        lingering().insert(this);
+    }
+    for (const google::protobuf::Message* key : held_alone)
+      Unsubscribe(*key);
+    Complete();
+  }
+
+  // Adds this stream to the subscribers of `key`, once however often it is
+  // called. `key` is copied where it is new.
+  void Subscribe(const google::protobuf::Message& key) {
+    auto entry = stream_map_.find(&key);
+    if (entry == stream_map_.end()) {
+      google::protobuf::Message* copy = key.New();
+      copy->CopyFrom(key);
+      entry = stream_map_.try_emplace(copy).first;
+    }
+    entry->second.insert(this);
+  }
+
+  // Removes this stream from the subscribers of `key`, and the key with its
+  // last subscriber. Where no stream holds an equal key, `key` itself is
+  // deleted: it must be a heap object that nobody else deletes.
+  void Unsubscribe(const google::protobuf::Message& key) {
+    const auto entry = stream_map_.try_emplace(&key).first;
+    entry->second.erase(this);
+    if (!entry->second.empty())
+      return;
+
+    const google::protobuf::Message* stored_key = entry->first;
+    stream_map_.erase(entry);
+    delete stored_key;
+  }
+
+  // Who is subscribed to what, by content of the key. No set is empty.
+  static StreamMap stream_map_;
+
+ private:
+  // The message that a frame is parsed into. Nobody ever frees it: Unsubscribe
+  // may have deleted the key inside it.
+  [[gnu::noinline]] google::protobuf::Message* NewRequest() const {
+    return service_->GetRequestPrototype(method_).New();
+  }
+
+  // Completed streams whose addresses still stand in shared sets. A new stream
+  // may be given such an address by the allocator; it must not inherit the
+  // subscriptions. Never destroyed, since streams may outlive any static.
+  static std::set<const EventStream*>& lingering() {
+    static auto& streams = *new std::set<const EventStream*>;
+    return streams;
+  }
+
+  void LeaveEveryKey() {
+    std::vector<const google::protobuf::Message*> keys;
+    for (const auto& [key, streams] : stream_map_) {
+      if (streams.contains(this))
+        keys.push_back(key);
+    }
+    for (const google::protobuf::Message* key : keys)
+      Unsubscribe(*key);
+  }
+
+  const raw_ptr<Service> service_;
+  const raw_ptr<const google::protobuf::MethodDescriptor> method_;
+};
+
+template <typename T>
+typename EventStream<T>::StreamMap EventStream<T>::stream_map_;
+
+}  // namespace torvane
+
+#endif  // CORE_COMMON_RPC_STREAM_EVENT_STREAM_H_

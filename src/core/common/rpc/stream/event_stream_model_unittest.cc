@@ -1,0 +1,191 @@
+// Random operations on event streams, held after each step against a model that
+// is simple enough to be believed.
+
+#include <gtest/gtest.h>
+#include <sanitizer/asan_interface.h>
+
+#include <map>
+#include <memory>
+#include <new>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/model_run.h"
+#include "rpc/browser/browser_window.rpc.h"
+
+namespace torvane {
+namespace {
+
+using Stream = EventStream<rpc::BrowserWindowClosed>;
+
+constexpr int kStreams = 5;
+constexpr int kWindows = 4;
+
+class EventStreamModel {
+ public:
+  explicit EventStreamModel(uint32_t seed) : random_(seed) {
+    for (Slot& slot : slots_)
+      Open(slot);
+  }
+
+  ~EventStreamModel() {
+    for (Slot& slot : slots_)
+      Destroy(slot);
+    for (Slot& slot : slots_)
+      ASAN_UNPOISON_MEMORY_REGION(slot.places, sizeof(slot.places));
+    for (const auto& [key, streams] : Stream::stream_map_)
+      delete key;
+    Stream::stream_map_.clear();
+  }
+
+  void Step() {
+    Slot& slot = slots_[Pick(kStreams)];
+    const int64_t window = Pick(kWindows);
+    switch (Pick(12)) {
+      case 0:
+        return End(slot);
+      case 1:
+        return Publish(window);
+      case 2:
+        return slot.stream->OnError(nullptr);
+      case 3:
+        return Deliver(slot, rpc::EventSubscription());
+      case 4:
+      case 5:
+      case 6:
+      case 7:
+        return Unsubscribe(slot, window);
+      default:
+        return Subscribe(slot, window);
+    }
+  }
+
+  // The registry, by window, as the model has it and as it is.
+  void Check() const {
+    std::map<int64_t, std::set<Stream*>> actual;
+    for (const auto& [key, streams] : Stream::stream_map_) {
+      const int64_t window = static_cast<const BrowserId*>(key)->value();
+      ASSERT_TRUE(actual.emplace(window, streams).second);
+    }
+    ASSERT_EQ(actual, registry_);
+  }
+
+ private:
+  // Streams live in few places, so that new ones meet what old ones left
+  // behind. A place without a stream must not be touched.
+  struct Slot {
+    alignas(Stream) char places[2][sizeof(Stream)];
+    Stream* stream = nullptr;
+    std::shared_ptr<FakeClient> client;
+    size_t events = 0;
+  };
+
+  static void Destroy(Slot& slot) {
+    slot.stream->~Stream();
+    ASAN_POISON_MEMORY_REGION(slot.stream, sizeof(Stream));
+    slot.stream = nullptr;
+  }
+
+  int Pick(int n) {
+    return std::uniform_int_distribution<int>(0, n - 1)(random_);
+  }
+
+  void Open(Slot& slot) {
+    slot.client = std::make_shared<FakeClient>();
+    slot.events = 0;
+    char* const place = slot.places[Pick(2)];
+    ASAN_UNPOISON_MEMORY_REGION(place, sizeof(Stream));
+    slot.stream = new (place)
+        Stream(&service_, rpc::BrowserWindowRpc::descriptor()->method(37),
+               MakeChannel(slot.client));
+    // A stream begins without subscriptions, whatever its address is left over
+    // from.
+    for (int64_t window = 0; window < kWindows; ++window)
+      Forget(slot.stream, window);
+  }
+
+  void Deliver(Slot& slot, const rpc::EventSubscription& subscription) {
+    rpc::transport::StreamMessage frame;
+    subscription.SerializeToString(frame.mutable_payload());
+    slot.stream->OnNext(&frame);
+  }
+
+  void Subscribe(Slot& slot, int64_t window) {
+    rpc::EventSubscription subscription;
+    subscription.mutable_subscribe_to()->set_value(window);
+    Deliver(slot, subscription);
+    registry_[window].insert(slot.stream);
+  }
+
+  void Unsubscribe(Slot& slot, int64_t window) {
+    rpc::EventSubscription subscription;
+    subscription.mutable_unsubscribe_from()->set_value(window);
+    Deliver(slot, subscription);
+    Forget(slot.stream, window);
+  }
+
+  // Completes a stream, sometimes publishes to what it leaves behind, destroys
+  // it and opens another in its place.
+  void End(Slot& slot) {
+    Stream* const stream = slot.stream;
+    stream->OnCompleted();
+    ASSERT_EQ(slot.client->completions, 1);
+    for (int64_t window = 0; window < kWindows; ++window) {
+      const auto entry = registry_.find(window);
+      if (entry != registry_.end() && entry->second == std::set{stream})
+        registry_.erase(entry);
+    }
+    completed_.insert(stream);
+    Check();
+    if (Pick(2) == 0)
+      Publish(Pick(kWindows));
+    Destroy(slot);
+    if (Pick(2) == 0)
+      Publish(Pick(kWindows));
+    Open(slot);
+    completed_.erase(slot.stream);
+  }
+
+  void Publish(int64_t window) {
+    BrowserId key;
+    key.set_value(window);
+    size_t expected = 0;
+    for (Slot& slot : slots_) {
+      const auto entry = registry_.find(window);
+      const bool subscribed = entry != registry_.end() && slot.stream &&
+                              !completed_.contains(slot.stream) &&
+                              entry->second.contains(slot.stream);
+      slot.events += subscribed;
+      expected += subscribed;
+    }
+    ASSERT_EQ(Stream::Publish(key, rpc::BrowserWindowClosed()), expected);
+    for (const Slot& slot : slots_)
+      ASSERT_EQ(slot.client->frames.size(), slot.events);
+  }
+
+  void Forget(Stream* stream, int64_t window) {
+    const auto entry = registry_.find(window);
+    if (entry == registry_.end())
+      return;
+    entry->second.erase(stream);
+    if (entry->second.empty())
+      registry_.erase(entry);
+  }
+
+  rpc::BrowserWindowRpc service_;
+  std::mt19937 random_;
+  Slot slots_[kStreams];
+  std::map<int64_t, std::set<Stream*>> registry_;
+  std::set<Stream*> completed_;
+};
+
+TEST(EventStreamModelTest, AgreesWithTheModelAfterEachOfManySteps) {
+  RunModel<EventStreamModel>();
+}
+
+}  // namespace
+}  // namespace torvane

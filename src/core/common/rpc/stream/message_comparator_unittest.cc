@@ -1,0 +1,455 @@
+#include "core/common/rpc/stream/message_comparator.h"
+
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/dynamic_message.h>
+#include <google/protobuf/unknown_field_set.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <map>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "browser_id.pb.h"
+#include "comparator_proto2.pb.h"
+#include "comparator_proto3.pb.h"
+#include "core/common/rpc/stream/message_comparator_test_support.h"
+
+namespace torvane {
+namespace {
+
+using google::protobuf::DescriptorPool;
+using google::protobuf::DynamicMessageFactory;
+using google::protobuf::FileDescriptorProto;
+using google::protobuf::Message;
+
+static_assert(std::is_empty_v<MessageComparator>);
+static_assert(std::is_trivially_default_constructible_v<MessageComparator>);
+
+BrowserId Window(int64_t value) {
+  BrowserId id;
+  id.set_value(value);
+  return id;
+}
+
+template <typename T>
+T Parsed(const std::string& bytes) {
+  T message;
+  message.ParsePartialFromString(bytes);
+  return message;
+}
+
+// --- Order and identity ------------------------------------------------------
+
+TEST(MessageComparator, NoMessageComesBeforeItself) {
+  const BrowserId id = Window(7);
+  EXPECT_FALSE(Less(id, id));
+}
+
+TEST(MessageComparator, EqualContentInDistinctObjectsIsEquivalent) {
+  EXPECT_TRUE(Equivalent(Window(7), Window(7)));
+  EXPECT_TRUE(Ordered(Window(7), Window(8)));
+}
+
+TEST(MessageComparator, LookUpFindsTheEntryStoredUnderAnEqualKey) {
+  const BrowserId stored = Window(7), other = Window(8);
+  std::map<const Message*, int, MessageComparator> map = {{&stored, 1},
+                                                          {&other, 2}};
+  const BrowserId sought = Window(7), absent = Window(9);
+  ASSERT_NE(map.find(&sought), map.end());
+  EXPECT_EQ(map.find(&sought)->second, 1);
+  EXPECT_EQ(map.find(&absent), map.end());
+}
+
+TEST(MessageComparator, DefaultInstanceIsEquivalentToAnEmptyMessage) {
+  EXPECT_TRUE(Equivalent(BrowserId::default_instance(), BrowserId()));
+  EXPECT_TRUE(Equivalent(BrowserId::default_instance(), Window(0)));
+  EXPECT_TRUE(Ordered(BrowserId::default_instance(), Window(1)));
+}
+
+TEST(MessageComparator, TypesWithEqualBytesAreNotEquivalent) {
+  test::Flat flat;
+  test::OtherFlat other;
+  EXPECT_TRUE(Ordered(flat, other));
+  flat.set_number(7);
+  other.set_number(7);
+  EXPECT_TRUE(Ordered(flat, other));
+}
+
+TEST(MessageComparator, TypesAreKeptApartWhateverTheirContent) {
+  test::Flat small, large;
+  large.set_text("a longer text");
+  test::OtherFlat other;
+  other.set_number(7);
+  EXPECT_EQ(Less(small, other), Less(large, other));
+}
+
+// --- Sizes -------------------------------------------------------------------
+
+// Buffers end at various sizes below a thousand bytes.
+constexpr size_t kSizes = 1000;
+
+// Neither the last byte of a key nor the first may be lost.
+template <typename T, typename SetText>
+void ExpectTextOfAnySizeCounts(SetText set_text) {
+  for (size_t size = 1; size < kSizes; ++size) {
+    std::string text(size, 'm');
+    T key, first, last, longer;
+    set_text(key, text);
+    EXPECT_TRUE(Equivalent(key, T(key))) << size;
+    text.back() = 'n';
+    set_text(last, text);
+    EXPECT_TRUE(Ordered(key, last)) << size;
+    text.back() = 'm';
+    text.front() = 'n';
+    set_text(first, text);
+    EXPECT_TRUE(Ordered(key, first)) << size;
+    text.front() = 'm';
+    set_text(longer, text + 'm');
+    EXPECT_TRUE(Ordered(key, longer)) << size;
+  }
+}
+
+TEST(MessageComparator, ContentOfAnySizeCountsInFlatMessages) {
+  ExpectTextOfAnySizeCounts<test::Flat>(
+      [](auto& message, const auto& text) { message.set_text(text); });
+  ExpectTextOfAnySizeCounts<test::Flat>(
+      [](auto& message, const auto& text) { message.add_words(text); });
+  ExpectTextOfAnySizeCounts<test::Flat>([](auto& message, const auto& text) {
+    message.GetReflection()->MutableUnknownFields(&message)->AddLengthDelimited(
+        99, text);
+  });
+}
+
+TEST(MessageComparator, ContentOfAnySizeCountsInMessagesWithMaps) {
+  ExpectTextOfAnySizeCounts<test::Maps>([](auto& message, const auto& text) {
+    (*message.mutable_strings())["k"] = text;
+    (*message.mutable_strings())["l"] = "v";
+  });
+}
+
+TEST(MessageComparator, ContentOfAnySizeCountsInSubMessages) {
+  ExpectTextOfAnySizeCounts<test::Grouped>([](auto& message, const auto& text) {
+    auto* item = message.add_item();
+    item->GetReflection()->MutableUnknownFields(item)->AddLengthDelimited(99,
+                                                                          text);
+  });
+}
+
+// Whether two keys are compared in one buffer or in two depends on their sizes.
+TEST(MessageComparator, OrderHoldsAcrossSizes) {
+  test::Flat small, middle, large;
+  small.set_text(std::string(10, 'z'));
+  middle.set_text(std::string(250, 'm'));
+  large.set_text(std::string(kSizes, 'a'));
+  EXPECT_TRUE(Ordered(small, middle));
+  EXPECT_EQ(Less(small, middle), Less(middle, large));
+  EXPECT_EQ(Less(small, middle), Less(small, large));
+}
+
+// --- Fields ------------------------------------------------------------------
+
+TEST(MessageComparator, PresenceOfAnOptionalFieldCounts) {
+  test::Flat absent, present;
+  present.set_present(0);
+  EXPECT_TRUE(Ordered(absent, present));
+  test::Mandatory preset, set_to_preset;
+  set_to_preset.set_preset(preset.preset());
+  EXPECT_TRUE(Ordered(preset, set_to_preset));
+}
+
+TEST(MessageComparator, MemberOfAOneofCounts) {
+  test::Flat none, left, right;
+  left.set_left(false);
+  right.set_right("");
+  EXPECT_TRUE(Ordered(none, left));
+  EXPECT_TRUE(Ordered(left, right));
+}
+
+TEST(MessageComparator, MissingRequiredFieldsAreNoFailure) {
+  test::Mandatory none, number, text;
+  number.set_number(7);
+  text.set_text("7");
+  EXPECT_TRUE(Equivalent(none, test::Mandatory()));
+  EXPECT_TRUE(Equivalent(number, test::Mandatory(number)));
+  EXPECT_TRUE(Ordered(none, number));
+  EXPECT_TRUE(Ordered(number, text));
+}
+
+TEST(MessageComparator, RepeatedFieldsCountInTheirOrder) {
+  test::Flat ab, ba;
+  ab.add_words("a");
+  ab.add_words("b");
+  ba.add_words("b");
+  ba.add_words("a");
+  EXPECT_TRUE(Ordered(ab, ba));
+  test::Nested one, two;
+  one.add_packed(1);
+  one.add_packed(2);
+  two.add_packed(2);
+  two.add_packed(1);
+  EXPECT_TRUE(Ordered(one, two));
+  EXPECT_TRUE(Equivalent(one, test::Nested(one)));
+}
+
+TEST(MessageComparator, EmbeddedNullBytesCount) {
+  test::Flat a, b;
+  a.set_data(std::string("x\0a", 3));
+  b.set_data(std::string("x\0b", 3));
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+TEST(MessageComparator, SubMessagesCountAtEveryDepth) {
+  test::Nested a, b;
+  a.mutable_inner()->mutable_inner()->set_number(1);
+  b.mutable_inner()->mutable_inner()->set_number(1);
+  EXPECT_TRUE(Equivalent(a, b));
+  b.mutable_inner()->mutable_inner()->add_packed(-1);
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+TEST(MessageComparator, PresenceOfAnEmptySubMessageCounts) {
+  test::Nested absent, present;
+  present.mutable_inner();
+  EXPECT_TRUE(Ordered(absent, present));
+}
+
+// What a sub-message was when it was last serialised must not matter.
+TEST(MessageComparator, ContentMayChangeBetweenComparisons) {
+  test::Nested a, b;
+  a.add_inners()->set_number(1);
+  b.add_inners()->set_number(1);
+  EXPECT_TRUE(Equivalent(a, b));
+  b.mutable_inners(0)->set_number(100'000);
+  EXPECT_TRUE(Ordered(a, b));
+  a.mutable_inners(0)->set_number(100'000);
+  EXPECT_TRUE(Equivalent(a, b));
+}
+
+// --- Floating-point numbers --------------------------------------------------
+
+TEST(MessageComparator, NanIsEquivalentToNanOfTheSameBits) {
+  test::Flat a, b, other;
+  a.set_real(std::numeric_limits<double>::quiet_NaN());
+  b.set_real(std::numeric_limits<double>::quiet_NaN());
+  other.set_real(-std::numeric_limits<double>::quiet_NaN());
+  EXPECT_TRUE(Equivalent(a, b));
+  EXPECT_TRUE(Ordered(a, other));
+}
+
+TEST(MessageComparator, MinusZeroIsNotZero) {
+  test::Flat zero, minus_zero, small_minus_zero;
+  minus_zero.set_real(-0.0);
+  small_minus_zero.set_small_real(-0.0f);
+  EXPECT_TRUE(Ordered(zero, minus_zero));
+  EXPECT_TRUE(Ordered(zero, small_minus_zero));
+  EXPECT_TRUE(Equivalent(minus_zero, test::Flat(minus_zero)));
+}
+
+// --- Unknown fields and extensions -------------------------------------------
+
+TEST(MessageComparator, UnknownFieldsCount) {
+  const BrowserId known = Window(7);
+  BrowserId more = known, other = known;
+  more.GetReflection()->MutableUnknownFields(&more)->AddVarint(9, 1);
+  other.GetReflection()->MutableUnknownFields(&other)->AddVarint(9, 2);
+  EXPECT_TRUE(Ordered(known, more));
+  EXPECT_TRUE(Ordered(more, other));
+  EXPECT_TRUE(Equivalent(more, BrowserId(more)));
+}
+
+TEST(MessageComparator, ExtensionsCount) {
+  test::Extensible a, b;
+  a.SetExtension(test::extra_number, 1);
+  b.SetExtension(test::extra_number, 1);
+  EXPECT_TRUE(Equivalent(a, b));
+  EXPECT_TRUE(Ordered(a, test::Extensible()));
+  b.SetExtension(test::extra_number, 2);
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+// A type without the field keeps it as an unknown one: same name, same bytes.
+TEST(MessageComparator, FieldCountsTheSameWhetherKnownOrUnknown) {
+  test::Flat number;
+  number.set_number(7);
+  FileDescriptorProto file;
+  test::Flat::descriptor()->file()->CopyTo(&file);
+  file.mutable_message_type(0)->clear_field();
+  file.mutable_message_type(0)->clear_oneof_decl();
+  DescriptorPool pool;
+  DynamicMessageFactory factory;
+  const Message* prototype =
+      factory.GetPrototype(pool.BuildFile(file)->FindMessageTypeByName("Flat"));
+  const std::unique_ptr<Message> unknown(prototype->New());
+  ASSERT_TRUE(unknown->ParseFromString(DeterministicBytes(number)));
+  EXPECT_TRUE(Equivalent(number, *unknown));
+}
+
+// --- Maps --------------------------------------------------------------------
+
+// Hash tables of their own seeds hold equal entries in different orders; the
+// more entries, the surer.
+template <typename T>
+void FillMaps(T* message, int step) {
+  for (int i = 0; i < 12; ++i) {
+    const int n = (i * step) % 12 - 6;
+    (*message->mutable_strings())[std::string(n + 6, 'x') + "y"] = "z";
+    (*message->mutable_int32s())[n] = n;
+    (*message->mutable_int64s())[n] = n;
+    (*message->mutable_uint32s())[n] = n;
+    (*message->mutable_uint64s())[n] = n;
+    (*message->mutable_sint32s())[n] = n;
+    (*message->mutable_sint64s())[n] = n;
+    (*message->mutable_fixed32s())[n] = n;
+    (*message->mutable_fixed64s())[n] = n;
+    (*message->mutable_sfixed32s())[n] = n;
+    (*message->mutable_sfixed64s())[n] = n;
+    (*message->mutable_bools())[n % 2 != 0] = 1;
+    (*message->mutable_messages())[n].set_number(n);
+  }
+}
+
+TEST(MessageComparator, OrderOfInsertionIntoAMapDoesNotMatter) {
+  test::Maps a, b;
+  FillMaps(&a, 5);
+  FillMaps(&b, 7);
+  EXPECT_TRUE(Equivalent(a, b));
+  (*b.mutable_sint32s())[3] = 4;
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+// A dynamic message of equal content is put in order by protobuf itself.
+TEST(MessageComparator, MapsOfEveryKeyTypeHaveProtobufsOrder) {
+  test::Maps all;
+  FillMaps(&all, 5);
+  DynamicMessageFactory factory;
+  const Message* prototype = factory.GetPrototype(test::Maps::descriptor());
+  const auto* reflection = all.GetReflection();
+  for (int i = 0; i < all.GetDescriptor()->field_count(); ++i) {
+    const auto* field = all.GetDescriptor()->field(i);
+    if (!field->is_map())
+      continue;
+    // A small map in the middle of other fields.
+    test::Maps one, same;
+    one.set_number(1);
+    one.add_packed(1);
+    same = one;
+    reflection->SwapFields(&all, &one, {field});
+    ASSERT_LE(one.ByteSizeLong(), 256u);
+    same.ParseFromString(DeterministicBytes(one));
+    const std::unique_ptr<Message> dynamic(prototype->New());
+    dynamic->ParseFromString(DeterministicBytes(one));
+    EXPECT_TRUE(Equivalent(one, same)) << field->name();
+    EXPECT_TRUE(Equivalent(one, *dynamic)) << field->name();
+  }
+}
+
+TEST(MessageComparator, MapsWithinSubMessagesAreComparedAsMaps) {
+  test::MapsWithin a, b;
+  for (const int key : {1, 2, 3, 4, 5, 6, 7, 8}) {
+    (*a.mutable_maps()->mutable_int32s())[key] = 1;
+    (*b.mutable_maps()->mutable_int32s())[9 - key] = 1;
+  }
+  for (const std::string key : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+    (*a.add_more()->mutable_strings())["k"] = key;
+    (*a.mutable_more(0)->mutable_strings())[key] = "v";
+  }
+  for (const auto& more : a.more())
+    *b.add_more() = test::Maps(more);
+  EXPECT_TRUE(Equivalent(a, b));
+  (*b.mutable_more(7)->mutable_strings())["k"] = "other";
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+// Gives `message` the same entries, put into the map in either order.
+template <typename T>
+T WithEntries(bool forwards, void (*add)(T* message, int key)) {
+  T message;
+  for (int i = 1; i <= 8; ++i)
+    add(&message, forwards ? i : 9 - i);
+  return message;
+}
+
+template <typename T>
+void ExpectEquivalentInAnyOrder(void (*add)(T* message, int key)) {
+  EXPECT_TRUE(Equivalent(WithEntries(true, add), WithEntries(false, add)))
+      << T::descriptor()->full_name();
+}
+
+TEST(MessageComparator, MapsThatAreHardToReachAreComparedAsMaps) {
+  ExpectEquivalentInAnyOrder<test::MapsWithinMaps>([](auto* message, int key) {
+    (*(*message->mutable_maps())[1].mutable_int32s())[key] = 1;
+  });
+  ExpectEquivalentInAnyOrder<test::Forest>([](auto* message, int key) {
+    auto& wood = (*message->mutable_woods())[1];
+    (*wood.mutable_forest()->mutable_woods())[key];
+  });
+  ExpectEquivalentInAnyOrder<test::Grouped>([](auto* message, int key) {
+    if (message->item_size() == 0)
+      message->add_item();
+    (*message->mutable_item(0)->mutable_counts())[key] = 1;
+  });
+  ExpectEquivalentInAnyOrder<test::Extensible>([](auto* message, int key) {
+    (*message->MutableExtension(test::extra)->mutable_texts())[key] = "";
+  });
+  ExpectEquivalentInAnyOrder<test::Set>([](auto* message, int key) {
+    auto* item = message->MutableExtension(test::SetItem::item);
+    (*item->mutable_counts())[key] = 1;
+  });
+  ExpectEquivalentInAnyOrder<test::Deeper>([](auto* message, int key) {
+    auto* c = message->mutable_deep()->mutable_a()->mutable_b()->mutable_c();
+    (*c->mutable_d()->mutable_map())[key] = 1;
+  });
+}
+
+TEST(MessageComparator, MapsInRecursiveTypesAreComparedAsMaps) {
+  ExpectEquivalentInAnyOrder<test::Tree>([](auto* message, int key) {
+    if (message->children_size() == 0)
+      message->add_children()->add_children();
+    auto* leaf = message->mutable_children(0)->mutable_children(0);
+    (*leaf->mutable_leaves())[key] = 1;
+    (*message->mutable_leaves())[key] = 1;
+  });
+}
+
+// 0x12 0x04 begins an entry of field 2; 9 is no Colour.
+constexpr char kKnownEntry[] = "\x12\x04\x08\x05\x10\x01";
+constexpr char kUnknownEntry[] = "\x12\x04\x08\x03\x10\x09";
+
+TEST(MessageComparator, UnknownEntriesOfAMapKeepTheirPlace) {
+  const std::string known = kKnownEntry, unknown = kUnknownEntry;
+  const auto both = Parsed<test::Colours>(unknown + known);
+  ASSERT_EQ(both.colours_size(), 1);
+  ASSERT_EQ(DeterministicBytes(both), known + unknown);
+
+  test::Colours none;
+  auto* fields = none.GetReflection()->MutableUnknownFields(&none);
+  fields->AddLengthDelimited(2, unknown.substr(2));
+  fields->AddLengthDelimited(2, known.substr(2));
+  ASSERT_EQ(DeterministicBytes(none), unknown + known);
+  EXPECT_TRUE(Ordered(both, none));
+}
+
+TEST(MessageComparator, UnknownFieldsBehindTheKnownOnesAreNotTakenForMaps) {
+  test::Maps a, b;
+  for (const int key : {1, 2, 3, 4, 5, 6, 7, 8}) {
+    (*a.mutable_int32s())[key] = 1;
+    (*b.mutable_int32s())[9 - key] = 1;
+  }
+  a.add_words("w");
+  b.add_words("w");
+  // Neither has anything of a map entry but the number.
+  auto* unknown_a = a.GetReflection()->MutableUnknownFields(&a);
+  unknown_a->AddVarint(3, 1);
+  unknown_a->AddLengthDelimited(3, "later");
+  unknown_a->AddGroup(2)->AddVarint(3, 1);
+  auto* unknown_b = b.GetReflection()->MutableUnknownFields(&b);
+  unknown_b->MergeFrom(*unknown_a);
+  EXPECT_TRUE(Equivalent(a, b));
+  unknown_b->AddLengthDelimited(3, "");
+  EXPECT_TRUE(Ordered(a, b));
+}
+
+}  // namespace
+}  // namespace torvane

@@ -1,0 +1,22 @@
+#include "core/common/rpc/stream/stream_channel.h"
+
+#include <utility>
+
+namespace torvane {
+
+StreamChannel::StreamChannel(std::unique_ptr<Endpoint> endpoint)
+    : endpoint_(std::move(endpoint)) {}
+
+StreamChannel::StreamChannel(StreamChannel&&) noexcept = default;
+
+StreamChannel::~StreamChannel() = default;
+
+bool StreamChannel::Send(const rpc::transport::StreamMessage& frame) {
+  return endpoint_->Send(frame);
+}
+
+void StreamChannel::Complete() {
+  endpoint_->Complete();
+}
+
+}  // namespace torvane

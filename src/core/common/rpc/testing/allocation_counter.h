@@ -1,0 +1,28 @@
+// Counts what a test program allocates and frees through the global operators.
+// Linking this replaces them.
+
+#ifndef CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
+#define CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
+
+#include <cstddef>
+
+namespace torvane {
+
+struct AllocationCounts {
+  size_t allocations = 0;
+  size_t unsized_deletes = 0;
+  size_t sized_deletes = 0;
+
+  // Blocks allocated and not freed.
+  ptrdiff_t live() const {
+    return static_cast<ptrdiff_t>(allocations - unsized_deletes -
+                                  sized_deletes);
+  }
+};
+
+// What the calling thread has allocated and freed so far.
+AllocationCounts CountAllocations();
+
+}  // namespace torvane
+
+#endif  // CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_

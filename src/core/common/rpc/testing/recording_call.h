@@ -1,0 +1,48 @@
+// The controller and the completion closure of a call made by a test.
+
+#ifndef CORE_COMMON_RPC_TESTING_RECORDING_CALL_H_
+#define CORE_COMMON_RPC_TESTING_RECORDING_CALL_H_
+
+#include <google/protobuf/service.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+
+namespace torvane {
+
+// Keeps the failure text. Knows no cancellation.
+class RecordingController : public google::protobuf::RpcController {
+ public:
+  void Reset() override { text_.clear(); }
+  bool Failed() const override { return !text_.empty(); }
+  std::string ErrorText() const override { return text_; }
+  void StartCancel() override {}
+  void SetFailed(const std::string& text) override { text_ = text; }
+  bool IsCanceled() const override { return false; }
+  void NotifyOnCancel(google::protobuf::Closure*) override {}
+
+ private:
+  std::string text_;
+};
+
+// Counts its runs and stays the test's own.
+class RecordingClosure : public google::protobuf::Closure {
+ public:
+  explicit RecordingClosure(std::function<void()> on_run = [] {})
+      : on_run_(std::move(on_run)) {}
+
+  void Run() override {
+    ++runs_;
+    on_run_();
+  }
+  int runs() const { return runs_; }
+
+ private:
+  const std::function<void()> on_run_;
+  int runs_ = 0;
+};
+
+}  // namespace torvane
+
+#endif  // CORE_COMMON_RPC_TESTING_RECORDING_CALL_H_
