@@ -17,8 +17,9 @@
 // first is arbitrary, but the same throughout the process.
 //
 // Keys are compared in every step of a look-up, so keys of up to 256 bytes are
-// compared without allocating, but for what protobuf itself allocates:
-// - at the first comparison of a type, to build its descriptors;
+// compared without allocating, except for what protobuf itself allocates:
+// - the descriptors of a type, when keys of 12 bytes or more are first
+// compared;
 // - for messages without generated code of their own (dynamic ones and those of
 //   optimize_for = CODE_SIZE);
 // - for maps of two or more entries, if extensions are set, or if the type of

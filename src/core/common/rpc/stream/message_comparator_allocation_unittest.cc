@@ -28,7 +28,7 @@ void ExpectNoAllocation(const Message& key, const Message& other) {
   equal->ParsePartialFromString(key.SerializePartialAsString());
   ASSERT_LE(key.ByteSizeLong(), 256u);
   ASSERT_LE(other.ByteSizeLong(), 256u);
-  // protobuf builds the descriptors of a type when they are first asked for.
+  // protobuf builds the descriptors of a type when they are first needed.
   other.GetDescriptor();
 
   bool equivalent = false, ordered = false;
@@ -45,6 +45,19 @@ void ExpectNoAllocation(const Message& key, const Message& other) {
 TEST(MessageComparatorAllocation, CountsWhatIsAllocated) {
   std::unique_ptr<int> one;
   EXPECT_EQ(AllocationsOf([&] { one = std::make_unique<int>(1); }), 1u);
+}
+
+// Not even for descriptors, if nobody else has asked for them.
+TEST(MessageComparatorAllocation, NothingForTheFirstComparisonOfWindows) {
+  BrowserId id, other;
+  id.set_value(7);
+  other.set_value(8);
+  bool ordered = false;
+  EXPECT_EQ(AllocationsOf([&] { ordered = Ordered(id, other); }), 0u);
+  EXPECT_TRUE(ordered);
+  other.set_value(7);
+  EXPECT_EQ(AllocationsOf([&] { ordered = Ordered(id, other); }), 0u);
+  EXPECT_FALSE(ordered);
 }
 
 TEST(MessageComparatorAllocation, NothingForAWindow) {

@@ -37,8 +37,8 @@ enum class MapUse {
 MapUse UseOfMaps(const google::protobuf::Descriptor& type);
 
 // Sorts the entries of all maps within the `size` bytes at `data`, which
-// `message`, of a sortable type, has serialised to. Returns false, with the
-// bytes in no particular order, when extensions may hide maps.
+// `message`, of generated code and a sortable type, has serialised to. Returns
+// false, with the bytes in no particular order, when extensions may hide maps.
 bool SortMaps(const google::protobuf::Message& message,
               uint8_t* data,
               size_t size);

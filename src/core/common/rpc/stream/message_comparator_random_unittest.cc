@@ -16,6 +16,7 @@
 #include "browser_id.pb.h"
 #include "comparator_proto2.pb.h"
 #include "comparator_proto3.pb.h"
+#include "core/common/rpc/stream/message_comparator_maps.h"
 #include "core/common/rpc/stream/message_comparator_test_support.h"
 
 namespace torvane {
@@ -27,6 +28,7 @@ using google::protobuf::DynamicMessageFactory;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptorProto;
 using google::protobuf::Message;
+using google::protobuf::MessageFactory;
 using google::protobuf::Reflection;
 using google::protobuf::UnknownFieldSet;
 
@@ -38,10 +40,14 @@ class RandomContent {
  public:
   explicit RandomContent(uint64_t seed) : random_(seed) {}
 
-  std::unique_ptr<Message> Make(const Message& prototype) {
-    const std::unique_ptr<Message> raw(prototype.New());
+  // Both prototypes are of one type.
+  std::unique_ptr<Message> Make(const Message& dynamic_prototype,
+                                const Message& prototype) {
+    // Reflection builds maps out of merged entries, and merging messages in
+    // extensions needs the run-time type information that generated code here
+    // lacks. Hence the way by a dynamic message and parsing.
+    const std::unique_ptr<Message> raw(dynamic_prototype.New());
     FillKnown(raw.get(), 0);
-    // Parsing makes proper maps of entries with equal keys.
     std::unique_ptr<Message> message(prototype.New());
     message->ParsePartialFromString(raw->SerializePartialAsString());
     AddUnknown(message.get(), 0);
@@ -187,7 +193,8 @@ class Prototypes {
   Prototypes() : other_factory_(&other_pool_) {
     Add(test::Flat(), test::OtherFlat(), test::Nested(), test::Maps(),
         test::MapsWithin(), test::MapsWithinMaps(), test::Tree(),
-        test::Forest(), test::Deep(), test::Mandatory(), test::Extensible(),
+        test::Forest(), test::Deep(), test::Packed(), test::Open(),
+        test::OpenValues(), test::Mandatory(), test::Extensible(),
         test::Colours(), test::Grouped(), test::Set(), BrowserId());
   }
 
@@ -233,12 +240,29 @@ Messages RandomMessages(RandomContent& content, const Prototypes& prototypes) {
   for (int i = 0; i < 12; ++i) {
     const size_t first = 3 * (i % 4 == 0 ? other_kind : kind);
     const auto any = [&] { return prototypes.all()[first + content.Below(3)]; };
-    std::unique_ptr<Message> message = content.Make(*any());
+    std::unique_ptr<Message> message =
+        content.Make(*prototypes.all()[first + 1], *any());
     messages.push_back(Twin(*message, *any()));
     messages.push_back(Twin(*message, *prototypes.all()[first]));
     messages.push_back(std::move(message));
   }
   return messages;
+}
+
+void ExpectSortedMaps(const Messages& messages) {
+  for (const auto& message : messages) {
+    const bool generated = message->GetReflection()->GetMessageFactory() ==
+                           MessageFactory::generated_factory();
+    if (!generated ||
+        UseOfMaps(*message->GetDescriptor()) != MapUse::kSortable) {
+      continue;
+    }
+    std::string bytes = message->SerializePartialAsString();
+    if (SortMaps(*message, reinterpret_cast<uint8_t*>(bytes.data()),
+                 bytes.size())) {
+      EXPECT_EQ(bytes, DeterministicBytes(*message));
+    }
+  }
 }
 
 using Matrix = std::vector<std::vector<bool>>;
@@ -299,6 +323,7 @@ TEST(MessageComparatorRandom, IsAStrictWeakOrderingThatAgreesWithContent) {
   for (int round = 0; round < 200 && !HasFailure(); ++round) {
     SCOPED_TRACE(testing::Message() << "round " << round);
     const Messages messages = RandomMessages(content, prototypes);
+    ExpectSortedMaps(messages);
     const Matrix less = CompareAll(messages);
     ExpectAgreementWithContent(messages, less);
     ExpectTransitivity(less);
