@@ -1,0 +1,103 @@
+// Reaches the services of another process over a Unix domain socket.
+//
+// A client is a google::protobuf::RpcChannel, so protobuf's own stubs call
+// through it:
+//
+//   asio::io_context loop;
+//   auto client = rpc::transport::Client::Connect(loop, path);
+//   if (!client.ok()) return client.status();
+//   rpc::BrowserWindow_Stub windows(client->get());
+//   rpc::transport::ClientController controller;
+//   google::protobuf::Empty nothing;
+//   windows.Show(&controller, &id, &nothing, nullptr);   // blocks
+//
+// With a closure instead of the last nullptr the call is asynchronous: it
+// returns at once, and the closure runs on the loop when the call is over. For
+// streaming methods see event_subscriber.h and callback_answerer.h.
+//
+// Ownership: the caller's. The loop must outlive the client. Controller,
+// response and closure must live until the call is over; the request only until
+// CallMethod returns. Destroying the client ends its calls with CANCELLED and
+// its streams with them; a closure that it runs may destroy it.
+//
+// Sequence: the thread that runs the loop. Blocking operations run the loop
+// themselves, and with it whatever else is ready there; they must not be used
+// inside a closure or handler that the same client runs, and refuse that with
+// FAILED_PRECONDITION.
+//
+// Failure: by the controller's status. A method that the server does not offer
+// is UNIMPLEMENTED, a lost connection UNAVAILABLE, both with a text that says
+// more.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_H_
+#define CORE_COMMON_RPC_TRANSPORT_CLIENT_H_
+
+#include <google/protobuf/service.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "absl/status/status.h"
+#include "absl/status/statusor.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/client_controller.h"
+#include "core/common/rpc/transport/counters.h"
+#include "core/common/rpc/transport/limits.h"
+
+namespace rpc::transport {
+
+class ClientCore;
+
+struct ClientOptions {
+  Limits limits;
+
+  // What the client calls itself, for the server's records.
+  std::string name;
+};
+
+class Client final : public google::protobuf::RpcChannel {
+ public:
+  // Connects to the server that listens at `path`, or takes over a connected
+  // socket, and waits until the server has said what it offers.
+  static absl::StatusOr<std::unique_ptr<Client>> Connect(
+      asio::io_context& loop,
+      const std::string& path,
+      ClientOptions options = {});
+  static absl::StatusOr<std::unique_ptr<Client>> Adopt(
+      asio::io_context& loop,
+      asio::local::stream_protocol::socket socket,
+      ClientOptions options = {});
+
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+  ~Client() override;
+
+  // `controller` is a ClientController. Without `done` the call blocks.
+  void CallMethod(const google::protobuf::MethodDescriptor* method,
+                  google::protobuf::RpcController* controller,
+                  const google::protobuf::Message* request,
+                  google::protobuf::Message* response,
+                  google::protobuf::Closure* done) override;
+
+  // OK while connected, then why no longer.
+  const absl::Status& status() const;
+
+  // Called once when the connection is lost, after all calls and streams on it
+  // have ended; not when the client is destroyed.
+  void set_on_closed(std::function<void(const absl::Status&)> on_closed);
+
+  const Counters& counters() const;
+
+  // For the stream classes of this folder.
+  const std::shared_ptr<ClientCore>& core() const { return core_; }
+
+ private:
+  explicit Client(std::shared_ptr<ClientCore> core);
+
+  std::shared_ptr<ClientCore> core_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_CLIENT_H_

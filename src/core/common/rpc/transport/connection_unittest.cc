@@ -1,0 +1,212 @@
+// How frames share writes, and what happens when they don't get out.
+
+#include "core/common/rpc/transport/connection.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "core/common/rpc/transport/lab.h"
+
+namespace rpc::transport {
+namespace {
+
+using lab::Lab_Stub;
+
+class Writing : public ::testing::Test {
+ protected:
+  const Counters& counters() { return lab.server->counters(); }
+
+  // The bytes of `count` calls of `method`.
+  std::string Calls(const std::string& method, int count) {
+    std::string bytes;
+    for (int i = 0; i < count; ++i) {
+      CallFrame call;
+      call.set_call_id(static_cast<uint64_t>(i));
+      call.set_method_id(peer->IdOf(method));
+      AppendFrame(Frame::kCall, call, FrameSize(call), &bytes);
+    }
+    return bytes;
+  }
+
+  Lab lab;
+  std::unique_ptr<RawPeer> peer = lab.NewPeer();
+};
+
+TEST_F(Writing, ASingleReplyIsWrittenWhileItsCallIsRead) {
+  const uint64_t writes = counters().writes;
+  peer->SendBytes(Calls("Echo", 1));
+  // One turn of the loop: nothing is put off to a second one.
+  lab.loop.restart();
+  EXPECT_EQ(lab.loop.run_one(), 1u);
+  EXPECT_EQ(counters().writes, writes + 1);
+}
+
+TEST_F(Writing, RepliesThatAreReadyTogetherShareOneWrite) {
+  const uint64_t writes = counters().writes;
+  peer->SendBytes(Calls("Echo", 100));
+  for (uint64_t id = 0; id < 100; ++id) {
+    const auto frame = peer->Receive();
+    ASSERT_TRUE(frame && frame->has_reply());
+    EXPECT_EQ(frame->reply().call_id(), id);
+  }
+  EXPECT_EQ(counters().writes, writes + 1);
+}
+
+TEST_F(Writing, RepliesCompletedInOneTurnLaterShareOneWrite) {
+  peer->SendBytes(Calls("Park", 50));
+  lab.RunUntil([&] { return lab.service.parked.size() == 50; });
+  const uint64_t writes = counters().writes;
+  for (const auto& parked : lab.service.parked) {
+    parked.Complete();
+  }
+  EXPECT_EQ(counters().writes, writes);
+  lab.RunReady();
+  EXPECT_EQ(counters().writes, writes + 1);
+  EXPECT_EQ(counters().calls_now, 0u);
+}
+
+TEST_F(Writing, CallsStartedInOneTurnShareOneWrite) {
+  const auto client = lab.NewClient();
+  const uint64_t writes = client->counters().writes;
+  TextCall calls[20];
+  for (TextCall& call : calls) {
+    call.Start(*client, &Lab_Stub::Echo, "x");
+  }
+  lab.RunUntil([&] { return calls[19].over(); });
+  EXPECT_EQ(client->counters().writes, writes + 1);
+}
+
+TEST_F(Writing, EverythingArrivesAlsoThroughAVerySmallSocketBuffer) {
+  asio::local::stream_protocol::socket socket = lab.Connect();
+  std::error_code error;
+  socket.set_option(asio::socket_base::send_buffer_size(1), error);
+  ASSERT_FALSE(error);
+  auto client = Client::Adopt(lab.loop, std::move(socket));
+  ASSERT_TRUE(client.ok());
+  const std::string text(2'000'000, 'x');
+  EXPECT_EQ(CallText(**client, &Lab_Stub::Echo, text).value(), text);
+  EXPECT_GT((*client)->counters().writes, 10u);
+}
+
+// A peer that sends calls but takes no replies.
+class SlowReader : public ::testing::Test {
+ protected:
+  void Serve(size_t busy, size_t max) {
+    ServerOptions options;
+    options.limits.busy_outbox_bytes = busy;
+    options.limits.max_outbox_bytes = max;
+    lab.emplace(options);
+    peer = lab->NewPeer();
+  }
+  const Counters& counters() { return lab->server->counters(); }
+
+  // Calls Make for a large response.
+  void Call(uint64_t id) {
+    CallFrame call;
+    lab::Number size;
+    size.set_number(kResponseBytes);
+    call.set_call_id(id);
+    call.set_method_id(peer->IdOf("Make"));
+    size.SerializeToString(call.mutable_request());
+    peer->Send(Frame::kCall, call);
+  }
+
+  static constexpr int64_t kResponseBytes = 100'000;
+  std::optional<Lab> lab;
+  std::unique_ptr<RawPeer> peer;
+};
+
+TEST_F(SlowReader, IsReadNoFurtherUntilItReads) {
+  Serve(/*busy=*/500'000, /*max=*/2'000'000);
+  constexpr uint64_t kCalls = 100;
+  for (uint64_t id = 0; id < kCalls; ++id) {
+    Call(id);
+  }
+  lab->RunReady();
+  EXPECT_GT(counters().calls_started, 4u);
+  EXPECT_LT(counters().calls_started, 20u);
+  for (uint64_t id = 0; id < kCalls; ++id) {
+    const auto frame = peer->Receive();
+    ASSERT_TRUE(frame && frame->has_reply());
+    EXPECT_EQ(frame->reply().call_id(), id);
+    EXPECT_GT(frame->reply().response().size(), size_t{kResponseBytes});
+  }
+  EXPECT_EQ(counters().calls_started, kCalls);
+  EXPECT_EQ(counters().outbox_overflows, 0u);
+}
+
+TEST_F(SlowReader, DoesNotHoldUpOthers) {
+  Serve(/*busy=*/500'000, /*max=*/2'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunReady();
+  const auto client = lab->NewClient();
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "quick").value(), "quick");
+}
+
+TEST_F(SlowReader, IsClosedWhenTooMuchWouldWaitForIt) {
+  Serve(/*busy=*/2'000'000, /*max=*/1'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunUntil([&] { return counters().connections_now == 0; });
+  EXPECT_EQ(counters().outbox_overflows, 1u);
+  EXPECT_LT(counters().calls_started, 20u);
+}
+
+TEST_F(SlowReader, ThatIsPausedAndGoesIsNoticed) {
+  Serve(/*busy=*/500'000, /*max=*/2'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunReady();
+  peer->Close();
+  lab->RunUntil([&] { return counters().connections_now == 0; });
+}
+
+TEST(ClientOutbox, ACallThatDoesNotFitFailsAloneAtOnce) {
+  Lab lab;
+  ClientOptions options;
+  options.limits.max_outbox_bytes = 1'000'000;
+  const auto client = lab.NewClient(options);
+  TextCall calls[3];
+  for (TextCall& call : calls) {
+    call.Start(*client, &Lab_Stub::Echo, std::string(600'000, 'x'));
+  }
+  lab.RunUntil(
+      [&] { return calls[0].over() && calls[1].over() && calls[2].over(); });
+  EXPECT_TRUE(calls[0].controller.status().ok());
+  EXPECT_EQ(calls[2].controller.status(),
+            absl::ResourceExhaustedError(
+                "the server reads too slowly: more than max_outbox_bytes, "
+                "1000000, would wait for it"));
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "x").value(), "x");
+}
+
+TEST(Disconnect, WhatTheServerSaidLastIsReadAlthoughWritingFails) {
+  asio::io_context loop{1};
+  auto [ours, theirs] = SocketPair(loop);
+  RawPeer server(loop, std::move(theirs));
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(1);
+  welcome.set_max_frame_bytes(1000);
+  auto* service = welcome.add_services();
+  service->set_full_name("lab.Lab");
+  service->add_methods()->set_name("Echo");
+  server.Send(Frame::kWelcome, welcome);
+  auto client = Client::Adopt(loop, std::move(ours));
+  ASSERT_TRUE(client.ok()) << client.status();
+
+  GoodbyeFrame goodbye;
+  goodbye.mutable_status()->set_code(8);
+  goodbye.mutable_status()->set_text("too much");
+  server.Send(Frame::kGoodbye, goodbye);
+  server.Close();
+  EXPECT_EQ(CallText(**client, &Lab_Stub::Echo, "x").status(),
+            absl::ResourceExhaustedError("too much"));
+}
+
+}  // namespace
+}  // namespace rpc::transport

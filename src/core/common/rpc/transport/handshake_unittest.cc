@@ -1,0 +1,199 @@
+// What is said first on a connection, and what becomes of those who don't.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+
+#include "core/common/rpc/transport/lab.h"
+
+namespace rpc::transport {
+namespace {
+
+TEST(Handshake, TheServerListsWhatItOffers) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.SendHello();
+  const std::optional<Frame> frame = peer.Receive();
+  ASSERT_TRUE(frame && frame->has_welcome());
+  const WelcomeFrame& welcome = frame->welcome();
+  EXPECT_EQ(welcome.protocol_version(), 1u);
+  EXPECT_EQ(welcome.max_frame_bytes(), 4u << 20);
+  ASSERT_EQ(welcome.services_size(), 1);
+  EXPECT_EQ(welcome.services(0).full_name(), "lab.Lab");
+  ASSERT_EQ(welcome.services(0).methods_size(), 7);
+  EXPECT_EQ(welcome.services(0).methods(0).name(), "Echo");
+  EXPECT_FALSE(welcome.services(0).methods(0).streaming());
+  EXPECT_EQ(welcome.services(0).methods(5).name(), "Watch");
+  EXPECT_TRUE(welcome.services(0).methods(5).streaming());
+}
+
+TEST(Handshake, AnotherVersionIsToldWhichOneIsSpoken) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  HelloFrame hello;
+  hello.set_protocol_version(2);
+  peer.Send(Frame::kHello, hello);
+  EXPECT_EQ(peer.AwaitGoodbye(),
+            absl::FailedPreconditionError(
+                "the client speaks protocol version 2, this server version 1"));
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
+  EXPECT_EQ(lab.server->counters().connections_now, 0u);
+}
+
+TEST(Handshake, AClientThatTakesNoWelcomeIsRefused) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  HelloFrame hello;
+  hello.set_protocol_version(1);
+  hello.set_max_frame_bytes(100);
+  peer.Send(Frame::kHello, hello);
+  EXPECT_EQ(peer.AwaitGoodbye(),
+            absl::InvalidArgumentError(
+                "the client's max_frame_bytes is too small for a welcome"));
+}
+
+TEST(Handshake, AnythingElseFirstIsRefused) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.Send(Frame::kCall, CallFrame());
+  EXPECT_EQ(peer.AwaitGoodbye(),
+            absl::FailedPreconditionError("the first frame is not a hello"));
+  EXPECT_EQ(lab.server->counters().calls_started, 0u);
+}
+
+TEST(Handshake, ASecondHelloIsRefused) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  peer->SendHello();
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::FailedPreconditionError("a second hello"));
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 0u);
+  EXPECT_EQ(lab.server->counters().protocol_violations, 1u);
+}
+
+TEST(Handshake, GarbageIsRefused) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.SendBytes("GET / HTTP/1.1\r\nHost: localhost\r\n" +
+                 std::string(100, '\n'));
+  EXPECT_EQ(peer.AwaitGoodbye(), absl::InvalidArgumentError(
+                                     "a frame does not hold one body exactly"));
+}
+
+TEST(Handshake, SilenceIsClosedWhenItsTimeIsUp) {
+  ServerOptions options;
+  options.limits.handshake_timeout = std::chrono::milliseconds(5);
+  Lab lab(options);
+  RawPeer peer(lab.loop, lab.Connect());
+  EXPECT_EQ(
+      peer.AwaitGoodbye(),
+      absl::DeadlineExceededError("no hello within handshake_timeout, 5 ms"));
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
+}
+
+TEST(Handshake, HalfAHelloIsClosedWhenItsTimeIsUp) {
+  ServerOptions options;
+  options.limits.handshake_timeout = std::chrono::milliseconds(5);
+  Lab lab(options);
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.SendBytes("\x08\x0a");
+  EXPECT_TRUE(absl::IsDeadlineExceeded(peer.AwaitGoodbye()));
+}
+
+TEST(Handshake, AClientThatMerelyGoesIsNoFailure) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.Close();
+  lab.RunUntil([&] { return lab.server->counters().connections_now == 0; });
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 0u);
+}
+
+TEST(Handshake, ConnectionsBeyondTheLimitAreToldSo) {
+  ServerOptions options;
+  options.limits.max_connections = 1;
+  Lab lab(options);
+  auto client = lab.NewClient();
+  EXPECT_EQ(Client::Adopt(lab.loop, lab.Connect()).status(),
+            absl::ResourceExhaustedError("max_connections, 1, are open"));
+  EXPECT_EQ(lab.server->counters().connections_refused, 1u);
+  EXPECT_EQ(CallText(*client, &lab::Lab_Stub::Echo, "x").value(), "x");
+  client.reset();
+  lab.RunReady();
+  EXPECT_NE(lab.NewClient(), nullptr);
+}
+
+TEST(Handshake, AnotherUsersProcessIsRefused) {
+  ServerOptions options;
+  options.user = getuid() + 1;
+  Lab lab(options);
+  const absl::Status status = Client::Adopt(lab.loop, lab.Connect()).status();
+  EXPECT_TRUE(absl::IsPermissionDenied(status)) << status;
+  EXPECT_EQ(lab.server->counters().connections_refused, 1u);
+}
+
+// The client's side, against a server without manners. It answers on the loop
+// of the client, which runs only while the client waits.
+class ClientHandshake : public ::testing::Test {
+ protected:
+  ClientHandshake() : sockets_(SocketPair(loop_)) {}
+
+  absl::Status Connect(ClientOptions options = {}) {
+    return Client::Adopt(loop_, std::move(sockets_.first), options).status();
+  }
+
+  asio::io_context loop_{1};
+  std::pair<asio::local::stream_protocol::socket,
+            asio::local::stream_protocol::socket>
+      sockets_;
+  RawPeer server_{loop_, std::move(sockets_.second)};
+};
+
+TEST_F(ClientHandshake, AServerOfAnotherVersionIsLeft) {
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(2);
+  server_.Send(Frame::kWelcome, welcome);
+  EXPECT_EQ(Connect(),
+            absl::FailedPreconditionError(
+                "the server speaks protocol version 2, this client version 1"));
+}
+
+TEST_F(ClientHandshake, SomethingThatIsNoServerIsToldApart) {
+  server_.SendBytes("* OK mail.example.org IMAP4rev1 ready, please log in");
+  EXPECT_EQ(Connect(),
+            absl::FailedPreconditionError(
+                "the other side does not speak this protocol: a frame does "
+                "not hold one body exactly"));
+}
+
+TEST_F(ClientHandshake, AServerThatDoesNotWelcomeIsToldApart) {
+  server_.Send(Frame::kReply, ReplyFrame());
+  EXPECT_EQ(Connect(),
+            absl::FailedPreconditionError(
+                "the other side does not speak this protocol: the first frame "
+                "is not a welcome"));
+}
+
+TEST_F(ClientHandshake, AServerThatHangsUpIsUnavailable) {
+  server_.Close();
+  EXPECT_TRUE(absl::IsUnavailable(Connect()));
+}
+
+TEST_F(ClientHandshake, AServerThatKeepsSilentIsLeft) {
+  ClientOptions options;
+  options.limits.handshake_timeout = std::chrono::milliseconds(5);
+  EXPECT_EQ(Connect(options),
+            absl::DeadlineExceededError("the server has not answered the hello "
+                                        "within handshake_timeout, 5 ms"));
+}
+
+TEST_F(ClientHandshake, AServersGoodbyeIsTheStatus) {
+  GoodbyeFrame goodbye;
+  goodbye.mutable_status()->set_code(8);
+  goodbye.mutable_status()->set_text("full");
+  server_.Send(Frame::kGoodbye, goodbye);
+  EXPECT_EQ(Connect(), absl::ResourceExhaustedError("full"));
+}
+
+}  // namespace
+}  // namespace rpc::transport

@@ -1,0 +1,175 @@
+#include "core/common/rpc/transport/server_core.h"
+
+#include <unistd.h>
+
+#include <utility>
+#include <vector>
+
+#include "absl/log/absl_check.h"
+#include "absl/strings/str_cat.h"
+#include "base/logging.h"
+#include "core/common/rpc/transport/frame_codec.h"
+#include "core/common/rpc/transport/rpc_status.h"
+
+namespace rpc::transport {
+namespace {
+
+absl::Status Stopping() {
+  return absl::UnavailableError("the server is stopping");
+}
+
+}  // namespace
+
+ServerCore::ServerCore(asio::io_context& loop, ServerOptions options)
+    : loop_(loop),
+      options_(std::move(options)),
+      counters_(std::make_shared<Counters>()),
+      calls_(std::make_shared<ServerCallPool>(loop, counters_)),
+      acceptor_(loop),
+      accept_timer_(loop) {}
+
+ServerCore::~ServerCore() = default;
+
+absl::Status ServerCore::Listen(const std::string& path) {
+  ABSL_CHECK(!listener_) << "Listen() may be used once";
+  absl::StatusOr<UnixListener> listener = UnixListener::Open(path);
+  if (!listener.ok()) {
+    return listener.status();
+  }
+  listener_.emplace(*std::move(listener));
+  std::error_code error;
+  acceptor_.assign(asio::local::stream_protocol(), listener_->Release(), error);
+  if (error) {
+    return absl::InternalError(
+        absl::StrCat("cannot watch the socket: ", error.message()));
+  }
+  Accept();
+  return absl::OkStatus();
+}
+
+void ServerCore::Accept() {
+  acceptor_.async_accept([weak_self = weak_from_this()](
+                             const std::error_code& error, Socket socket) {
+    if (const auto self = weak_self.lock()) {
+      self->OnAccept(error, std::move(socket));
+    }
+  });
+}
+
+void ServerCore::OnAccept(const std::error_code& error, Socket socket) {
+  if (!acceptor_.is_open()) {
+    return;
+  }
+  if (error) {
+    AcceptLater();
+    return;
+  }
+  Adopt(std::move(socket));
+  Accept();
+}
+
+// The process has no descriptor left, or the system no memory. Trying again at
+// once would fail again at once, and so on for ever.
+void ServerCore::AcceptLater() {
+  ++counters_->accept_pauses;
+  accept_timer_.expires_after(options_.limits.accept_pause);
+  accept_timer_.async_wait(
+      [weak_self = weak_from_this()](const std::error_code& error) {
+        const auto self = weak_self.lock();
+        if (!error && self && self->acceptor_.is_open()) {
+          self->Accept();
+        }
+      });
+}
+
+void ServerCore::Adopt(Socket socket) {
+  const absl::StatusOr<UnixPeer> peer = Admit(socket);
+  if (!peer.ok()) {
+    Refuse(std::move(socket), peer.status());
+    return;
+  }
+  const ServerSession::Context context = {loop_, options_.limits, methods_,
+                                          *calls_, *counters_};
+  auto session = std::make_shared<ServerSession>(
+      context, std::move(socket), *peer, [this](ServerSession* closed) {
+        --counters_->connections_now;
+        sessions_.erase(closed);
+      });
+  ++counters_->connections_accepted;
+  ++counters_->connections_now;
+  sessions_.emplace(session.get(), session);
+  session->Start();
+}
+
+absl::StatusOr<UnixPeer> ServerCore::Admit(Socket& socket) const {
+  absl::StatusOr<UnixPeer> peer = PeerOfUnixSocket(socket.native_handle());
+  if (!peer.ok()) {
+    return peer;
+  }
+  if (peer->user != options_.user) {
+    return absl::PermissionDeniedError(
+        absl::StrCat("pid ", peer->pid, " belongs to user ", peer->user,
+                     "; user ", options_.user, " is served"));
+  }
+  if (stopped_) {
+    return Stopping();
+  }
+  if (sessions_.size() >= options_.limits.max_connections) {
+    return absl::ResourceExhaustedError(absl::StrCat(
+        "max_connections, ", options_.limits.max_connections, ", are open"));
+  }
+  return peer;
+}
+
+// What the socket does not take at once is not worth waiting for.
+void ServerCore::Refuse(Socket socket, const absl::Status& why) {
+  ++counters_->connections_refused;
+  LOG(WARNING) << "Refused a connection: " << why;
+  GoodbyeFrame goodbye;
+  ToWire(why, goodbye.mutable_status());
+  std::string bytes;
+  AppendFrame(Frame::kGoodbye, goodbye, FrameSize(goodbye), &bytes);
+  std::error_code ignored;
+  socket.non_blocking(true, ignored);
+  socket.write_some(asio::buffer(bytes), ignored);
+}
+
+void ServerCore::Stop() {
+  StopListening();
+  asio::post(loop_, [weak_self = weak_from_this()] {
+    if (const auto self = weak_self.lock()) {
+      self->CloseSessions();
+    }
+  });
+}
+
+void ServerCore::StopListening() {
+  stopped_ = true;
+  std::error_code ignored;
+  acceptor_.close(ignored);
+  accept_timer_.cancel();
+  if (listener_) {
+    listener_->RemoveFile();
+  }
+}
+
+void ServerCore::Close() {
+  StopListening();
+  CloseSessions();
+  ABSL_CHECK(sessions_.empty())
+      << "a Server is destroyed from within one of its services";
+  calls_->Close();
+}
+
+// Each one removes itself when it is closed.
+void ServerCore::CloseSessions() {
+  std::vector<std::shared_ptr<ServerSession>> sessions;
+  for (const auto& [key, session] : sessions_) {
+    sessions.push_back(session);
+  }
+  for (const auto& session : sessions) {
+    session->Stop(Stopping());
+  }
+}
+
+}  // namespace rpc::transport

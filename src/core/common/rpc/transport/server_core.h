@@ -1,0 +1,66 @@
+// The insides of a Server: who listens, who is connected, what is offered.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_CORE_H_
+#define CORE_COMMON_RPC_TRANSPORT_SERVER_CORE_H_
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <unordered_map>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/counters.h"
+#include "core/common/rpc/transport/served_methods.h"
+#include "core/common/rpc/transport/server.h"
+#include "core/common/rpc/transport/server_call.h"
+#include "core/common/rpc/transport/server_session.h"
+#include "core/common/rpc/transport/unix_socket.h"
+
+namespace rpc::transport {
+
+// Shared between the Server and the operations of its acceptor under way.
+class ServerCore final : public std::enable_shared_from_this<ServerCore> {
+ public:
+  ServerCore(asio::io_context& loop, ServerOptions options);
+  ~ServerCore();
+
+  void AddService(torvane::Service* service) { methods_.Add(service); }
+  absl::Status Listen(const std::string& path);
+  void Adopt(asio::local::stream_protocol::socket socket);
+  void Stop();
+
+  // The server goes: closes everything at once.
+  void Close();
+
+  const Counters& counters() const { return *counters_; }
+
+ private:
+  using Socket = asio::local::stream_protocol::socket;
+
+  void Accept();
+  void OnAccept(const std::error_code& error, Socket socket);
+  void AcceptLater();
+  absl::StatusOr<UnixPeer> Admit(Socket& socket) const;
+  void Refuse(Socket socket, const absl::Status& why);
+  void StopListening();
+  void CloseSessions();
+
+  asio::io_context& loop_;
+  const ServerOptions options_;
+  const std::shared_ptr<Counters> counters_;
+  const std::shared_ptr<ServerCallPool> calls_;
+  ServedMethods methods_;
+
+  std::optional<UnixListener> listener_;
+  asio::local::stream_protocol::acceptor acceptor_;
+  asio::steady_timer accept_timer_;
+  bool stopped_ = false;
+
+  std::unordered_map<ServerSession*, std::shared_ptr<ServerSession>> sessions_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_SERVER_CORE_H_

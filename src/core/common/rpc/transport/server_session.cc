@@ -1,0 +1,302 @@
+#include "core/common/rpc/transport/server_session.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "absl/strings/escaping.h"
+#include "absl/strings/str_cat.h"
+#include "base/logging.h"
+#include "core/common/rpc/transport/rpc_status.h"
+
+namespace rpc::transport {
+namespace {
+
+// Bytes of a client's name that records show.
+constexpr size_t kMaxNameBytes = 64;
+
+std::string Describe(const std::string& name, const UnixPeer& peer) {
+  const std::string process = absl::StrCat("pid ", peer.pid);
+  if (name.empty()) {
+    return process;
+  }
+  return absl::StrCat(absl::CHexEscape(name.substr(0, kMaxNameBytes)), " (",
+                      process, ")");
+}
+
+}  // namespace
+
+ServerSession::ServerSession(const Context& context,
+                             asio::local::stream_protocol::socket socket,
+                             const UnixPeer& peer,
+                             ClosedCallback on_closed)
+    : context_(context),
+      on_closed_(std::move(on_closed)),
+      connection_(std::make_shared<Connection>(Connection::Side::kServer,
+                                               std::move(socket),
+                                               context.limits,
+                                               context.counters)),
+      streams_(std::make_shared<ServerStreams>(*connection_,
+                                               context.methods,
+                                               context.limits.max_streams,
+                                               context.counters)),
+      client_(peer),
+      peer_(Describe("", peer)),
+      hello_timer_(context.loop) {}
+
+ServerSession::~ServerSession() = default;
+
+void ServerSession::Start() {
+  connection_->Start(shared_from_this());
+  hello_timer_.expires_after(context_.limits.handshake_timeout);
+  hello_timer_.async_wait(
+      [weak_self = weak_from_this()](const std::error_code& error) {
+        const auto self = weak_self.lock();
+        if (!error && self && !self->serving_) {
+          self->connection_->Fail(absl::DeadlineExceededError(absl::StrCat(
+              "no hello within handshake_timeout, ",
+              self->context_.limits.handshake_timeout.count(), " ms")));
+        }
+      });
+}
+
+void ServerSession::Stop(const absl::Status& why) {
+  connection_->Fail(why);
+}
+
+absl::Status ServerSession::OnFrame(const FrameView& frame) {
+  if (serving_ == (frame.kind == Frame::kHello)) {
+    return absl::FailedPreconditionError(
+        serving_ ? "a second hello" : "the first frame is not a hello");
+  }
+  const absl::Status status = Handle(frame);
+  streams_->Reap();
+  return status;
+}
+
+absl::Status ServerSession::Handle(const FrameView& frame) {
+  switch (frame.kind) {
+    case Frame::kHello:
+      return OnHello(frame.body);
+    case Frame::kCall:
+      return OnCall(frame.body);
+    case Frame::kCancel:
+      return OnCancel(frame.body);
+    case Frame::kStreamOpen:
+      return OnStreamOpen(frame.body);
+    case Frame::kStreamData:
+      return OnStreamData(frame.body);
+    case Frame::kStreamError:
+      return OnStreamError(frame.body);
+    case Frame::kStreamEnd:
+      return OnStreamEnd(frame.body);
+    case Frame::kGoodbye:
+      connection_->Close(absl::UnavailableError("the client said goodbye"));
+      return absl::OkStatus();
+    default:
+      return absl::InvalidArgumentError(absl::StrCat(
+          "a client sends no frame of kind ", static_cast<int>(frame.kind)));
+  }
+}
+
+absl::Status ServerSession::OnHello(std::string_view body) {
+  HelloFrame hello;
+  const absl::Status status = ParseBody(body, &hello);
+  if (!status.ok()) {
+    return status;
+  }
+  if (hello.protocol_version() != kProtocolVersion) {
+    return absl::FailedPreconditionError(absl::StrCat(
+        "the client speaks protocol version ", hello.protocol_version(),
+        ", this server version ", kProtocolVersion));
+  }
+  serving_ = true;
+  hello_timer_.cancel();
+  peer_ = Describe(hello.client_name(), client_);
+  connection_->set_peer_max_frame_bytes(hello.max_frame_bytes());
+
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(kProtocolVersion);
+  welcome.set_max_frame_bytes(
+      static_cast<uint32_t>(context_.limits.max_frame_bytes));
+  *welcome.mutable_services() = context_.methods.offer();
+  if (!connection_->Suits(FrameSize(welcome))) {
+    return absl::InvalidArgumentError(
+        "the client's max_frame_bytes is too small for a welcome");
+  }
+  connection_->Append(Frame::kWelcome, welcome);
+  return absl::OkStatus();
+}
+
+absl::Status ServerSession::OnCall(std::string_view body) {
+  const absl::Status status = ParseBody(body, &call_frame_);
+  if (!status.ok()) {
+    return status;
+  }
+  const uint64_t id = call_frame_.call_id();
+  if (calls_.contains(id)) {
+    return absl::InvalidArgumentError(
+        absl::StrCat("call id ", id, " is in use"));
+  }
+  const ServedMethod* method = context_.methods.Find(call_frame_.method_id());
+  absl::Status refusal = CallRefusal(method);
+  if (!refusal.ok()) {
+    RefuseCall(id, refusal);
+    return absl::OkStatus();
+  }
+  ServerCall* call = context_.calls.Take();
+  refusal = call->Prepare(*method, call_frame_, peer_);
+  if (!refusal.ok()) {
+    context_.calls.Return(call);
+    RefuseCall(id, refusal);
+    return absl::OkStatus();
+  }
+  StartCall(call);
+  return absl::OkStatus();
+}
+
+absl::Status ServerSession::CallRefusal(const ServedMethod* method) const {
+  if (method == nullptr) {
+    return absl::UnimplementedError(
+        absl::StrCat("no method has the id ", call_frame_.method_id()));
+  }
+  if (method->streaming) {
+    return absl::UnimplementedError(
+        absl::StrCat(method->descriptor->full_name(), " is a stream"));
+  }
+  if (calls_.size() >= context_.limits.max_calls) {
+    return absl::ResourceExhaustedError(absl::StrCat(
+        "max_calls, ", context_.limits.max_calls, ", are in flight"));
+  }
+  return absl::OkStatus();
+}
+
+void ServerSession::RefuseCall(uint64_t id, const absl::Status& why) {
+  ++context_.counters.calls_refused;
+  ReplyError(id, why);
+}
+
+void ServerSession::StartCall(ServerCall* call) {
+  ++context_.counters.calls_started;
+  if (call->Invoke(this)) {
+    ++context_.counters.calls_now;
+    calls_.emplace(call->id(), call);
+    return;
+  }
+  Reply(*call);
+  context_.calls.Return(call);
+}
+
+void ServerSession::OnCallDone(const ServerCall& call) {
+  calls_.erase(call.id());
+  --context_.counters.calls_now;
+  Reply(call);
+}
+
+void ServerSession::OnCallExpired(ServerCall& call) {
+  ++context_.counters.calls_expired;
+  GiveUp(call, absl::DeadlineExceededError("the deadline has passed"));
+}
+
+absl::Status ServerSession::OnCancel(std::string_view body) {
+  CancelFrame cancel;
+  const absl::Status status = ParseBody(body, &cancel);
+  // Nobody there: the reply is on its way already.
+  const auto call = calls_.find(cancel.call_id());
+  if (status.ok() && call != calls_.end()) {
+    ++context_.counters.calls_cancelled;
+    GiveUp(*call->second, absl::CancelledError("the client has cancelled it"));
+  }
+  return status;
+}
+
+void ServerSession::GiveUp(ServerCall& call, const absl::Status& why) {
+  calls_.erase(call.id());
+  --context_.counters.calls_now;
+  ReplyError(call.id(), why);
+  call.Abandon();
+}
+
+absl::Status ServerSession::OnStreamOpen(std::string_view body) {
+  StreamOpenFrame open;
+  const absl::Status status = ParseBody(body, &open);
+  return status.ok() ? streams_->OnOpen(open) : status;
+}
+
+absl::Status ServerSession::OnStreamData(std::string_view body) {
+  const absl::Status status = ParseBody(body, &data_frame_);
+  if (status.ok()) {
+    streams_->OnData(data_frame_);
+  }
+  return status;
+}
+
+absl::Status ServerSession::OnStreamError(std::string_view body) {
+  StreamErrorFrame error;
+  const absl::Status status = ParseBody(body, &error);
+  if (status.ok()) {
+    streams_->OnError(error);
+  }
+  return status;
+}
+
+absl::Status ServerSession::OnStreamEnd(std::string_view body) {
+  StreamEndFrame end;
+  const absl::Status status = ParseBody(body, &end);
+  if (status.ok()) {
+    streams_->OnEnd(end);
+  }
+  return status;
+}
+
+void ServerSession::Reply(const ServerCall& call) {
+  if (!call.status().ok()) {
+    ReplyError(call.id(), call.status());
+    return;
+  }
+  reply_frame_.Clear();
+  reply_frame_.set_call_id(call.id());
+  call.response().SerializeToString(reply_frame_.mutable_response());
+  const size_t size = FrameSize(reply_frame_);
+  if (!connection_->Suits(size)) {
+    ReplyError(call.id(),
+               absl::ResourceExhaustedError(absl::StrCat(
+                   "the response takes a frame of ", size,
+                   " bytes, more than the client's ", "max_frame_bytes")));
+    return;
+  }
+  AppendReply();
+}
+
+void ServerSession::ReplyError(uint64_t call_id, const absl::Status& status) {
+  reply_frame_.Clear();
+  reply_frame_.set_call_id(call_id);
+  ToWire(status, reply_frame_.mutable_status());
+  AppendReply();
+}
+
+void ServerSession::AppendReply() {
+  streams_->AppendHeld();
+  connection_->Append(Frame::kReply, reply_frame_);
+}
+
+void ServerSession::BeforeWrite() {
+  streams_->AppendHeld();
+}
+
+void ServerSession::OnClosed(const absl::Status& why) {
+  hello_timer_.cancel();
+  // A client that merely goes is nothing to talk about.
+  if (!absl::IsUnavailable(why)) {
+    LOG(WARNING) << "Closed the connection of " << peer_ << ": " << why;
+    context_.counters.handshakes_failed += serving_ ? 0 : 1;
+  }
+  for (const auto& [id, call] : std::exchange(calls_, {})) {
+    --context_.counters.calls_now;
+    call->Abandon();
+  }
+  streams_->CloseAll();
+  on_closed_(this);
+}
+
+}  // namespace rpc::transport

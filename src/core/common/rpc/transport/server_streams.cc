@@ -1,0 +1,206 @@
+#include "core/common/rpc/transport/server_streams.h"
+
+#include <utility>
+
+#include "absl/log/absl_check.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/rpc_status.h"
+
+namespace rpc::transport {
+namespace {
+
+// What a frame of stream data may hold besides its message: tags and lengths,
+// and then each id of a stream.
+constexpr size_t kEnvelopeBytes = 32;
+constexpr size_t kStreamIdBytes = 10;
+
+}  // namespace
+
+class ServerStreams::Endpoint final : public torvane::StreamChannel::Endpoint {
+ public:
+  Endpoint(ServerStreams& streams, Entry& entry)
+      : streams_(streams), entry_(entry) {}
+
+  bool Send(const StreamMessage& message) override {
+    return streams_.Send(entry_, message);
+  }
+  void Complete() override { streams_.Complete(entry_); }
+
+ private:
+  ServerStreams& streams_;
+  Entry& entry_;
+};
+
+ServerStreams::ServerStreams(Connection& connection,
+                             const ServedMethods& methods,
+                             size_t max_streams,
+                             Counters& counters)
+    : connection_(connection),
+      methods_(methods),
+      max_streams_(max_streams),
+      counters_(counters) {}
+
+ServerStreams::~ServerStreams() {
+  ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
+}
+
+absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
+  const uint64_t id = frame.stream_id();
+  if (entries_.contains(id)) {
+    return absl::InvalidArgumentError(
+        absl::StrCat("stream id ", id, " is in use"));
+  }
+  const absl::Status refusal = Refusal(frame);
+  if (!refusal.ok()) {
+    ++counters_.streams_refused;
+    AppendEnd(id, refusal);
+    return absl::OkStatus();
+  }
+  ++counters_.streams_opened;
+  ++counters_.streams_now;
+  const ServedMethod& method = *methods_.Find(frame.method_id());
+  Entry& entry = entries_[id];
+  entry.id = id;
+  entry.stream = method.service->OpenStream(
+      method.descriptor,
+      torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
+  return absl::OkStatus();
+}
+
+absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) const {
+  const ServedMethod* method = methods_.Find(frame.method_id());
+  if (method == nullptr) {
+    return absl::UnimplementedError(
+        absl::StrCat("no method has the id ", frame.method_id()));
+  }
+  if (!method->streaming) {
+    return absl::UnimplementedError(
+        absl::StrCat(method->descriptor->full_name(), " is not a stream"));
+  }
+  if (entries_.size() >= max_streams_) {
+    return absl::ResourceExhaustedError(
+        absl::StrCat("max_streams, ", max_streams_, ", are open"));
+  }
+  return absl::OkStatus();
+}
+
+ServerStreams::Entry* ServerStreams::FindOpen(uint64_t id) {
+  const auto entry = entries_.find(id);
+  if (entry == entries_.end() || entry->second.ended) {
+    return nullptr;
+  }
+  return &entry->second;
+}
+
+void ServerStreams::OnData(StreamDataFrame& frame) {
+  for (const uint64_t id : frame.stream_ids()) {
+    if (Entry* entry = FindOpen(id)) {
+      entry->stream->OnNext(frame.mutable_message());
+    }
+  }
+}
+
+void ServerStreams::OnError(StreamErrorFrame& frame) {
+  if (Entry* entry = FindOpen(frame.stream_id())) {
+    entry->stream->OnError(frame.mutable_message());
+  }
+}
+
+void ServerStreams::OnEnd(const StreamEndFrame& frame) {
+  const auto entry = entries_.find(frame.stream_id());
+  if (entry != entries_.end()) {
+    Finish(entry);
+  }
+}
+
+// The entry stays until the stream has said all it wants to say.
+void ServerStreams::Finish(Entries::iterator entry) {
+  entry->second.completing = true;
+  entry->second.stream->OnCompleted();
+  Complete(entry->second);
+  entries_.erase(entry);
+  --counters_.streams_now;
+}
+
+void ServerStreams::Reap() {
+  for (const uint64_t id : std::exchange(ended_, {})) {
+    const auto entry = entries_.find(id);
+    if (entry != entries_.end() && entry->second.ended) {
+      Finish(entry);
+    }
+  }
+}
+
+void ServerStreams::ReapSoon() {
+  connection_.Post([weak_self = weak_from_this()] {
+    const auto self = weak_self.lock();
+    // A frame that is being handled may have come from within the stream.
+    if (self && !self->connection_.handling()) {
+      self->Reap();
+    }
+  });
+}
+
+void ServerStreams::CloseAll() {
+  while (!entries_.empty()) {
+    Finish(entries_.begin());
+  }
+}
+
+bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
+  const size_t frame_bytes = message.ByteSizeLong() + kEnvelopeBytes;
+  if (entry.ended || !connection_.CanTake(frame_bytes + kStreamIdBytes)) {
+    return false;
+  }
+  if (!Joins(entry, message)) {
+    AppendHeld();
+    held_.mutable_message()->CopyFrom(message);
+    held_bytes_ = frame_bytes;
+    ++held_number_;
+  }
+  entry.last_held = held_number_;
+  held_.add_stream_ids(entry.id);
+  held_bytes_ += kStreamIdBytes;
+  connection_.WriteSoon();
+  return true;
+}
+
+// Whether the message held back is `message`, and has yet to go to `entry`.
+bool ServerStreams::Joins(const Entry& entry,
+                          const StreamMessage& message) const {
+  return !held_.stream_ids().empty() && entry.last_held != held_number_ &&
+         held_.message().call_id() == message.call_id() &&
+         held_.message().payload() == message.payload() &&
+         connection_.Suits(held_bytes_ + kStreamIdBytes);
+}
+
+void ServerStreams::AppendHeld() {
+  if (held_.stream_ids().empty()) {
+    return;
+  }
+  connection_.Append(Frame::kStreamData, held_);
+  held_.clear_stream_ids();
+}
+
+void ServerStreams::Complete(Entry& entry) {
+  if (std::exchange(entry.ended, true)) {
+    return;
+  }
+  AppendEnd(entry.id, absl::OkStatus());
+  if (!entry.completing) {
+    ended_.push_back(entry.id);
+    ReapSoon();
+  }
+}
+
+void ServerStreams::AppendEnd(uint64_t id, const absl::Status& status) {
+  AppendHeld();
+  end_.Clear();
+  end_.set_stream_id(id);
+  if (!status.ok()) {
+    ToWire(status, end_.mutable_status());
+  }
+  connection_.Append(Frame::kStreamEnd, end_);
+}
+
+}  // namespace rpc::transport

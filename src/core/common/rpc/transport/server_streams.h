@@ -1,0 +1,121 @@
+// The open streams of one connection, on the server's side.
+//
+// Both sides end a stream, each with one end frame, and the server forgets it
+// with its own:
+//
+//                    end of the client
+//          open     ,------------------> OnCompleted ---------------,
+//   (none) ----> [stream]                                           |--> (none)
+//                   '-- Complete() --> [reaped soon] -- OnCompleted '
+//                       out of turn
+//
+// What still comes in for a stream that is forgotten was sent before the client
+// knew, and is ignored.
+//
+// One message that goes to many streams of the connection travels once: for as
+// long as Send() is given the same message, only the list of streams grows. The
+// message is held back until another one comes or frames are written.
+//
+// Ownership: owned by the session, which outlives it, as connection and methods
+// do. Owns the streams, and through them their channels.
+//
+// Sequence: the loop's. A stream is destroyed while a frame of its client is
+// handled that is not its own, or on a turn of the loop; never from within one
+// of its own calls.
+//
+// Failure: a status that is not OK is the client's violation of the protocol.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_STREAMS_H_
+#define CORE_COMMON_RPC_TRANSPORT_SERVER_STREAMS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/stream/abstract_stream.h"
+#include "core/common/rpc/transport/connection.h"
+#include "core/common/rpc/transport/counters.h"
+#include "core/common/rpc/transport/served_methods.h"
+#include "rpc/transport/frame.pb.h"
+
+namespace rpc::transport {
+
+class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
+ public:
+  ServerStreams(Connection& connection,
+                const ServedMethods& methods,
+                size_t max_streams,
+                Counters& counters);
+  ServerStreams(const ServerStreams&) = delete;
+  ServerStreams& operator=(const ServerStreams&) = delete;
+
+  // CloseAll() has been called.
+  ~ServerStreams();
+
+  // Frames of the client.
+  absl::Status OnOpen(const StreamOpenFrame& frame);
+  void OnData(StreamDataFrame& frame);
+  void OnError(StreamErrorFrame& frame);
+  void OnEnd(const StreamEndFrame& frame);
+
+  // Appends the message that is held back, if any. Whatever else is appended to
+  // the connection comes after this.
+  void AppendHeld();
+
+  // Completes and destroys the streams that have ended out of turn. Called when
+  // a frame has been handled.
+  void Reap();
+
+  // The connection is closed: completes and destroys all streams.
+  void CloseAll();
+
+ private:
+  class Endpoint;
+
+  struct Entry {
+    uint64_t id;
+    std::unique_ptr<torvane::AbstractStream> stream;
+    // The last held message that goes to this stream as well.
+    uint64_t last_held = 0;
+    // OnCompleted has been called.
+    bool completing = false;
+    // The end frame is appended: nothing follows.
+    bool ended = false;
+  };
+  // A map whose entries stay in place: endpoints point to them.
+  using Entries = std::map<uint64_t, Entry>;
+
+  // What an Endpoint forwards.
+  bool Send(Entry& entry, const StreamMessage& message);
+  void Complete(Entry& entry);
+
+  absl::Status Refusal(const StreamOpenFrame& frame) const;
+  Entry* FindOpen(uint64_t id);
+  void Finish(Entries::iterator entry);
+  void ReapSoon();
+  void AppendEnd(uint64_t id, const absl::Status& status);
+  bool Joins(const Entry& entry, const StreamMessage& message) const;
+
+  Connection& connection_;
+  const ServedMethods& methods_;
+  const size_t max_streams_;
+  Counters& counters_;
+  Entries entries_;
+  // Those that have ended out of turn.
+  std::vector<uint64_t> ended_;
+
+  // The message held back, and to which streams it goes; none when there is
+  // none. Its number tells whether an entry is among them.
+  StreamDataFrame held_;
+  uint64_t held_number_ = 0;
+  // An upper bound for the size of its frame.
+  size_t held_bytes_ = 0;
+  StreamEndFrame end_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_SERVER_STREAMS_H_

@@ -1,0 +1,178 @@
+#include "core/common/rpc/transport/unix_socket.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "absl/strings/match.h"
+#include "core/common/rpc/transport/lab.h"
+
+namespace rpc::transport {
+namespace {
+
+class UnixSocket : public ::testing::Test {
+ protected:
+  UnixSocket() {
+    std::string pattern = "/tmp/lab.XXXXXX";
+    folder_ = mkdtemp(pattern.data());
+    path_ = folder_ + "/socket";
+  }
+  ~UnixSocket() override {
+    unlink(path_.c_str());
+    rmdir(folder_.c_str());
+  }
+
+  bool Exists() const {
+    struct stat file;
+    return lstat(path_.c_str(), &file) == 0;
+  }
+
+  std::string folder_;
+  std::string path_;
+};
+
+TEST_F(UnixSocket, ConnectsAClientToAServer) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  const auto client = Client::Connect(lab.loop, path_);
+  ASSERT_TRUE(client.ok()) << client.status();
+  EXPECT_EQ(CallText(**client, &lab::Lab_Stub::Echo, "hello").value(), "hello");
+}
+
+TEST_F(UnixSocket, IsForThisUserOnly) {
+  const auto listener = UnixListener::Open(path_);
+  ASSERT_TRUE(listener.ok());
+  struct stat file;
+  ASSERT_EQ(lstat(path_.c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600u);
+}
+
+TEST_F(UnixSocket, GoesWhenTheServerStops) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  EXPECT_TRUE(Exists());
+  lab.server->Stop();
+  EXPECT_FALSE(Exists());
+  EXPECT_EQ(Client::Connect(lab.loop, path_).status(),
+            absl::UnavailableError("there is no socket at " + path_ +
+                                   ": is the server up?"));
+}
+
+TEST_F(UnixSocket, GoesWithTheServer) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  lab.server.reset();
+  EXPECT_FALSE(Exists());
+}
+
+TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
+  auto first = UnixListener::Open(path_);
+  ASSERT_TRUE(first.ok());
+  unlink(path_.c_str());
+  const auto second = UnixListener::Open(path_);
+  ASSERT_TRUE(second.ok());
+  first->RemoveFile();
+  EXPECT_TRUE(Exists());
+}
+
+TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
+  auto dead = UnixListener::Open(path_);
+  ASSERT_TRUE(dead.ok());
+  close(dead->Release());
+  ASSERT_TRUE(Exists());
+  EXPECT_EQ(ConnectToUnixSocket(path_).status(),
+            absl::UnavailableError("nobody listens at " + path_ +
+                                   ": the server has gone"));
+
+  Lab lab;
+  EXPECT_TRUE(lab.server->Listen(path_).ok());
+  EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
+}
+
+TEST_F(UnixSocket, OfALiveServerIsLeftAlone) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  Server second(lab.loop);
+  EXPECT_EQ(second.Listen(path_),
+            absl::AlreadyExistsError("another server listens at " + path_ +
+                                     ": stop it or choose another path"));
+  EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
+}
+
+TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
+  std::ofstream(path_) << "precious";
+  EXPECT_EQ(UnixListener::Open(path_).status(),
+            absl::AlreadyExistsError(
+                path_ + " exists and is not a socket: choose another path"));
+  EXPECT_EQ(ConnectToUnixSocket(path_).status(),
+            absl::FailedPreconditionError(path_ + " is not a socket"));
+  EXPECT_TRUE(Exists());
+}
+
+TEST_F(UnixSocket, ItsPathHasALimitedLength) {
+  const std::string longest =
+      folder_ + "/" + std::string(107 - folder_.size() - 1, 'x');
+  EXPECT_TRUE(UnixListener::Open(longest).ok());
+  const std::string too_long = longest + "x";
+  const absl::Status expected =
+      absl::InvalidArgumentError("the socket path " + too_long +
+                                 " has 108 bytes; a socket's may have 107");
+  EXPECT_EQ(UnixListener::Open(too_long).status(), expected);
+  EXPECT_EQ(ConnectToUnixSocket(too_long).status(), expected);
+  EXPECT_EQ(UnixListener::Open("").status(),
+            absl::InvalidArgumentError("the path of the socket is empty"));
+}
+
+TEST_F(UnixSocket, NeedsItsFolder) {
+  const auto status = UnixListener::Open(folder_ + "/none/socket").status();
+  EXPECT_TRUE(absl::IsNotFound(status)) << status;
+  EXPECT_TRUE(absl::StrContains(status.message(), folder_ + "/none/socket"));
+}
+
+TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  const ScopedFd first(ends[0]);
+  const ScopedFd second(ends[1]);
+  const auto peer = PeerOfUnixSocket(first.get());
+  ASSERT_TRUE(peer.ok());
+  EXPECT_EQ(peer->pid, getpid());
+  EXPECT_EQ(peer->user, getuid());
+  EXPECT_FALSE(PeerOfUnixSocket(STDIN_FILENO + 1000).ok());
+}
+
+TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
+  ServerOptions options;
+  options.limits.accept_pause = std::chrono::milliseconds(1);
+  Lab lab(options);
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  asio::local::stream_protocol::socket waiting(lab.loop);
+  waiting.open();
+
+  // From here on the process has no descriptor left.
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = dup(STDERR_FILENO);
+  close(next);
+  const rlimit none = {static_cast<rlim_t>(next), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+
+  std::error_code error;
+  waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+  EXPECT_FALSE(error);
+  lab.RunUntil([&] { return lab.server->counters().accept_pauses >= 2; });
+  EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  lab.RunUntil(
+      [&] { return lab.server->counters().connections_accepted == 1; });
+}
+
+}  // namespace
+}  // namespace rpc::transport
