@@ -46,7 +46,7 @@ TEST(Handshake, AClientThatTakesNoWelcomeIsRefused) {
   RawPeer peer(lab.loop, lab.Connect());
   HelloFrame hello;
   hello.set_protocol_version(1);
-  hello.set_max_frame_bytes(100);
+  hello.set_max_frame_bytes(50);
   peer.Send(Frame::kHello, hello);
   EXPECT_EQ(peer.AwaitGoodbye(),
             absl::InvalidArgumentError(
