@@ -33,6 +33,7 @@ function(torvane_add_test name)
   endif()
   gtest_discover_tests(${name}
     TEST_PREFIX "${arg_LABEL}/${name}/"
+    NO_PRETTY_VALUES
     WORKING_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}
     DISCOVERY_TIMEOUT 60
     PROPERTIES LABELS ${label})

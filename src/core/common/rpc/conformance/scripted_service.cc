@@ -74,7 +74,8 @@ void ScriptedService::CallMethod(
 void ScriptedService::Serve(const Call& call, int method) {
   const std::string_view name = call.name;
   if (name == "SetTitle")
-    return SetTitle(static_cast<const WindowTitle&>(*call.request), call.done);
+    return KeepTitleOrAsk(static_cast<const WindowTitle&>(*call.request),
+                          call.done);
   if (name == "GetTitle") {
     static_cast<google::protobuf::StringValue&>(*call.response)
         .set_value(titles_[WindowOf(*call.request)]);
@@ -103,8 +104,8 @@ void ScriptedService::Serve(const Call& call, int method) {
   call.done->Run();
 }
 
-void ScriptedService::SetTitle(const WindowTitle& request,
-                               google::protobuf::Closure* done) {
+void ScriptedService::KeepTitleOrAsk(const WindowTitle& request,
+                                     google::protobuf::Closure* done) {
   const int64_t window = request.browser_id().value();
   if (request.title() == "command")
     return Ask<CanExecuteCommand>(window, done);

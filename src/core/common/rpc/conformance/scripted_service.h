@@ -43,7 +43,8 @@ class ScriptedService : public EveryUnaryMethod {
 
  private:
   void Serve(const Call& call, int method);
-  void SetTitle(const WindowTitle& request, google::protobuf::Closure* done);
+  void KeepTitleOrAsk(const WindowTitle& request,
+                      google::protobuf::Closure* done);
   template <typename T>
   void Ask(int64_t window, google::protobuf::Closure* done);
 
