@@ -142,6 +142,16 @@ TEST(MessageComparatorAllocation, NothingForMapsOfAnyKeyType) {
   ExpectNoAllocation(fixed, other);
 }
 
+TEST(MessageComparatorAllocation, NothingForTheSmallestMapOfTwoEntries) {
+  test::Maps key;
+  (*key.mutable_int32s())[0] = 0;
+  (*key.mutable_int32s())[1] = 0;
+  ASSERT_EQ(key.ByteSizeLong(), 12u);
+  test::Maps other = key;
+  (*other.mutable_int32s())[1] = 1;
+  ExpectNoAllocation(key, other);
+}
+
 TEST(MessageComparatorAllocation, NothingForMapsWithinSubMessages) {
   test::MapsWithin key;
   for (const int i : {3, 1, 2}) {

@@ -135,6 +135,7 @@ TEST(MessageComparatorMaps, UnknownFieldsAreNotTakenForSubMessages) {
   const char maps[] = "\x1A\x04\x08\x02\x10\x01\x1A\x04\x08\x01\x10\x01";
   unknown->AddLengthDelimited(1, maps);
   unknown->AddLengthDelimited(2, maps);
+  ASSERT_FALSE(message.has_maps());
   EXPECT_EQ(Sorted(message), DeterministicBytes(message));
 
   // What comes behind the unknown fields of a sub-message is sorted.
@@ -154,6 +155,9 @@ TEST(MessageComparatorMaps, ExtensionsPreventSorting) {
   EXPECT_EQ(Sorted(message), DeterministicBytes(message));
   message.MutableExtension(test::extra);
   EXPECT_EQ(Sorted(message), "not sortable");
+  test::ExtensibleWithin outer;
+  outer.mutable_extensible()->MutableExtension(test::extra);
+  EXPECT_EQ(Sorted(outer), "not sortable");
 }
 
 TEST(MessageComparatorMaps, UseIsThatOfTheTypesWithin) {

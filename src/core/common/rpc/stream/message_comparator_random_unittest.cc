@@ -194,8 +194,9 @@ class Prototypes {
     Add(test::Flat(), test::OtherFlat(), test::Nested(), test::Maps(),
         test::MapsWithin(), test::MapsWithinMaps(), test::Tree(),
         test::Forest(), test::Deep(), test::Packed(), test::Open(),
-        test::OpenValues(), test::Mandatory(), test::Extensible(),
-        test::Colours(), test::Grouped(), test::Set(), BrowserId());
+        test::OpenValues(), test::ExtensibleWithin(), test::Mandatory(),
+        test::Extensible(), test::Colours(), test::Grouped(), test::Set(),
+        BrowserId());
   }
 
   // Three of each type.

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <type_traits>
 
 #include "browser_id.pb.h"
@@ -76,6 +77,22 @@ TEST(MessageComparator, TypesWithEqualBytesAreNotEquivalent) {
     other.set_text(text);
     EXPECT_TRUE(Ordered(flat, other)) << text;
   }
+}
+
+// ThreadSanitizer sees whether the comparisons race.
+TEST(MessageComparator, MessagesMayBeComparedOnSeveralThreadsAtOnce) {
+  test::Maps a;
+  (*a.mutable_int32s())[1] = 1;
+  (*a.mutable_int32s())[2] = 2;
+  a.mutable_inner()->add_packed(1);
+  const test::Maps b = a;
+  const auto compare = [&] {
+    for (int i = 0; i < 1000; ++i)
+      EXPECT_TRUE(Equivalent(a, b));
+  };
+  std::thread other(compare);
+  compare();
+  other.join();
 }
 
 // --- Sizes -------------------------------------------------------------------
