@@ -342,6 +342,7 @@ void ClientCore::Close() {
   on_closed_ = nullptr;
   const absl::Status why = absl::CancelledError("the client was destroyed");
   FinishAllCalls(why);
+  streams_->CloseAll(why);
   connection_->Close(why);
 }
 

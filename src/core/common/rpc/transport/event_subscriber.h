@@ -1,0 +1,83 @@
+// Receives the events of one event method, for the keys that it subscribes to.
+//
+//   rpc::transport::EventSubscriber<rpc::BrowserWindowClosed> closed(
+//       *client, rpc::BrowserWindow::descriptor()->FindMethodByName(
+//                    "WhenBrowserWindowClosed"),
+//       [](const rpc::BrowserWindowClosed& event) { ... },
+//       [](const absl::Status& status) { ... });
+//   BrowserId window;
+//   window.set_value(7);
+//   closed.Subscribe(window);
+//
+// Ownership, sequence and failure are those of client_stream.h: the subscriber
+// is the user's, callbacks run on the loop and may destroy it, and the second
+// one says why there will be no more events. An event that does not parse is
+// passed over.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
+#define CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
+
+#include <google/protobuf/descriptor.h>
+
+#include <functional>
+#include <utility>
+
+#include "browser_id.pb.h"
+#include "core/common/rpc/transport/client.h"
+#include "core/common/rpc/transport/client_stream.h"
+#include "rpc/event_subscription.pb.h"
+#include "rpc/transport/stream_message.pb.h"
+
+namespace rpc::transport {
+
+// T is the event, the response type of the method.
+template <typename T>
+class EventSubscriber {
+ public:
+  using EventCallback = std::function<void(const T&)>;
+
+  // `on_end` may be null.
+  EventSubscriber(Client& client,
+                  const google::protobuf::MethodDescriptor* method,
+                  EventCallback on_event,
+                  ClientStream::EndCallback on_end = nullptr)
+      : stream_(
+            client,
+            method,
+            [on_event = std::move(on_event)](const StreamMessage& message) {
+              T event;
+              if (event.ParseFromString(message.payload())) {
+                on_event(event);
+              }
+            },
+            std::move(on_end)) {}
+
+  // From here on, or no longer, events about `key`. False when the stream is
+  // over.
+  bool Subscribe(const BrowserId& key) {
+    rpc::EventSubscription subscription;
+    *subscription.mutable_subscribe_to() = key;
+    return Send(subscription);
+  }
+  bool Unsubscribe(const BrowserId& key) {
+    rpc::EventSubscription subscription;
+    *subscription.mutable_unsubscribe_from() = key;
+    return Send(subscription);
+  }
+
+  // Wants no more events; the end callback comes when the server has agreed.
+  void End() { stream_.End(); }
+
+ private:
+  bool Send(const rpc::EventSubscription& subscription) {
+    StreamMessage message;
+    subscription.SerializeToString(message.mutable_payload());
+    return stream_.Send(message);
+  }
+
+  ClientStream stream_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
