@@ -116,7 +116,7 @@ absl::Status ClientCore::OnFrame(const FrameView& frame) {
 
 absl::Status ClientCore::OnWelcome(std::string_view body) {
   WelcomeFrame welcome;
-  const absl::Status status = ParseBody(body, &welcome);
+  absl::Status status = ParseBody(body, &welcome);
   if (!status.ok()) {
     return status;
   }
@@ -312,7 +312,7 @@ void ClientCore::FinishAllCalls(const absl::Status& status) {
 }
 
 absl::Status ClientCore::OnStreamData(std::string_view body) {
-  const absl::Status status = ParseBody(body, &data_frame_);
+  absl::Status status = ParseBody(body, &data_frame_);
   if (status.ok()) {
     streams_->OnData(data_frame_);
   }
@@ -321,7 +321,7 @@ absl::Status ClientCore::OnStreamData(std::string_view body) {
 
 absl::Status ClientCore::OnStreamEnd(std::string_view body) {
   StreamEndFrame end;
-  const absl::Status status = ParseBody(body, &end);
+  absl::Status status = ParseBody(body, &end);
   if (status.ok()) {
     streams_->OnEnd(end);
   }

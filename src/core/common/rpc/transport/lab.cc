@@ -180,7 +180,7 @@ void RawPeer::Close() {
   socket_.close(error);
 }
 
-Lab::Lab(ServerOptions options) : server(std::in_place, loop, options) {
+Lab::Lab(const ServerOptions& options) : server(std::in_place, loop, options) {
   server->AddService(&service);
 }
 

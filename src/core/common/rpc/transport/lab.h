@@ -136,7 +136,7 @@ class RawPeer {
 // runs on one loop in one thread.
 class Lab {
  public:
-  explicit Lab(ServerOptions options = {});
+  explicit Lab(const ServerOptions& options = {});
   ~Lab();
 
   // One end of a new connection, the other of which the server has.

@@ -6,8 +6,8 @@
 
 namespace rpc::transport {
 
-Server::Server(asio::io_context& loop, ServerOptions options)
-    : core_(std::make_shared<ServerCore>(loop, std::move(options))) {}
+Server::Server(asio::io_context& loop, const ServerOptions& options)
+    : core_(std::make_shared<ServerCore>(loop, options)) {}
 
 Server::~Server() {
   core_->Close();

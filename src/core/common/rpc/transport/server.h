@@ -55,7 +55,7 @@ struct ServerOptions {
 
 class Server {
  public:
-  explicit Server(asio::io_context& loop, ServerOptions options = {});
+  explicit Server(asio::io_context& loop, const ServerOptions& options = {});
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 

@@ -20,9 +20,9 @@ absl::Status Stopping() {
 
 }  // namespace
 
-ServerCore::ServerCore(asio::io_context& loop, ServerOptions options)
+ServerCore::ServerCore(asio::io_context& loop, const ServerOptions& options)
     : loop_(loop),
-      options_(std::move(options)),
+      options_(options),
       counters_(std::make_shared<Counters>()),
       calls_(std::make_shared<ServerCallPool>(loop, counters_)),
       acceptor_(loop),

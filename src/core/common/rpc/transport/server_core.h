@@ -23,7 +23,7 @@ namespace rpc::transport {
 // Shared between the Server and the operations of its acceptor under way.
 class ServerCore final : public std::enable_shared_from_this<ServerCore> {
  public:
-  ServerCore(asio::io_context& loop, ServerOptions options);
+  ServerCore(asio::io_context& loop, const ServerOptions& options);
   ~ServerCore();
 
   void AddService(torvane::Service* service) { methods_.Add(service); }

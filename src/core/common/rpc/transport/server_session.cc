@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kMaxNameBytes = 64;
 
 std::string Describe(const std::string& name, const UnixPeer& peer) {
-  const std::string process = absl::StrCat("pid ", peer.pid);
+  std::string process = absl::StrCat("pid ", peer.pid);
   if (name.empty()) {
     return process;
   }
@@ -69,7 +69,7 @@ absl::Status ServerSession::OnFrame(const FrameView& frame) {
     return absl::FailedPreconditionError(
         serving_ ? "a second hello" : "the first frame is not a hello");
   }
-  const absl::Status status = Handle(frame);
+  absl::Status status = Handle(frame);
   streams_->Reap();
   return status;
 }
@@ -101,7 +101,7 @@ absl::Status ServerSession::Handle(const FrameView& frame) {
 
 absl::Status ServerSession::OnHello(std::string_view body) {
   HelloFrame hello;
-  const absl::Status status = ParseBody(body, &hello);
+  absl::Status status = ParseBody(body, &hello);
   if (!status.ok()) {
     return status;
   }
@@ -129,7 +129,7 @@ absl::Status ServerSession::OnHello(std::string_view body) {
 }
 
 absl::Status ServerSession::OnCall(std::string_view body) {
-  const absl::Status status = ParseBody(body, &call_frame_);
+  absl::Status status = ParseBody(body, &call_frame_);
   if (!status.ok()) {
     return status;
   }
@@ -200,7 +200,7 @@ void ServerSession::OnCallExpired(ServerCall& call) {
 
 absl::Status ServerSession::OnCancel(std::string_view body) {
   CancelFrame cancel;
-  const absl::Status status = ParseBody(body, &cancel);
+  absl::Status status = ParseBody(body, &cancel);
   // Nobody there: the reply is on its way already.
   const auto call = calls_.find(cancel.call_id());
   if (status.ok() && call != calls_.end()) {
@@ -219,12 +219,12 @@ void ServerSession::GiveUp(ServerCall& call, const absl::Status& why) {
 
 absl::Status ServerSession::OnStreamOpen(std::string_view body) {
   StreamOpenFrame open;
-  const absl::Status status = ParseBody(body, &open);
+  absl::Status status = ParseBody(body, &open);
   return status.ok() ? streams_->OnOpen(open) : status;
 }
 
 absl::Status ServerSession::OnStreamData(std::string_view body) {
-  const absl::Status status = ParseBody(body, &data_frame_);
+  absl::Status status = ParseBody(body, &data_frame_);
   if (status.ok()) {
     streams_->OnData(data_frame_);
   }
@@ -233,7 +233,7 @@ absl::Status ServerSession::OnStreamData(std::string_view body) {
 
 absl::Status ServerSession::OnStreamError(std::string_view body) {
   StreamErrorFrame error;
-  const absl::Status status = ParseBody(body, &error);
+  absl::Status status = ParseBody(body, &error);
   if (status.ok()) {
     streams_->OnError(error);
   }
@@ -242,7 +242,7 @@ absl::Status ServerSession::OnStreamError(std::string_view body) {
 
 absl::Status ServerSession::OnStreamEnd(std::string_view body) {
   StreamEndFrame end;
-  const absl::Status status = ParseBody(body, &end);
+  absl::Status status = ParseBody(body, &end);
   if (status.ok()) {
     streams_->OnEnd(end);
   }
