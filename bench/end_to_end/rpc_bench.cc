@@ -1,0 +1,300 @@
+// The service between two processes, over the reference transport as it comes:
+// default options, default limits.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "bench/support/measurement.h"
+#include "bench/support/process_pair.h"
+#include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/callback_answerer.h"
+#include "core/common/rpc/transport/client.h"
+#include "core/common/rpc/transport/event_subscriber.h"
+#include "core/common/rpc/transport/question.h"
+#include "core/common/rpc/transport/server.h"
+#include "rpc/browser/browser_window.rpc.h"
+
+namespace {
+
+using bench::Fail;
+using bench::Measurement;
+using bench::Mode;
+using bench::ProcessPair;
+using google::protobuf::BoolValue;
+using google::protobuf::Closure;
+using google::protobuf::MethodDescriptor;
+using google::protobuf::RpcController;
+using rpc::transport::Client;
+using rpc::transport::ClientController;
+
+const MethodDescriptor* Method(const char* name) {
+  return rpc::BrowserWindowRpc::descriptor()->FindMethodByName(name);
+}
+
+BrowserId Window(int64_t value = bench::kWindow) {
+  BrowserId id;
+  id.set_value(value);
+  return id;
+}
+
+class WindowService final : public rpc::BrowserWindowRpc {
+ public:
+  void IsVisible(RpcController*,
+                 const BrowserId* request,
+                 BoolValue* response,
+                 Closure* done) override {
+    response->set_value(request->value() == bench::kWindow);
+    done->Run();
+  }
+
+  void Close(RpcController*,
+             const BrowserId* request,
+             BoolValue* response,
+             Closure* done) override {
+    rpc::BrowserWindowClosed event;
+    *event.mutable_browser_id() = *request;
+    event.set_reason(rpc::WINDOW_CLOSE_REASON_CALL);
+    event.set_title(bench::kTitle);
+    torvane::EventStream<rpc::BrowserWindowClosed>::Publish(*request, event);
+    response->set_value(true);
+    done->Run();
+  }
+
+  // A client that answers questions calls this when it has subscribed.
+  void Focus(RpcController*,
+             const BrowserId*,
+             google::protobuf::Empty*,
+             Closure* done) override {
+    done->Run();
+    on_ready_();
+  }
+
+  void set_on_ready(std::function<void()> on_ready) {
+    on_ready_ = std::move(on_ready);
+  }
+
+ private:
+  std::function<void()> on_ready_;
+};
+
+rpc::CloseWindow Question(int64_t window) {
+  rpc::CloseWindow question;
+  *question.mutable_browser_id() = Window(window);
+  question.mutable_question()->set_reason(rpc::WINDOW_CLOSE_REASON_USER);
+  return question;
+}
+
+// Puts one question after the other. The next one, about another window, leaves
+// with the turn of the loop that the answer came in on.
+class Questions {
+ public:
+  Questions(ProcessPair& pair, asio::io_context& loop)
+      : loop_(loop), measurement_(pair) {}
+
+  void AskNext() {
+    if (!measurement_.Next()) {
+      measurement_.Print();
+      loop_.stop();
+      return;
+    }
+    window_ ^= 1;
+    const bool asked = torvane::CallbackStream<rpc::CloseWindow>::Ask(
+        Question(window_),
+        {.response_callback = [this](rpc::CloseWindow&) { AskNext(); },
+         .error_callback =
+             [](torvane::StreamCallError) { Fail("a question failed"); }});
+    if (!asked)
+      Fail("nobody answers");
+  }
+
+  // The same with a deadline, as a browser would.
+  void AskNextWithin() {
+    if (!measurement_.Next()) {
+      measurement_.Print();
+      loop_.stop();
+      return;
+    }
+    rpc::transport::AskWithin<rpc::CloseWindow>(
+        loop_, std::chrono::seconds(5), Question(window_),
+        [this](rpc::transport::QuestionOutcome outcome,
+               const rpc::CloseWindow&) {
+          if (outcome != rpc::transport::QuestionOutcome::kAnswered)
+            Fail("a question was not answered");
+          AskNextWithin();
+        });
+  }
+
+ private:
+  asio::io_context& loop_;
+  Measurement measurement_;
+  int64_t window_ = bench::kWindow;
+};
+
+void Serve(ProcessPair& pair) {
+  asio::io_context loop(1);
+  WindowService service;
+  rpc::transport::Server server(loop);
+  server.AddService(&service);
+  Questions questions(pair, loop);
+  service.set_on_ready([&] {
+    asio::post(loop, [&] {
+      pair.mode() == Mode::kQuestion ? questions.AskNext()
+                                     : questions.AskNextWithin();
+    });
+  });
+  if (!server.Listen(pair.socket_path()).ok())
+    Fail("Listen");
+  pair.Signal();
+  loop.run();
+}
+
+std::unique_ptr<Client> Connect(asio::io_context& loop,
+                                const ProcessPair& pair) {
+  auto client = Client::Connect(loop, pair.socket_path());
+  if (!client.ok())
+    Fail(client.status().ToString());
+  return *std::move(client);
+}
+
+void MeasureUnary(ProcessPair& pair, Client& client) {
+  rpc::BrowserWindow_Stub windows(&client);
+  const BrowserId window = Window();
+  BoolValue visible;
+  ClientController controller;
+  Measurement measurement(pair);
+  while (measurement.Next()) {
+    windows.IsVisible(&controller, &window, &visible, nullptr);
+    if (controller.Failed() || !visible.value())
+      Fail("IsVisible");
+  }
+  measurement.Print();
+}
+
+// Starts itself again when it is over.
+class Call final : public Closure {
+ public:
+  using OnDone = std::function<bool()>;
+
+  Call(Client& client, OnDone on_done)
+      : windows_(&client), on_done_(std::move(on_done)) {}
+
+  void Start() { windows_.IsVisible(&controller_, &window_, &visible_, this); }
+
+  void Run() override {
+    if (controller_.Failed() || !visible_.value())
+      Fail("IsVisible");
+    if (on_done_())
+      Start();
+  }
+
+ private:
+  rpc::BrowserWindow_Stub windows_;
+  const OnDone on_done_;
+  const BrowserId window_ = Window();
+  ClientController controller_;
+  BoolValue visible_;
+};
+
+void MeasurePipelined(ProcessPair& pair,
+                      asio::io_context& loop,
+                      Client& client) {
+  Measurement measurement(pair, bench::kCallsInFlight);
+  int completed = 0;
+  int ended = 0;
+  bool running = true;
+  std::vector<std::unique_ptr<Call>> calls;
+  for (int i = 0; i < bench::kCallsInFlight; ++i) {
+    calls.push_back(std::make_unique<Call>(client, [&] {
+      if (running && ++completed % bench::kCallsInFlight == 0)
+        running = measurement.Next();
+      ended += running ? 0 : 1;
+      return running;
+    }));
+    calls.back()->Start();
+  }
+  while (ended < bench::kCallsInFlight)
+    loop.run_one();
+  measurement.Print();
+}
+
+void AnswerQuestions(asio::io_context& loop, Client& client) {
+  using Answerer = rpc::transport::CallbackAnswerer<rpc::CloseWindow>;
+  Answerer answerer(client, Method("OnCloseWindow"),
+                    [](const rpc::CloseWindow&, Answerer::Reply reply) {
+                      rpc::CloseWindow answer;
+                      answer.mutable_response()->set_allowed(true);
+                      if (!reply.Answer(std::move(answer)).ok())
+                        Fail("Answer");
+                    });
+  answerer.Subscribe(Window());
+  answerer.Subscribe(Window(bench::kWindow ^ 1));
+  rpc::BrowserWindow_Stub windows(&client);
+  const BrowserId window = Window();
+  google::protobuf::Empty nothing;
+  ClientController controller;
+  windows.Focus(&controller, &window, &nothing, nullptr);
+  loop.run();
+}
+
+void MeasureFanout(ProcessPair& pair, asio::io_context& loop) {
+  using Subscriber = rpc::transport::EventSubscriber<rpc::BrowserWindowClosed>;
+  int received = 0;
+  std::vector<std::unique_ptr<Client>> clients;
+  std::vector<std::unique_ptr<Subscriber>> subscribers;
+  for (int i = 0; i < bench::kConnections; ++i) {
+    clients.push_back(Connect(loop, pair));
+    for (int j = 0; j < bench::kStreamsPerConnection; ++j) {
+      subscribers.push_back(std::make_unique<Subscriber>(
+          *clients.back(), Method("WhenBrowserWindowClosed"),
+          [&received](const rpc::BrowserWindowClosed&) { ++received; }));
+      subscribers.back()->Subscribe(Window());
+    }
+    // Answered only after all that was sent before.
+    BoolValue visible;
+    ClientController controller;
+    const BrowserId window = Window();
+    rpc::BrowserWindow_Stub(clients.back().get())
+        .IsVisible(&controller, &window, &visible, nullptr);
+  }
+
+  rpc::BrowserWindow_Stub windows(clients.front().get());
+  const BrowserId window = Window();
+  BoolValue closed;
+  ClientController controller;
+  Measurement measurement(pair);
+  while (measurement.Next()) {
+    received = 0;
+    windows.Close(&controller, &window, &closed, nullptr);
+    while (received < bench::kStreams)
+      loop.run_one();
+  }
+  measurement.Print();
+}
+
+void CallServer(ProcessPair& pair) {
+  pair.Await();
+  asio::io_context loop(1);
+  if (pair.mode() == Mode::kFanout)
+    return MeasureFanout(pair, loop);
+  const std::unique_ptr<Client> client = Connect(loop, pair);
+  switch (pair.mode()) {
+    case Mode::kUnary:
+      return MeasureUnary(pair, *client);
+    case Mode::kPipelined:
+      return MeasurePipelined(pair, loop, *client);
+    default:
+      return AnswerQuestions(loop, *client);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return bench::RunPair(argc, argv, {.serve = Serve, .call = CallServer});
+}

@@ -1,0 +1,45 @@
+// Times an operation that is repeated until there is enough of it.
+//
+//   Measurement measurement(pair);
+//   while (measurement.Next())
+//     Operate();
+//   measurement.Print();
+//
+// Where operations end in callbacks, Next() belongs there. The first operations
+// warm caches and allocators up and are not counted. Print() writes one line of
+// JSON: nanoseconds for an operation (mean, median, 99th percentile), CPU time
+// of both processes for it, and operations per second.
+
+#ifndef BENCH_SUPPORT_MEASUREMENT_H_
+#define BENCH_SUPPORT_MEASUREMENT_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "bench/support/process_pair.h"
+
+namespace bench {
+
+class Measurement {
+ public:
+  // Next() is called once for `operations_per_lap` operations.
+  explicit Measurement(const ProcessPair& pair, int operations_per_lap = 1);
+
+  // An operation has ended, or is the first. True when another is to begin.
+  bool Next();
+
+  void Print();
+
+ private:
+  const ProcessPair& pair_;
+  const int operations_per_lap_;
+  int64_t warm_ = 0;
+  int64_t end_ = 0;
+  int64_t last_ = 0;
+  double cpu_time_ = 0;
+  std::vector<uint32_t> laps_;
+};
+
+}  // namespace bench
+
+#endif  // BENCH_SUPPORT_MEASUREMENT_H_

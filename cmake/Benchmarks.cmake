@@ -1,0 +1,23 @@
+# torvane_add_benchmark(<name> [SOURCES <file>...] [LIBS <target>...])
+#
+# A Google Benchmark program. SOURCES defaults to <name>.cc. Benchmarks are left
+# out of the ordinary build; the target "benchmarks" builds them all. Peers of
+# other makes are among them only where TORVANE_BENCHMARKS is on, since they
+# need packages that nothing else does. scripts/bench does it all.
+option(TORVANE_BENCHMARKS "Build the peers that the service is held against" OFF)
+find_package(benchmark QUIET)
+add_custom_target(benchmarks)
+
+function(torvane_add_benchmark name)
+  if(NOT benchmark_FOUND)
+    return()
+  endif()
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  if(NOT arg_SOURCES)
+    set(arg_SOURCES ${name}.cc)
+  endif()
+  add_executable(${name} EXCLUDE_FROM_ALL ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE
+    torvane_options ${arg_LIBS} benchmark::benchmark_main)
+  add_dependencies(benchmarks ${name})
+endfunction()
