@@ -35,8 +35,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 if(TORVANE_SANITIZER STREQUAL "address")
+  # Tail calls would drop the frames by which leak suppressions know their
+  # allocations.
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
-                      -fno-omit-frame-pointer)
+                      -fno-omit-frame-pointer -fno-optimize-sibling-calls)
   add_link_options(-fsanitize=address,undefined)
 elseif(TORVANE_SANITIZER STREQUAL "thread")
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)

@@ -6,8 +6,8 @@
 //   OpenStream ──> OnNext / OnError, any number ──> OnCompleted ──> destroyed
 //
 // Ownership: the transport owns the stream and destroys it through the virtual
-// destructor after OnCompleted, never from within one of the calls below. The
-// stream owns its channel for life.
+// destructor, from within Complete() at the earliest. The stream owns its
+// channel for life.
 //
 // Sequence: all calls, destruction included, come on the one sequence of the
 // service that opened the stream. See service.h.

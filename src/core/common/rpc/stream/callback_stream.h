@@ -131,8 +131,7 @@ class CallbackStream : public AbstractStream {
     }
   }
 
-  // The client could not answer one question. Only the window and the call id
-  // of the frame count.
+  // Fails the question that the frame's window and call id name.
   void OnError(rpc::transport::StreamMessage* message) override {
     const std::unique_ptr<T> frame = Decode(*message);
     EndCall(frame->browser_id(), message->call_id(),
@@ -142,6 +141,7 @@ class CallbackStream : public AbstractStream {
   }
 
   void OnCompleted() override {
+    is_completing_ = true;
     // Both loops below remove the entries that the lists name.
     std::vector<const google::protobuf::Message*> pending;
     for (const auto& [key, calls] : pending_calls_)
@@ -230,7 +230,11 @@ class CallbackStream : public AbstractStream {
   }
 
   bool Put(const T& question, StreamCall call) {
-    const google::protobuf::Message& key = question.browser_id();
+    // What is asked now would wait for an answer that nobody sends.
+    if (is_completing_)
+      return false;
+    // A copy, since the write may end whatever the question belongs to.
+    const auto key = question.browser_id();
     const int64_t call_id = next_call_id_++;
     rpc::transport::StreamMessage frame;
     frame.set_call_id(call_id);
@@ -270,6 +274,7 @@ class CallbackStream : public AbstractStream {
   const raw_ptr<const google::protobuf::MethodDescriptor> method_;
   PendingCalls pending_calls_;
   int64_t next_call_id_ = 1;
+  bool is_completing_ = false;
 };
 
 template <typename T>

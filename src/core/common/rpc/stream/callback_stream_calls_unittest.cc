@@ -243,12 +243,10 @@ TEST_F(CallsTest, CancellationIsForOneWindow) {
   EXPECT_EQ(PendingCalls(*stream, 8), 1u);
 }
 
-TEST_F(CallsTest, CancellationCallsACopyAndKeepsTheEntriesMeanwhile) {
+TEST_F(CallsTest, CancellationKeepsTheEntriesMeanwhile) {
   const auto stream = Open();
   std::vector<std::string> events;
   for (const int64_t id : {1, 2}) {
-    // The callable counts its own calls: a copy starts from what it was copied
-    // from.
     CallbackStreamTestPeer::Add(
         *stream, Window(7), id,
         {.response_callback = [](rpc::CloseWindow&) { ADD_FAILURE(); },
@@ -303,12 +301,20 @@ TEST_F(CallsTest, CompletionCancelsTheCallsOfEveryWindow) {
   const auto stream = Open();
   const auto other = Open();
   Subscription(*stream, 7, true);
+  Subscription(*stream, 8, true);
   Pend(*stream, 7, 1);
   Pend(*stream, 8, 2);
+  Pend(*stream, 9, 3);
+  // Taken over meanwhile.
   Subscription(*other, 8, true);
+
+  std::vector<std::string> in_the_tables_order;
+  for (const auto& [key, calls] : CallbackStreamTestPeer::PendingCalls(*stream))
+    in_the_tables_order.push_back(std::to_string(calls.begin()->first) +
+                                  " error 1");
   stream->OnCompleted();
-  EXPECT_THAT(endings_,
-              testing::UnorderedElementsAre("1 error 1", "2 error 1"));
+  EXPECT_EQ(in_the_tables_order.size(), 3u);
+  EXPECT_EQ(endings_, in_the_tables_order);
   EXPECT_EQ(StreamOf(8), other.get());
 }
 
@@ -394,6 +400,47 @@ TEST_F(AskTest, AnAnswerThatComesWithinTheWriteFindsItsQuestion) {
   };
   EXPECT_TRUE(Stream::Ask(QuestionAbout(7), Recorded("question")));
   EXPECT_THAT(endings_, ElementsAre("question answered"));
+  EXPECT_EQ(PendingWindows(*stream), 0u);
+}
+
+TEST_F(AskTest, ACallThatAFailedWriteHasEndedWasAskedAllTheSame) {
+  // A transport that completes the stream when it can't write to it.
+  class BrokenEndpoint : public StreamChannel::Endpoint {
+   public:
+    bool Send(const Frame&) override {
+      stream->OnCompleted();
+      return false;
+    }
+    void Complete() override {}
+    AbstractStream* stream = nullptr;
+  };
+  auto endpoint = std::make_unique<BrokenEndpoint>();
+  BrokenEndpoint* const broken = endpoint.get();
+  Stream stream(&service_, rpc::BrowserWindowRpc::descriptor()->method(40),
+                StreamChannel(std::move(endpoint)));
+  broken->stream = &stream;
+  stream.Subscribe(Window(7));
+  EXPECT_TRUE(Stream::Ask(QuestionAbout(7), Recorded("question")));
+  EXPECT_THAT(endings_, ElementsAre("question error 1"));
+}
+
+TEST_F(AskTest, IsRefusedByAStreamThatIsCompleting) {
+  const auto client = std::make_shared<FakeClient>();
+  const auto stream = Open(client);
+  Subscription(*stream, 7, true);
+  Subscription(*stream, 8, true);
+  bool asked = true;
+  CallbackStreamTestPeer::Add(*stream, Window(7), 1,
+                              {.response_callback = [](rpc::CloseWindow&) {},
+                               .error_callback =
+                                   [&](StreamCallError) {
+                                     asked = Stream::Ask(QuestionAbout(8),
+                                                         Recorded("question"));
+                                   }});
+  stream->OnCompleted();
+  EXPECT_FALSE(asked);
+  EXPECT_THAT(endings_, IsEmpty());
+  EXPECT_TRUE(client->frames.empty());
   EXPECT_EQ(PendingWindows(*stream), 0u);
 }
 

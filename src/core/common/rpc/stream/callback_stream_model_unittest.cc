@@ -74,16 +74,8 @@ class CallbackStreamModel {
     ASSERT_EQ(bindings.size(), Stream::stream_map_.size());
     ASSERT_EQ(bindings, bindings_);
 
-    for (Slot& slot : slots_) {
-      std::map<int64_t, std::map<int64_t, std::string>> pending;
-      for (const auto& [key, calls] :
-           CallbackStreamTestPeer::PendingCalls(*slot.stream)) {
-        const int64_t window = static_cast<const BrowserId*>(key)->value();
-        for (const auto& [id, call] : calls)
-          pending[window][id] = slot.pending[window][id];
-      }
-      ASSERT_EQ(pending, slot.pending);
-    }
+    for (const Slot& slot : slots_)
+      ASSERT_EQ(PendingIds(*slot.stream), ExpectedIds(slot));
   }
 
  private:
@@ -93,6 +85,30 @@ class CallbackStreamModel {
     // Window, call id, name of the question.
     std::map<int64_t, std::map<int64_t, std::string>> pending;
   };
+
+  using PendingCallIds = std::map<int64_t, std::set<int64_t>>;
+
+  // The ids of the calls that are pending, by window.
+  static PendingCallIds PendingIds(Stream& stream) {
+    PendingCallIds ids;
+    for (const auto& [key, calls] :
+         CallbackStreamTestPeer::PendingCalls(stream)) {
+      std::set<int64_t>& of_window =
+          ids[static_cast<const BrowserId*>(key)->value()];
+      for (const auto& [id, call] : calls)
+        of_window.insert(id);
+    }
+    return ids;
+  }
+
+  static PendingCallIds ExpectedIds(const Slot& slot) {
+    PendingCallIds ids;
+    for (const auto& [window, calls] : slot.pending) {
+      for (const auto& [id, name] : calls)
+        ids[window].insert(id);
+    }
+    return ids;
+  }
 
   int Pick(int n) {
     return std::uniform_int_distribution<int>(0, n - 1)(random_);
@@ -137,9 +153,12 @@ class CallbackStreamModel {
   }
 
   void ExpectCancellation(Slot& slot, int64_t window) {
-    for (const auto& [id, name] : slot.pending[window])
+    const auto calls = slot.pending.find(window);
+    if (calls == slot.pending.end())
+      return;
+    for (const auto& [id, name] : calls->second)
       expected_endings_.push_back(name + " error 1");
-    slot.pending.erase(window);
+    slot.pending.erase(calls);
   }
 
   void Ask(int64_t window) {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -65,6 +66,10 @@ TEST_F(CallbackStreamTest, OverridesTheOperationsOfItsBaseAndAddsNone) {
   EXPECT_EQ(SlotOf(&Stream::OnNext), kDestructorSlots);
   EXPECT_EQ(SlotOf(&Stream::OnError), kDestructorSlots + 1);
   EXPECT_EQ(SlotOf(&Stream::OnCompleted), kDestructorSlots + 2);
+  struct Next : Stream {
+    virtual void Operation() {}
+  };
+  EXPECT_EQ(SlotOf(&Next::Operation), kDestructorSlots + 3);
 }
 
 TEST_F(CallbackStreamTest, OpensWithoutBindingsOrCalls) {
@@ -184,11 +189,14 @@ TEST_F(CallbackStreamTest, TheStreamThatLostAWindowKeepsItsPendingCalls) {
 }
 
 TEST_F(CallbackStreamTest, AnyStreamCanReleaseAWindow) {
-  const auto owner = Open();
+  const auto client = std::make_shared<FakeClient>();
+  const auto owner = Open(client);
   const auto stranger = Open();
   Subscription(*owner, 7, true);
   Subscription(*stranger, 7, false);
   EXPECT_EQ(Bindings(), 0u);
+  EXPECT_TRUE(client->frames.empty());
+  EXPECT_EQ(client->completions, 0);
   owner->OnCompleted();
   EXPECT_EQ(Bindings(), 0u);
 }
@@ -241,6 +249,21 @@ TEST_F(CallbackStreamTest, AnUnsubscribeFrameCancelsWithoutASubscriptionToo) {
   Pend(*stream, 7, 1);
   Subscription(*stream, 7, false);
   EXPECT_THAT(endings_, ElementsAre("1 error 1"));
+}
+
+TEST_F(CallbackStreamTest, DecodesFramesWithTheResponsePrototype) {
+  class ResponsesOnly : public rpc::BrowserWindowRpc {
+    const Message& GetRequestPrototype(
+        const google::protobuf::MethodDescriptor*) const override {
+      abort();
+    }
+  } service;
+  Stream stream(&service, rpc::BrowserWindowRpc::descriptor()->method(40),
+                MakeChannel());
+  Subscription(stream, 7, true);
+  Fail(stream, 7, 1);
+  EXPECT_EQ(StreamOf(7), &stream);
+  stream.OnCompleted();
 }
 
 TEST_F(CallbackStreamTest, HandlesAFrameAsFarAsItParsed) {

@@ -12,11 +12,12 @@
 //
 //   torvane::EventStream<rpc::BrowserWindowClosed>::Publish(browser_id, event);
 //
-// Ownership: the transport owns the stream. The registry owns its keys, copies
-// made by Subscribe, and points to streams that it does not own. A stream that
-// completes leaves only the keys that it alone held; where others share the
-// key, its address stays behind in the set. Publish knows such addresses and
-// passes over them.
+// Ownership: the transport owns the stream, which must see OnCompleted before
+// it is destroyed. The registry owns its keys, copies made by Subscribe, and
+// points to streams that it does not own. A stream that completes leaves only
+// the keys that it alone held; where others share the key, its address stays
+// behind in the set. Such a subscription has lapsed: Publish passes over it,
+// also when a new stream is given the address.
 //
 // Sequence: everything here, destruction and Publish included, runs on the one
 // sequence of the service. Nothing is locked.
@@ -31,6 +32,7 @@
 #include <google/protobuf/message.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <utility>
@@ -57,16 +59,15 @@ class EventStream : public AbstractStream {
   EventStream(Service* service,
               const google::protobuf::MethodDescriptor* method,
               StreamChannel channel)
-      : AbstractStream(std::move(channel)), service_(service), method_(method) {
-    if (lingering().erase(this) != 0)
-      LeaveEveryKey();
-  }
+      : AbstractStream(std::move(channel)),
+        service_(service),
+        method_(method) {}
 
   ~EventStream() override = default;
 
   // Writes `event` to every stream subscribed to `key` and returns to how many
   // it was written. The event is serialised once. A stream whose client can no
-  // longer be reached does not count.
+  // longer be reached does not count. `key` stays the caller's.
   static size_t Publish(const google::protobuf::Message& key, const T& event) {
     const auto entry = stream_map_.find(&key);
     if (entry == stream_map_.end())
@@ -74,13 +75,17 @@ class EventStream : public AbstractStream {
 
     rpc::transport::StreamMessage frame;
     event.SerializeToString(frame.mutable_payload());
-    // A copy, since a write may have the transport complete a stream, which
-    // then leaves the set or stays in it as a lingering address.
+    // A copy, since a write may have the transport complete streams. Those that
+    // are no longer subscribed by then get nothing.
     const std::vector<EventStream*> streams(entry->second.begin(),
                                             entry->second.end());
+    const uint64_t changes_before = changes_;
     size_t written = 0;
     for (EventStream* stream : streams) {
-      if (!lingering().contains(stream) && stream->Send(frame))
+      const bool is_subscribed = changes_ == changes_before
+                                     ? !HasLapsed(entry->first, stream)
+                                     : IsSubscribed(key, stream);
+      if (is_subscribed && stream->Send(frame))
         ++written;
     }
     return written;
@@ -90,7 +95,8 @@ class EventStream : public AbstractStream {
 
   // Applies the subscription change that the frame carries, if any.
   void OnNext(rpc::transport::StreamMessage* message) override {
-    google::protobuf::Message* request = NewRequest();
+    google::protobuf::Message* request =
+        NewRequest(service_->GetRequestPrototype(method_));
     request->ParseFromString(message->payload());
 
     auto& subscription = static_cast<rpc::EventSubscription&>(*request);
@@ -112,11 +118,11 @@ class EventStream : public AbstractStream {
     std::set<const google::protobuf::Message*> held_alone;
     for (const auto& [key, streams] : stream_map_) {
       std::set<EventStream*> others = streams;
-      const bool subscribed = others.erase(this) != 0;
+      const bool is_subscribed = others.erase(this) != 0;
       if (others.empty())
         held_alone.insert(key);
-      else if (subscribed)
-        lingering().insert(this);
+      else if (is_subscribed)
+        Lapse(key);
     }
     for (const google::protobuf::Message* key : held_alone)
       Unsubscribe(*key);
@@ -133,6 +139,7 @@ class EventStream : public AbstractStream {
       entry = stream_map_.try_emplace(copy).first;
     }
     entry->second.insert(this);
+    Renew(entry->first);
   }
 
   // Removes this stream from the subscribers of `key`, and the key with its
@@ -141,6 +148,7 @@ class EventStream : public AbstractStream {
   void Unsubscribe(const google::protobuf::Message& key) {
     const auto entry = stream_map_.try_emplace(&key).first;
     entry->second.erase(this);
+    Renew(entry->first);
     if (!entry->second.empty())
       return;
 
@@ -153,29 +161,50 @@ class EventStream : public AbstractStream {
   static StreamMap stream_map_;
 
  private:
+  // A key of the registry and an address in its set.
+  using Subscription =
+      std::pair<const google::protobuf::Message*, const EventStream*>;
+
   // The message that a frame is parsed into. Nobody ever frees it: Unsubscribe
-  // may have deleted the key inside it.
-  [[gnu::noinline]] google::protobuf::Message* NewRequest() const {
-    return service_->GetRequestPrototype(method_).New();
+  // may have deleted the key inside it. Never inlined, so that leak detectors
+  // can tell this one allocation by name.
+  [[gnu::noinline]] static google::protobuf::Message* NewRequest(
+      const google::protobuf::Message& prototype) {
+    return prototype.New();
   }
 
-  // Completed streams whose addresses still stand in shared sets. A new stream
-  // may be given such an address by the allocator; it must not inherit the
-  // subscriptions. Never destroyed, since streams may outlive any static.
-  static std::set<const EventStream*>& lingering() {
-    static auto& streams = *new std::set<const EventStream*>;
-    return streams;
+  // This stream stays in the set of `key`, but is over.
+  void Lapse(const google::protobuf::Message* key) {
+    ++changes_;
+    if (!lapsed_)
+      lapsed_ = new std::set<Subscription>;
+    lapsed_->emplace(key, this);
   }
 
-  void LeaveEveryKey() {
-    std::vector<const google::protobuf::Message*> keys;
-    for (const auto& [key, streams] : stream_map_) {
-      if (streams.contains(this))
-        keys.push_back(key);
-    }
-    for (const google::protobuf::Message* key : keys)
-      Unsubscribe(*key);
+  // What this stream's address stands for in the set of `key` begins anew.
+  void Renew(const google::protobuf::Message* key) {
+    ++changes_;
+    if (lapsed_)
+      lapsed_->erase({key, this});
   }
+
+  static bool HasLapsed(const google::protobuf::Message* key,
+                        const EventStream* stream) {
+    return lapsed_ && lapsed_->contains({key, stream});
+  }
+
+  static bool IsSubscribed(const google::protobuf::Message& key,
+                           EventStream* stream) {
+    const auto entry = stream_map_.find(&key);
+    return entry != stream_map_.end() && entry->second.contains(stream) &&
+           !HasLapsed(entry->first, stream);
+  }
+
+  // The subscriptions that have lapsed; null while there was none. Never
+  // freed, since streams may outlive any static.
+  static inline constinit std::set<Subscription>* lapsed_ = nullptr;
+  // Counts what may have changed who is subscribed.
+  static inline constinit uint64_t changes_ = 0;
 
   const raw_ptr<Service> service_;
   const raw_ptr<const google::protobuf::MethodDescriptor> method_;

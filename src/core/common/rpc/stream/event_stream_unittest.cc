@@ -1,12 +1,13 @@
+// Subscriptions on event streams, and how a stream ends. Delivery has tests of
+// its own (event_stream_publish_unittest.cc).
+
 #include "core/common/rpc/stream/event_stream.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <set>
-#include <string>
-#include <utility>
 
+#include "core/common/rpc/stream/event_stream_test_support.h"
 #include "core/common/rpc/testing/allocation_counter.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
 #include "core/common/rpc/testing/virtual_slot.h"
@@ -16,76 +17,15 @@ namespace torvane {
 namespace {
 
 using google::protobuf::Message;
-using Stream = EventStream<rpc::BrowserWindowClosed>;
-using Streams = std::set<Stream*>;
-
-BrowserId Window(int64_t value) {
-  BrowserId id;
-  id.set_value(value);
-  return id;
-}
-
-class EventStreamTest : public testing::Test {
- protected:
-  // Descriptors are made when they are first needed, which tests that count
-  // allocations must not see.
-  EventStreamTest() { EXPECT_NE(BrowserId::descriptor(), nullptr); }
-
-  ~EventStreamTest() override {
-    for (const auto& [key, streams] : Stream::stream_map_)
-      delete key;
-    Stream::stream_map_.clear();
-  }
-
-  std::unique_ptr<Stream> Open(
-      std::shared_ptr<FakeClient> client = std::make_shared<FakeClient>()) {
-    return std::make_unique<Stream>(
-        &service_, rpc::BrowserWindowRpc::descriptor()->method(37),
-        MakeChannel(std::move(client)));
-  }
-
-  // A frame as the transport delivers it. Frames must outlive their handling
-  // only.
-  static void Deliver(Stream& stream, const std::string& payload) {
-    rpc::transport::StreamMessage frame;
-    frame.set_payload(payload);
-    frame.set_call_id(99);
-    const std::string before = frame.SerializeAsString();
-    stream.OnNext(&frame);
-    EXPECT_EQ(frame.SerializeAsString(), before);
-  }
-
-  static void Subscribe(Stream& stream, int64_t window) {
-    rpc::EventSubscription subscription;
-    *subscription.mutable_subscribe_to() = Window(window);
-    Deliver(stream, subscription.SerializeAsString());
-  }
-
-  static void Unsubscribe(Stream& stream, int64_t window) {
-    rpc::EventSubscription subscription;
-    *subscription.mutable_unsubscribe_from() = Window(window);
-    Deliver(stream, subscription.SerializeAsString());
-  }
-
-  // The streams subscribed to a window; none where there is no entry.
-  static Streams SubscribersOf(int64_t window) {
-    const BrowserId key = Window(window);
-    const auto entry = Stream::stream_map_.find(&key);
-    if (entry == Stream::stream_map_.end())
-      return {};
-    EXPECT_FALSE(entry->second.empty());
-    return entry->second;
-  }
-
-  static size_t Entries() { return Stream::stream_map_.size(); }
-
-  rpc::BrowserWindowRpc service_;
-};
 
 TEST_F(EventStreamTest, OverridesTheOperationsOfItsBaseAndAddsNone) {
   EXPECT_EQ(SlotOf(&Stream::OnNext), kDestructorSlots);
   EXPECT_EQ(SlotOf(&Stream::OnError), kDestructorSlots + 1);
   EXPECT_EQ(SlotOf(&Stream::OnCompleted), kDestructorSlots + 2);
+  struct Next : Stream {
+    virtual void Operation() {}
+  };
+  EXPECT_EQ(SlotOf(&Next::Operation), kDestructorSlots + 3);
   EXPECT_EQ(sizeof(Stream), sizeof(AbstractStream) + 2 * sizeof(void*));
 }
 
@@ -206,13 +146,40 @@ TEST_F(EventStreamTest, APayloadCountsAsFarAsItParsed) {
   EXPECT_EQ(Entries(), 1u);
 }
 
+// How many blocks stay allocated when a frame has been handled.
+ptrdiff_t BlocksLeftBy(AbstractStream& stream,
+                       const rpc::EventSubscription& subscription) {
+  rpc::transport::StreamMessage frame;
+  subscription.SerializeToString(frame.mutable_payload());
+  const ptrdiff_t before = CountAllocations().live();
+  stream.OnNext(&frame);
+  return CountAllocations().live() - before;
+}
+
 TEST_F(EventStreamTest, NeverFreesTheRequestOfAFrame) {
   const auto stream = Open();
-  Subscribe(*stream, 7);
-  rpc::transport::StreamMessage frame;
-  const ptrdiff_t before = CountAllocations().live();
-  stream->OnNext(&frame);
-  EXPECT_EQ(CountAllocations().live(), before + 1);
+  EXPECT_EQ(BlocksLeftBy(*stream, {}), 1);
+
+  rpc::EventSubscription subscribe;
+  *subscribe.mutable_subscribe_to() = Window(7);
+  stream->Subscribe(Window(7));
+  // The request and the key in it.
+  EXPECT_EQ(BlocksLeftBy(*stream, subscribe), 2);
+
+  rpc::EventSubscription unsubscribe;
+  *unsubscribe.mutable_unsubscribe_from() = Window(7);
+  const auto other = Open();
+  other->Subscribe(Window(7));
+  EXPECT_EQ(BlocksLeftBy(*other, unsubscribe), 2 - 1)
+      << "the request, its key, less the place in the set";
+}
+
+TEST_F(EventStreamTest, AnUnsubscribeFrameForAnUnknownKeyDestroysItsKey) {
+  const auto stream = Open();
+  rpc::EventSubscription unsubscribe;
+  *unsubscribe.mutable_unsubscribe_from() = Window(7);
+  // The request is left, without the key that it carried.
+  EXPECT_EQ(BlocksLeftBy(*stream, unsubscribe), 1);
 }
 
 TEST_F(EventStreamTest, IgnoresErrorsOfTheClient) {
@@ -295,120 +262,6 @@ TEST_F(EventStreamTest, DestructionDoesNotTouchTheRegistry) {
   Stream* const address = stream.get();
   stream.reset();
   EXPECT_EQ(SubscribersOf(7), Streams{address});
-}
-
-class PublishTest : public EventStreamTest {
- protected:
-  static rpc::BrowserWindowClosed Closed(int64_t window) {
-    rpc::BrowserWindowClosed event;
-    *event.mutable_browser_id() = Window(window);
-    return event;
-  }
-};
-
-TEST_F(PublishTest, WritesTheEventToEveryStreamOfTheKey) {
-  const auto first = std::make_shared<FakeClient>();
-  const auto second = std::make_shared<FakeClient>();
-  const auto elsewhere = std::make_shared<FakeClient>();
-  const auto stream = Open(first);
-  const auto other = Open(second);
-  const auto unconcerned = Open(elsewhere);
-  Subscribe(*stream, 7);
-  Subscribe(*other, 7);
-  Subscribe(*unconcerned, 8);
-
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 2u);
-  for (const auto& client : {first, second}) {
-    ASSERT_EQ(client->frames.size(), 1u);
-    EXPECT_EQ(client->frames[0].payload(), Closed(7).SerializeAsString());
-    EXPECT_EQ(client->frames[0].call_id(), 0);
-  }
-  EXPECT_TRUE(elsewhere->frames.empty());
-}
-
-TEST_F(PublishTest, ReachesNobodyWhereNobodySubscribed) {
-  const auto stream = Open();
-  Subscribe(*stream, 8);
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 0u);
-  EXPECT_EQ(Entries(), 1u);
-}
-
-TEST_F(PublishTest, DoesNotCountClientsThatCanNoLongerBeReached) {
-  const auto client = std::make_shared<FakeClient>();
-  const auto stream = Open(client);
-  const auto other = Open();
-  Subscribe(*stream, 7);
-  Subscribe(*other, 7);
-  client->reachable = false;
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
-}
-
-TEST_F(PublishTest, PassesOverStreamsThatCompletedUnderASharedKey) {
-  const auto client = std::make_shared<FakeClient>();
-  auto stream = Open(client);
-  const auto other = Open();
-  Subscribe(*stream, 7);
-  Subscribe(*other, 7);
-  stream->OnCompleted();
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
-  stream.reset();
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
-  EXPECT_TRUE(client->frames.empty());
-}
-
-TEST_F(PublishTest, ANewStreamDoesNotInheritTheKeysOfItsAddress) {
-  alignas(Stream) char memory[sizeof(Stream)];
-  const auto other = Open();
-  const auto* method = rpc::BrowserWindowRpc::descriptor()->method(37);
-  Stream* stream = new (memory) Stream(&service_, method, MakeChannel());
-  stream->Subscribe(Window(1));
-  stream->Subscribe(Window(2));
-  other->Subscribe(Window(1));
-  other->Subscribe(Window(2));
-  stream->OnCompleted();
-  other->Unsubscribe(Window(2));
-  stream->~Stream();
-  ASSERT_EQ(SubscribersOf(1).size(), 2u);
-  ASSERT_EQ(SubscribersOf(2), Streams{stream});
-
-  const auto client = std::make_shared<FakeClient>();
-  stream = new (memory) Stream(&service_, method, MakeChannel(client));
-  EXPECT_EQ(SubscribersOf(1), Streams{other.get()});
-  EXPECT_TRUE(SubscribersOf(2).empty());
-  stream->Subscribe(Window(2));
-  EXPECT_EQ(Stream::Publish(Window(1), Closed(1)), 1u);
-  EXPECT_EQ(Stream::Publish(Window(2), Closed(2)), 1u);
-  EXPECT_EQ(client->frames.size(), 1u);
-  stream->OnCompleted();
-  stream->~Stream();
-}
-
-TEST_F(PublishTest, SurvivesStreamsThatAWriteCompletes) {
-  const auto client = std::make_shared<FakeClient>();
-  const std::unique_ptr<Stream> streams[] = {Open(client), Open(client),
-                                             Open(client)};
-  for (const auto& stream : streams)
-    Subscribe(*stream, 7);
-  bool is_first_write = true;
-  client->on_frame = [&](const rpc::transport::StreamMessage&) {
-    if (!std::exchange(is_first_write, false))
-      return;
-    for (const auto& stream : streams)
-      stream->OnCompleted();
-  };
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
-  EXPECT_EQ(client->completions, 3);
-}
-
-TEST_F(PublishTest, SurvivesTheLastSubscribersCompletionByAWrite) {
-  const auto client = std::make_shared<FakeClient>();
-  const auto stream = Open(client);
-  Subscribe(*stream, 7);
-  client->on_frame = [&](const rpc::transport::StreamMessage&) {
-    stream->OnCompleted();
-  };
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
-  EXPECT_EQ(Entries(), 0u);
 }
 
 }  // namespace
