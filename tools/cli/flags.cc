@@ -1,0 +1,134 @@
+#include "tools/cli/flags.h"
+
+#include <cmath>
+#include <utility>
+
+#include "absl/strings/match.h"
+#include "absl/strings/numbers.h"
+#include "absl/strings/str_cat.h"
+#include "absl/strings/strip.h"
+#include "tools/cli/nearest_name.h"
+
+namespace cli {
+namespace {
+
+constexpr double kMinimumSeconds = 0.001;
+constexpr double kMaximumSeconds = 24 * 60 * 60;
+
+}  // namespace
+
+void Flags::AddSwitch(const std::string& name, bool* is_set) {
+  flags_[name] = {.takes_value = false, .set = [is_set](const std::string&) {
+                    *is_set = true;
+                    return "";
+                  }};
+}
+
+void Flags::AddText(const std::string& name, std::string* value) {
+  flags_[name].set = [value](const std::string& text) {
+    *value = text;
+    return "";
+  };
+}
+
+void Flags::AddText(const std::string& name,
+                    std::optional<std::string>* value) {
+  flags_[name].set = [value](const std::string& text) {
+    *value = text;
+    return "";
+  };
+}
+
+void Flags::AddInteger(const std::string& name,
+                       int minimum,
+                       int maximum,
+                       int* value) {
+  flags_[name].set = [=](const std::string& text) -> std::string {
+    int number;
+    if (!absl::SimpleAtoi(text, &number) || number < minimum ||
+        number > maximum) {
+      return absl::StrCat("is not a whole number from ", minimum, " to ",
+                          maximum);
+    }
+    *value = number;
+    return "";
+  };
+}
+
+void Flags::AddSeconds(const std::string& name,
+                       std::chrono::milliseconds* value) {
+  flags_[name].set = [value](const std::string& text) -> std::string {
+    double seconds;
+    // Written so that "nan" is refused as well.
+    if (!absl::SimpleAtod(text, &seconds) ||
+        !(seconds >= kMinimumSeconds && seconds <= kMaximumSeconds)) {
+      return absl::StrCat("is not a number of seconds from ", kMinimumSeconds,
+                          " to ", kMaximumSeconds);
+    }
+    *value = std::chrono::milliseconds(std::lround(seconds * 1000));
+    return "";
+  };
+}
+
+absl::StatusOr<std::vector<std::string>> Flags::Parse(
+    int argc,
+    const char* const* argv) const {
+  std::vector<std::string> arguments;
+  const char* const* const end = argv + argc;
+  for (const char* const* next = argv + 1; next < end;) {
+    std::string_view word = *next++;
+    if (word == "--") {
+      arguments.insert(arguments.end(), next, end);
+      break;
+    }
+    if (!absl::ConsumePrefix(&word, "--")) {
+      arguments.emplace_back(word);
+      continue;
+    }
+    if (absl::Status status = Set(word, next, end); !status.ok())
+      return status;
+  }
+  return arguments;
+}
+
+// `flag` is what follows the dashes; `next` is behind it and moves on over a
+// value of its own.
+absl::Status Flags::Set(std::string_view flag,
+                        const char* const*& next,
+                        const char* const* end) const {
+  const size_t equals = flag.find('=');
+  const std::string_view name = flag.substr(0, equals);
+  const auto it = flags_.find(name);
+  if (it == flags_.end()) {
+    std::vector<std::string> names;
+    for (const auto& [known, unused] : flags_)
+      names.push_back(absl::StrCat("--", known));
+    return absl::InvalidArgumentError(
+        absl::StrCat("There is no flag --", name, ".",
+                     DidYouMean(absl::StrCat("--", name), names)));
+  }
+
+  std::string value;
+  const bool has_value = equals != std::string_view::npos;
+  if (has_value && !it->second.takes_value) {
+    return absl::InvalidArgumentError(
+        absl::StrCat("The flag --", name, " takes no value."));
+  }
+  if (has_value) {
+    value = flag.substr(equals + 1);
+  } else if (it->second.takes_value) {
+    if (next == end) {
+      return absl::InvalidArgumentError(
+          absl::StrCat("The flag --", name, " needs a value."));
+    }
+    value = *next++;
+  }
+
+  const std::string fault = it->second.set(value);
+  if (fault.empty())
+    return absl::OkStatus();
+  return absl::InvalidArgumentError(
+      absl::StrCat("The value of --", name, ", '", value, "', ", fault, "."));
+}
+
+}  // namespace cli

@@ -1,0 +1,80 @@
+// Reads the command line of a program whose exit codes mean something.
+//
+// Abseil's flags end the process with their own exit code on --help and on
+// errors, and list flags of the libraries; here the program decides.
+//
+//   std::string socket = cli::DefaultSocketPath();
+//   int windows = 3;
+//   cli::Flags flags;
+//   flags.AddText("socket", &socket);
+//   flags.AddInteger("windows", 0, 100, &windows);
+//   absl::StatusOr<std::vector<std::string>> arguments =
+//       flags.Parse(argc, argv);
+//
+// Both "--name value" and "--name=value" are read, before and between the
+// arguments; "--" ends the flags. What begins with a single dash is an
+// argument.
+//
+// Ownership: the caller owns the variables, which must outlive the flags.
+//
+// Sequence: any one at a time.
+//
+// Failure: INVALID_ARGUMENT with a text for the user; flags in front of the
+// faulty one are set then.
+
+#ifndef TOOLS_CLI_FLAGS_H_
+#define TOOLS_CLI_FLAGS_H_
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "absl/status/statusor.h"
+
+namespace cli {
+
+class Flags {
+ public:
+  // A flag that is there or not, and takes no value.
+  void AddSwitch(const std::string& name, bool* is_set);
+
+  void AddText(const std::string& name, std::string* value);
+  void AddText(const std::string& name, std::optional<std::string>* value);
+
+  // Within [minimum, maximum].
+  void AddInteger(const std::string& name,
+                  int minimum,
+                  int maximum,
+                  int* value);
+
+  // Seconds, with a fraction if need be, of at least a millisecond and at most
+  // a day.
+  void AddSeconds(const std::string& name, std::chrono::milliseconds* value);
+
+  // Sets the variables and returns the arguments in their order, without the
+  // program's name.
+  absl::StatusOr<std::vector<std::string>> Parse(int argc,
+                                                 const char* const* argv) const;
+
+ private:
+  struct Flag {
+    bool takes_value = true;
+    // Returns what is wrong with the value, or nothing.
+    std::function<std::string(const std::string&)> set;
+  };
+
+  absl::Status Set(std::string_view flag,
+                   const char* const*& next,
+                   const char* const* end) const;
+
+  std::map<std::string, Flag, std::less<>> flags_;
+};
+
+}  // namespace cli
+
+#endif  // TOOLS_CLI_FLAGS_H_
