@@ -1,0 +1,339 @@
+#include "examples/window_host/browser.h"
+
+#include <optional>
+
+#include "examples/window_host/host_test_support.h"
+#include "gmock/gmock.h"
+#include "gtest/gtest.h"
+
+namespace window_host {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr auto kBlink = std::chrono::milliseconds(1);
+
+rpc::CloseWindow::Response MayClose(bool allowed) {
+  rpc::CloseWindow::Response response;
+  response.set_allowed(allowed);
+  return response;
+}
+
+class BrowserTest : public ::testing::Test {
+ protected:
+  BrowserTest() {
+    host_.desktop.Open();
+    host_.desktop.Open();
+  }
+
+  void UserCloses(int64_t id) {
+    host_.browser.CloseWindow(id, rpc::WINDOW_CLOSE_REASON_USER,
+                              [this](const absl::StatusOr<Decision>& closed) {
+                                ++settled_;
+                                closed_ = closed;
+                              });
+  }
+
+  bool IsOpen(int64_t id) { return host_.desktop.Inspect(id).ok(); }
+
+  TestHost host_;
+  int settled_ = 0;
+  absl::StatusOr<Decision> closed_ = absl::UnknownError("not settled");
+};
+
+TEST_F(BrowserTest, WindowClosesWhenNobodyAnswersForIt) {
+  UserCloses(1);
+  EXPECT_EQ(0, settled_);
+  host_.RunReady();
+  EXPECT_EQ(1, settled_);
+  EXPECT_TRUE(closed_->allowed);
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, closed_->ground);
+  EXPECT_FALSE(IsOpen(1));
+  EXPECT_TRUE(IsOpen(2));
+}
+
+TEST_F(BrowserTest, QuestionSaysWhichWindowAndWhyItIsToClose) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  ASSERT_THAT(client.Received(), SizeIs(1));
+  EXPECT_EQ(1, client.Received()[0].browser_id().value());
+  EXPECT_EQ(rpc::WINDOW_CLOSE_REASON_USER,
+            client.Received()[0].question().reason());
+}
+
+TEST_F(BrowserTest, WindowStaysOpenWhenItsClientDoesNotAllowClosing) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  client.Answer(MayClose(false));
+  host_.RunReady();
+  EXPECT_EQ(1, settled_);
+  EXPECT_FALSE(closed_->allowed);
+  EXPECT_EQ(QuestionOutcome::kAnswered, closed_->ground);
+  EXPECT_TRUE(IsOpen(1));
+}
+
+TEST_F(BrowserTest, WindowClosesOnlyAfterItsClientAllowsThat) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  host_.RunReady();
+  EXPECT_EQ(0, settled_);
+  EXPECT_TRUE(IsOpen(1));
+  client.Answer(MayClose(true));
+  host_.RunReady();
+  EXPECT_EQ(1, settled_);
+  EXPECT_TRUE(closed_->allowed);
+  EXPECT_FALSE(IsOpen(1));
+}
+
+TEST_F(BrowserTest, WindowClosesWhenItsClientFails) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  client.Refuse();
+  host_.RunReady();
+  EXPECT_TRUE(closed_->allowed);
+  EXPECT_EQ(QuestionOutcome::kClientFailed, closed_->ground);
+  EXPECT_FALSE(IsOpen(1));
+}
+
+TEST_F(BrowserTest, WindowClosesWhenItsClientLeaves) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  client.End();
+  host_.RunReady();
+  EXPECT_TRUE(closed_->allowed);
+  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->ground);
+  EXPECT_FALSE(IsOpen(1));
+}
+
+TEST_F(BrowserTest, WindowClosesWhenItsClientAnswersTooLate) {
+  TestHost host(kBlink);
+  host.desktop.Open();
+  TestStream<rpc::CloseWindow> client(host.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  std::vector<Decision> decisions;
+  host.browser.CloseWindow(1, rpc::WINDOW_CLOSE_REASON_USER,
+                           [&](const absl::StatusOr<Decision>& closed) {
+                             decisions.push_back(*closed);
+                           });
+  host.RunToEnd();
+  client.Answer(MayClose(false));
+  host.RunReady();
+  ASSERT_THAT(decisions, SizeIs(1));
+  EXPECT_TRUE(decisions[0].allowed);
+  EXPECT_EQ(QuestionOutcome::kTooLate, decisions[0].ground);
+  EXPECT_FALSE(host.desktop.Inspect(1).ok());
+}
+
+TEST_F(BrowserTest, AnsweredQuestionDoesNotWaitForItsDeadline) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  UserCloses(1);
+  client.Answer(MayClose(true));
+  host_.RunToEnd();
+  EXPECT_EQ(1, settled_);
+}
+
+TEST_F(BrowserTest, UnknownWindowIsSaidAtOnceAndNobodyIsAsked) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(7);
+  UserCloses(7);
+  EXPECT_EQ(1, settled_);
+  EXPECT_EQ(absl::NotFoundError("No window 7."), closed_.status());
+  EXPECT_THAT(client.Received(), IsEmpty());
+}
+
+TEST_F(BrowserTest, SecondCloseUnderWayFindsTheWindowGone) {
+  UserCloses(1);
+  UserCloses(1);
+  host_.RunReady();
+  EXPECT_EQ(2, settled_);
+  EXPECT_EQ(absl::NotFoundError("No window 1."), closed_.status());
+}
+
+TEST_F(BrowserTest, FunctionMayCloseTheSameWindowAgainAndEndItsClient) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  host_.browser.CloseWindow(1, rpc::WINDOW_CLOSE_REASON_USER,
+                            [&](const absl::StatusOr<Decision>&) {
+                              UserCloses(1);
+                              client.End();
+                            });
+  client.Answer(MayClose(false));
+  host_.RunReady();
+  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->ground);
+  EXPECT_FALSE(IsOpen(1));
+}
+
+TEST_F(BrowserTest, ClosedWindowIsToldToThoseWhoWantToKnow) {
+  TestStream<rpc::BrowserWindowClosed> watcher(host_.service,
+                                               kWhenBrowserWindowClosed);
+  rpc::EventSubscription subscription;
+  subscription.mutable_subscribe_to()->set_value(1);
+  watcher.Send(subscription);
+  (*host_.desktop.Look(1))->title = "Inbox";
+  UserCloses(2);
+  UserCloses(1);
+  host_.RunReady();
+  ASSERT_THAT(watcher.Received(), SizeIs(1));
+  EXPECT_EQ(1, watcher.Received()[0].browser_id().value());
+  EXPECT_EQ(rpc::WINDOW_CLOSE_REASON_USER, watcher.Received()[0].reason());
+  EXPECT_EQ("Inbox", watcher.Received()[0].title());
+}
+
+TEST_F(BrowserTest, ShutdownClosesAllWindowsWithoutAsking) {
+  TestStream<rpc::CloseWindow> client(host_.service, kOnCloseWindow);
+  client.AnswerFor(1);
+  TestStream<rpc::BrowserWindowClosed> watcher(host_.service,
+                                               kWhenBrowserWindowClosed);
+  rpc::EventSubscription subscription;
+  subscription.mutable_subscribe_to()->set_value(1);
+  watcher.Send(subscription);
+  host_.browser.Shutdown();
+  EXPECT_THAT(host_.desktop.stacking(), IsEmpty());
+  EXPECT_THAT(client.Received(), IsEmpty());
+  ASSERT_THAT(watcher.Received(), SizeIs(1));
+  EXPECT_EQ(rpc::WINDOW_CLOSE_REASON_SHUTDOWN, watcher.Received()[0].reason());
+}
+
+class CommandTest : public BrowserTest {
+ protected:
+  CommandTest() { client_.AnswerFor(1); }
+
+  void UserWants(int64_t id, const std::string& command) {
+    host_.browser.ExecuteCommand(
+        id, command,
+        [this](const absl::StatusOr<Decision>& done) { executed_ = done; });
+  }
+
+  void Answer(bool allowed) {
+    rpc::CanExecuteCommand::Response response;
+    response.set_allowed(allowed);
+    client_.Answer(response);
+    host_.RunReady();
+  }
+
+  TestStream<rpc::CanExecuteCommand> client_{host_.service,
+                                             kOnCanExecuteCommand};
+  absl::StatusOr<Decision> executed_ = absl::UnknownError("not settled");
+};
+
+TEST_F(CommandTest, QuestionNamesTheCommand) {
+  UserWants(1, "reload");
+  ASSERT_THAT(client_.Received(), SizeIs(1));
+  EXPECT_EQ("reload", client_.Received()[0].question().command().name());
+  EXPECT_EQ(3, client_.Received()[0].question().command().id());
+}
+
+TEST_F(CommandTest, ClientDecides) {
+  UserWants(1, "reload");
+  Answer(false);
+  EXPECT_FALSE(executed_->allowed);
+  UserWants(1, "reload");
+  Answer(true);
+  EXPECT_TRUE(executed_->allowed);
+}
+
+TEST_F(CommandTest, CommandIsExecutedWhenNobodyAnswersForTheWindow) {
+  UserWants(2, "reload");
+  host_.RunReady();
+  EXPECT_TRUE(executed_->allowed);
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, executed_->ground);
+}
+
+TEST_F(CommandTest, UnknownCommandIsAnsweredWithTheNearestName) {
+  UserWants(1, "relod");
+  EXPECT_EQ(absl::InvalidArgumentError(
+                "There is no command relod. Did you mean reload?"),
+            executed_.status());
+  EXPECT_THAT(client_.Received(), IsEmpty());
+}
+
+TEST_F(CommandTest, UnknownWindowIsAnError) {
+  UserWants(7, "reload");
+  EXPECT_EQ(absl::NotFoundError("No window 7."), executed_.status());
+}
+
+TEST_F(CommandTest, WindowThatClosedMeanwhileIsAnError) {
+  UserWants(1, "reload");
+  ASSERT_TRUE(host_.desktop.Close(1).ok());
+  Answer(true);
+  EXPECT_EQ(absl::NotFoundError("No window 1."), executed_.status());
+}
+
+class MenuTest : public BrowserTest {
+ protected:
+  MenuTest() { client_.AnswerFor(1); }
+
+  void UserOpensMenu(int64_t id) {
+    host_.browser.OpenContextMenu(
+        id, 40, 60, [this](const absl::StatusOr<Menu>& menu) { menu_ = menu; });
+  }
+
+  void Answer(bool handled, std::vector<int> omitted) {
+    rpc::ShowContextMenu::Response response;
+    response.set_handled(handled);
+    response.mutable_omitted_command_ids()->Add(omitted.begin(), omitted.end());
+    client_.Answer(response);
+    host_.RunReady();
+  }
+
+  TestStream<rpc::ShowContextMenu> client_{host_.service, kOnShowContextMenu};
+  absl::StatusOr<Menu> menu_ = absl::UnknownError("not settled");
+};
+
+TEST_F(MenuTest, QuestionSaysWhereAndProposesTheMenu) {
+  UserOpensMenu(1);
+  ASSERT_THAT(client_.Received(), SizeIs(1));
+  const rpc::ShowContextMenu::Question question =
+      client_.Received()[0].question();
+  EXPECT_EQ(40, question.x());
+  EXPECT_EQ(60, question.y());
+  ASSERT_THAT(question.commands(), SizeIs(6));
+  EXPECT_EQ(1, question.commands(0).id());
+  EXPECT_EQ("back", question.commands(0).name());
+}
+
+TEST_F(MenuTest, MenuOpensWholeWhenNobodyAnswersForTheWindow) {
+  UserOpensMenu(2);
+  host_.RunReady();
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, menu_->ground);
+  EXPECT_FALSE(menu_->is_clients);
+  EXPECT_THAT(menu_->commands, ElementsAre("back", "forward", "reload", "copy",
+                                           "paste", "print"));
+}
+
+TEST_F(MenuTest, ClientLeavesCommandsOut) {
+  UserOpensMenu(1);
+  Answer(false, {2, 4, 99});
+  EXPECT_EQ(QuestionOutcome::kAnswered, menu_->ground);
+  EXPECT_THAT(menu_->commands, ElementsAre("back", "reload", "paste", "print"));
+}
+
+TEST_F(MenuTest, ClientShowsAMenuOfItsOwn) {
+  UserOpensMenu(1);
+  Answer(true, {});
+  EXPECT_TRUE(menu_->is_clients);
+  EXPECT_THAT(menu_->commands, IsEmpty());
+}
+
+TEST_F(MenuTest, WindowThatClosedMeanwhileIsAnError) {
+  UserOpensMenu(1);
+  ASSERT_TRUE(host_.desktop.Close(1).ok());
+  Answer(false, {});
+  EXPECT_EQ(absl::NotFoundError("No window 1."), menu_.status());
+}
+
+TEST_F(MenuTest, UnknownWindowIsAnError) {
+  UserOpensMenu(7);
+  EXPECT_EQ(absl::NotFoundError("No window 7."), menu_.status());
+}
+
+}  // namespace
+}  // namespace window_host
