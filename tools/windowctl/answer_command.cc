@@ -1,0 +1,119 @@
+#include <unistd.h>
+
+#include <memory>
+#include <utility>
+
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/callback_answerer.h"
+#include "rpc/browser/browser_window.pb.h"
+#include "tools/windowctl/answer_source.h"
+#include "tools/windowctl/commands.h"
+#include "tools/windowctl/json.h"
+#include "tools/windowctl/method_table.h"
+#include "tools/windowctl/stream_session.h"
+
+namespace windowctl {
+namespace {
+
+using google::protobuf::MethodDescriptor;
+
+std::unique_ptr<AnswerSource> MakeSource(const Options& options,
+                                         asio::io_context& loop,
+                                         std::function<void()> on_exhausted) {
+  if (options.with)
+    return MakeFixedAnswers(*options.with);
+  if (options.exec)
+    return MakeCommandAnswers(loop, *options.exec);
+  return MakeLineAnswers(loop, STDIN_FILENO, std::move(on_exhausted));
+}
+
+// T is the message of the method. A question without a usable answer is
+// refused, so that the host need not wait for its deadline.
+template <typename T>
+class QuestionAnswerer {
+ public:
+  QuestionAnswerer(StreamSession& session,
+                   const MethodDescriptor* method,
+                   const Options& options)
+      : source_(MakeSource(options, session.loop(), [this] { End(); })),
+        stream_(
+            session.client(),
+            method,
+            [this](const T& question, Reply reply) {
+              OnQuestion(question, std::move(reply));
+            },
+            session.on_end()) {
+    for (const BrowserId& window : session.windows())
+      stream_.Subscribe(window);
+  }
+
+  void End() { stream_.End(); }
+
+ private:
+  using Stream = rpc::transport::CallbackAnswerer<T>;
+  using Reply = typename Stream::Reply;
+
+  void OnQuestion(const T& question, Reply reply) {
+    const std::string json = ToJson(question);
+    PrintLine(json);
+    source_->Answer(json, [reply](const absl::StatusOr<std::string>& answer) {
+      if (absl::Status sent = Send(reply, answer); !sent.ok()) {
+        reply.Refuse();
+        Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
+      }
+    });
+  }
+
+  static absl::Status Send(const Reply& reply,
+                           const absl::StatusOr<std::string>& json) {
+    if (!json.ok())
+      return json.status();
+    T answer;
+    absl::Status parsed = FromJson(*json, answer.mutable_response());
+    return parsed.ok() ? reply.Answer(std::move(answer)) : parsed;
+  }
+
+  // Destroyed after the stream, so that the questions that it drops then are
+  // not refused one by one.
+  const std::unique_ptr<AnswerSource> source_;
+  Stream stream_;
+};
+
+template <typename T>
+ExitCode AnswerWith(const Options& options,
+                    const MethodDescriptor* method,
+                    const Arguments& windows) {
+  if (options.with) {
+    typename T::Response response;
+    if (absl::Status json = FromJson(*options.with, &response); !json.ok())
+      return Fail(kUsage, json.message());
+  }
+  StreamSession session(options);
+  if (ExitCode fault = session.Open(windows); fault != kSuccess)
+    return fault;
+  QuestionAnswerer<T> answerer(session, method, options);
+  return session.Run([&] { answerer.End(); });
+}
+
+}  // namespace
+
+ExitCode Answer(const Options& options, const Arguments& arguments) {
+  if (arguments.empty())
+    return Fail(kUsage, "'answer' takes a method and the ids of windows.");
+  if (options.with && options.exec)
+    return Fail(kUsage, "Choose between --with and --exec.");
+  const auto method = FindMethod(*rpc::BrowserWindow::descriptor(),
+                                 arguments[0], MethodKind::kCallbackStream);
+  if (!method.ok())
+    return Fail(kUsage, method.status().message());
+
+  const Arguments windows(arguments.begin() + 1, arguments.end());
+  const auto* const type = (*method)->output_type();
+  if (type == rpc::CloseWindow::descriptor())
+    return AnswerWith<rpc::CloseWindow>(options, *method, windows);
+  if (type == rpc::CanExecuteCommand::descriptor())
+    return AnswerWith<rpc::CanExecuteCommand>(options, *method, windows);
+  return AnswerWith<rpc::ShowContextMenu>(options, *method, windows);
+}
+
+}  // namespace windowctl

@@ -1,0 +1,142 @@
+#include "tools/windowctl/answer_source.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <string_view>
+#include <vector>
+
+#include "gmock/gmock.h"
+#include "gtest/gtest.h"
+
+namespace windowctl {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class AnswerSourceTest : public ::testing::Test {
+ protected:
+  // Puts a question; its answer, or its status, ends up in answers_.
+  void Ask(const std::string& question = "{}") {
+    source_->Answer(question, [this](
+                                  const absl::StatusOr<std::string>& answer) {
+      answers_.push_back(answer.ok() ? *answer : answer.status().ToString());
+    });
+  }
+
+  void WaitForAnswers(size_t count) {
+    loop_.restart();
+    auto work = asio::make_work_guard(loop_);
+    while (answers_.size() < count)
+      loop_.run_one();
+  }
+
+  asio::io_context loop_;
+  std::unique_ptr<AnswerSource> source_;
+  std::vector<std::string> answers_;
+};
+
+TEST_F(AnswerSourceTest, FixedAnswerIsTheSameForEveryQuestion) {
+  source_ = MakeFixedAnswers("yes");
+  Ask("one");
+  Ask("two");
+  EXPECT_THAT(answers_, ElementsAre("yes", "yes"));
+}
+
+TEST_F(AnswerSourceTest, CommandIsRunForEachQuestion) {
+  source_ = MakeCommandAnswers(loop_, "read question; echo to $question");
+  Ask("one");
+  WaitForAnswers(1);
+  Ask("two");
+  WaitForAnswers(2);
+  EXPECT_THAT(answers_, ElementsAre("to one\n", "to two\n"));
+}
+
+TEST_F(AnswerSourceTest, CommandThatFailsIsNoAnswer) {
+  source_ = MakeCommandAnswers(loop_, "echo yes; exit 1");
+  Ask();
+  WaitForAnswers(1);
+  EXPECT_THAT(answers_,
+              ElementsAre("ABORTED: the command ended with exit code 1"));
+}
+
+class LineAnswersTest : public AnswerSourceTest {
+ protected:
+  LineAnswersTest() {
+    EXPECT_EQ(0, pipe2(pipe_, O_CLOEXEC));
+    source_ = MakeLineAnswers(loop_, pipe_[0], [this] { ++exhausted_; });
+  }
+  ~LineAnswersTest() override {
+    source_.reset();
+    close(pipe_[0]);
+    CloseInput();
+  }
+
+  void Write(std::string_view text) {
+    EXPECT_EQ(static_cast<ssize_t>(text.size()),
+              write(pipe_[1], text.data(), text.size()));
+  }
+  void CloseInput() {
+    if (pipe_[1] >= 0)
+      close(pipe_[1]);
+    pipe_[1] = -1;
+  }
+
+  void WaitForExhaustion() {
+    loop_.restart();
+    auto work = asio::make_work_guard(loop_);
+    while (exhausted_ == 0)
+      loop_.run_one();
+  }
+
+  int pipe_[2];
+  int exhausted_ = 0;
+};
+
+TEST_F(LineAnswersTest, LinesAnswerQuestionsInOrder) {
+  Ask();
+  Ask();
+  Write("one\ntwo\n");
+  WaitForAnswers(2);
+  EXPECT_THAT(answers_, ElementsAre("one", "two"));
+  EXPECT_EQ(0, exhausted_);
+}
+
+TEST_F(LineAnswersTest, LinesMayComeBeforeTheirQuestions) {
+  Write("one\ntwo\nthree\n");
+  Ask();
+  WaitForAnswers(1);
+  Ask();
+  WaitForAnswers(2);
+  EXPECT_THAT(answers_, ElementsAre("one", "two"));
+}
+
+TEST_F(LineAnswersTest, InputThatEndsIsExhaustedWhenItsLastLineIsUsedUp) {
+  Write("one\ntwo\n");
+  CloseInput();
+  Ask();
+  WaitForAnswers(1);
+  EXPECT_EQ(0, exhausted_);
+  Ask();
+  WaitForExhaustion();
+  EXPECT_THAT(answers_, ElementsAre("one", "two"));
+  EXPECT_EQ(1, exhausted_);
+}
+
+TEST_F(LineAnswersTest, EmptyInputIsExhaustedAtOnce) {
+  CloseInput();
+  WaitForExhaustion();
+  EXPECT_THAT(answers_, IsEmpty());
+  EXPECT_EQ(1, exhausted_);
+}
+
+TEST_F(LineAnswersTest, InputThatEndsWithOpenQuestionsIsExhausted) {
+  Ask();
+  CloseInput();
+  WaitForExhaustion();
+  EXPECT_THAT(answers_, IsEmpty());
+}
+
+}  // namespace
+}  // namespace windowctl

@@ -1,0 +1,43 @@
+// The commands of windowctl, each in a source of its own.
+//
+// A command takes its words without its own name, prints results to standard
+// output and faults to standard error, and returns what the process exits with.
+
+#ifndef TOOLS_WINDOWCTL_COMMANDS_H_
+#define TOOLS_WINDOWCTL_COMMANDS_H_
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "tools/windowctl/exit_code.h"
+#include "tools/windowctl/options.h"
+
+namespace windowctl {
+
+using Arguments = std::vector<std::string>;
+
+// methods
+ExitCode Methods(const Options& options, const Arguments& arguments);
+
+// call METHOD JSON
+ExitCode Call(const Options& options, const Arguments& arguments);
+
+// watch ID...
+ExitCode Watch(const Options& options, const Arguments& arguments);
+
+// answer METHOD ID...
+ExitCode Answer(const Options& options, const Arguments& arguments);
+
+// Writes a line to standard output at once, for whoever waits for it.
+void PrintLine(const std::string& line);
+
+// Say on standard error what is wrong, and return `exit_code`: a text of our
+// own, or the code and text that a call or a stream has ended with.
+ExitCode Fail(ExitCode exit_code, std::string_view text);
+ExitCode Fail(ExitCode exit_code, const absl::Status& status);
+
+}  // namespace windowctl
+
+#endif  // TOOLS_WINDOWCTL_COMMANDS_H_

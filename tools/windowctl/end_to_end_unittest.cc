@@ -1,0 +1,170 @@
+// Calls from the real client to the real host.
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "absl/strings/str_cat.h"
+#include "absl/strings/str_split.h"
+#include "gmock/gmock.h"
+#include "gtest/gtest.h"
+#include "tools/windowctl/end_to_end_test_support.h"
+#include "tools/windowctl/exit_code.h"
+
+namespace windowctl {
+namespace {
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+TEST_F(EndToEndTest, HelpIsNoFailure) {
+  const Process::Result client = RunClient({"call", "--help"});
+  EXPECT_EQ(kSuccess, client.exit_code);
+  EXPECT_THAT(client.output, HasSubstr("windowctl call METHOD JSON"));
+  EXPECT_EQ("", client.errors);
+
+  const Process::Result host = RunToEnd(HostWords({"--help"}));
+  EXPECT_EQ(0, host.exit_code);
+  EXPECT_THAT(host.output, HasSubstr("--windows N"));
+  EXPECT_EQ("", host.errors);
+}
+
+TEST_F(EndToEndTest, MethodsAreListedWithoutAHost) {
+  const Process::Result result = RunClient({"methods"});
+  EXPECT_EQ(kSuccess, result.exit_code);
+  EXPECT_THAT(result.output, StartsWith("Show "));
+  EXPECT_EQ(
+      42u,
+      std::vector<std::string>(absl::StrSplit(result.output, '\n')).size());
+  EXPECT_EQ(kUsage, RunClient({"methods", "all"}).exit_code);
+}
+
+TEST_F(EndToEndTest, CallPrintsTheResponse) {
+  StartHost();
+  EXPECT_EQ("{}\n", Call("Maximize", R"({"value": 1})"));
+  EXPECT_EQ("true\n", Call("IsMaximized", R"({"value": 1})"));
+  EXPECT_EQ("false\n", Call("IsMaximized", R"({"value": 2})"));
+  EXPECT_EQ("{\"x\":0,\"y\":32,\"width\":1920,\"height\":1000}\n",
+            Call("GetBounds", R"({"value": 1})"));
+  EXPECT_EQ("\"Window 1\"\n", Call("GetTitle", R"({"value": 1})"));
+}
+
+TEST_F(EndToEndTest, FailedCallSaysCodeAndText) {
+  StartHost({"--windows=1"});
+  const Process::Result result = RunClient({"call", "Show", R"({"value": 7})"});
+  EXPECT_EQ(kCallFailed, result.exit_code);
+  EXPECT_EQ("", result.output);
+  EXPECT_EQ("windowctl: NOT_FOUND: No window 7.\n", result.errors);
+}
+
+TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
+  const struct {
+    std::vector<std::string> words;
+    const char* fault;
+  } cases[] = {
+      {{}, "A command is missing. 'windowctl --help' says more."},
+      {{"cal"}, "There is no command 'cal'. Did you mean call?"},
+      {{"call"}, "'call' takes a method and its request in JSON."},
+      {{"call", "Show"}, "'call' takes a method and its request in JSON."},
+      {{"call", "Show", "{}", "{}"}, "'call' takes a method"},
+      {{"call", "Shwo", "{}"}, "There is no method Shwo. Did you mean Show?"},
+      {{"call", "Show", "{"}, "The JSON does not fit: Unexpected end"},
+      {{"call", "Show", R"({"valeu": 1})"}, "valeu: Cannot find field."},
+      {{"call", "OnCloseWindow", "{}"}, "'windowctl answer OnCloseWindow ID"},
+      {{"call", "WhenBrowserWindowClosed", "{}"}, "'windowctl watch ID...'"},
+      {{"--tmeout", "1"}, "There is no flag --tmeout. Did you mean --timeout?"},
+      {{"--timeout", "soon"}, "The value of --timeout, 'soon', is not"},
+  };
+  for (const auto& [words, fault] : cases) {
+    const Process::Result result = RunClient(words);
+    EXPECT_EQ(kUsage, result.exit_code) << fault;
+    EXPECT_EQ("", result.output);
+    EXPECT_THAT(result.errors, StartsWith("windowctl: "));
+    EXPECT_THAT(result.errors, HasSubstr(fault));
+  }
+}
+
+TEST_F(EndToEndTest, AbsentHostIsSaidWithItsSocket) {
+  const Process::Result result = RunClient({"call", "Show", "{}"});
+  EXPECT_EQ(kNoConnection, result.exit_code);
+  EXPECT_EQ("", result.output);
+  EXPECT_THAT(result.errors, HasSubstr(socket_));
+  EXPECT_THAT(result.errors, HasSubstr("Is window_host running"));
+}
+
+TEST_F(EndToEndTest, HostRecordsEachCallWithItsDuration) {
+  StartHost();
+  Call("Show", R"({"value": 1})");
+  RunClient({"call", "Show", R"({"value": 7})"});
+  const std::string records = StopHost().errors;
+  EXPECT_THAT(records, ContainsRegex("windowctl \\(pid [0-9]+\\): Show "
+                                     "\\{value: 1\\} OK \\{\\} in [0-9.]+"));
+  EXPECT_THAT(records, HasSubstr("NOT_FOUND: No window 7."));
+}
+
+TEST_F(EndToEndTest, HostEndsCleanlyOnASignalAndRemovesItsSocket) {
+  for (int signal : {SIGINT, SIGTERM}) {
+    StartHost();
+    EXPECT_EQ(0, access(socket_.c_str(), F_OK));
+    EXPECT_EQ(0, StopHost(signal).exit_code);
+    EXPECT_NE(0, access(socket_.c_str(), F_OK));
+  }
+}
+
+TEST_F(EndToEndTest, HostReplacesTheSocketOfADeadOne) {
+  StartHost();
+  EXPECT_EQ(-SIGKILL, StopHost(SIGKILL).exit_code);
+  EXPECT_EQ(0, access(socket_.c_str(), F_OK));
+  StartHost();
+  EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 1})"));
+}
+
+TEST_F(EndToEndTest, SecondHostAtTheSameSocketIsRefused) {
+  StartHost();
+  const Process::Result second = RunToEnd(HostWords({}));
+  EXPECT_EQ(1, second.exit_code);
+  EXPECT_THAT(second.errors, HasSubstr(socket_));
+  EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 1})"));
+}
+
+TEST_F(EndToEndTest, HostRefusesWrongUsage) {
+  const struct {
+    std::vector<std::string> flags;
+    const char* fault;
+  } cases[] = {
+      {{"--windows", "many"}, "The value of --windows, 'many', is not"},
+      {{"--windows", "-1"}, "is not a whole number from 0 to 1000"},
+      {{"--window=1"}, "There is no flag --window. Did you mean --windows?"},
+      {{"--answer-timeout=0"}, "The value of --answer-timeout, '0', is not"},
+      {{"now"}, "There are only flags."},
+  };
+  for (const auto& [flags, fault] : cases) {
+    const Process::Result result = RunToEnd(HostWords(flags));
+    EXPECT_EQ(2, result.exit_code) << fault;
+    EXPECT_EQ("", result.output);
+    EXPECT_THAT(result.errors, StartsWith("window_host: "));
+    EXPECT_THAT(result.errors, HasSubstr(fault));
+  }
+}
+
+TEST_F(EndToEndTest, HostOpensAsManyWindowsAsAskedFor) {
+  StartHost({"--windows", "2"});
+  host_->Write("list\n");
+  EXPECT_THAT(host_->ReadLine(), StartsWith("Window 2, \"Window 2\": active"));
+  EXPECT_THAT(host_->ReadLine(), StartsWith("Window 1, \"Window 1\": normal"));
+  EXPECT_EQ("", StopHost().output);
+}
+
+TEST_F(EndToEndTest, HostRunsOnWhenItsInputEnds) {
+  StartHost();
+  host_->Write("close 1");
+  host_->CloseInput();
+  EXPECT_EQ("Window 1 is closed: nobody answers for it.", host_->ReadLine());
+  EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 2})"));
+}
+
+}  // namespace
+}  // namespace windowctl

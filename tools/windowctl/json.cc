@@ -1,0 +1,35 @@
+#include "tools/windowctl/json.h"
+
+#include <google/protobuf/util/json_util.h>
+
+#include <string_view>
+
+#include "absl/strings/str_cat.h"
+#include "absl/strings/strip.h"
+
+namespace windowctl {
+
+absl::Status FromJson(const std::string& json,
+                      google::protobuf::Message* message) {
+  const auto status =
+      google::protobuf::util::JsonStringToMessage(json, message);
+  if (status.ok())
+    return absl::OkStatus();
+  const std::string type = message->GetDescriptor()->DebugString();
+  return absl::InvalidArgumentError(absl::StrCat(
+      "The JSON does not fit: ",
+      std::string_view(status.message().data(), status.message().size()),
+      "\nExpected:\n", absl::StripSuffix(type, "\n")));
+}
+
+std::string ToJson(const google::protobuf::Message& message) {
+  google::protobuf::util::JsonPrintOptions options;
+  options.always_print_primitive_fields = true;
+  std::string json;
+  const auto status =
+      google::protobuf::util::MessageToJsonString(message, &json, options);
+  // Only Any can fail, and well-known types out of range.
+  return status.ok() ? json : message.ShortDebugString();
+}
+
+}  // namespace windowctl

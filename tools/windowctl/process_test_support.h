@@ -1,0 +1,65 @@
+// A process that a test starts, talks to and waits for.
+//
+// What it writes must fit into a pipe until somebody reads it.
+//
+//   Process host({WINDOW_HOST, "--windows", "1"});
+//   host.ReadLine();                 // blocks until it is ready
+//   host.Signal(SIGTERM);
+//   EXPECT_EQ(0, host.Wait().exit_code);
+
+#ifndef TOOLS_WINDOWCTL_PROCESS_TEST_SUPPORT_H_
+#define TOOLS_WINDOWCTL_PROCESS_TEST_SUPPORT_H_
+
+#include <sys/types.h>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace windowctl {
+
+class Process {
+ public:
+  struct Result {
+    // Negative: the signal that has ended the process.
+    int exit_code;
+    // What ReadLine() and ReadErrorLine() have not returned.
+    std::string output;
+    std::string errors;
+  };
+
+  // The first word is the program's path.
+  explicit Process(const std::vector<std::string>& words);
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  // Kills a process that nobody has waited for.
+  ~Process();
+
+  // To its standard input.
+  void Write(std::string_view text);
+  void CloseInput();
+
+  // A line of its standard output or standard error, without the line break.
+  // Blocks; empty at the end.
+  std::string ReadLine();
+  std::string ReadErrorLine();
+
+  void Signal(int signal) const;
+
+  // Closes its input and blocks until it ends.
+  Result Wait();
+
+ private:
+  pid_t pid_ = 0;
+  int input_ = -1;
+  FILE* output_ = nullptr;
+  FILE* errors_ = nullptr;
+};
+
+// A process that runs to its end.
+Process::Result RunToEnd(const std::vector<std::string>& words);
+
+}  // namespace windowctl
+
+#endif  // TOOLS_WINDOWCTL_PROCESS_TEST_SUPPORT_H_

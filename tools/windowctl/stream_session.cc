@@ -1,0 +1,73 @@
+#include "tools/windowctl/stream_session.h"
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include "absl/strings/numbers.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/client_controller.h"
+#include "rpc/browser/browser_window.pb.h"
+#include "tools/windowctl/connect.h"
+
+namespace windowctl {
+
+StreamSession::StreamSession(const Options& options)
+    : options_(options), signals_(loop_, SIGINT, SIGTERM) {}
+
+ExitCode StreamSession::Open(const Arguments& window_words) {
+  for (const std::string& word : window_words) {
+    int64_t id;
+    if (!absl::SimpleAtoi(word, &id)) {
+      return Fail(kUsage, absl::StrCat("'", word, "' is not a window's id."));
+    }
+    windows_.emplace_back().set_value(id);
+  }
+  if (windows_.empty())
+    return Fail(kUsage, "Name at least one window by its id.");
+  auto client = Connect(loop_, options_.socket);
+  if (!client.ok())
+    return Fail(kNoConnection, client.status().message());
+  client_ = *std::move(client);
+  return kSuccess;
+}
+
+ExitCode StreamSession::Run(std::function<void()> end) {
+  for (const BrowserId& window : windows_) {
+    if (ExitCode fault = AwaitWindow(window); fault != kSuccess)
+      return fault;
+  }
+  std::fputs("windowctl: subscribed\n", stderr);
+  // The next signal ends the process, should the host not react to this one.
+  signals_.async_wait([this, &end](std::error_code error, int) {
+    if (error)
+      return;
+    signals_.clear();
+    end();
+  });
+  while (!ended_)
+    loop_.run_one();
+  return ended_->ok() ? kSuccess : FailConnection(*ended_);
+}
+
+std::function<void(const absl::Status&)> StreamSession::on_end() {
+  return [this](const absl::Status& status) { ended_ = status; };
+}
+
+ExitCode StreamSession::AwaitWindow(const BrowserId& window) {
+  rpc::transport::ClientController controller;
+  controller.set_timeout(options_.timeout);
+  google::protobuf::BoolValue visible;
+  rpc::BrowserWindow_Stub(client_.get())
+      .IsVisible(&controller, &window, &visible, nullptr);
+  if (controller.status().ok())
+    return kSuccess;
+  return FailConnection(controller.status());
+}
+
+ExitCode StreamSession::FailConnection(const absl::Status& status) const {
+  return Fail(client_->status().ok() ? kCallFailed : kNoConnection, status);
+}
+
+}  // namespace windowctl

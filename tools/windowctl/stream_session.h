@@ -1,0 +1,66 @@
+// What 'watch' and 'answer' have in common: a connection with one stream on it
+// that lasts until somebody interrupts it.
+//
+//   StreamSession session(options);
+//   if (ExitCode code = session.Open(arguments)) return code;
+//   EventSubscriber<...> stream(session.client(), ..., session.on_end());
+//   ... subscribe to session.windows() ...
+//   return session.Run([&] { stream.End(); });
+//
+// Ownership: the session must outlive the stream.
+//
+// Sequence: one thread; Run() runs the loop.
+
+#ifndef TOOLS_WINDOWCTL_STREAM_SESSION_H_
+#define TOOLS_WINDOWCTL_STREAM_SESSION_H_
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "browser_id.pb.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/client.h"
+#include "tools/windowctl/commands.h"
+
+namespace windowctl {
+
+class StreamSession {
+ public:
+  explicit StreamSession(const Options& options);
+
+  // Connects for the windows that the words name. Not kSuccess: the fault is
+  // said already.
+  ExitCode Open(const Arguments& window_words);
+
+  // Once the stream is subscribed: says so on standard error, and waits until
+  // the stream is over. A signal runs `end`, which is to end it.
+  ExitCode Run(std::function<void()> end);
+
+  // For the stream's end callback.
+  std::function<void(const absl::Status&)> on_end();
+
+  asio::io_context& loop() { return loop_; }
+  rpc::transport::Client& client() { return *client_; }
+  const std::vector<BrowserId>& windows() const { return windows_; }
+
+ private:
+  // The answer to a call comes after everything that was sent before the call
+  // has taken effect. It also tells whether there is such a window.
+  ExitCode AwaitWindow(const BrowserId& window);
+  ExitCode FailConnection(const absl::Status& status) const;
+
+  const Options& options_;
+  asio::io_context loop_;
+  asio::signal_set signals_;
+  std::vector<BrowserId> windows_;
+  std::unique_ptr<rpc::transport::Client> client_;
+  // How the stream has ended.
+  std::optional<absl::Status> ended_;
+};
+
+}  // namespace windowctl
+
+#endif  // TOOLS_WINDOWCTL_STREAM_SESSION_H_
