@@ -19,12 +19,9 @@ target_compile_options(torvane_options INTERFACE
   # Deleting through a virtual destructor must reach the unsized global
   # operator delete.
   -fno-sized-deallocation
-  # File names in records are relative to the source or the generated root.
-  # Ninja names generated sources relative to the build folder, hence the third
-  # entry.
-  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=
-  -fmacro-prefix-map=${PROJECT_BINARY_DIR}/gen/=
-  -fmacro-prefix-map=gen/=)
+  # File names in records are relative to the source root, or, of generated
+  # sources, to the generated one (RpcGenerate.cmake).
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC otherwise drops the store that nulls a checked pointer in its
   # destructor.

@@ -1,5 +1,8 @@
 # Everything that the build takes from outside. scripts/setup installs it.
 
+# For a project that takes this one in as a subfolder.
+set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
+
 find_package(Threads REQUIRED)
 find_package(Protobuf REQUIRED)
 if(NOT TARGET protobuf::libprotoc)

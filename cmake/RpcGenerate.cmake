@@ -10,6 +10,11 @@
 # service base classes that protoc-gen-rpc writes beside it. The import root is
 # mirrored under <build>/gen, so that a generated file of the source folder
 # keeps its place: <build>/gen/<import root>/rpc/browser/browser_window.rpc.h.
+# An import root outside of the project is found under gen/external/<name>.
+#
+# Works for this project and for one that takes it in with add_subdirectory().
+# Subclasses must be compiled without run-time type information, which linking
+# <name> sees to.
 function(rpc_generate)
   cmake_parse_arguments(arg "" "TARGET;IMPORT_ROOT" "MESSAGES;SERVICES;IMPORTS;DEPENDS" ${ARGN})
   if(NOT arg_TARGET OR NOT arg_IMPORT_ROOT OR arg_UNPARSED_ARGUMENTS)
@@ -18,9 +23,15 @@ function(rpc_generate)
   endif()
 
   cmake_path(ABSOLUTE_PATH arg_IMPORT_ROOT NORMALIZE)
-  cmake_path(RELATIVE_PATH arg_IMPORT_ROOT BASE_DIRECTORY ${CMAKE_SOURCE_DIR}
-             OUTPUT_VARIABLE mirrored_root)
-  set(out_root ${CMAKE_BINARY_DIR}/gen/${mirrored_root})
+  cmake_path(IS_PREFIX PROJECT_SOURCE_DIR ${arg_IMPORT_ROOT} NORMALIZE is_inside)
+  if(is_inside)
+    cmake_path(RELATIVE_PATH arg_IMPORT_ROOT BASE_DIRECTORY ${PROJECT_SOURCE_DIR}
+               OUTPUT_VARIABLE mirrored_root)
+  else()
+    set(mirrored_root external/${arg_TARGET})
+  endif()
+  set(gen_root ${PROJECT_BINARY_DIR}/gen)
+  set(out_root ${gen_root}/${mirrored_root})
   file(MAKE_DIRECTORY ${out_root})
   set(import_flags -I${arg_IMPORT_ROOT})
   foreach(root IN LISTS arg_IMPORTS)
@@ -43,16 +54,23 @@ function(rpc_generate)
       list(APPEND depends protoc-gen-rpc)
       list(APPEND service_sources ${out_root}/${stem}.rpc.cc)
     endif()
+    string(MAKE_C_IDENTIFIER ${stem} depfile)
+    set(depfile ${CMAKE_CURRENT_BINARY_DIR}/${arg_TARGET}_${depfile}.d)
     add_custom_command(
       OUTPUT ${outputs}
-      COMMAND protobuf::protoc ${import_flags} ${flags} ${proto}
+      COMMAND protobuf::protoc ${import_flags} ${flags} --dependency_out=${depfile} ${proto}
       DEPENDS ${depends}
+      DEPFILE ${depfile}
       COMMENT "Generating ${stem}.pb and service code"
       VERBATIM)
   endforeach()
 
   # Our warnings are not for protobuf's own generated code.
   set_source_files_properties(${message_sources} PROPERTIES COMPILE_OPTIONS -w)
+  # Records carry the path below gen, the same on every machine. Here, since the
+  # last map that fits counts.
+  set_source_files_properties(${service_sources} PROPERTIES
+    COMPILE_OPTIONS -fmacro-prefix-map=${gen_root}/=)
 
   add_library(${arg_TARGET} STATIC ${message_sources} ${service_sources})
   target_include_directories(${arg_TARGET} SYSTEM PUBLIC ${out_root})
@@ -61,5 +79,8 @@ function(rpc_generate)
     PRIVATE torvane_options)
   if(arg_SERVICES)
     target_link_libraries(${arg_TARGET} PUBLIC torvane_stream absl::absl_log)
+    # The base class has no run-time type information for a subclass to refer
+    # to.
+    target_compile_options(${arg_TARGET} INTERFACE -fno-rtti)
   endif()
 endfunction()

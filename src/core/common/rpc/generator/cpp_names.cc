@@ -46,11 +46,59 @@ constexpr std::string_view kKeywords[] = {
     "xor",           "xor_eq",
 };
 
-// Macros of the headers that generated code includes, or that compilers
-// predefine.
+// Macros of the headers that generated code includes, and of compilers: those
+// with lower-case letters in their names, and the few others that a package
+// might well be called.
 constexpr std::string_view kMacros[] = {
-    "EOF",   "NULL",   "assert", "errno",  "i386",
-    "linux", "stderr", "stdin",  "stdout", "unix",
+    "EOF",
+    "INFINITY",
+    "LOG",
+    "L_ctermid",
+    "L_cuserid",
+    "L_tmpnam",
+    "NAN",
+    "NULL",
+    "P_tmpdir",
+    "alloca",
+    "assert",
+    "assert_perror",
+    "be16toh",
+    "be32toh",
+    "be64toh",
+    "bswap_16",
+    "bswap_32",
+    "bswap_64",
+    "errno",
+    "htobe16",
+    "htobe32",
+    "htobe64",
+    "htole16",
+    "htole32",
+    "htole64",
+    "i386",
+    "issubnormal",
+    "le16toh",
+    "le32toh",
+    "le64toh",
+    "linux",
+    "math_errhandling",
+    "offsetof",
+    "pthread_cleanup_pop",
+    "pthread_cleanup_pop_restore_np",
+    "pthread_cleanup_push",
+    "pthread_cleanup_push_defer_np",
+    "sched_priority",
+    "stderr",
+    "stdin",
+    "stdout",
+    "strdupa",
+    "strndupa",
+    "timeradd",
+    "timerclear",
+    "timercmp",
+    "timerisset",
+    "timersub",
+    "unix",
 };
 
 // Names with a meaning in every service class.
@@ -62,6 +110,13 @@ constexpr std::string_view kBaseClassNames[] = {
 template <size_t size>
 bool Contains(const std::string_view (&names)[size], std::string_view name) {
   return std::find(std::begin(names), std::end(names), name) != std::end(names);
+}
+
+// Names without a lower-case letter are left to macros, of which the headers
+// have some two thousand.
+bool LooksLikeMacro(std::string_view name) {
+  return std::none_of(name.begin(), name.end(),
+                      [](char c) { return c >= 'a' && c <= 'z'; });
 }
 
 // Identifiers that C++ leaves to the compiler, predefined macros among them.
@@ -114,7 +169,8 @@ std::string ServiceClass(const google::protobuf::ServiceDescriptor& service) {
 
 std::string MethodFunction(const google::protobuf::MethodDescriptor& method) {
   const std::string& name = method.name();
-  const bool is_taken = IsReservedWord(name) || BelongsToCompiler(name) ||
+  const bool is_taken = IsReservedWord(name) || LooksLikeMacro(name) ||
+                        BelongsToCompiler(name) ||
                         Contains(kBaseClassNames, name) ||
                         name == ServiceClass(*method.service());
   return is_taken ? name + "_" : name;

@@ -31,11 +31,13 @@ std::string MessageClass(const google::protobuf::Descriptor& message);
 // The service's name followed by Rpc.
 std::string ServiceClass(const google::protobuf::ServiceDescriptor& service);
 
-// The method's name, or that name with an underscore appended where C++, the
-// standard headers or the service's base class claim it.
+// The method's name, or that name with an underscore appended where C++ or the
+// service's base class claim it, or where it is or looks like a macro: without
+// any lower-case letter.
 std::string MethodFunction(const google::protobuf::MethodDescriptor& method);
 
-// Whether `name` can't be used as an identifier in C++ as it stands.
+// Whether `name` can't be used as an identifier in C++ as it stands, being a
+// keyword or a well-known macro.
 bool IsReservedWord(const std::string& name);
 
 }  // namespace torvane::generator

@@ -1,5 +1,7 @@
 #include "core/common/rpc/generator/method_kind.h"
 
+#include <google/protobuf/descriptor.pb.h>
+
 namespace torvane::generator {
 namespace {
 
@@ -10,8 +12,15 @@ using google::protobuf::OneofDescriptor;
 
 constexpr char kEventRequest[] = "rpc.EventSubscription";
 
+// The stream template reads these fields; a deprecated one would not compile
+// without warnings.
+bool IsUsable(const FieldDescriptor* field) {
+  return field && !field->options().deprecated();
+}
+
 bool NamesBrowser(const FieldDescriptor* field) {
-  return field && !field->is_repeated() && !field->real_containing_oneof() &&
+  return IsUsable(field) && !field->is_repeated() &&
+         !field->real_containing_oneof() &&
          field->type() == FieldDescriptor::TYPE_MESSAGE &&
          field->message_type()->full_name() == "BrowserId";
 }
@@ -22,7 +31,7 @@ bool IsCallbackMessage(const Descriptor& message) {
   const OneofDescriptor* body = message.FindOneofByName("body");
   const FieldDescriptor* subscribe = message.FindFieldByName("subscribe");
   const FieldDescriptor* response = message.FindFieldByName("response");
-  return body && subscribe && response &&
+  return body && IsUsable(subscribe) && IsUsable(response) &&
          subscribe->containing_oneof() == body &&
          subscribe->type() == FieldDescriptor::TYPE_BOOL &&
          subscribe->number() == 2 && response->containing_oneof() == body &&
@@ -51,7 +60,7 @@ std::string WhyNoKind(const MethodDescriptor& method) {
       "(stream Event), and a callback stream, (stream T) returns (stream T), "
       "where T has a field 'BrowserId browser_id' and a oneof 'body' with "
       "'bool "
-      "subscribe = 2' and a field 'response = 4'.";
+      "subscribe = 2' and a field 'response = 4', none of them deprecated.";
   if (!method.client_streaming() || !method.server_streaming()) {
     return "Streaming method '" + method.name() +
            "' must stream on both sides." + accepted;

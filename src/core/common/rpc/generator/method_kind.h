@@ -20,7 +20,7 @@ enum class MethodKind {
   kEventStream,
   // Both sides stream one and the same callback message: a `browser_id` of type
   // BrowserId, and a oneof `body` with a bool `subscribe` = 2 and a `response`
-  // = 4.
+  // = 4, none of them deprecated.
   kCallbackStream,
 };
 

@@ -22,6 +22,12 @@ using google::protobuf::ServiceDescriptor;
 using google::protobuf::compiler::GeneratorContext;
 using google::protobuf::io::Printer;
 
+// For a string literal, or a comment. Question marks could make trigraphs.
+std::string Escaped(const std::string& text) {
+  return google::protobuf::StringReplace(google::protobuf::CEscape(text), "?",
+                                         "\\?", true);
+}
+
 // The kinds of streams in `file`, and their types in the order of first use.
 struct Streams {
   explicit Streams(const FileDescriptor& file) {
@@ -51,7 +57,7 @@ class FileWriter {
  public:
   FileWriter(const FileDescriptor& file, GeneratorContext& context)
       : file_(file), context_(context), streams_(file) {
-    names_["file"] = google::protobuf::CEscape(file.name());
+    names_["file"] = Escaped(file.name());
     names_["file_length"] = std::to_string(file.name().size());
     names_["stem"] = FileStem(file);
     names_["id"] = FileIdentifier(file);

@@ -1,6 +1,5 @@
 #include "core/common/rpc/generator/validator.h"
 
-#include <google/protobuf/compiler/cpp/names.h>
 #include <google/protobuf/descriptor.pb.h>
 
 #include <map>
@@ -8,27 +7,35 @@
 #include <utility>
 
 #include "core/common/rpc/generator/cpp_names.h"
+#include "core/common/rpc/generator/declared_names.h"
 #include "core/common/rpc/generator/method_kind.h"
 
 namespace torvane::generator {
 namespace {
 
-namespace compiler = google::protobuf::compiler;
 using google::protobuf::Descriptor;
 using google::protobuf::FileDescriptor;
+using google::protobuf::FileDescriptorProto;
 using google::protobuf::FileOptions;
 using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
 using google::protobuf::SourceLocation;
 
+// Namespaces and global names of the headers that generated code includes.
+constexpr const char* kForeignNamespaces[] = {
+    "absl", "base", "google.protobuf.internal", "logging", "torvane"};
+constexpr const char* kForeignNames[] = {"absl",    "base", "logging",
+                                         "raw_ptr", "rpc",  "torvane"};
+
 class Validator {
  public:
-  explicit Validator(const FileDescriptor& file) : file_(file) {}
+  explicit Validator(const FileDescriptor& file) : file_(file), names_(file) {}
 
   std::vector<std::string> Run() {
     if (file_.service_count() == 0)
       return {};
     CheckFile();
+    CheckPackage();
     for (int i = 0; i < file_.service_count(); ++i)
       CheckService(*file_.service(i));
     return std::move(faults_);
@@ -37,30 +44,51 @@ class Validator {
  private:
   void CheckFile() {
     if (file_.options().optimize_for() == FileOptions::LITE_RUNTIME) {
-      Fault(
-          "Services need descriptors, which 'optimize_for = LITE_RUNTIME' "
-          "leaves out.");
+      Fault(file_,
+            "Services need descriptors, which 'optimize_for = LITE_RUNTIME' "
+            "leaves out.");
     }
+    // The two names that are no service's own, where they are defined.
+    CheckFree(file_.package(), "AssignDescriptors");
+    CheckFree("", "init_service_descriptors_flag");
+    for (const char* name : kForeignNames) {
+      if (names_.HasDeclaration("", name)) {
+        Fault(file_, "'" + std::string(name) +
+                         "', declared without a package here or in an import, "
+                         "is a name of the headers that service code needs.");
+      }
+    }
+  }
+
+  void CheckPackage() {
     std::istringstream package(file_.package());
     for (std::string part; std::getline(package, part, '.');) {
       if (IsReservedWord(part)) {
-        Fault("Package '" + file_.package() + "' can't be a C++ namespace: '" +
-              part + "' is reserved.");
+        FaultOfPackage("Package '" + file_.package() +
+                       "' can't be a C++ namespace: '" + part +
+                       "' is reserved.");
       }
     }
-    for (const char* name :
-         {"AssignDescriptors", "init_service_descriptors_flag"}) {
-      if (IsDeclared(name)) {
-        Fault("'" + std::string(name) +
-              "' is a name of the generated service code; rename the "
-              "declaration.");
+    for (const char* foreign : kForeignNamespaces) {
+      if (names_.HasPackage(foreign)) {
+        FaultOfPackage("Package '" + std::string(foreign) +
+                       "', of this file or of an import, is the namespace of "
+                       "headers that service code needs.");
       }
+    }
+  }
+
+  void CheckFree(const std::string& package, const std::string& name) {
+    if (names_.Has(package, name)) {
+      Fault(file_, "'" + name +
+                       "', declared here or in an import, is a name of the "
+                       "generated service code.");
     }
   }
 
   void CheckService(const ServiceDescriptor& service) {
     const std::string class_name = ServiceClass(service);
-    if (IsDeclared(class_name)) {
+    if (names_.Has(file_.package(), class_name)) {
       Fault(service, "The class of service '" + service.name() +
                          "' would be '" + class_name +
                          "', which is declared already.");
@@ -72,6 +100,9 @@ class Validator {
 
   void CheckMethod(const MethodDescriptor& method,
                    std::map<std::string, const MethodDescriptor*>& functions) {
+    CheckType(method, *method.input_type());
+    if (method.output_type() != method.input_type())
+      CheckType(method, *method.output_type());
     if (!KindOf(method))
       Fault(method, WhyNoKind(method));
     const auto [other, is_new] =
@@ -83,60 +114,41 @@ class Validator {
     }
   }
 
-  // Whether C++ code of the file's package already has a declaration of that
-  // name.
-  bool IsDeclared(const std::string& name) const {
-    const std::string full_name =
-        file_.package().empty() ? name : file_.package() + "." + name;
-    const google::protobuf::DescriptorPool& pool = *file_.pool();
-    return pool.FindMessageTypeByName(full_name) ||
-           pool.FindEnumTypeByName(full_name) ||
-           pool.FindEnumValueByName(full_name) ||
-           pool.FindExtensionByName(full_name) ||
-           pool.FindServiceByName(full_name) || IsNestedClass(name);
-  }
-
-  // Nested messages and enums become classes of the package, Outer_Inner.
-  bool IsNestedClass(const std::string& name) const {
-    for (int i = 0; i < file_.message_type_count(); ++i) {
-      if (HasNestedClass(*file_.message_type(i), name))
-        return true;
+  void CheckType(const MethodDescriptor& method, const Descriptor& type) {
+    if (type.options().map_entry()) {
+      Fault(method, "'" + type.full_name() +
+                        "' is the entry of a map, which is no message of its "
+                        "own in C++.");
     }
-    return false;
-  }
-
-  static bool HasNestedClass(const Descriptor& message,
-                             const std::string& name) {
-    for (int i = 0; i < message.enum_type_count(); ++i) {
-      if (compiler::cpp::ClassName(message.enum_type(i)) == name)
-        return true;
-    }
-    for (int i = 0; i < message.nested_type_count(); ++i) {
-      const Descriptor& nested = *message.nested_type(i);
-      if (compiler::cpp::ClassName(&nested) == name ||
-          HasNestedClass(nested, name)) {
-        return true;
-      }
-    }
-    return false;
   }
 
   template <typename Declaration>
   void Fault(const Declaration& where, const std::string& message) {
     SourceLocation location;
+    const bool is_known = where.GetSourceLocation(&location);
+    AddFault(is_known ? &location : nullptr, message);
+  }
+
+  void FaultOfPackage(const std::string& message) {
+    SourceLocation location;
+    const bool is_known = file_.GetSourceLocation(
+        {FileDescriptorProto::kPackageFieldNumber}, &location);
+    AddFault(is_known ? &location : nullptr, message);
+  }
+
+  void AddFault(const SourceLocation* location, const std::string& message) {
     std::ostringstream line;
     line << file_.name() << ':';
-    if (where.GetSourceLocation(&location)) {
-      line << location.start_line + 1 << ':' << location.start_column + 1
+    if (location) {
+      line << location->start_line + 1 << ':' << location->start_column + 1
            << ':';
     }
     line << ' ' << message;
     faults_.push_back(line.str());
   }
 
-  void Fault(const std::string& message) { Fault(file_, message); }
-
   const FileDescriptor& file_;
+  const DeclaredNames names_;
   std::vector<std::string> faults_;
 };
 

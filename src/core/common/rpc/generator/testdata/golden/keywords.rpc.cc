@@ -145,6 +145,30 @@ void operatorRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
           static_cast<::keywords::class_*>(response),
           done);
       break;
+    case 16:
+      this->EINVAL_(controller,
+          static_cast<const ::keywords::class_*>(request),
+          static_cast<::keywords::class_*>(response),
+          done);
+      break;
+    case 17:
+      this->LOG_(controller,
+          static_cast<const ::keywords::class_*>(request),
+          static_cast<::keywords::class_*>(response),
+          done);
+      break;
+    case 18:
+      this->A_(controller,
+          static_cast<const ::keywords::class_*>(request),
+          static_cast<::keywords::class_*>(response),
+          done);
+      break;
+    case 19:
+      this->offsetof_(controller,
+          static_cast<const ::keywords::class_*>(request),
+          static_cast<::keywords::class_*>(response),
+          done);
+      break;
     default:
       ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
       break;
@@ -186,6 +210,14 @@ const ::google::protobuf::Message& operatorRpc::GetRequestPrototype(
       return ::keywords::class_::default_instance();
     case 15:  // operatorRpc
       return ::keywords::class_::default_instance();
+    case 16:  // EINVAL
+      return ::keywords::class_::default_instance();
+    case 17:  // LOG
+      return ::keywords::class_::default_instance();
+    case 18:  // A
+      return ::keywords::class_::default_instance();
+    case 19:  // offsetof
+      return ::keywords::class_::default_instance();
     default:
       ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
   }
@@ -225,6 +257,14 @@ const ::google::protobuf::Message& operatorRpc::GetResponsePrototype(
     case 14:  // descriptor
       return ::keywords::class_::default_instance();
     case 15:  // operatorRpc
+      return ::keywords::class_::default_instance();
+    case 16:  // EINVAL
+      return ::keywords::class_::default_instance();
+    case 17:  // LOG
+      return ::keywords::class_::default_instance();
+    case 18:  // A
+      return ::keywords::class_::default_instance();
+    case 19:  // offsetof
       return ::keywords::class_::default_instance();
     default:
       ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
@@ -266,6 +306,14 @@ const ::google::protobuf::Message& operatorRpc::GetResponsePrototype(
     case 14:  // descriptor
       ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
     case 15:  // operatorRpc
+      ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
+    case 16:  // EINVAL
+      ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
+    case 17:  // LOG
+      ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
+    case 18:  // A
+      ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
+    case 19:  // offsetof
       ABSL_LOG(FATAL) << "Cannot open a stream for a non-streaming method.";
     default:
       ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
@@ -413,6 +461,42 @@ void operatorRpc::operatorRpc_(
     ::keywords::class_*,
     ::google::protobuf::Closure* done) {
   controller->SetFailed("Method operatorRpc() not implemented.");
+  done->Run();
+}
+
+void operatorRpc::EINVAL_(
+    ::google::protobuf::RpcController* controller,
+    const ::keywords::class_*,
+    ::keywords::class_*,
+    ::google::protobuf::Closure* done) {
+  controller->SetFailed("Method EINVAL() not implemented.");
+  done->Run();
+}
+
+void operatorRpc::LOG_(
+    ::google::protobuf::RpcController* controller,
+    const ::keywords::class_*,
+    ::keywords::class_*,
+    ::google::protobuf::Closure* done) {
+  controller->SetFailed("Method LOG() not implemented.");
+  done->Run();
+}
+
+void operatorRpc::A_(
+    ::google::protobuf::RpcController* controller,
+    const ::keywords::class_*,
+    ::keywords::class_*,
+    ::google::protobuf::Closure* done) {
+  controller->SetFailed("Method A() not implemented.");
+  done->Run();
+}
+
+void operatorRpc::offsetof_(
+    ::google::protobuf::RpcController* controller,
+    const ::keywords::class_*,
+    ::keywords::class_*,
+    ::google::protobuf::Closure* done) {
+  controller->SetFailed("Method offsetof() not implemented.");
   done->Run();
 }
 

@@ -124,6 +124,26 @@ class operatorRpc : public ::torvane::Service {
       const ::keywords::class_* request,
       ::keywords::class_* response,
       ::google::protobuf::Closure* done);
+  virtual void EINVAL_(
+      ::google::protobuf::RpcController* controller,
+      const ::keywords::class_* request,
+      ::keywords::class_* response,
+      ::google::protobuf::Closure* done);
+  virtual void LOG_(
+      ::google::protobuf::RpcController* controller,
+      const ::keywords::class_* request,
+      ::keywords::class_* response,
+      ::google::protobuf::Closure* done);
+  virtual void A_(
+      ::google::protobuf::RpcController* controller,
+      const ::keywords::class_* request,
+      ::keywords::class_* response,
+      ::google::protobuf::Closure* done);
+  virtual void offsetof_(
+      ::google::protobuf::RpcController* controller,
+      const ::keywords::class_* request,
+      ::keywords::class_* response,
+      ::google::protobuf::Closure* done);
 };
 
 }  // namespace keywords
