@@ -9,12 +9,4 @@ AbstractStream::AbstractStream(StreamChannel channel)
 
 AbstractStream::~AbstractStream() = default;
 
-bool AbstractStream::Send(const rpc::transport::StreamMessage& frame) {
-  return channel_.Send(frame);
-}
-
-void AbstractStream::Complete() {
-  channel_.Complete();
-}
-
 }  // namespace torvane

@@ -43,11 +43,13 @@ class AbstractStream {
  protected:
   // Writes one frame to the client. Returns false when it can no longer be
   // reached.
-  bool Send(const rpc::transport::StreamMessage& frame);
+  bool Send(const rpc::transport::StreamMessage& frame) {
+    return channel_.Send(frame);
+  }
 
   // Ends the stream on the transport's side. The transport may destroy the
   // stream from here on: the caller touches no member afterwards.
-  void Complete();
+  void Complete() { channel_.Complete(); }
 
  private:
   StreamChannel channel_;

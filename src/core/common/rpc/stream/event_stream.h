@@ -31,6 +31,7 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -77,8 +78,8 @@ class EventStream : public AbstractStream {
     event.SerializeToString(frame.mutable_payload());
     // A copy, since a write may have the transport complete streams. Those that
     // are no longer subscribed by then get nothing.
-    const std::vector<EventStream*> streams(entry->second.begin(),
-                                            entry->second.end());
+    std::vector<EventStream*> streams(entry->second.size());
+    std::copy(entry->second.begin(), entry->second.end(), streams.begin());
     const uint64_t changes_before = changes_;
     size_t written = 0;
     for (EventStream* stream : streams) {

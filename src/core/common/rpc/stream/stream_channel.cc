@@ -11,12 +11,4 @@ StreamChannel::StreamChannel(StreamChannel&&) noexcept = default;
 
 StreamChannel::~StreamChannel() = default;
 
-bool StreamChannel::Send(const rpc::transport::StreamMessage& frame) {
-  return endpoint_->Send(frame);
-}
-
-void StreamChannel::Complete() {
-  endpoint_->Complete();
-}
-
 }  // namespace torvane

@@ -53,8 +53,10 @@ class StreamChannel {
   ~StreamChannel();
 
   // Forward to the endpoint; see there. The channel must not be empty.
-  bool Send(const rpc::transport::StreamMessage& frame);
-  void Complete();
+  bool Send(const rpc::transport::StreamMessage& frame) {
+    return endpoint_->Send(frame);
+  }
+  void Complete() { endpoint_->Complete(); }
 
  private:
   std::unique_ptr<Endpoint> endpoint_;
