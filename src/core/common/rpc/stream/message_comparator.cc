@@ -4,8 +4,6 @@
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/message.h>
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -39,28 +37,11 @@ struct GeneratedClass : Message {
     constexpr auto get = &GeneratedClass::GetClassData;
     return (message.*get)();
   }
-  // Leaves a bit free beside an address.
-  static_assert(alignof(ClassData) >= 2);
 };
 
-// Which of the classes met last have maps to sort: each slot holds the address
-// of a class, plus one if it has. A slot says all by itself, so threads need no
-// order among their accesses. Constant-initialised: serves while the program
-// loads.
-constinit std::array<std::atomic<uintptr_t>, 64> g_classes = {};
-
 bool HasSortableMaps(const Message& message) {
-  const auto address = reinterpret_cast<uintptr_t>(GeneratedClass::Of(message));
-  if (address == 0)
-    return false;
-  std::atomic<uintptr_t>& slot = g_classes[address / 16 % g_classes.size()];
-  const uintptr_t known = slot.load(std::memory_order_relaxed);
-  if (known == address || known == address + 1)
-    return known != address;
-  const bool sortable =
-      UseOfMaps(*message.GetDescriptor()) == MapUse::kSortable;
-  slot.store(address + sortable, std::memory_order_relaxed);
-  return sortable;
+  return GeneratedClass::Of(message) &&
+         UseOfMaps(*message.GetDescriptor()) == MapUse::kSortable;
 }
 
 // `size` is what ByteSizeLong() has just returned.

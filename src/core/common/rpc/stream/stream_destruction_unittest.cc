@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -18,7 +19,9 @@
 
 namespace {
 std::vector<std::string> events;
-}
+// What checked pointers that are alive point to.
+std::multiset<const void*> referenced;
+}  // namespace
 
 namespace torvane {
 class Service;
@@ -27,8 +30,9 @@ class Service;
 template <typename T>
 class raw_ptr {
  public:
-  raw_ptr(T* target) : target_(target) {}
+  raw_ptr(T* target) : target_(target) { referenced.insert(target); }
   ~raw_ptr() {
+    referenced.erase(referenced.find(target_));
     events.push_back(std::is_same_v<T, torvane::Service> ? "service"
                                                          : "method");
   }
@@ -87,6 +91,19 @@ TEST(StreamDestruction, ACallbackStreamDiscardsItsCallsBeforeThat) {
     events.clear();
   }
   EXPECT_THAT(events, ElementsAre("calls", "method", "service", "channel"));
+}
+
+// Destroying a service under an open stream breaks the contract. The stream's
+// reference is what lets the base library notice.
+TEST(StreamDestruction, AServiceIsReferencedForAsLongAsAStreamIsOpen) {
+  const auto service = std::make_unique<char>();
+  auto* const address = reinterpret_cast<Service*>(service.get());
+  {
+    const EventStream<streams::Happened> events_of(address, nullptr, Channel());
+    const CallbackStream<streams::MayI> answers_of(address, nullptr, Channel());
+    EXPECT_EQ(referenced.count(address), 2u);
+  }
+  EXPECT_EQ(referenced.count(address), 0u);
 }
 
 }  // namespace

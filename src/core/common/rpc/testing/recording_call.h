@@ -11,19 +11,25 @@
 
 namespace torvane {
 
-// Keeps the failure text. Knows no cancellation.
+// Keeps the failure text and counts failures. Knows no cancellation.
 class RecordingController : public google::protobuf::RpcController {
  public:
   void Reset() override { text_.clear(); }
   bool Failed() const override { return !text_.empty(); }
   std::string ErrorText() const override { return text_; }
   void StartCancel() override {}
-  void SetFailed(const std::string& text) override { text_ = text; }
+  void SetFailed(const std::string& text) override {
+    text_ = text;
+    ++failures_;
+  }
   bool IsCanceled() const override { return false; }
   void NotifyOnCancel(google::protobuf::Closure*) override {}
 
+  int failures() const { return failures_; }
+
  private:
   std::string text_;
+  int failures_ = 0;
 };
 
 // Counts its runs and stays the test's own.

@@ -23,7 +23,6 @@ namespace {
 using google::protobuf::BoolValue;
 using google::protobuf::Closure;
 using google::protobuf::Empty;
-using google::protobuf::Message;
 using google::protobuf::MethodDescriptor;
 using google::protobuf::RpcController;
 using google::protobuf::Service;

@@ -9,12 +9,15 @@
 
 #include <unistd.h>
 
+#include <atomic>
+#include <barrier>
 #include <csignal>
-#include <functional>
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "core/common/rpc/testing/allocation_counter.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
@@ -117,21 +120,51 @@ TEST(Dispatch, AMethodOfAnotherServiceIsDispatchedByItsIndexAlone) {
 }
 
 TEST(Dispatch, AllocatesNothing) {
-  class Silent : public BrowserWindowRpc {
-    void Show(google::protobuf::RpcController*,
-              const BrowserId*,
-              google::protobuf::Empty*,
-              google::protobuf::Closure*) override {}
-  } service;
-  BrowserId request;
-  google::protobuf::Empty response;
+  EveryUnaryMethod service;
+  service.calls.reserve(kUnaryMethodCount);
   RecordingController controller;
   RecordingClosure done;
-  const MethodDescriptor* show = Method(0);
+  const MethodDescriptor* methods[kUnaryMethodCount];
+  std::vector<std::unique_ptr<Message>> responses;
+  for (int i = 0; i < kUnaryMethodCount; ++i) {
+    methods[i] = Method(i);
+    responses.emplace_back(service.GetResponsePrototype(methods[i]).New());
+  }
 
   const size_t before = CountAllocations().allocations;
-  service.CallMethod(show, &controller, &request, &response, &done);
+  for (int i = 0; i < kUnaryMethodCount; ++i) {
+    service.CallMethod(methods[i], &controller,
+                       &service.GetRequestPrototype(methods[i]),
+                       responses[i].get(), &done);
+  }
   EXPECT_EQ(CountAllocations().allocations, before);
+  EXPECT_EQ(service.calls.size(), static_cast<size_t>(kUnaryMethodCount));
+}
+
+TEST(Dispatch, RunsOnAnyThreadAndOnSeveralAtOnce) {
+  BrowserWindowRpc service;
+  constexpr int kThreads = 4;
+  std::barrier start(kThreads);
+  std::vector<std::thread> threads;
+  std::atomic<int> completed = 0;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      start.arrive_and_wait();
+      for (int i = 0; i < kUnaryMethodCount; ++i) {
+        const std::unique_ptr<Message> response(
+            service.GetResponsePrototype(Method(i)).New());
+        RecordingController controller;
+        RecordingClosure done;
+        service.CallMethod(Method(i), &controller,
+                           &service.GetRequestPrototype(Method(i)),
+                           response.get(), &done);
+        completed += done.runs();
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(completed, kThreads * kUnaryMethodCount);
 }
 
 TEST(DefaultMethods, FailWithTheirNameAndThenComplete) {
@@ -148,6 +181,7 @@ TEST(DefaultMethods, FailWithTheirNameAndThenComplete) {
     const std::string text =
         "Method " + std::string(kMethodTable[i].name) + "() not implemented.";
     EXPECT_EQ(controller.ErrorText(), text);
+    EXPECT_EQ(controller.failures(), 1);
     EXPECT_EQ(text_at_completion, text);
     EXPECT_EQ(done.runs(), 1);
   }
@@ -163,6 +197,15 @@ TEST(DefaultMethods, LeaveTheResponseAsItCame) {
   service.CallMethod(Method(15), &controller, &request, &response, &done);
   EXPECT_EQ(controller.ErrorText(), "Method Close() not implemented.");
   EXPECT_TRUE(response.value());
+}
+
+TEST(DefaultMethods, LogNothing) {
+  BrowserWindowRpc service;
+  RecordingController controller;
+  RecordingClosure done;
+  testing::internal::CaptureStderr();
+  service.Show(&controller, nullptr, nullptr, &done);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(DefaultMethods, DoNotReadTheRequest) {
@@ -235,8 +278,14 @@ TEST(Prototypes, AreTheSameObjectsEachTimeAndCostNoAllocation) {
 // signal where the controller or the closure is touched.
 FatalRecord RefusedCall(const MethodDescriptor* method) {
   return FatalRecordOf([method] {
-    class Untouchable : public RecordingController {
+    class Untouchable : public google::protobuf::RpcController {
+      void Reset() override { _exit(1); }
+      bool Failed() const override { _exit(1); }
+      std::string ErrorText() const override { _exit(1); }
+      void StartCancel() override { _exit(1); }
       void SetFailed(const std::string&) override { _exit(1); }
+      bool IsCanceled() const override { _exit(1); }
+      void NotifyOnCancel(google::protobuf::Closure*) override { _exit(1); }
     } controller;
     RecordingClosure done([] { _exit(1); });
     BrowserWindowRpc service;
