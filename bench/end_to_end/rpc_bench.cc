@@ -226,7 +226,7 @@ void MeasurePipelined(ProcessPair& pair,
 void AnswerQuestions(asio::io_context& loop, Client& client) {
   using Answerer = rpc::transport::CallbackAnswerer<rpc::CloseWindow>;
   Answerer answerer(client, Method("OnCloseWindow"),
-                    [](const rpc::CloseWindow&, Answerer::Reply reply) {
+                    [](const rpc::CloseWindow&, const Answerer::Reply& reply) {
                       rpc::CloseWindow answer;
                       answer.mutable_response()->set_allowed(true);
                       if (!reply.Answer(std::move(answer)).ok())

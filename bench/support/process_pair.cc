@@ -26,7 +26,7 @@ struct NamedMode {
 constexpr NamedMode kModes[] = {
     {"unary", Mode::kUnary},       {"pipelined", Mode::kPipelined},
     {"question", Mode::kQuestion}, {"timed-question", Mode::kTimedQuestion},
-    {"fanout", Mode::kFanout},
+    {"fanout", Mode::kFanout},     {"memory", Mode::kMemory},
 };
 
 Mode ModeOf(std::string_view name) {
@@ -37,9 +37,10 @@ Mode ModeOf(std::string_view name) {
   Fail("unknown mode '" + std::string(name) + "'");
 }
 
-// The browser asks, so the server measures.
+// The browser asks questions, and it is its memory that counts.
 bool ServerMeasures(Mode mode) {
-  return mode == Mode::kQuestion || mode == Mode::kTimedQuestion;
+  return mode == Mode::kQuestion || mode == Mode::kTimedQuestion ||
+         mode == Mode::kMemory;
 }
 
 // The last one that this process may use: the first has more interrupts.

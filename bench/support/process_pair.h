@@ -24,7 +24,14 @@
 
 namespace bench {
 
-enum class Mode { kUnary, kPipelined, kQuestion, kTimedQuestion, kFanout };
+enum class Mode {
+  kUnary,
+  kPipelined,
+  kQuestion,
+  kTimedQuestion,
+  kFanout,
+  kMemory
+};
 
 // What is asked of every peer alike.
 inline constexpr int kCallsInFlight = 64;

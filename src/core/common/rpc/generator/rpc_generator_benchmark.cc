@@ -17,7 +17,6 @@ namespace torvane::generator {
 namespace {
 
 using google::protobuf::FileDescriptor;
-using google::protobuf::compiler::CodeGenerator;
 
 class FilesInMemory : public google::protobuf::compiler::GeneratorContext {
  public:

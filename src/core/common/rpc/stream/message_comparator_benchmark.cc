@@ -88,18 +88,27 @@ void Integers(benchmark::State& state) {
   LookUpAll(state, map, keys);
 }
 
+std::unique_ptr<BrowserId> Window(int64_t id) {
+  auto window = std::make_unique<BrowserId>();
+  window->set_value(id);
+  return window;
+}
+
+// The keys stored lie beside the entries, as in a registry, which copies a key
+// when it adds the entry. Those sought have come in later.
 template <typename Comparator>
 void Windows(benchmark::State& state) {
-  std::vector<std::unique_ptr<BrowserId>> stored, sought;
+  std::vector<std::unique_ptr<BrowserId>> stored(state.range(0));
+  std::vector<std::unique_ptr<BrowserId>> sought(state.range(0));
   std::map<const Message*, int, Comparator> map;
+  for (int i = 0; i < state.range(0); ++i) {
+    stored[i] = Window(kFirstId + i);
+    map[stored[i].get()] = i;
+  }
   std::vector<const Message*> keys;
   for (int i = 0; i < state.range(0); ++i) {
-    for (auto* ids : {&stored, &sought}) {
-      ids->push_back(std::make_unique<BrowserId>());
-      ids->back()->set_value(kFirstId + i);
-    }
-    map[stored.back().get()] = i;
-    keys.push_back(sought.back().get());
+    sought[i] = Window(kFirstId + i);
+    keys.push_back(sought[i].get());
   }
   LookUpAll(state, map, keys);
 }

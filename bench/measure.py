@@ -1,0 +1,124 @@
+"""Runs every benchmark, interleaved, and keeps what each run said.
+
+A sample is a number of nanoseconds (or bytes). Programs of peers run in turn,
+round by round, so that whatever slows the machine down for a while slows all of
+them down.
+"""
+
+import json
+import pathlib
+import statistics
+import subprocess
+import sys
+
+MODES = ("unary", "pipelined", "question", "fanout")
+PEERS = ("epoll", "rpc", "grpc", "capnp")
+
+MICRO_BENCHMARKS = (
+    "proto/rpc/browser/browser_window_benchmark",
+    "stream/message_comparator_benchmark",
+    "stream/event_stream_benchmark",
+    "stream/callback_stream_benchmark",
+    "generator/rpc_generator_benchmark",
+)
+MICRO_SECONDS = 0.05
+
+# More CPU time than this share missing from a run's time means that something
+# else ran on its core.
+BUSY = 0.9
+
+
+class Series:
+    """The samples of one figure, one for each round."""
+
+    def __init__(self):
+        self.samples = []
+
+    @property
+    def median(self):
+        return statistics.median(self.samples)
+
+    @property
+    def low(self):
+        return min(self.samples)
+
+    @property
+    def high(self):
+        return max(self.samples)
+
+
+class Measurements:
+    """All figures by name: "unary.grpc.cpu", "Publish/1000"."""
+
+    def __init__(self):
+        self.series = {}
+        self.busy_runs = 0
+        self.runs = 0
+
+    def add(self, name, value):
+        self.series.setdefault(name, Series()).samples.append(value)
+
+    def __getitem__(self, name):
+        return self.series[name]
+
+    def save(self, path):
+        content = {name: series.samples for name, series in self.series.items()}
+        path.write_text(json.dumps(content, indent=1, sort_keys=True) + "\n")
+
+
+def run(command):
+    try:
+        done = subprocess.run(command, stdout=subprocess.PIPE, timeout=120)
+    except (OSError, subprocess.TimeoutExpired) as error:
+        sys.exit(f"bench: {' '.join(map(str, command))}: {error}")
+    if done.returncode != 0:
+        sys.exit(f"bench: {' '.join(map(str, command))} failed")
+    return json.loads(done.stdout)
+
+
+def run_micro(build, measurements):
+    folder = build / "src/core/common/rpc"
+    for benchmark in MICRO_BENCHMARKS:
+        report = run([folder / benchmark, "--benchmark_format=json",
+                      f"--benchmark_min_time={MICRO_SECONDS}"])
+        for result in report["benchmarks"]:
+            if result.get("error_occurred"):
+                sys.exit(f"bench: {result['name']}: {result['error_message']}")
+            unit = {"ns": 1, "us": 1e3, "ms": 1e6}[result["time_unit"]]
+            prefix = pathlib.Path(benchmark).name.removesuffix("_benchmark")
+            measurements.add(f"{prefix}.{result['name']}",
+                             result["cpu_time"] * unit)
+
+
+def run_pair(program, name, mode, measurements, *flags):
+    result = run([program, mode, *flags])
+    for figure, value in result.items():
+        measurements.add(f"{name}.{figure}", value)
+    if "cpu" in result and not flags:
+        measurements.runs += 1
+        measurements.busy_runs += result["cpu"] < BUSY * result["mean"]
+        measurements.add(f"{name}.tail", result["p99"] / result["p50"])
+
+
+def run_round(build, measurements):
+    """Everything once, in an order that puts peers side by side."""
+    folder = build / "bench"
+    for mode in MODES:
+        for peer in PEERS:
+            run_pair(folder / f"{peer}_bench", f"{mode}.{peer}", mode,
+                     measurements)
+    run_pair(folder / "rpc_bench", "timed-question.rpc", "timed-question",
+             measurements)
+    for peer in PEERS:
+        run_pair(folder / f"{peer}_bench", f"pipelined-all-cores.{peer}",
+                 "pipelined", measurements, "--all-cores")
+    run_pair(folder / "host_memory", "memory", "memory", measurements)
+    run_micro(build, measurements)
+
+
+def measure(build, rounds):
+    measurements = Measurements()
+    for number in range(1, rounds + 1):
+        print(f"round {number} of {rounds}", file=sys.stderr, flush=True)
+        run_round(build, measurements)
+    return measurements
