@@ -81,6 +81,16 @@ TEST_F(Cancellation, ThatCrossesTheReplyWins) {
   EXPECT_EQ(counters().protocol_violations, 0u);
 }
 
+TEST_F(Cancellation, OfACallWhoseReplyIsHandledNextWins) {
+  TextCall first([&] { call.controller.StartCancel(); });
+  first.Start(*client, &Lab_Stub::Echo, "1");
+  call.Start(*client, &Lab_Stub::Echo, "2");
+  // Both replies come in one read.
+  lab.RunUntil([&] { return call.over(); });
+  EXPECT_TRUE(first.controller.status().ok());
+  EXPECT_EQ(call.controller.status().code(), absl::StatusCode::kCancelled);
+}
+
 TEST_F(Cancellation, TwiceIsOnce) {
   Park();
   call.controller.StartCancel();

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "core/common/rpc/transport/lab.h"
 
@@ -50,6 +52,19 @@ TEST(Completion, AMethodMayCompleteOnAnotherThread) {
   lab.RunUntil([&] { return parked.call().over(); });
   other.join();
   EXPECT_EQ(parked.call().response.text(), "parked");
+}
+
+TEST(Completion, OnAnotherThreadOnlyHandsTheCallBackToTheLoop) {
+  Lab lab;
+  ParkedCall parked(lab);
+  std::thread::id finished_on;
+  Done finished([&] { finished_on = std::this_thread::get_id(); });
+  parked.parked().controller->NotifyOnCancel(&finished);
+  std::thread([&] { parked.parked().Complete(); }).join();
+  EXPECT_EQ(finished.runs, 0);
+  EXPECT_EQ(lab.server->counters().calls_now, 1u);
+  lab.RunUntil([&] { return parked.call().over(); });
+  EXPECT_EQ(finished_on, std::this_thread::get_id());
 }
 
 TEST(Completion, ManyThreadsMayCompleteAtOnce) {

@@ -185,28 +185,5 @@ TEST(ClientOutbox, ACallThatDoesNotFitFailsAloneAtOnce) {
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "x").value(), "x");
 }
 
-TEST(Disconnect, WhatTheServerSaidLastIsReadAlthoughWritingFails) {
-  asio::io_context loop{1};
-  auto [ours, theirs] = SocketPair(loop);
-  RawPeer server(loop, std::move(theirs));
-  WelcomeFrame welcome;
-  welcome.set_protocol_version(1);
-  welcome.set_max_frame_bytes(1000);
-  auto* service = welcome.add_services();
-  service->set_full_name("lab.Lab");
-  service->add_methods()->set_name("Echo");
-  server.Send(Frame::kWelcome, welcome);
-  auto client = Client::Adopt(loop, std::move(ours));
-  ASSERT_TRUE(client.ok()) << client.status();
-
-  GoodbyeFrame goodbye;
-  goodbye.mutable_status()->set_code(8);
-  goodbye.mutable_status()->set_text("too much");
-  server.Send(Frame::kGoodbye, goodbye);
-  server.Close();
-  EXPECT_EQ(CallText(**client, &Lab_Stub::Echo, "x").status(),
-            absl::ResourceExhaustedError("too much"));
-}
-
 }  // namespace
 }  // namespace rpc::transport

@@ -192,27 +192,13 @@ TEST_F(Events, OnALostClientTheStreamEndsSoon) {
 }
 
 TEST_F(Events, ThatDoNotParseArePassedOver) {
-  // The raw peer is the server here, and sends what no server would.
-  auto [ours, theirs] = SocketPair(lab.loop);
-  RawPeer server(lab.loop, std::move(theirs));
-  WelcomeFrame welcome;
-  welcome.set_protocol_version(1);
-  welcome.set_max_frame_bytes(1000);
-  OfferedService* service = welcome.add_services();
-  service->set_full_name("lab.Lab");
-  OfferedMethod* method = service->add_methods();
-  method->set_name("Watch");
-  method->set_streaming(true);
-  server.Send(Frame::kWelcome, welcome);
-  auto stranger = Client::Adopt(lab.loop, std::move(ours));
-  ASSERT_TRUE(stranger.ok());
-
-  Listener listener(**stranger);
+  RawServer server(lab.loop);
+  Listener listener(*server.client);
   for (const std::string payload : {"\xff\xff", "\x0a\x01x"}) {
     StreamDataFrame data;
     data.add_stream_ids(1);
     data.mutable_message()->set_payload(payload);
-    server.Send(Frame::kStreamData, data);
+    server.peer.Send(Frame::kStreamData, data);
   }
   lab.RunReady();
   EXPECT_EQ(listener.events, std::vector<std::string>{"x"});

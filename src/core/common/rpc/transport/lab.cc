@@ -180,6 +180,28 @@ void RawPeer::Close() {
   socket_.close(error);
 }
 
+RawServer::RawServer(asio::io_context& loop)
+    : RawServer(loop, SocketPair(loop)) {}
+
+RawServer::RawServer(asio::io_context& loop, Sockets sockets)
+    : peer(loop, std::move(sockets.first)) {
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(kProtocolVersion);
+  welcome.set_max_frame_bytes(1 << 20);
+  OfferedService* service = welcome.add_services();
+  service->set_full_name("lab.Lab");
+  OfferedMethod* echo = service->add_methods();
+  echo->set_name("Echo");
+  OfferedMethod* watch = service->add_methods();
+  watch->set_name("Watch");
+  watch->set_id(1);
+  watch->set_streaming(true);
+  peer.Send(Frame::kWelcome, welcome);
+  auto adopted = Client::Adopt(loop, std::move(sockets.second));
+  ABSL_CHECK(adopted.ok()) << adopted.status();
+  client = *std::move(adopted);
+}
+
 Lab::Lab(const ServerOptions& options) : server(std::in_place, loop, options) {
   server->AddService(&service);
 }

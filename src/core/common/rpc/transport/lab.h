@@ -155,6 +155,20 @@ class Lab {
   std::optional<Server> server;
 };
 
+// A client whose server is a raw peer, on one loop. The server offers Echo and
+// Watch of the lab, under the ids 0 and 1.
+struct RawServer {
+  explicit RawServer(asio::io_context& loop);
+
+  RawPeer peer;
+  std::unique_ptr<Client> client;
+
+ private:
+  using Sockets = std::pair<asio::local::stream_protocol::socket,
+                            asio::local::stream_protocol::socket>;
+  RawServer(asio::io_context& loop, Sockets sockets);
+};
+
 // Two connected sockets.
 std::pair<asio::local::stream_protocol::socket,
           asio::local::stream_protocol::socket>

@@ -83,6 +83,15 @@ class ProbeService final : public lab::LabRpc {
     return stream;
   }
 
+  // Says something on the first stream before it answers.
+  void Echo(google::protobuf::RpcController*,
+            const lab::Text* request,
+            lab::Text*,
+            google::protobuf::Closure* done) override {
+    streams[0]->Say(request->text());
+    done->Run();
+  }
+
   std::vector<ProbeStream*> streams;
   Log log;
 };

@@ -125,7 +125,7 @@ void ServerStreams::Finish(Entries::iterator entry) {
 void ServerStreams::Reap() {
   for (const uint64_t id : std::exchange(ended_, {})) {
     const auto entry = entries_.find(id);
-    if (entry != entries_.end() && entry->second.ended) {
+    if (entry != entries_.end()) {
       Finish(entry);
     }
   }

@@ -146,6 +146,24 @@ TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
   EXPECT_EQ(TakeLog(), Log{"2 next new"});
 }
 
+TEST_F(StreamLife, AStreamThatHasCompletedOutOfTurnIsFedNoMore) {
+  Serve();
+  Open(7);
+  const auto first = std::move(peer);
+  peer = NewPeer();
+  Open(1);
+  service.streams[1]->meanwhile = [&] { service.streams[0]->Finish(); };
+
+  // Both frames are read in the same turn, the second one's first.
+  StreamDataFrame data;
+  data.add_stream_ids(1);
+  peer->Send(Frame::kStreamData, data);
+  data.set_stream_ids(0, 7);
+  first->Send(Frame::kStreamData, data);
+  RunReady();
+  EXPECT_EQ(TakeLog(), (Log{"2 next ", "1 completed", "1 destroyed"}));
+}
+
 TEST_F(StreamLife, AnIdInUseBreaksTheProtocol) {
   Serve();
   Open(7);

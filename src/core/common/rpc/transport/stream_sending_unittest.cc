@@ -93,9 +93,11 @@ TEST_F(StreamSending, TheSameMessageTwiceArrivesTwice) {
 TEST_F(StreamSending, AMessageStaysBeforeAReplyThatFollowsIt) {
   Serve();
   Open(1);
-  service.streams[0]->Say("event");
   CallFrame call;
-  call.set_method_id(peer->IdOf("Forget"));
+  lab::Text text;
+  text.set_text("event");
+  call.set_method_id(peer->IdOf("Echo"));
+  text.SerializeToString(call.mutable_request());
   peer->Send(Frame::kCall, call);
   EXPECT_EQ(ReceiveData().message().payload(), "event");
   const auto frame = peer->Receive();

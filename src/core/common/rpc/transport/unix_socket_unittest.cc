@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -148,6 +149,22 @@ TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
   EXPECT_FALSE(PeerOfUnixSocket(STDIN_FILENO + 1000).ok());
 }
 
+// While it lives, the process has no descriptor left.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    const rlimit none = {static_cast<rlim_t>(next), before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_;
+};
+
 TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
   ServerOptions options;
   options.limits.accept_pause = std::chrono::milliseconds(1);
@@ -155,23 +172,33 @@ TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   asio::local::stream_protocol::socket waiting(lab.loop);
   waiting.open();
-
-  // From here on the process has no descriptor left.
-  rlimit before;
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const int next = dup(STDERR_FILENO);
-  close(next);
-  const rlimit none = {static_cast<rlim_t>(next), before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-
   std::error_code error;
-  waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
-  EXPECT_FALSE(error);
-  lab.RunUntil([&] { return lab.server->counters().accept_pauses >= 2; });
-  EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  {
+    NoDescriptors none;
+    waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+    EXPECT_FALSE(error);
+    lab.RunUntil([&] { return lab.server->counters().accept_pauses >= 2; });
+    EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
+  }
   lab.RunUntil(
       [&] { return lab.server->counters().connections_accepted == 1; });
+}
+
+TEST_F(UnixSocket, DoesNotKeepTryingWithoutDescriptors) {
+  ServerOptions options;
+  options.limits.accept_pause = std::chrono::hours(1);
+  Lab lab(options);
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  asio::local::stream_protocol::socket waiting(lab.loop);
+  waiting.open();
+  std::error_code error;
+  NoDescriptors none;
+  waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+  EXPECT_FALSE(error);
+  for (int turn = 0; turn < 50; ++turn) {
+    lab.loop.poll_one();
+  }
+  EXPECT_EQ(lab.server->counters().accept_pauses, 1u);
 }
 
 }  // namespace
