@@ -7,9 +7,11 @@ them down.
 
 import json
 import pathlib
+import resource
 import statistics
 import subprocess
 import sys
+import tempfile
 
 MODES = ("unary", "pipelined", "question", "fanout")
 PEERS = ("epoll", "rpc", "grpc", "capnp")
@@ -100,6 +102,26 @@ def run_pair(program, name, mode, measurements, *flags):
         measurements.add(f"{name}.tail", result["p99"] / result["p50"])
 
 
+def run_protoc(build, measurements):
+    """Whole runs of protoc: with the plugin, and for messages alone."""
+    protos = pathlib.Path(__file__).parent.parent / "src/core/common/rpc/proto"
+    plugin = build / "src/core/common/rpc/generator/protoc-gen-rpc"
+    outputs = {
+        "rpc": [f"--plugin=protoc-gen-rpc={plugin}", "--rpc_out"],
+        "cpp": ["--cpp_out"],
+    }
+    for name, (*flags, output) in outputs.items():
+        with tempfile.TemporaryDirectory() as folder:
+            before = resource.getrusage(resource.RUSAGE_CHILDREN)
+            subprocess.run(["protoc", f"-I{protos}", *flags,
+                            f"{output}={folder}",
+                            "rpc/browser/browser_window.proto"], check=True)
+            after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        seconds = (after.ru_utime - before.ru_utime + after.ru_stime -
+                   before.ru_stime)
+        measurements.add(f"protoc.{name}", seconds * 1e9)
+
+
 def run_round(build, measurements):
     """Everything once, in an order that puts peers side by side."""
     folder = build / "bench"
@@ -113,6 +135,7 @@ def run_round(build, measurements):
         run_pair(folder / f"{peer}_bench", f"pipelined-all-cores.{peer}",
                  "pipelined", measurements, "--all-cores")
     run_pair(folder / "host_memory", "memory", "memory", measurements)
+    run_protoc(build, measurements)
     run_micro(build, measurements)
 
 

@@ -97,6 +97,9 @@ ROWS = (
         GENERATOR + "Generate<RpcGenerator>",
         GENERATOR + "Generate<ProtocsCpp>", 1.0),
     # Without a goal.
+    Row("protoc_run_vs_protoc",
+        "a whole run of protoc with the plugin / for messages",
+        "protoc.rpc", "protoc.cpp"),
     Row("unary_mean_vs_capnp", "unary round trip / Cap'n Proto",
         "unary.rpc.cpu", "unary.capnp.cpu"),
     Row("unary_epoll_vs_grpc", "raw epoll echo / gRPC, completion queues",
