@@ -52,7 +52,7 @@ ClientCore::ClientCore(asio::io_context& loop,
                                                std::move(socket),
                                                options_.limits,
                                                counters_)),
-      streams_(std::make_shared<ClientStreams>(*connection_, methods_)) {}
+      streams_(std::make_shared<ClientStreams>(connection_, methods_)) {}
 
 ClientCore::~ClientCore() = default;
 

@@ -7,8 +7,9 @@
 
 namespace rpc::transport {
 
-ClientStreams::ClientStreams(Connection& connection, OfferedMethods& methods)
-    : connection_(connection), methods_(methods) {}
+ClientStreams::ClientStreams(std::shared_ptr<Connection> connection,
+                             OfferedMethods& methods)
+    : connection_(std::move(connection)), methods_(methods) {}
 
 ClientStreams::~ClientStreams() = default;
 
@@ -20,7 +21,7 @@ uint64_t ClientStreams::Open(const google::protobuf::MethodDescriptor* method,
   if (!status.ok()) {
     // There is nothing at the server to end.
     streams_.at(id).ended = true;
-    connection_.Post(
+    connection_->Post(
         [self = shared_from_this(), id, status] { self->Finish(id, status); });
   }
   return id;
@@ -39,20 +40,20 @@ absl::Status ClientStreams::AppendOpen(
   StreamOpenFrame open;
   open.set_stream_id(id);
   open.set_method_id(*method_id);
-  if (!connection_.Append(Frame::kStreamOpen, open)) {
+  if (!connection_->Append(Frame::kStreamOpen, open)) {
     return absl::UnavailableError("the connection takes no more frames");
   }
   return absl::OkStatus();
 }
 
 bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
-  if (!CanSend(id) || !connection_.HasRoomFor(message.ByteSizeLong())) {
+  if (!CanSend(id) || !connection_->HasRoomFor(message.ByteSizeLong())) {
     return false;
   }
   StreamDataFrame data;
   data.add_stream_ids(id);
   *data.mutable_message() = message;
-  return connection_.Append(Frame::kStreamData, data);
+  return connection_->Append(Frame::kStreamData, data);
 }
 
 bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
@@ -62,7 +63,7 @@ bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
   StreamErrorFrame error;
   error.set_stream_id(id);
   *error.mutable_message() = message;
-  return connection_.Append(Frame::kStreamError, error);
+  return connection_->Append(Frame::kStreamError, error);
 }
 
 bool ClientStreams::CanSend(uint64_t id) const {
@@ -91,7 +92,7 @@ void ClientStreams::AppendEnd(Streams::iterator stream) {
   }
   StreamEndFrame end;
   end.set_stream_id(stream->first);
-  connection_.Append(Frame::kStreamEnd, end);
+  connection_->Append(Frame::kStreamEnd, end);
 }
 
 void ClientStreams::OnData(const StreamDataFrame& frame) {

@@ -3,9 +3,10 @@
 // Ids are never used twice, so what still arrives for a stream that is over is
 // told by its id being unknown, and ignored.
 //
-// Ownership: owned by the client's core, which outlives it, as connection and
-// methods do. Points to the observers, which see to it that they are abandoned
-// before they go.
+// Ownership: shared between the client's core and turns of the loop to come.
+// `methods` belongs to the core and is used only while that is connected.
+// Points to the observers, which see to it that they are abandoned before they
+// go.
 //
 // Sequence: the loop's. Observers are called from turns of the loop, never from
 // within an operation that they use; each of them may abandon any stream, and
@@ -41,7 +42,8 @@ class ClientStreams final : public std::enable_shared_from_this<ClientStreams> {
     ~Observer() = default;
   };
 
-  ClientStreams(Connection& connection, OfferedMethods& methods);
+  ClientStreams(std::shared_ptr<Connection> connection,
+                OfferedMethods& methods);
   ClientStreams(const ClientStreams&) = delete;
   ClientStreams& operator=(const ClientStreams&) = delete;
   ~ClientStreams();
@@ -84,7 +86,7 @@ class ClientStreams final : public std::enable_shared_from_this<ClientStreams> {
   void Finish(uint64_t id, const absl::Status& status);
   bool CanSend(uint64_t id) const;
 
-  Connection& connection_;
+  const std::shared_ptr<Connection> connection_;
   OfferedMethods& methods_;
   Streams streams_;
   uint64_t last_id_ = 0;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/common/rpc/transport/lab.h"
@@ -135,6 +136,32 @@ TEST(Completion, AMethodMayCompleteInsideItsCancelCallback) {
   parked.parked().controller->NotifyOnCancel(&completing);
   parked.Disconnect();
   EXPECT_EQ(completing.runs, 1);
+  EXPECT_EQ(lab.server->counters().results_late, 1u);
+}
+
+TEST(Completion, AMethodMayCompleteAllCallsInsideOneCancelCallback) {
+  Lab lab;
+  auto client = lab.NewClient();
+  TextCall calls[3];
+  for (TextCall& call : calls) {
+    call.Start(*client, &Lab_Stub::Park, "x");
+  }
+  lab.RunUntil([&] { return lab.service.parked.size() == 3; });
+  bool first = true;
+  Done cancelled([&] {
+    if (std::exchange(first, false)) {
+      for (const auto& parked : lab.service.parked) {
+        parked.Complete();
+      }
+    }
+  });
+  for (const auto& parked : lab.service.parked) {
+    parked.controller->NotifyOnCancel(&cancelled);
+  }
+  client.reset();
+  lab.RunUntil([&] { return lab.server->counters().connections_now == 0; });
+  EXPECT_EQ(cancelled.runs, 3);
+  EXPECT_EQ(lab.server->counters().calls_now, 0u);
   EXPECT_EQ(lab.server->counters().results_late, 1u);
 }
 

@@ -36,7 +36,7 @@ ServerSession::ServerSession(const Context& context,
                                                std::move(socket),
                                                context.limits,
                                                context.counters)),
-      streams_(std::make_shared<ServerStreams>(*connection_,
+      streams_(std::make_shared<ServerStreams>(connection_,
                                                context.methods,
                                                context.limits.max_streams,
                                                context.counters)),
@@ -291,7 +291,10 @@ void ServerSession::OnClosed(const absl::Status& why) {
     LOG(WARNING) << "Closed the connection of " << peer_ << ": " << why;
     context_.counters.handshakes_failed += serving_ ? 0 : 1;
   }
-  for (const auto& [id, call] : std::exchange(calls_, {})) {
+  // One by one: what hears of its end may complete another.
+  while (!calls_.empty()) {
+    ServerCall* call = calls_.begin()->second;
+    calls_.erase(calls_.begin());
     --context_.counters.calls_now;
     call->Abandon();
   }

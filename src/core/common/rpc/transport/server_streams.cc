@@ -31,11 +31,11 @@ class ServerStreams::Endpoint final : public torvane::StreamChannel::Endpoint {
   Entry& entry_;
 };
 
-ServerStreams::ServerStreams(Connection& connection,
+ServerStreams::ServerStreams(std::shared_ptr<Connection> connection,
                              const ServedMethods& methods,
                              size_t max_streams,
                              Counters& counters)
-    : connection_(connection),
+    : connection_(std::move(connection)),
       methods_(methods),
       max_streams_(max_streams),
       counters_(counters) {}
@@ -113,17 +113,20 @@ void ServerStreams::OnEnd(const StreamEndFrame& frame) {
   }
 }
 
-// The entry stays until the stream has said all it wants to say.
+// The entry stays until the stream has said all it wants to say. Should it run
+// the loop meanwhile, others may find the entry.
 void ServerStreams::Finish(Entries::iterator entry) {
-  entry->second.completing = true;
+  if (std::exchange(entry->second.completing, true)) {
+    return;
+  }
   entry->second.stream->OnCompleted();
   Complete(entry->second);
   entries_.erase(entry);
   --counters_.streams_now;
 }
 
-void ServerStreams::Reap() {
-  for (const uint64_t id : std::exchange(ended_, {})) {
+void ServerStreams::FinishAll(const std::vector<uint64_t>& ids) {
+  for (const uint64_t id : ids) {
     const auto entry = entries_.find(id);
     if (entry != entries_.end()) {
       Finish(entry);
@@ -131,25 +134,31 @@ void ServerStreams::Reap() {
   }
 }
 
+void ServerStreams::Reap() {
+  FinishAll(std::exchange(ended_, {}));
+}
+
 void ServerStreams::ReapSoon() {
-  connection_.Post([weak_self = weak_from_this()] {
+  connection_->Post([weak_self = weak_from_this()] {
     const auto self = weak_self.lock();
     // A frame that is being handled may have come from within the stream.
-    if (self && !self->connection_.handling()) {
+    if (self && !self->connection_->handling()) {
       self->Reap();
     }
   });
 }
 
 void ServerStreams::CloseAll() {
-  while (!entries_.empty()) {
-    Finish(entries_.begin());
+  std::vector<uint64_t> ids;
+  for (const auto& [id, entry] : entries_) {
+    ids.push_back(id);
   }
+  FinishAll(ids);
 }
 
 bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   const size_t frame_bytes = message.ByteSizeLong() + kEnvelopeBytes;
-  if (entry.ended || !connection_.CanTake(frame_bytes + kStreamIdBytes)) {
+  if (entry.ended || !connection_->CanTake(frame_bytes + kStreamIdBytes)) {
     return false;
   }
   if (!Joins(entry, message)) {
@@ -161,7 +170,7 @@ bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   entry.last_held = held_number_;
   held_.add_stream_ids(entry.id);
   held_bytes_ += kStreamIdBytes;
-  connection_.WriteSoon();
+  connection_->WriteSoon();
   return true;
 }
 
@@ -171,14 +180,14 @@ bool ServerStreams::Joins(const Entry& entry,
   return !held_.stream_ids().empty() && entry.last_held != held_number_ &&
          held_.message().call_id() == message.call_id() &&
          held_.message().payload() == message.payload() &&
-         connection_.Suits(held_bytes_ + kStreamIdBytes);
+         connection_->Suits(held_bytes_ + kStreamIdBytes);
 }
 
 void ServerStreams::AppendHeld() {
   if (held_.stream_ids().empty()) {
     return;
   }
-  connection_.Append(Frame::kStreamData, held_);
+  connection_->Append(Frame::kStreamData, held_);
   held_.clear_stream_ids();
 }
 
@@ -200,7 +209,7 @@ void ServerStreams::AppendEnd(uint64_t id, const absl::Status& status) {
   if (!status.ok()) {
     ToWire(status, end_.mutable_status());
   }
-  connection_.Append(Frame::kStreamEnd, end_);
+  connection_->Append(Frame::kStreamEnd, end_);
 }
 
 }  // namespace rpc::transport

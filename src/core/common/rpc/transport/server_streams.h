@@ -16,12 +16,11 @@
 // long as Send() is given the same message, only the list of streams grows. The
 // message is held back until another one comes or frames are written.
 //
-// Ownership: owned by the session, which outlives it, as connection and methods
-// do. Owns the streams, and through them their channels.
+// Ownership: shared between the session and turns of the loop to come; methods
+// and counters outlive it. Owns the streams, and through them their channels.
 //
-// Sequence: the loop's. A stream is destroyed while a frame of its client is
-// handled that is not its own, or on a turn of the loop; never from within one
-// of its own calls.
+// Sequence: the loop's. A stream is destroyed when its calls have returned:
+// after the frame that ends it, or on a turn of the loop, or by CloseAll().
 //
 // Failure: a status that is not OK is the client's violation of the protocol.
 
@@ -45,7 +44,7 @@ namespace rpc::transport {
 
 class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
  public:
-  ServerStreams(Connection& connection,
+  ServerStreams(std::shared_ptr<Connection> connection,
                 const ServedMethods& methods,
                 size_t max_streams,
                 Counters& counters);
@@ -95,11 +94,12 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   absl::Status Refusal(const StreamOpenFrame& frame) const;
   Entry* FindOpen(uint64_t id);
   void Finish(Entries::iterator entry);
+  void FinishAll(const std::vector<uint64_t>& ids);
   void ReapSoon();
   void AppendEnd(uint64_t id, const absl::Status& status);
   bool Joins(const Entry& entry, const StreamMessage& message) const;
 
-  Connection& connection_;
+  const std::shared_ptr<Connection> connection_;
   const ServedMethods& methods_;
   const size_t max_streams_;
   Counters& counters_;

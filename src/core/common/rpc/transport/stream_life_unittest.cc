@@ -130,6 +130,20 @@ TEST_F(StreamLife, AStreamThatCompletesWithinACallOutlivesTheCall) {
   EXPECT_EQ(ReceiveEnd(7).code(), 0);
 }
 
+TEST_F(StreamLife, AClientThatGoesWhileItsStreamCompletesIsNoticedOnce) {
+  Serve();
+  Open(7);
+  service.streams[0]->Finish();
+  service.streams[0]->meanwhile = [&] {
+    peer->Close();
+    loop.poll();
+    EXPECT_EQ(counters().connections_now, 0u);
+  };
+  RunReady();
+  EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
+  EXPECT_EQ(counters().streams_now, 0u);
+}
+
 TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
   Serve();
   Open(7);
