@@ -1,6 +1,6 @@
 """Measures, prints the table, and writes summary.json and the charts.
 
-    python3 bench/run.py BUILD_FOLDER CHART_FOLDER [--rounds N] [--no-charts]
+    python3 -B bench/run.py BUILD_FOLDER CHART_FOLDER [--rounds N] [--no-charts]
 """
 
 import argparse
