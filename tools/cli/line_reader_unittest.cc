@@ -1,6 +1,7 @@
 #include "tools/cli/line_reader.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -105,6 +106,21 @@ TEST_F(LineReaderTest, DescriptorKeepsItsBlockingMode) {
   StartReading(pipe_[0]);
   WaitForLines(1);
   EXPECT_EQ(0, fcntl(pipe_[0], F_GETFL) & O_NONBLOCK);
+}
+
+TEST_F(LineReaderTest, SignalsAreLeftToOtherThreads) {
+  Write("one\n");
+  StartReading(pipe_[0]);
+  WaitForLines(1);
+  // With nobody else to take it, a signal that the reader took would end the
+  // process.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  kill(getpid(), SIGUSR1);
+  EXPECT_EQ(SIGUSR1, sigwaitinfo(&signals, nullptr));
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 TEST_F(LineReaderTest, DestroyingWhileNothingComesDoesNotHang) {

@@ -57,10 +57,10 @@ class QuestionAnswerer {
     const std::string json = ToJson(question);
     PrintLine(json);
     source_->Answer(json, [reply](const absl::StatusOr<std::string>& answer) {
-      if (absl::Status sent = Send(reply, answer); !sent.ok()) {
-        reply.Refuse();
+      // Unless it is answered, the question is refused with its last reply
+      // handle.
+      if (absl::Status sent = Send(reply, answer); !sent.ok())
         Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
-      }
     });
   }
 

@@ -95,6 +95,18 @@ TEST_F(EndToEndTest, AbsentHostIsSaidWithItsSocket) {
   EXPECT_THAT(result.errors, HasSubstr("Is window_host running"));
 }
 
+TEST_F(EndToEndTest, SocketInAFolderOfAnotherUserIsNotTrusted) {
+  constexpr uid_t kNobody = 65534;
+  if (chown(folder_.c_str(), kNobody, -1) != 0)
+    GTEST_SKIP() << "only root can give a folder away";
+  const Process::Result client = RunClient({"call", "Show", "{}"});
+  EXPECT_EQ(kNoConnection, client.exit_code);
+  EXPECT_THAT(client.errors, HasSubstr("belongs to another user"));
+  const Process::Result host = RunToEnd(HostWords({}));
+  EXPECT_EQ(1, host.exit_code);
+  EXPECT_THAT(host.errors, HasSubstr("belongs to another user"));
+}
+
 TEST_F(EndToEndTest, HostRecordsEachCallWithItsDuration) {
   StartHost();
   Call("Show", R"({"value": 1})");

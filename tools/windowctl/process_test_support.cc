@@ -1,13 +1,14 @@
 #include "tools/windowctl/process_test_support.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "gtest/gtest.h"
 
@@ -22,18 +23,32 @@ void Check(bool success, const char* what) {
   std::abort();
 }
 
-std::string ReadAll(FILE* file) {
-  std::string text;
-  char buffer[4096];
-  while (size_t size = fread(buffer, 1, sizeof(buffer), file))
-    text.append(buffer, size);
-  return text;
+// Whether there is something to read, be it the end.
+bool AwaitReadable(int descriptor) {
+  constexpr int kLongMilliseconds = 60'000;
+  pollfd polled = {descriptor, POLLIN, 0};
+  const bool readable = poll(&polled, 1, kLongMilliseconds) == 1;
+  EXPECT_TRUE(readable) << "the process says nothing";
+  return readable;
 }
 
-std::string ReadLineOf(FILE* file) {
+// Appends what comes until the end. False when the end does not come.
+bool ReadAll(int descriptor, std::string& text) {
+  char buffer[4096];
+  while (AwaitReadable(descriptor)) {
+    const ssize_t size = read(descriptor, buffer, sizeof(buffer));
+    if (size <= 0)
+      return true;
+    text.append(buffer, size);
+  }
+  return false;
+}
+
+std::string ReadLineOf(int descriptor) {
   std::string line;
-  for (int c; (c = getc(file)) != EOF && c != '\n';)
-    line.push_back(static_cast<char>(c));
+  char c;
+  while (AwaitReadable(descriptor) && read(descriptor, &c, 1) == 1 && c != '\n')
+    line.push_back(c);
   return line;
 }
 
@@ -68,8 +83,8 @@ Process::Process(const std::vector<std::string>& words) {
   close(output[1]);
   close(errors[1]);
   input_ = input[1];
-  output_ = fdopen(output[0], "r");
-  errors_ = fdopen(errors[0], "r");
+  output_ = output[0];
+  errors_ = errors[0];
 }
 
 Process::~Process() {
@@ -105,15 +120,15 @@ void Process::Signal(int signal) const {
 Process::Result Process::Wait() {
   CloseInput();
   Result result;
-  result.output = ReadAll(output_);
-  result.errors = ReadAll(errors_);
+  if (!ReadAll(output_, result.output) || !ReadAll(errors_, result.errors))
+    Signal(SIGKILL);
+  close(output_);
+  close(errors_);
   int status;
   Check(waitpid(pid_, &status, 0) == pid_, "waitpid");
   pid_ = 0;
   result.exit_code =
       WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  fclose(output_);
-  fclose(errors_);
   return result;
 }
 

@@ -12,7 +12,6 @@
 
 #include <sys/types.h>
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,7 +40,8 @@ class Process {
   void CloseInput();
 
   // A line of its standard output or standard error, without the line break.
-  // Blocks; empty at the end.
+  // Blocks; empty at the end. The test fails when nothing comes for so long
+  // that nothing will.
   std::string ReadLine();
   std::string ReadErrorLine();
 
@@ -53,8 +53,8 @@ class Process {
  private:
   pid_t pid_ = 0;
   int input_ = -1;
-  FILE* output_ = nullptr;
-  FILE* errors_ = nullptr;
+  int output_ = -1;
+  int errors_ = -1;
 };
 
 // A process that runs to its end.
