@@ -234,6 +234,7 @@ class CallbackStream : public AbstractStream {
     if (is_completing_)
       return false;
     // A copy, since the write may end whatever the question belongs to.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const auto key = question.browser_id();
     const int64_t call_id = next_call_id_++;
     rpc::transport::StreamMessage frame;
