@@ -24,3 +24,27 @@ build() {
   [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"
   cmake --build --preset "$preset" ${1:+--target "$@"}
 }
+
+# fetch_source PACKAGE INTO [SUITE]: downloads the original source of Debian's
+# source package, of this system's own suite where none is given, into the
+# folder INTO. It comes from the archive that apt already uses.
+fetch_source() {
+  local package=$1 into=$2 suite=${3:-} uri own_suite apt_dir fetched=0
+  read -r own_suite uri < <(
+    apt-get indextargets --format '$(ORIGIN) $(COMPONENT) $(CODENAME) $(REPO_URI)' 'Created-By: Packages' |
+      awk '$1 == "Debian" && $2 == "main" && $3 !~ /-/ { print $3, $4; exit }'
+  ) || die "apt knows no Debian archive to get the source of $package from: add one and run again"
+  apt_dir=$(mktemp -d)
+  mkdir -p "$apt_dir/lists/partial" "$into"
+  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $uri ${suite:-$own_suite} main" \
+    >"$apt_dir/sources.list"
+  local options=(-qq -o "Dir::Etc::sourcelist=$apt_dir/sources.list" -o Dir::Etc::sourceparts=-
+    -o "Dir::State::lists=$apt_dir/lists" -o APT::Sandbox::User=root)
+  (
+    cd "$into"
+    apt-get "${options[@]}" update &&
+      apt-get "${options[@]}" source --only-source --download-only --tar-only "$package" >/dev/null
+  ) || fetched=$?
+  rm -rf "$apt_dir"
+  return "$fetched"
+}
