@@ -10,7 +10,8 @@
 //   };
 //
 // It converts to and from T*, upwards along T's bases too, and is compared
-// through that conversion. To forget the target, assign nullptr.
+// through that conversion. To forget the target, assign nullptr. It points to
+// one object, so there is no arithmetic.
 //
 // Ownership: none. The target must outlive every use of the pointer; nothing
 // checks that here, but the browser's own raw_ptr, which takes this one's
@@ -23,6 +24,7 @@
 
 #include <concepts>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 namespace base {
@@ -30,6 +32,8 @@ namespace base {
 // T may be const and may be incomplete.
 template <typename T>
 class raw_ptr {
+  static_assert(!std::is_function_v<T>);
+
  public:
   constexpr raw_ptr() noexcept = default;
   constexpr raw_ptr(std::nullptr_t) noexcept {}
@@ -62,6 +66,17 @@ class raw_ptr {
   constexpr T& operator*() const noexcept { return *target_; }
   constexpr T* operator->() const noexcept { return target_; }
   constexpr operator T*() const noexcept { return target_; }
+
+  // Deleted, since they would otherwise compile through the conversion.
+  template <typename I>
+  void operator[](I) const = delete;
+  template <typename I>
+  friend void operator+(const raw_ptr&, I) = delete;
+  template <typename I>
+  friend void operator+(I, const raw_ptr&) = delete;
+  template <typename I>
+  friend void operator-(const raw_ptr&, I) = delete;
+  friend void operator-(T*, const raw_ptr&) = delete;
 
  private:
   T* target_ = nullptr;
