@@ -1,0 +1,223 @@
+// What a stream's checked pointers do with the allocator that they were made
+// for: a service that is destroyed under an open stream is not reused.
+//
+// Built where the build has PartitionAlloc.
+
+#include <google/protobuf/descriptor.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+#include "base/memory/raw_ptr.h"
+#include "core/common/rpc/stream/abstract_stream.h"
+#include "core/common/rpc/stream/service.h"
+#include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/forged_method.h"
+#include "partition_alloc/internal/partition_root_internal.h"
+#include "partition_alloc/partition_address_space.h"
+#include "partition_alloc/slot_address_and_size.h"
+#include "rpc/browser/browser_window.rpc.h"
+
+namespace torvane {
+namespace {
+
+using google::protobuf::MethodDescriptor;
+using partition_alloc::PartitionRoot;
+using rpc::BrowserWindowRpc;
+
+template <typename T>
+constexpr bool kIsBackupRefPtr =
+    std::is_same_v<typename raw_ptr<T>::Impl,
+                   base::internal::RawPtrBackupRefImpl<>>;
+static_assert(kIsBackupRefPtr<Service>);
+static_assert(kIsBackupRefPtr<const MethodDescriptor>);
+
+bool IsInProtectedPool(const void* address) {
+  return partition_alloc::IsManagedByPartitionAllocBRPPool(
+      reinterpret_cast<uintptr_t>(address));
+}
+
+// Whether checked pointers refer to the slot of the live object at `address`,
+// which lies in the protected pool.
+bool IsReferenced(const void* address) {
+  const auto [start, size] = partition_alloc::SlotAddressAndSize::FromBRPPool(
+      reinterpret_cast<uintptr_t>(address));
+  return !PartitionRoot::InSlotMetadataPointerFromSlotStartAndSize(
+              partition_alloc::internal::UntaggedSlotStart(start), size)
+              ->IsAliveWithNoKnownRefs();
+}
+
+// Allocates `size` bytes again and again, keeping them all, and returns whether
+// `address` was among them.
+bool IsHandedOutAgain(const void* address, size_t size) {
+  constexpr int kAllocations = 10'000;
+  std::vector<std::unique_ptr<char[]>> kept(kAllocations);
+  return std::any_of(kept.begin(), kept.end(), [&](auto& memory) {
+    memory.reset(new char[size]);
+    return memory.get() == address;
+  });
+}
+
+const std::unique_ptr<int> made_before_main = std::make_unique<int>();
+
+TEST(ProtectedPool, HoldsWhatTheProgramAllocates) {
+  EXPECT_TRUE(IsInProtectedPool(std::make_unique<int>().get()));
+  EXPECT_TRUE(IsInProtectedPool(std::make_unique<char[]>(1 << 20).get()));
+  const std::unique_ptr<void, void (*)(void*)> memory(std::malloc(100), &free);
+  EXPECT_TRUE(IsInProtectedPool(memory.get()));
+}
+
+TEST(ProtectedPool, HoldsWhatStaticInitialisersAllocate) {
+  EXPECT_TRUE(IsInProtectedPool(made_before_main.get()));
+}
+
+// By the index of a streaming method.
+class StreamOnPartitionAllocTest : public testing::TestWithParam<int> {
+ protected:
+  static const MethodDescriptor* Method() {
+    return BrowserWindowRpc::descriptor()->method(GetParam());
+  }
+
+  static std::unique_ptr<AbstractStream> OpenOn(
+      Service& service,
+      const MethodDescriptor* method = Method()) {
+    return service.OpenStream(method, MakeChannel());
+  }
+
+  // Delivers an empty frame that has the stream ask its service for a prototype
+  // and then do nothing.
+  static void UseService(AbstractStream& stream) {
+    rpc::transport::StreamMessage frame;
+    if (Method()->name() == "WhenBrowserWindowClosed")
+      return stream.OnNext(&frame);
+    stream.OnError(&frame);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(EveryStreamingMethod,
+                         StreamOnPartitionAllocTest,
+                         testing::Range(37, 41));
+
+TEST_P(StreamOnPartitionAllocTest, RefersToItsServiceAndMethodWhileItExists) {
+  const auto service = std::make_unique<BrowserWindowRpc>();
+  const ForgedMethod method(Method(), GetParam());
+  ASSERT_TRUE(IsInProtectedPool(service.get()));
+  ASSERT_TRUE(IsInProtectedPool(method.get()));
+  EXPECT_FALSE(IsReferenced(service.get()));
+  EXPECT_FALSE(IsReferenced(method.get()));
+
+  auto stream = OpenOn(*service, method.get());
+  EXPECT_TRUE(IsReferenced(service.get()));
+  EXPECT_TRUE(IsReferenced(method.get()));
+
+  stream.reset();
+  EXPECT_FALSE(IsReferenced(service.get()));
+  EXPECT_FALSE(IsReferenced(method.get()));
+}
+
+TEST_P(StreamOnPartitionAllocTest, HoldsAReferenceOfItsOwn) {
+  const auto service = std::make_unique<BrowserWindowRpc>();
+  auto first = OpenOn(*service);
+  auto second = OpenOn(*service);
+  first.reset();
+  EXPECT_TRUE(IsReferenced(service.get()));
+  second.reset();
+  EXPECT_FALSE(IsReferenced(service.get()));
+}
+
+// As large as a method, so that both come from the same slots.
+struct LargeService : BrowserWindowRpc {
+  char padding[sizeof(MethodDescriptor) - sizeof(BrowserWindowRpc)] = {};
+};
+static_assert(sizeof(LargeService) == sizeof(MethodDescriptor));
+
+// Both slots are only waiting for the stream. The allocator hands out first
+// what it got back last.
+TEST_P(StreamOnPartitionAllocTest, ReleasesItsMethodBeforeItsService) {
+  auto service = std::make_unique<LargeService>();
+  auto method = std::make_unique<ForgedMethod>(Method(), GetParam());
+  const void* const service_address = service.get();
+  const void* const method_address = method->get();
+  auto stream = OpenOn(*service, method->get());
+  service.reset();
+  method.reset();
+
+  stream.reset();
+  std::array<void*, 2> reused;
+  for (void*& memory : reused)
+    memory = operator new(sizeof(MethodDescriptor));
+  EXPECT_EQ(reused[0], service_address);
+  EXPECT_EQ(reused[1], method_address);
+  for (void* memory : reused)
+    operator delete(memory);
+}
+
+TEST_P(StreamOnPartitionAllocTest, StoresAnAddressOutsideThePoolAsItIs) {
+  struct {
+    std::array<char, 64> before;
+    BrowserWindowRpc service;
+    std::array<char, 64> after;
+  } on_stack;
+  on_stack.before.fill('b');
+  on_stack.after.fill('a');
+  const auto before = on_stack.before;
+  const auto after = on_stack.after;
+  ASSERT_FALSE(IsInProtectedPool(&on_stack.service));
+
+  auto stream = OpenOn(on_stack.service);
+  UseService(*stream);
+  EXPECT_EQ(on_stack.before, before);
+  EXPECT_EQ(on_stack.after, after);
+  stream.reset();
+  EXPECT_EQ(on_stack.before, before);
+  EXPECT_EQ(on_stack.after, after);
+}
+
+TEST_P(StreamOnPartitionAllocTest, KeepsADeletedServiceFromBeingReused) {
+  auto service = std::make_unique<BrowserWindowRpc>();
+  const void* const address = service.get();
+  auto stream = OpenOn(*service);
+  service.reset();
+  EXPECT_FALSE(IsHandedOutAgain(address, sizeof(BrowserWindowRpc)));
+  stream.reset();
+  EXPECT_TRUE(IsHandedOutAgain(address, sizeof(BrowserWindowRpc)));
+}
+
+TEST_P(StreamOnPartitionAllocTest, KeepsADeletedServiceUntilItsLastStreamEnds) {
+  auto service = std::make_unique<BrowserWindowRpc>();
+  const void* const address = service.get();
+  auto first = OpenOn(*service);
+  auto second = OpenOn(*service);
+  service.reset();
+  first.reset();
+  EXPECT_FALSE(IsHandedOutAgain(address, sizeof(BrowserWindowRpc)));
+  second.reset();
+  EXPECT_TRUE(IsHandedOutAgain(address, sizeof(BrowserWindowRpc)));
+}
+
+using StreamOnPartitionAllocDeathTest = StreamOnPartitionAllocTest;
+
+INSTANTIATE_TEST_SUITE_P(EveryStreamingMethod,
+                         StreamOnPartitionAllocDeathTest,
+                         testing::Range(37, 41));
+
+// A trap, not an invalid access: the dead service is never entered.
+TEST_P(StreamOnPartitionAllocDeathTest, DiesAtTheFrameAfterItsServiceDied) {
+  auto service = std::make_unique<BrowserWindowRpc>();
+  const auto stream = OpenOn(*service);
+  service.reset();
+  rpc::transport::StreamMessage frame;
+  EXPECT_EXIT(stream->OnNext(&frame), testing::KilledBySignal(SIGTRAP),
+              "IsPointeeAlive");
+}
+
+}  // namespace
+}  // namespace torvane
