@@ -9,13 +9,10 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <barrier>
 #include <csignal>
 #include <memory>
 #include <set>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -139,32 +136,6 @@ TEST(Dispatch, AllocatesNothing) {
   }
   EXPECT_EQ(CountAllocations().allocations, before);
   EXPECT_EQ(service.calls.size(), static_cast<size_t>(kUnaryMethodCount));
-}
-
-TEST(Dispatch, RunsOnAnyThreadAndOnSeveralAtOnce) {
-  BrowserWindowRpc service;
-  constexpr int kThreads = 4;
-  std::barrier start(kThreads);
-  std::vector<std::thread> threads;
-  std::atomic<int> completed = 0;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      start.arrive_and_wait();
-      for (int i = 0; i < kUnaryMethodCount; ++i) {
-        const std::unique_ptr<Message> response(
-            service.GetResponsePrototype(Method(i)).New());
-        RecordingController controller;
-        RecordingClosure done;
-        service.CallMethod(Method(i), &controller,
-                           &service.GetRequestPrototype(Method(i)),
-                           response.get(), &done);
-        completed += done.runs();
-      }
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(completed, kThreads * kUnaryMethodCount);
 }
 
 TEST(DefaultMethods, FailWithTheirNameAndThenComplete) {
