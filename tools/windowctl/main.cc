@@ -90,7 +90,10 @@ ExitCode Main(int argc, char** argv) {
     return FailUsage("A command is missing.");
   const std::string name = arguments->front();
   arguments->erase(arguments->begin());
-  return RunCommand(options, name, *arguments);
+  const ExitCode exit_code = RunCommand(options, name, *arguments);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout))
+    return Fail(kCallFailed, "Standard output can't be written to.");
+  return exit_code;
 }
 
 }  // namespace

@@ -14,7 +14,7 @@
 namespace windowctl {
 
 StreamSession::StreamSession(const Options& options)
-    : options_(options), signals_(loop_, SIGINT, SIGTERM) {}
+    : options_(options), signals_(loop_) {}
 
 ExitCode StreamSession::Open(const Arguments& window_words) {
   for (const std::string& word : window_words) {
@@ -38,6 +38,9 @@ ExitCode StreamSession::Run(std::function<void()> end) {
     if (ExitCode fault = AwaitWindow(window); fault != kSuccess)
       return fault;
   }
+  // Not before: until here a signal ends the process.
+  signals_.add(SIGINT);
+  signals_.add(SIGTERM);
   std::fputs("windowctl: subscribed\n", stderr);
   // The next signal ends the process, should the host not react to this one.
   signals_.async_wait([this, &end](std::error_code error, int) {

@@ -71,6 +71,8 @@ struct MapKey {
   uint64_t number = 0;
   std::string_view text;
 
+  // clang-tidy 14 takes the default for a null pointer.
+  // NOLINTNEXTLINE(modernize-use-nullptr)
   auto operator<=>(const MapKey&) const = default;
 };
 
