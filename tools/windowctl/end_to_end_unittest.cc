@@ -178,5 +178,10 @@ TEST_F(EndToEndTest, HostRunsOnWhenItsInputEnds) {
   EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 2})"));
 }
 
+TEST(OutputTest, ThatCannotBeWrittenIsAFailure) {
+  const int status = system(WINDOWCTL " methods >/dev/full 2>/dev/null");
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+}
+
 }  // namespace
 }  // namespace windowctl
