@@ -33,4 +33,8 @@ const Counters& Server::counters() const {
   return core_->counters();
 }
 
+ServerReport Server::Report() const {
+  return core_->Report();
+}
+
 }  // namespace rpc::transport

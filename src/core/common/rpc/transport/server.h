@@ -41,6 +41,7 @@
 #include "core/common/rpc/transport/asio.h"
 #include "core/common/rpc/transport/counters.h"
 #include "core/common/rpc/transport/limits.h"
+#include "core/common/rpc/transport/server_report.h"
 
 namespace rpc::transport {
 
@@ -79,6 +80,9 @@ class Server {
   void Stop();
 
   const Counters& counters() const;
+
+  // What goes on right now.
+  ServerReport Report() const;
 
  private:
   std::shared_ptr<ServerCore> core_;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -90,12 +91,12 @@ void ServerCore::Adopt(Socket socket) {
   }
   const ServerSession::Context context = {loop_, options_.limits, methods_,
                                           *calls_, *counters_};
+  const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
-      context, std::move(socket), *peer, [this](ServerSession* closed) {
+      context, id, std::move(socket), *peer, [this](ServerSession* closed) {
         --counters_->connections_now;
         sessions_.erase(closed);
       });
-  ++counters_->connections_accepted;
   ++counters_->connections_now;
   sessions_.emplace(session.get(), session);
   session->Start();
@@ -132,6 +133,18 @@ void ServerCore::Refuse(Socket socket, const absl::Status& why) {
   std::error_code ignored;
   socket.non_blocking(true, ignored);
   socket.write_some(asio::buffer(bytes), ignored);
+}
+
+ServerReport ServerCore::Report() const {
+  ServerReport report = {*counters_, {}};
+  for (const auto& [key, session] : sessions_) {
+    report.connections.push_back(session->Report());
+  }
+  std::sort(report.connections.begin(), report.connections.end(),
+            [](const ConnectionReport& one, const ConnectionReport& other) {
+              return one.id < other.id;
+            });
+  return report;
 }
 
 void ServerCore::Stop() {

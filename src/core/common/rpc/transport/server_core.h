@@ -35,6 +35,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   void Close();
 
   const Counters& counters() const { return *counters_; }
+  ServerReport Report() const;
 
  private:
   using Socket = asio::local::stream_protocol::socket;

@@ -12,7 +12,7 @@
 namespace rpc::transport {
 namespace {
 
-// Bytes of a client's name that records show.
+// Bytes of a client's name that are shown.
 constexpr size_t kMaxNameBytes = 64;
 
 std::string Describe(const std::string& name, const UnixPeer& peer) {
@@ -20,17 +20,18 @@ std::string Describe(const std::string& name, const UnixPeer& peer) {
   if (name.empty()) {
     return process;
   }
-  return absl::StrCat(absl::CHexEscape(name.substr(0, kMaxNameBytes)), " (",
-                      process, ")");
+  return absl::StrCat(name, " (", process, ")");
 }
 
 }  // namespace
 
 ServerSession::ServerSession(const Context& context,
+                             uint64_t id,
                              asio::local::stream_protocol::socket socket,
                              const UnixPeer& peer,
                              ClosedCallback on_closed)
     : context_(context),
+      id_(id),
       on_closed_(std::move(on_closed)),
       connection_(std::make_shared<Connection>(Connection::Side::kServer,
                                                std::move(socket),
@@ -62,6 +63,19 @@ void ServerSession::Start() {
 
 void ServerSession::Stop(const absl::Status& why) {
   connection_->Fail(why);
+}
+
+ConnectionReport ServerSession::Report() const {
+  ConnectionReport report;
+  report.id = id_;
+  report.pid = client_.pid;
+  report.user = client_.user;
+  report.name = name_;
+  report.age = std::chrono::steady_clock::now() - start_;
+  report.calls = calls_.size();
+  report.queued_bytes = connection_->outbox_bytes();
+  streams_->Report(report);
+  return report;
 }
 
 absl::Status ServerSession::OnFrame(const FrameView& frame) {
@@ -112,7 +126,8 @@ absl::Status ServerSession::OnHello(std::string_view body) {
   }
   serving_ = true;
   hello_timer_.cancel();
-  peer_ = Describe(hello.client_name(), client_);
+  name_ = absl::CHexEscape(hello.client_name().substr(0, kMaxNameBytes));
+  peer_ = Describe(name_, client_);
   connection_->set_peer_max_frame_bytes(hello.max_frame_bytes());
 
   WelcomeFrame welcome;

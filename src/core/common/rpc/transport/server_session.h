@@ -16,6 +16,7 @@
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_SESSION_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_SESSION_H_
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -30,6 +31,7 @@
 #include "core/common/rpc/transport/limits.h"
 #include "core/common/rpc/transport/served_methods.h"
 #include "core/common/rpc/transport/server_call.h"
+#include "core/common/rpc/transport/server_report.h"
 #include "core/common/rpc/transport/server_streams.h"
 #include "core/common/rpc/transport/unix_socket.h"
 #include "rpc/transport/frame.pb.h"
@@ -51,7 +53,9 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
 
   using ClosedCallback = std::function<void(ServerSession*)>;
 
+  // `id` tells the connection apart from all others of the server.
   ServerSession(const Context& context,
+                uint64_t id,
                 asio::local::stream_protocol::socket socket,
                 const UnixPeer& peer,
                 ClosedCallback on_closed);
@@ -61,6 +65,8 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
 
   // Says goodbye and closes.
   void Stop(const absl::Status& why);
+
+  ConnectionReport Report() const;
 
   // Connection::Delegate:
   absl::Status OnFrame(const FrameView& frame) override;
@@ -90,11 +96,16 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   void AppendReply();
 
   const Context context_;
+  const uint64_t id_;
+  const std::chrono::steady_clock::time_point start_ =
+      std::chrono::steady_clock::now();
   const ClosedCallback on_closed_;
   const std::shared_ptr<Connection> connection_;
   const std::shared_ptr<ServerStreams> streams_;
   const UnixPeer client_;
-  // The same for records and for services.
+  // What the client calls itself, fit to be shown.
+  std::string name_;
+  // Name and process, for records and for services.
   std::string peer_;
   bool serving_ = false;
   asio::steady_timer hello_timer_;

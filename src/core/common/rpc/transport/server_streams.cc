@@ -1,5 +1,6 @@
 #include "core/common/rpc/transport/server_streams.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "absl/log/absl_check.h"
@@ -61,6 +62,7 @@ absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
   const ServedMethod& method = *methods_.Find(frame.method_id());
   Entry& entry = entries_[id];
   entry.id = id;
+  entry.questions = AskedQuestions::MakeFor(*method.descriptor);
   entry.stream = method.service->OpenStream(
       method.descriptor,
       torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
@@ -95,6 +97,9 @@ ServerStreams::Entry* ServerStreams::FindOpen(uint64_t id) {
 void ServerStreams::OnData(StreamDataFrame& frame) {
   for (const uint64_t id : frame.stream_ids()) {
     if (Entry* entry = FindOpen(id)) {
+      if (entry->questions) {
+        entry->questions->OnData(frame.message());
+      }
       entry->stream->OnNext(frame.mutable_message());
     }
   }
@@ -102,6 +107,9 @@ void ServerStreams::OnData(StreamDataFrame& frame) {
 
 void ServerStreams::OnError(StreamErrorFrame& frame) {
   if (Entry* entry = FindOpen(frame.stream_id())) {
+    if (entry->questions) {
+      entry->questions->OnError(frame.message());
+    }
     entry->stream->OnError(frame.mutable_message());
   }
 }
@@ -156,6 +164,24 @@ void ServerStreams::CloseAll() {
   FinishAll(ids);
 }
 
+void ServerStreams::Report(ConnectionReport& report) const {
+  report.streams = entries_.size();
+  const auto now = AskedQuestions::Clock::now();
+  for (const auto& [id, entry] : entries_) {
+    if (entry.questions) {
+      entry.questions->Report(now, report);
+    }
+  }
+  std::vector<QuestionReport>& oldest = report.oldest_questions;
+  std::stable_sort(oldest.begin(), oldest.end(),
+                   [](const QuestionReport& one, const QuestionReport& other) {
+                     return one.age > other.age;
+                   });
+  if (oldest.size() > kReportedQuestions) {
+    oldest.resize(kReportedQuestions);
+  }
+}
+
 bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   const size_t frame_bytes = message.ByteSizeLong() + kEnvelopeBytes;
   if (entry.ended || !connection_->CanTake(frame_bytes + kStreamIdBytes)) {
@@ -171,6 +197,9 @@ bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   held_.add_stream_ids(entry.id);
   held_bytes_ += kStreamIdBytes;
   connection_->WriteSoon();
+  if (entry.questions) {
+    entry.questions->OnSent(message);
+  }
   return true;
 }
 

@@ -35,9 +35,11 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/stream/abstract_stream.h"
+#include "core/common/rpc/transport/asked_questions.h"
 #include "core/common/rpc/transport/connection.h"
 #include "core/common/rpc/transport/counters.h"
 #include "core/common/rpc/transport/served_methods.h"
+#include "core/common/rpc/transport/server_report.h"
 #include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
@@ -71,12 +73,17 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   // The connection is closed: completes and destroys all streams.
   void CloseAll();
 
+  // Fills in what `report` says of streams and questions.
+  void Report(ConnectionReport& report) const;
+
  private:
   class Endpoint;
 
   struct Entry {
     uint64_t id;
     std::unique_ptr<torvane::AbstractStream> stream;
+    // Null for a stream that asks none.
+    std::unique_ptr<AskedQuestions> questions;
     // The last held message that goes to this stream as well.
     uint64_t last_held = 0;
     // OnCompleted has been called.

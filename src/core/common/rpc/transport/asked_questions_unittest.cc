@@ -1,0 +1,187 @@
+#include "core/common/rpc/transport/asked_questions.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "lab.pb.h"
+
+namespace rpc::transport {
+namespace {
+
+using google::protobuf::MethodDescriptor;
+
+const MethodDescriptor& Method(const std::string& name) {
+  return *lab::Lab::descriptor()->FindMethodByName(name);
+}
+
+lab::Decision About(int64_t window) {
+  lab::Decision decision;
+  decision.mutable_browser_id()->set_value(window);
+  return decision;
+}
+
+class AskedQuestionsTest : public ::testing::Test {
+ protected:
+  static StreamMessage Message(const lab::Decision& decision, int64_t call_id) {
+    StreamMessage message;
+    decision.SerializeToString(message.mutable_payload());
+    message.set_call_id(call_id);
+    return message;
+  }
+
+  void Ask(int64_t call_id, int64_t window) {
+    lab::Decision question = About(window);
+    question.mutable_question()->set_text("may it?");
+    questions->OnSent(Message(question, call_id));
+  }
+  void Answer(int64_t call_id, int64_t window) {
+    lab::Decision answer = About(window);
+    answer.mutable_response()->set_text("it may");
+    questions->OnData(Message(answer, call_id));
+  }
+  void Refuse(int64_t call_id, int64_t window) {
+    questions->OnError(Message(About(window), call_id));
+  }
+  void Subscribe(int64_t window, bool subscribe, int64_t call_id = 0) {
+    lab::Decision subscription = About(window);
+    subscription.set_subscribe(subscribe);
+    questions->OnData(Message(subscription, call_id));
+  }
+
+  ConnectionReport Report() const {
+    ConnectionReport report;
+    questions->Report(AskedQuestions::Clock::now(), report);
+    return report;
+  }
+  // The windows of the questions that are pending, the oldest first.
+  std::vector<int64_t> Windows() const {
+    const ConnectionReport report = Report();
+    EXPECT_EQ(report.questions, report.oldest_questions.size());
+    std::vector<int64_t> windows;
+    for (const QuestionReport& question : report.oldest_questions) {
+      windows.push_back(question.window);
+    }
+    return windows;
+  }
+
+  using WindowList = std::vector<int64_t>;
+  std::unique_ptr<AskedQuestions> questions =
+      AskedQuestions::MakeFor(Method("Decide"));
+};
+
+TEST_F(AskedQuestionsTest, ExistOnlyForMethodsThatAsk) {
+  EXPECT_EQ(AskedQuestions::MakeFor(Method("Watch")), nullptr);
+  // Both its messages are of one type, which names no window.
+  EXPECT_EQ(AskedQuestions::MakeFor(Method("Echo")), nullptr);
+  EXPECT_EQ(Windows(), WindowList());
+}
+
+TEST_F(AskedQuestionsTest, ArePendingFromAskingToTheirAnswer) {
+  Ask(1, 7);
+  Ask(2, 8);
+  Ask(3, 7);
+  EXPECT_EQ(Windows(), (WindowList{7, 8, 7}));
+  Answer(1, 7);
+  EXPECT_EQ(Windows(), (WindowList{8, 7}));
+  Answer(3, 7);
+  Answer(2, 8);
+  EXPECT_EQ(Windows(), WindowList());
+}
+
+TEST_F(AskedQuestionsTest, AreSettledByAnError) {
+  Ask(1, 7);
+  Ask(2, 7);
+  Refuse(1, 7);
+  EXPECT_EQ(Report().questions, 1u);
+}
+
+TEST_F(AskedQuestionsTest, StayPendingWhenWindowOrCallIsAnother) {
+  Ask(1, 7);
+  Answer(1, 8);
+  Answer(2, 7);
+  Refuse(1, 8);
+  Refuse(2, 7);
+  EXPECT_EQ(Windows(), WindowList{7});
+}
+
+TEST_F(AskedQuestionsTest, EndWithTheReleaseOfTheirWindow) {
+  Ask(1, 7);
+  Ask(2, 8);
+  Ask(3, 7);
+  Subscribe(7, false);
+  EXPECT_EQ(Windows(), WindowList{8});
+}
+
+TEST_F(AskedQuestionsTest, StayPendingWhenTheirWindowIsSubscribedAgain) {
+  Ask(1, 7);
+  Subscribe(7, true);
+  Subscribe(7, true, /*call_id=*/1);
+  EXPECT_EQ(Windows(), WindowList{7});
+}
+
+TEST_F(AskedQuestionsTest, WithoutACallIdAreNone) {
+  Ask(0, 7);
+  EXPECT_EQ(Windows(), WindowList());
+}
+
+TEST_F(AskedQuestionsTest, AreReadAsFarAsTheFrameParses) {
+  Ask(1, 7);
+  lab::Decision answer = About(7);
+  answer.mutable_response();
+  StreamMessage message = Message(answer, 1);
+  // The length of a field that does not come.
+  message.mutable_payload()->append("\x1a\x7f");
+  questions->OnData(message);
+  EXPECT_EQ(Windows(), WindowList());
+
+  Ask(2, 0);
+  message.set_payload("\xff");
+  questions->OnData(message);
+  EXPECT_EQ(Windows(), WindowList{0});
+}
+
+TEST_F(AskedQuestionsTest, AreReadWithTheLastOfSeveralValues) {
+  Ask(1, 7);
+  lab::Decision answer = About(7);
+  answer.mutable_response();
+  StreamMessage message = Message(About(8), 1);
+  message.mutable_payload()->append(answer.SerializeAsString());
+  questions->OnData(message);
+  EXPECT_EQ(Windows(), WindowList());
+
+  Ask(2, 7);
+  lab::Decision subscription = About(7);
+  subscription.set_subscribe(false);
+  message = Message(subscription, 2);
+  subscription.set_subscribe(true);
+  message.mutable_payload()->append(subscription.SerializeAsString());
+  questions->OnData(message);
+  EXPECT_EQ(Windows(), WindowList{7});
+}
+
+TEST_F(AskedQuestionsTest, AreReportedWithMethodAndAgeTheOldestFirst) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int64_t id = 1; id <= 12; ++id) {
+    Ask(id, 100 + id);
+  }
+  const ConnectionReport report = Report();
+  const auto longest = std::chrono::steady_clock::now() - start;
+  EXPECT_EQ(report.questions, 12u);
+  ASSERT_EQ(report.oldest_questions.size(), kReportedQuestions);
+  auto older = std::chrono::nanoseconds(longest);
+  for (size_t i = 0; i < kReportedQuestions; ++i) {
+    const QuestionReport& question = report.oldest_questions[i];
+    EXPECT_EQ(question.method, "lab.Lab.Decide");
+    EXPECT_EQ(question.window, static_cast<int64_t>(101 + i));
+    EXPECT_LE(question.age, older);
+    older = question.age;
+  }
+  EXPECT_GE(older.count(), 0);
+}
+
+}  // namespace
+}  // namespace rpc::transport
