@@ -85,6 +85,7 @@ absl::Status ClientCore::Handshake() {
 
 void ClientCore::OnHandshakeTimeout() {
   if (!settled_) {
+    ++counters_.limit_hits.handshake_timeout;
     connection_->Close(absl::DeadlineExceededError(absl::StrCat(
         "the server has not answered the hello within handshake_timeout, ",
         options_.limits.handshake_timeout.count(), " ms")));
@@ -216,11 +217,13 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   request.SerializeToString(call_frame_.mutable_request());
   const size_t size = FrameSize(call_frame_);
   if (!connection_->Suits(size)) {
-    return absl::ResourceExhaustedError(
-        absl::StrCat("the request takes a frame of ", size,
-                     " bytes, more than the server's max_frame_bytes"));
+    ++counters_.limit_hits.max_frame_bytes;
+    return absl::ResourceExhaustedError(absl::StrCat(
+        "the request takes a frame of ", size, " bytes, more than the ",
+        "server's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
   }
   if (!connection_->HasRoomFor(size)) {
+    ++counters_.limit_hits.max_outbox_bytes;
     return absl::ResourceExhaustedError(absl::StrCat(
         "the server reads too slowly: more than max_outbox_bytes, ",
         options_.limits.max_outbox_bytes, ", would wait for it"));

@@ -101,6 +101,8 @@ absl::Status Connection::HandleFrames() {
       case FrameBuffer::kIncomplete:
         return absl::OkStatus();
       case FrameBuffer::kBroken:
+        counters_.limit_hits.max_frame_bytes +=
+            absl::IsResourceExhausted(status) ? 1 : 0;
         return status;
       case FrameBuffer::kFrame:
         ++counters_.frames_read;
@@ -120,12 +122,13 @@ bool Connection::MustPause() {
   }
   Write();
   paused_ = outbox_bytes() > limits_.busy_outbox_bytes;
+  counters_.limit_hits.busy_outbox_bytes += paused_ ? 1 : 0;
   return paused_;
 }
 
 void Connection::OnOutboxFull() {
   broken_ = true;
-  ++counters_.outbox_overflows;
+  ++counters_.limit_hits.max_outbox_bytes;
   CloseSoon(absl::ResourceExhaustedError(
       absl::StrCat("the client reads too slowly: more than max_outbox_bytes, ",
                    limits_.max_outbox_bytes, ", would wait for it")));
@@ -135,6 +138,7 @@ bool Connection::Append(FrameKind kind,
                         const google::protobuf::MessageLite& body) {
   const size_t size = FrameSize(body);
   if (!CanTake(size)) {
+    counters_.limit_hits.max_frame_bytes += Suits(size) ? 0 : 1;
     return false;
   }
   if (side_ == Side::kServer && !HasRoomFor(size)) {

@@ -111,6 +111,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   }
 
   void set_peer_max_frame_bytes(size_t bytes) { peer_max_frame_bytes_ = bytes; }
+  size_t peer_max_frame_bytes() const { return peer_max_frame_bytes_; }
 
   size_t outbox_bytes() const { return outbox_.size() - written_; }
   bool is_open() const { return delegate_ != nullptr; }

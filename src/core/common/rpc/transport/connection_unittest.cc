@@ -133,7 +133,7 @@ TEST_F(SlowReader, IsReadNoFurtherUntilItReads) {
     EXPECT_GT(frame->reply().response().size(), size_t{kResponseBytes});
   }
   EXPECT_EQ(counters().calls_started, kCalls);
-  EXPECT_EQ(counters().outbox_overflows, 0u);
+  EXPECT_EQ(counters().limit_hits.max_outbox_bytes, 0u);
 }
 
 TEST_F(SlowReader, DoesNotHoldUpOthers) {
@@ -152,7 +152,7 @@ TEST_F(SlowReader, IsClosedWhenTooMuchWouldWaitForIt) {
     Call(id);
   }
   lab->RunUntil([&] { return counters().connections_now == 0; });
-  EXPECT_EQ(counters().outbox_overflows, 1u);
+  EXPECT_EQ(counters().limit_hits.max_outbox_bytes, 1u);
   EXPECT_LT(counters().calls_started, 20u);
 }
 

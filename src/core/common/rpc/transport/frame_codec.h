@@ -73,7 +73,8 @@ class FrameBuffer {
   // The first `size` bytes of Space() have been filled.
   void Commit(size_t size) { end_ += size; }
 
-  // Takes the next frame, or says what is wrong with it.
+  // Takes the next frame, or says what is wrong with it: RESOURCE_EXHAUSTED
+  // when it is too long, else INVALID_ARGUMENT.
   Result Next(FrameView* frame, absl::Status* error);
 
  private:

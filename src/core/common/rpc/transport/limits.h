@@ -1,8 +1,10 @@
 // Every number that the transport promises to keep, with its unit and reason.
 //
-// The server's limits protect the host from its clients, so each of them is
-// counted when it bites (counters.h) and named in the status that the client
-// gets. All can be set per server or client; the defaults suit a desktop.
+// Each limit has a counter of the same name that says how often it has bitten
+// (LimitHits in counters.h). Who is refused something, or closed, gets a status
+// whose text names the limit and its value; busy_outbox_bytes and accept_pause
+// refuse nothing, they only slow down. All can be set per server or client; the
+// defaults suit a desktop.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_LIMITS_H_
 #define CORE_COMMON_RPC_TRANSPORT_LIMITS_H_
@@ -38,14 +40,15 @@ struct Limits {
   // more at once has lost count.
   size_t max_calls = 10'000;
 
-  // Streams of one connection that are not over on both sides.
+  // Streams of one connection that the server has not ended.
   size_t max_streams = 10'000;
 
   // Time from connecting to the end of the handshake. A local peer needs less
   // than a millisecond; this is for a machine that swaps.
   std::chrono::milliseconds handshake_timeout{5'000};
 
-  // Pause after the process had no descriptor left for a new connection.
+  // Pause after the process had no descriptor left for a new connection. Trying
+  // again at once would fail again at once, and so on for ever.
   std::chrono::milliseconds accept_pause{50};
 };
 

@@ -9,6 +9,7 @@
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
 #include "base/logging.h"
+#include "core/common/rpc/transport/client_record.h"
 #include "core/common/rpc/transport/frame_codec.h"
 #include "core/common/rpc/transport/rpc_status.h"
 
@@ -62,17 +63,23 @@ void ServerCore::OnAccept(const std::error_code& error, Socket socket) {
     return;
   }
   if (error) {
-    AcceptLater();
+    AcceptLater(error);
     return;
   }
+  pausing_ = false;
   Adopt(std::move(socket));
   Accept();
 }
 
-// The process has no descriptor left, or the system no memory. Trying again at
-// once would fail again at once, and so on for ever.
-void ServerCore::AcceptLater() {
-  ++counters_->accept_pauses;
+// The process has no descriptor left, or the system no memory. Written down
+// once, however long it lasts.
+void ServerCore::AcceptLater(const std::error_code& error) {
+  ++counters_->limit_hits.accept_pause;
+  if (!std::exchange(pausing_, true)) {
+    LOG(WARNING) << "No connection can be accepted, trying again every "
+                 << options_.limits.accept_pause.count()
+                 << " ms: " << error.message();
+  }
   accept_timer_.expires_after(options_.limits.accept_pause);
   accept_timer_.async_wait(
       [weak_self = weak_from_this()](const std::error_code& error) {
@@ -84,9 +91,11 @@ void ServerCore::AcceptLater() {
 }
 
 void ServerCore::Adopt(Socket socket) {
-  const absl::StatusOr<UnixPeer> peer = Admit(socket);
-  if (!peer.ok()) {
-    Refuse(std::move(socket), peer.status());
+  const absl::StatusOr<UnixPeer> peer =
+      PeerOfUnixSocket(socket.native_handle());
+  const absl::Status admission = Admit(peer);
+  if (!admission.ok()) {
+    Refuse(std::move(socket), peer, admission);
     return;
   }
   const ServerSession::Context context = {loop_, options_.limits, methods_,
@@ -102,10 +111,9 @@ void ServerCore::Adopt(Socket socket) {
   session->Start();
 }
 
-absl::StatusOr<UnixPeer> ServerCore::Admit(Socket& socket) const {
-  absl::StatusOr<UnixPeer> peer = PeerOfUnixSocket(socket.native_handle());
+absl::Status ServerCore::Admit(const absl::StatusOr<UnixPeer>& peer) {
   if (!peer.ok()) {
-    return peer;
+    return peer.status();
   }
   if (peer->user != options_.user) {
     return absl::PermissionDeniedError(
@@ -116,16 +124,21 @@ absl::StatusOr<UnixPeer> ServerCore::Admit(Socket& socket) const {
     return Stopping();
   }
   if (sessions_.size() >= options_.limits.max_connections) {
+    ++counters_->limit_hits.max_connections;
     return absl::ResourceExhaustedError(absl::StrCat(
         "max_connections, ", options_.limits.max_connections, ", are open"));
   }
-  return peer;
+  return absl::OkStatus();
 }
 
 // What the socket does not take at once is not worth waiting for.
-void ServerCore::Refuse(Socket socket, const absl::Status& why) {
+void ServerCore::Refuse(Socket socket,
+                        const absl::StatusOr<UnixPeer>& peer,
+                        const absl::Status& why) {
   ++counters_->connections_refused;
-  LOG(WARNING) << "Refused a connection: " << why;
+  LOG(WARNING) << "Refused the connection of "
+               << (peer.ok() ? Describe(*peer) : "an unknown process") << ": "
+               << why;
   GoodbyeFrame goodbye;
   ToWire(why, goodbye.mutable_status());
   std::string bytes;

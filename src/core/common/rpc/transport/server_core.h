@@ -42,9 +42,11 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
 
   void Accept();
   void OnAccept(const std::error_code& error, Socket socket);
-  void AcceptLater();
-  absl::StatusOr<UnixPeer> Admit(Socket& socket) const;
-  void Refuse(Socket socket, const absl::Status& why);
+  void AcceptLater(const std::error_code& error);
+  absl::Status Admit(const absl::StatusOr<UnixPeer>& peer);
+  void Refuse(Socket socket,
+              const absl::StatusOr<UnixPeer>& peer,
+              const absl::Status& why);
   void StopListening();
   void CloseSessions();
 
@@ -57,6 +59,8 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   std::optional<UnixListener> listener_;
   asio::local::stream_protocol::acceptor acceptor_;
   asio::steady_timer accept_timer_;
+  // No connection has been accepted since the last pause.
+  bool pausing_ = false;
   bool stopped_ = false;
 
   std::unordered_map<ServerSession*, std::shared_ptr<ServerSession>> sessions_;

@@ -4,26 +4,10 @@
 #include <system_error>
 #include <utility>
 
-#include "absl/strings/escaping.h"
 #include "absl/strings/str_cat.h"
-#include "base/logging.h"
 #include "core/common/rpc/transport/rpc_status.h"
 
 namespace rpc::transport {
-namespace {
-
-// Bytes of a client's name that are shown.
-constexpr size_t kMaxNameBytes = 64;
-
-std::string Describe(const std::string& name, const UnixPeer& peer) {
-  std::string process = absl::StrCat("pid ", peer.pid);
-  if (name.empty()) {
-    return process;
-  }
-  return absl::StrCat(name, " (", process, ")");
-}
-
-}  // namespace
 
 ServerSession::ServerSession(const Context& context,
                              uint64_t id,
@@ -37,12 +21,12 @@ ServerSession::ServerSession(const Context& context,
                                                std::move(socket),
                                                context.limits,
                                                context.counters)),
+      client_(peer, context.counters),
       streams_(std::make_shared<ServerStreams>(connection_,
                                                context.methods,
-                                               context.limits.max_streams,
+                                               context.limits,
+                                               client_,
                                                context.counters)),
-      client_(peer),
-      peer_(Describe("", peer)),
       hello_timer_(context.loop) {}
 
 ServerSession::~ServerSession() = default;
@@ -54,6 +38,7 @@ void ServerSession::Start() {
       [weak_self = weak_from_this()](const std::error_code& error) {
         const auto self = weak_self.lock();
         if (!error && self && !self->serving_) {
+          ++self->context_.counters.limit_hits.handshake_timeout;
           self->connection_->Fail(absl::DeadlineExceededError(absl::StrCat(
               "no hello within handshake_timeout, ",
               self->context_.limits.handshake_timeout.count(), " ms")));
@@ -68,9 +53,9 @@ void ServerSession::Stop(const absl::Status& why) {
 ConnectionReport ServerSession::Report() const {
   ConnectionReport report;
   report.id = id_;
-  report.pid = client_.pid;
-  report.user = client_.user;
-  report.name = name_;
+  report.pid = client_.process().pid;
+  report.user = client_.process().user;
+  report.name = client_.name();
   report.age = std::chrono::steady_clock::now() - start_;
   report.calls = calls_.size();
   report.queued_bytes = connection_->outbox_bytes();
@@ -126,8 +111,7 @@ absl::Status ServerSession::OnHello(std::string_view body) {
   }
   serving_ = true;
   hello_timer_.cancel();
-  name_ = absl::CHexEscape(hello.client_name().substr(0, kMaxNameBytes));
-  peer_ = Describe(name_, client_);
+  client_.set_name(hello.client_name());
   connection_->set_peer_max_frame_bytes(hello.max_frame_bytes());
 
   WelcomeFrame welcome;
@@ -160,7 +144,7 @@ absl::Status ServerSession::OnCall(std::string_view body) {
     return absl::OkStatus();
   }
   ServerCall* call = context_.calls.Take();
-  refusal = call->Prepare(*method, call_frame_, peer_);
+  refusal = call->Prepare(*method, call_frame_, client_.peer());
   if (!refusal.ok()) {
     context_.calls.Return(call);
     RefuseCall(id, refusal);
@@ -170,7 +154,7 @@ absl::Status ServerSession::OnCall(std::string_view body) {
   return absl::OkStatus();
 }
 
-absl::Status ServerSession::CallRefusal(const ServedMethod* method) const {
+absl::Status ServerSession::CallRefusal(const ServedMethod* method) {
   if (method == nullptr) {
     return absl::UnimplementedError(
         absl::StrCat("no method has the id ", call_frame_.method_id()));
@@ -180,8 +164,10 @@ absl::Status ServerSession::CallRefusal(const ServedMethod* method) const {
         absl::StrCat(method->descriptor->full_name(), " is a stream"));
   }
   if (calls_.size() >= context_.limits.max_calls) {
-    return absl::ResourceExhaustedError(absl::StrCat(
+    absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
         "max_calls, ", context_.limits.max_calls, ", are in flight"));
+    client_.OnRefusal(&LimitHits::max_calls, refusal);
+    return refusal;
   }
   return absl::OkStatus();
 }
@@ -274,10 +260,11 @@ void ServerSession::Reply(const ServerCall& call) {
   call.response().SerializeToString(reply_frame_.mutable_response());
   const size_t size = FrameSize(reply_frame_);
   if (!connection_->Suits(size)) {
-    ReplyError(call.id(),
-               absl::ResourceExhaustedError(absl::StrCat(
-                   "the response takes a frame of ", size,
-                   " bytes, more than the client's ", "max_frame_bytes")));
+    const absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
+        "the response takes a frame of ", size, " bytes, more than the ",
+        "client's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
+    client_.OnRefusal(&LimitHits::max_frame_bytes, refusal);
+    ReplyError(call.id(), refusal);
     return;
   }
   AppendReply();
@@ -301,10 +288,9 @@ void ServerSession::BeforeWrite() {
 
 void ServerSession::OnClosed(const absl::Status& why) {
   hello_timer_.cancel();
-  // A client that merely goes is nothing to talk about.
-  if (!absl::IsUnavailable(why)) {
-    LOG(WARNING) << "Closed the connection of " << peer_ << ": " << why;
-    context_.counters.handshakes_failed += serving_ ? 0 : 1;
+  client_.OnClosed(why);
+  if (!serving_ && !absl::IsUnavailable(why)) {
+    ++context_.counters.handshakes_failed;
   }
   // One by one: what hears of its end may complete another.
   while (!calls_.empty()) {

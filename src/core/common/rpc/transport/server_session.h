@@ -20,12 +20,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 #include <string_view>
 
 #include "absl/container/flat_hash_map.h"
 #include "absl/status/status.h"
 #include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/client_record.h"
 #include "core/common/rpc/transport/connection.h"
 #include "core/common/rpc/transport/counters.h"
 #include "core/common/rpc/transport/limits.h"
@@ -87,7 +87,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   absl::Status OnStreamEnd(std::string_view body);
 
   absl::Status Handle(const FrameView& frame);
-  absl::Status CallRefusal(const ServedMethod* method) const;
+  absl::Status CallRefusal(const ServedMethod* method);
   void RefuseCall(uint64_t id, const absl::Status& why);
   void StartCall(ServerCall* call);
   void GiveUp(ServerCall& call, const absl::Status& why);
@@ -101,12 +101,8 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
       std::chrono::steady_clock::now();
   const ClosedCallback on_closed_;
   const std::shared_ptr<Connection> connection_;
+  ClientRecord client_;
   const std::shared_ptr<ServerStreams> streams_;
-  const UnixPeer client_;
-  // What the client calls itself, fit to be shown.
-  std::string name_;
-  // Name and process, for records and for services.
-  std::string peer_;
   bool serving_ = false;
   asio::steady_timer hello_timer_;
 

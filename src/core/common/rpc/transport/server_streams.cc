@@ -34,11 +34,13 @@ class ServerStreams::Endpoint final : public torvane::StreamChannel::Endpoint {
 
 ServerStreams::ServerStreams(std::shared_ptr<Connection> connection,
                              const ServedMethods& methods,
-                             size_t max_streams,
+                             const Limits& limits,
+                             ClientRecord& client,
                              Counters& counters)
     : connection_(std::move(connection)),
       methods_(methods),
-      max_streams_(max_streams),
+      limits_(limits),
+      client_(client),
       counters_(counters) {}
 
 ServerStreams::~ServerStreams() {
@@ -69,7 +71,7 @@ absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
   return absl::OkStatus();
 }
 
-absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) const {
+absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) {
   const ServedMethod* method = methods_.Find(frame.method_id());
   if (method == nullptr) {
     return absl::UnimplementedError(
@@ -79,9 +81,11 @@ absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) const {
     return absl::UnimplementedError(
         absl::StrCat(method->descriptor->full_name(), " is not a stream"));
   }
-  if (entries_.size() >= max_streams_) {
-    return absl::ResourceExhaustedError(
-        absl::StrCat("max_streams, ", max_streams_, ", are open"));
+  if (entries_.size() >= limits_.max_streams) {
+    absl::Status refusal = absl::ResourceExhaustedError(
+        absl::StrCat("max_streams, ", limits_.max_streams, ", are open"));
+    client_.OnRefusal(&LimitHits::max_streams, refusal);
+    return refusal;
   }
   return absl::OkStatus();
 }
@@ -185,6 +189,7 @@ void ServerStreams::Report(ConnectionReport& report) const {
 bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   const size_t frame_bytes = message.ByteSizeLong() + kEnvelopeBytes;
   if (entry.ended || !connection_->CanTake(frame_bytes + kStreamIdBytes)) {
+    NoteIfTooLong(frame_bytes + kStreamIdBytes);
     return false;
   }
   if (!Joins(entry, message)) {
@@ -201,6 +206,17 @@ bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
     entry.questions->OnSent(message);
   }
   return true;
+}
+
+void ServerStreams::NoteIfTooLong(size_t frame_bytes) {
+  if (!connection_->Suits(frame_bytes)) {
+    client_.OnRefusal(
+        &LimitHits::max_frame_bytes,
+        absl::ResourceExhaustedError(absl::StrCat(
+            "a stream's message takes a frame of ", frame_bytes,
+            " bytes, more than the client's max_frame_bytes, ",
+            connection_->peer_max_frame_bytes(), ", and is dropped")));
+  }
 }
 
 // Whether the message held back is `message`, and has yet to go to `entry`.

@@ -16,8 +16,9 @@
 // long as Send() is given the same message, only the list of streams grows. The
 // message is held back until another one comes or frames are written.
 //
-// Ownership: shared between the session and turns of the loop to come; methods
-// and counters outlive it. Owns the streams, and through them their channels.
+// Ownership: shared between the session and turns of the loop to come; those
+// touch nothing else once the session is gone. Owns the streams, and through
+// them their channels.
 //
 // Sequence: the loop's. A stream is destroyed when its calls have returned:
 // after the frame that ends it, or on a turn of the loop, or by CloseAll().
@@ -36,8 +37,10 @@
 #include "absl/status/status.h"
 #include "core/common/rpc/stream/abstract_stream.h"
 #include "core/common/rpc/transport/asked_questions.h"
+#include "core/common/rpc/transport/client_record.h"
 #include "core/common/rpc/transport/connection.h"
 #include "core/common/rpc/transport/counters.h"
+#include "core/common/rpc/transport/limits.h"
 #include "core/common/rpc/transport/served_methods.h"
 #include "core/common/rpc/transport/server_report.h"
 #include "rpc/transport/frame.pb.h"
@@ -48,7 +51,8 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
  public:
   ServerStreams(std::shared_ptr<Connection> connection,
                 const ServedMethods& methods,
-                size_t max_streams,
+                const Limits& limits,
+                ClientRecord& client,
                 Counters& counters);
   ServerStreams(const ServerStreams&) = delete;
   ServerStreams& operator=(const ServerStreams&) = delete;
@@ -98,17 +102,19 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   bool Send(Entry& entry, const StreamMessage& message);
   void Complete(Entry& entry);
 
-  absl::Status Refusal(const StreamOpenFrame& frame) const;
+  absl::Status Refusal(const StreamOpenFrame& frame);
   Entry* FindOpen(uint64_t id);
   void Finish(Entries::iterator entry);
   void FinishAll(const std::vector<uint64_t>& ids);
   void ReapSoon();
   void AppendEnd(uint64_t id, const absl::Status& status);
+  void NoteIfTooLong(size_t frame_bytes);
   bool Joins(const Entry& entry, const StreamMessage& message) const;
 
   const std::shared_ptr<Connection> connection_;
   const ServedMethods& methods_;
-  const size_t max_streams_;
+  const Limits& limits_;
+  ClientRecord& client_;
   Counters& counters_;
   Entries entries_;
   // Those that have ended out of turn.

@@ -152,7 +152,7 @@ TEST_F(StreamSending, AnUnreadStreamHoldsUpNobodyAndEndsWhenTooMuchWaits) {
   }
   EXPECT_GT(sent, 900);
   EXPECT_LT(sent, 2000);
-  EXPECT_EQ(counters().outbox_overflows, 1u);
+  EXPECT_EQ(counters().limit_hits.max_outbox_bytes, 1u);
   EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
   EXPECT_EQ(counters().connections_now, 1u);
 }

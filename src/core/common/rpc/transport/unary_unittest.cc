@@ -214,7 +214,7 @@ TEST(UnaryCall, ARequestTooLongForTheServerFailsAtTheClient) {
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
             absl::ResourceExhaustedError(
                 "the request takes a frame of 1001 bytes, more than the "
-                "server's max_frame_bytes"));
+                "server's max_frame_bytes, 1000"));
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "short").value(), "short");
 }
 

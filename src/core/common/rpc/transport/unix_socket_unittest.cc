@@ -177,7 +177,8 @@ TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
     NoDescriptors none;
     waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
     EXPECT_FALSE(error);
-    lab.RunUntil([&] { return lab.server->counters().accept_pauses >= 2; });
+    lab.RunUntil(
+        [&] { return lab.server->counters().limit_hits.accept_pause >= 2; });
     EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
   }
   lab.RunUntil(
@@ -198,7 +199,7 @@ TEST_F(UnixSocket, DoesNotKeepTryingWithoutDescriptors) {
   for (int turn = 0; turn < 50; ++turn) {
     lab.loop.poll_one();
   }
-  EXPECT_EQ(lab.server->counters().accept_pauses, 1u);
+  EXPECT_EQ(lab.server->counters().limit_hits.accept_pause, 1u);
 }
 
 }  // namespace
