@@ -10,7 +10,7 @@ endfunction()
 
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${BINARY_DIR} -G Ninja
     -DCMAKE_CXX_COMPILER=${COMPILER} -DTORVANE_DIR=${TORVANE_DIR})
-run(${CMAKE_COMMAND} --build ${BINARY_DIR} --target consumer)
+run(${CMAKE_COMMAND} --build ${BINARY_DIR} --target consumer readme)
 
 execute_process(COMMAND ${BINARY_DIR}/consumer RESULT_VARIABLE status
                 OUTPUT_VARIABLE output)
