@@ -15,8 +15,15 @@ if(NOT TORVANE_PARTITION_ALLOC_DIR)
 endif()
 block()
 
-set(sanitizer_flag "-fsanitize=[a-z,-]*(address|leak|memory|thread)")
-if(TORVANE_SANITIZER OR CMAKE_CXX_FLAGS MATCHES ${sanitizer_flag})
+# A sanitizer may come from us, from the command line, or from a project that
+# takes ours in. What comes later than this, startup.cc refuses.
+string(TOUPPER "${CMAKE_BUILD_TYPE}" config)
+get_directory_property(compile_options COMPILE_OPTIONS)
+get_directory_property(link_options LINK_OPTIONS)
+if(TORVANE_SANITIZER OR
+   "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${config}} ${CMAKE_EXE_LINKER_FLAGS} \
+${compile_options} ${link_options}"
+   MATCHES "-fsanitize=[a-z,-]*(address|leak|memory|thread)")
   message(FATAL_ERROR
     "TORVANE_PARTITION_ALLOC_DIR cannot be combined with AddressSanitizer or "
     "its like: both take the place of malloc")
@@ -46,6 +53,7 @@ message(STATUS "PartitionAlloc: ${partition_alloc_dir}")
 set(essential_flags
   ENABLE_BACKUP_REF_PTR_SLOW_CHECKS=1
   ENABLE_BACKUP_REF_PTR_SUPPORT=1
+  ENABLE_POINTER_ARITHMETIC_TRAIT_CHECK=1
   HAS_64_BIT_POINTERS=1
   RAW_PTR_ZERO_ON_CONSTRUCT=1
   RAW_PTR_ZERO_ON_DESTRUCT=1
@@ -61,7 +69,6 @@ set(flags
   ENABLE_BACKUP_REF_PTR_FEATURE_FLAG=1
   ENABLE_GWP_ASAN_SUPPORT=1
   ENABLE_MOVE_METADATA_OUT_OF_GIGACAGE_TRIAL=1
-  ENABLE_POINTER_ARITHMETIC_TRAIT_CHECK=1
   ENABLE_USER_SPACE_ZERO_SEGMENT=1
   MOVE_METADATA_OUT_OF_GIGACAGE_FOR_64_BITS_POINTERS=1
   STACK_SCAN_SUPPORTED=1
@@ -103,8 +110,9 @@ file(CONFIGURE OUTPUT ${gen_dir}/partition_alloc/buildflags.h
      CONTENT "${buildflags}" @ONLY)
 
 # Sources: everything but tests, other platforms and what another kind of build
-# takes in place of ours.
-file(GLOB_RECURSE sources CONFIGURE_DEPENDS
+# takes in place of ours. Filtered by their paths within the release: the folder
+# that it lies in may have any name.
+file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${partition_alloc_dir}
      ${partition_alloc_dir}/src/partition_alloc/*.cc)
 list(FILTER sources EXCLUDE REGEX "_(unittest|perftest|for_test|for_testing)\\.cc$")
 list(FILTER sources EXCLUDE REGEX "/test/|/debug/proc_maps_linux\\.cc$|/extended_api\\.cc$")
@@ -113,8 +121,8 @@ list(FILTER sources EXCLUDE REGEX "/empty\\.cc$|raw_ptr_(asan_unowned|hookable)_
 list(FILTER sources EXCLUDE REGEX "/(file_path|native_library|native_library_posix)\\.cc$")
 list(FILTER sources EXCLUDE REGEX "dispatch_to_(glibc|linker_wrapped_symbols)\\.cc$")
 list(FILTER sources EXCLUDE REGEX "stack/asm/")
-list(APPEND sources
-     ${partition_alloc_dir}/src/partition_alloc/stack/asm/${processor}/push_registers_asm.cc)
+list(APPEND sources src/partition_alloc/stack/asm/${processor}/push_registers_asm.cc)
+list(TRANSFORM sources PREPEND ${partition_alloc_dir}/)
 
 set(glue_dir ${CMAKE_CURRENT_LIST_DIR}/partition_alloc)
 add_library(torvane_partition_alloc STATIC ${sources} ${glue_dir}/startup.cc)

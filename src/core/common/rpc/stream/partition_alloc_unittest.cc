@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -79,6 +80,43 @@ TEST(ProtectedPool, HoldsWhatStaticInitialisersAllocate) {
   EXPECT_TRUE(IsInProtectedPool(made_before_main.get()));
 }
 
+// Addresses of memory of the size of a method. Numbers, since a pointer to
+// memory that was freed may not even be compared.
+using TwoAddresses = std::array<uintptr_t, 2>;
+
+TwoAddresses AllocateTwo() {
+  TwoAddresses addresses = {};
+  for (uintptr_t& address : addresses) {
+    address =
+        reinterpret_cast<uintptr_t>(operator new(sizeof(MethodDescriptor)));
+  }
+  return addresses;
+}
+
+void FreeInOrder(const TwoAddresses& addresses) {
+  for (const uintptr_t address : addresses)
+    operator delete(reinterpret_cast<void*>(address));
+}
+
+// What ReleasesItsMethodBeforeItsService rests on.
+TEST(ProtectedPool, HandsOutFirstWhatItGotBackLast) {
+  const TwoAddresses once = AllocateTwo();
+  FreeInOrder(once);
+  const TwoAddresses again = AllocateTwo();
+  EXPECT_EQ(again, (TwoAddresses{once[1], once[0]}));
+  FreeInOrder(again);
+}
+
+TEST(CheckedPointer, StoresAnAddressOutsideThePoolAsItIs) {
+  BrowserWindowRpc on_stack;
+  ASSERT_FALSE(IsInProtectedPool(&on_stack));
+  Service* const address = &on_stack;
+  const raw_ptr<Service> pointer = address;
+  EXPECT_EQ(pointer.get(), address);
+  static_assert(sizeof(pointer) == sizeof(address));
+  EXPECT_EQ(std::memcmp(&pointer, &address, sizeof(address)), 0);
+}
+
 // By the index of a streaming method.
 class StreamOnPartitionAllocTest : public testing::TestWithParam<int> {
  protected:
@@ -96,7 +134,7 @@ class StreamOnPartitionAllocTest : public testing::TestWithParam<int> {
   // and then do nothing.
   static void UseService(AbstractStream& stream) {
     rpc::transport::StreamMessage frame;
-    if (Method()->name() == "WhenBrowserWindowClosed")
+    if (Method()->input_type() == rpc::EventSubscription::descriptor())
       return stream.OnNext(&frame);
     stream.OnError(&frame);
   }
@@ -139,28 +177,24 @@ struct LargeService : BrowserWindowRpc {
 };
 static_assert(sizeof(LargeService) == sizeof(MethodDescriptor));
 
-// Both slots are only waiting for the stream. The allocator hands out first
-// what it got back last.
+// Both slots are only waiting for the stream.
 TEST_P(StreamOnPartitionAllocTest, ReleasesItsMethodBeforeItsService) {
   auto service = std::make_unique<LargeService>();
   auto method = std::make_unique<ForgedMethod>(Method(), GetParam());
-  const void* const service_address = service.get();
-  const void* const method_address = method->get();
+  const auto service_address = reinterpret_cast<uintptr_t>(service.get());
+  const auto method_address = reinterpret_cast<uintptr_t>(method->get());
   auto stream = OpenOn(*service, method->get());
   service.reset();
   method.reset();
 
   stream.reset();
-  std::array<void*, 2> reused;
-  for (void*& memory : reused)
-    memory = operator new(sizeof(MethodDescriptor));
-  EXPECT_EQ(reused[0], service_address);
-  EXPECT_EQ(reused[1], method_address);
-  for (void* memory : reused)
-    operator delete(memory);
+  const auto [last_back, first_back] = AllocateTwo();
+  EXPECT_EQ(last_back, service_address);
+  EXPECT_EQ(first_back, method_address);
+  FreeInOrder({last_back, first_back});
 }
 
-TEST_P(StreamOnPartitionAllocTest, StoresAnAddressOutsideThePoolAsItIs) {
+TEST_P(StreamOnPartitionAllocTest, WritesNothingAroundAServiceOutsideThePool) {
   struct {
     std::array<char, 64> before;
     BrowserWindowRpc service;
