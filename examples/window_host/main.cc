@@ -9,11 +9,14 @@
 
 #include "absl/strings/str_cat.h"
 #include "base/logging.h"
+#include "core/common/rpc/status/status_service.h"
+#include "core/common/rpc/transport/limits.h"
 #include "core/common/rpc/transport/server.h"
 #include "examples/window_host/browser.h"
 #include "examples/window_host/call_logger.h"
 #include "examples/window_host/console.h"
 #include "examples/window_host/desktop.h"
+#include "examples/window_host/limit_flags.h"
 #include "examples/window_host/window_service.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/line_reader.h"
@@ -38,8 +41,11 @@ Flags:
                             before the host goes on without it; default: 5
   --help                    prints this
 
+Limits, each named and counted by 'windowctl status' when it bites:
+%s
 On standard input a person can play the user; 'help' there says how. The host
-runs until SIGINT or SIGTERM. It records each call on standard error.
+runs until SIGINT or SIGTERM. It records each call about windows on standard
+error.
 
 Exit status: 0 after a signal, 1 when it cannot listen, 2 wrong usage.
 )";
@@ -48,6 +54,7 @@ struct Options {
   std::string socket = cli::DefaultSocketPath();
   int windows = 3;
   std::chrono::milliseconds answer_timeout{5'000};
+  rpc::transport::Limits limits;
 };
 
 int Fail(int exit_code, std::string_view text) {
@@ -70,11 +77,13 @@ class Host {
         console_(desktop_, browser_, Print),
         service_(desktop_, browser_),
         logger_(service_),
-        server_(loop_),
+        status_([this] { return server_.Report(); }),
+        server_(loop_, {.limits = options.limits}),
         signals_(loop_, SIGINT, SIGTERM) {
     for (int i = 0; i < options.windows; ++i)
       desktop_.Open();
     server_.AddService(&logger_);
+    server_.AddService(&status_);
   }
 
   int Run() {
@@ -108,6 +117,7 @@ class Host {
   Console console_;
   WindowService service_;
   CallLogger logger_;
+  rpc::status::StatusService status_;
   rpc::transport::Server server_;
   asio::signal_set signals_;
   std::optional<cli::LineReader> input_;
@@ -121,18 +131,21 @@ int Main(int argc, char** argv) {
   flags.AddText("socket", &options.socket);
   flags.AddInteger("windows", 0, kMaximumWindows, &options.windows);
   flags.AddSeconds("answer-timeout", &options.answer_timeout);
+  AddLimitFlags(flags, &options.limits);
   const auto arguments = flags.Parse(argc, argv);
   if (!arguments.ok()) {
     return Fail(kUsage, absl::StrCat(arguments.status().message(),
                                      " 'window_host --help' says more."));
   }
   if (help) {
-    std::fputs(kHelp, stdout);
+    std::printf(kHelp, LimitHelp().c_str());
     return EXIT_SUCCESS;
   }
   if (!arguments->empty())
     return Fail(kUsage,
                 "There are only flags. 'window_host --help' lists them.");
+  if (absl::Status fault = CheckLimits(options.limits); !fault.ok())
+    return Fail(kUsage, fault.message());
   return Host(options).Run();
 }
 

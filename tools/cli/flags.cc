@@ -15,6 +15,22 @@ namespace {
 constexpr double kMinimumSeconds = 0.001;
 constexpr double kMaximumSeconds = 24 * 60 * 60;
 
+template <typename Integer>
+std::function<std::string(const std::string&)> SetterOfInteger(Integer minimum,
+                                                               Integer maximum,
+                                                               Integer* value) {
+  return [=](const std::string& text) -> std::string {
+    Integer number;
+    if (!absl::SimpleAtoi(text, &number) || number < minimum ||
+        number > maximum) {
+      return absl::StrCat("is not a whole number from ", minimum, " to ",
+                          maximum);
+    }
+    *value = number;
+    return "";
+  };
+}
+
 }  // namespace
 
 void Flags::AddSwitch(const std::string& name, bool* is_set) {
@@ -43,16 +59,14 @@ void Flags::AddInteger(const std::string& name,
                        int minimum,
                        int maximum,
                        int* value) {
-  flags_[name].set = [=](const std::string& text) -> std::string {
-    int number;
-    if (!absl::SimpleAtoi(text, &number) || number < minimum ||
-        number > maximum) {
-      return absl::StrCat("is not a whole number from ", minimum, " to ",
-                          maximum);
-    }
-    *value = number;
-    return "";
-  };
+  flags_[name].set = SetterOfInteger(minimum, maximum, value);
+}
+
+void Flags::AddSize(const std::string& name,
+                    size_t minimum,
+                    size_t maximum,
+                    size_t* value) {
+  flags_[name].set = SetterOfInteger(minimum, maximum, value);
 }
 
 void Flags::AddSeconds(const std::string& name,

@@ -26,6 +26,7 @@
 #define TOOLS_CLI_FLAGS_H_
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <optional>
@@ -51,6 +52,10 @@ class Flags {
                   int minimum,
                   int maximum,
                   int* value);
+  void AddSize(const std::string& name,
+               size_t minimum,
+               size_t maximum,
+               size_t* value);
 
   // Seconds, with a fraction if need be, of at least a millisecond and at most
   // a day.

@@ -16,6 +16,7 @@ class FlagsTest : public ::testing::Test {
     flags_.AddText("socket", &socket_);
     flags_.AddText("title", &title_);
     flags_.AddInteger("windows", 0, 100, &windows_);
+    flags_.AddSize("bytes", 1, size_t{1} << 40, &bytes_);
     flags_.AddSeconds("timeout", &timeout_);
   }
 
@@ -35,6 +36,7 @@ class FlagsTest : public ::testing::Test {
   std::string socket_ = "default";
   std::optional<std::string> title_;
   int windows_ = 3;
+  size_t bytes_ = 5;
   std::chrono::milliseconds timeout_{10'000};
   Flags flags_;
 };
@@ -110,6 +112,22 @@ TEST_F(FlagsTest, IntegerAtTheEndsOfItsRangeIsTaken) {
   EXPECT_EQ(0, windows_);
   ASSERT_TRUE(Parse({"--windows", "100"}).ok());
   EXPECT_EQ(100, windows_);
+}
+
+TEST_F(FlagsTest, SizeMayBeBeyondTheRangeOfAnInteger) {
+  ASSERT_TRUE(Parse({"--bytes", "1099511627776"}).ok());
+  EXPECT_EQ(size_t{1} << 40, bytes_);
+  ASSERT_TRUE(Parse({"--bytes", "1"}).ok());
+  EXPECT_EQ(1u, bytes_);
+}
+
+TEST_F(FlagsTest, SizeOutOfRangeOrMalformedIsAFault) {
+  for (const char* value : {"0", "1099511627777", "-1", "1e3", ""}) {
+    EXPECT_EQ(absl::StrCat("The value of --bytes, '", value,
+                           "', is not a whole number from 1 to 1099511627776."),
+              Fault({"--bytes", value}));
+  }
+  EXPECT_EQ(5u, bytes_);
 }
 
 TEST_F(FlagsTest, SecondsOutOfRangeOrMalformedAreAFault) {

@@ -44,11 +44,8 @@ ExitCode Call(const Options& options, const Arguments& arguments) {
   controller.set_timeout(options.timeout);
   (*client)->CallMethod(*method, &controller, request.get(), response.get(),
                         nullptr);
-  if (!controller.status().ok()) {
-    // A call that ended with its connection ended for the same reason.
-    const bool is_lost = controller.status() == (*client)->status();
-    return Fail(is_lost ? kNoConnection : kCallFailed, controller.status());
-  }
+  if (!controller.status().ok())
+    return FailOn(**client, controller.status());
   PrintLine(ToJson(*response));
   return kSuccess;
 }

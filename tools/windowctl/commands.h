@@ -30,6 +30,9 @@ ExitCode Watch(const Options& options, const Arguments& arguments);
 // answer METHOD ID...
 ExitCode Answer(const Options& options, const Arguments& arguments);
 
+// status
+ExitCode Status(const Options& options, const Arguments& arguments);
+
 // Writes a line to standard output at once, for whoever waits for it.
 void PrintLine(const std::string& line);
 

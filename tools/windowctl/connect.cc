@@ -2,6 +2,7 @@
 
 #include "absl/strings/str_cat.h"
 #include "tools/cli/socket_path.h"
+#include "tools/windowctl/commands.h"
 
 namespace windowctl {
 
@@ -18,6 +19,12 @@ absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
   return absl::UnavailableError(
       absl::StrCat("No connection: ", client.status().message(),
                    "\nIs window_host running, with the same --socket?"));
+}
+
+// What ended with its connection ended for the same reason.
+ExitCode FailOn(const rpc::transport::Client& client,
+                const absl::Status& status) {
+  return Fail(status == client.status() ? kNoConnection : kCallFailed, status);
 }
 
 }  // namespace windowctl

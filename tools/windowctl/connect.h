@@ -6,9 +6,11 @@
 #include <memory>
 #include <string>
 
+#include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "core/common/rpc/transport/asio.h"
 #include "core/common/rpc/transport/client.h"
+#include "tools/windowctl/exit_code.h"
 
 namespace windowctl {
 
@@ -16,6 +18,11 @@ namespace windowctl {
 absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
     asio::io_context& loop,
     const std::string& socket);
+
+// Says why a call or a stream of `client` has failed, and returns whether that
+// was the end of the connection, kNoConnection, or not, kCallFailed.
+ExitCode FailOn(const rpc::transport::Client& client,
+                const absl::Status& status);
 
 }  // namespace windowctl
 

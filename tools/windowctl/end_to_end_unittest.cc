@@ -29,6 +29,7 @@ TEST_F(EndToEndTest, HelpIsNoFailure) {
   const Process::Result host = RunToEnd(HostWords({"--help"}));
   EXPECT_EQ(0, host.exit_code);
   EXPECT_THAT(host.output, HasSubstr("--windows N"));
+  EXPECT_THAT(host.output, HasSubstr("--max-streams N"));
   EXPECT_EQ("", host.errors);
 }
 
@@ -77,6 +78,11 @@ TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
       {{"call", "WhenBrowserWindowClosed", "{}"}, "'windowctl watch ID...'"},
       {{"--tmeout", "1"}, "There is no flag --tmeout. Did you mean --timeout?"},
       {{"--timeout", "soon"}, "The value of --timeout, 'soon', is not"},
+      {{"watch", "1", "--with", "{}"}, "The flag --with is for 'answer' only."},
+      {{"call", "Show", "{}", "--with={}"}, "--with is for 'answer' only."},
+      {{"methods", "--exec", "true"}, "The flag --exec is for 'answer' only."},
+      {{"call", "Show", "{}", "--json"},
+       "The flag --json is for 'status' only."},
   };
   for (const auto& [words, fault] : cases) {
     const Process::Result result = RunClient(words);
@@ -151,6 +157,9 @@ TEST_F(EndToEndTest, HostRefusesWrongUsage) {
       {{"--windows", "-1"}, "is not a whole number from 0 to 1000"},
       {{"--window=1"}, "There is no flag --window. Did you mean --windows?"},
       {{"--answer-timeout=0"}, "The value of --answer-timeout, '0', is not"},
+      {{"--max-calls=0"}, "'0', is not a whole number from 1 to 1000000."},
+      {{"--max-outbox-bytes=5000"},
+       "is above that of --max-outbox-bytes, 5000"},
       {{"now"}, "There are only flags."},
   };
   for (const auto& [flags, fault] : cases) {

@@ -21,24 +21,34 @@ constexpr char kHelp[] =
                                      line of JSON, until interrupted
   windowctl answer METHOD ID...      answers the host's questions about the
                                      windows, until interrupted
+  windowctl status                   shows who is connected to the host, what is
+                                     under way, and what had to be refused
 
 Flags:
   --socket PATH      where the host listens; default:
                      ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
-  --timeout SECONDS  how long 'call' waits for the response; default: 10
-  --with JSON        'answer': the same answer to every question
-  --exec COMMAND     'answer': runs COMMAND with the shell for each question,
-                     which stands on its standard input; what it prints is the
-                     answer
+  --timeout SECONDS  how long the host may take for a response, from 0.001 to
+                     86400; default: 10. For 'watch' and 'answer' this is the
+                     time to subscribe; after that they wait without a limit
+  --with JSON        'answer' only: the same answer to every question
+  --exec COMMAND     'answer' only: runs COMMAND with the shell for each
+                     question, which stands on its standard input; what it
+                     prints is the answer
+  --json             'status' only: prints a line of JSON
   --help             prints this
 
-Without --with and --exec, 'answer' prints each question as a line of JSON and
-reads the answer to it as the next line of standard input.
+'answer' takes a method of the kind 'callback stream' (see 'windowctl methods').
+It prints each question as a line of JSON, in the host's message of that method.
+An answer is the JSON of the field 'response' of that message. Without --with
+and --exec the answers are read from standard input, a line for each question,
+in order; the end of the input ends 'answer'. A question without a usable answer
+is refused, which the host hears at once.
 
 Examples:
   windowctl call Maximize '{"value": 1}'
   windowctl call SetTitle '{"browserId": {"value": 1}, "title": "Inbox"}'
   windowctl answer OnCloseWindow 1 --with '{"allowed": false}'
+  windowctl status --json | jq .connections
 
 Exit status: 0 success, 1 the call failed, 2 wrong usage, 3 no connection.
 )";
@@ -51,10 +61,29 @@ struct Command {
 constexpr Command kCommands[] = {{"methods", Methods},
                                  {"call", Call},
                                  {"watch", Watch},
-                                 {"answer", Answer}};
+                                 {"answer", Answer},
+                                 {"status", Status}};
 
 ExitCode FailUsage(std::string_view text) {
   return Fail(kUsage, absl::StrCat(text, " 'windowctl --help' says more."));
+}
+
+// What is wrong with the flags for `command`, or nothing.
+std::string FlagFault(const Options& options, const std::string& command) {
+  const struct {
+    const char* flag;
+    bool is_set;
+    const char* command;
+  } special_flags[] = {{"with", options.with.has_value(), "answer"},
+                       {"exec", options.exec.has_value(), "answer"},
+                       {"json", options.json, "status"}};
+  for (const auto& special : special_flags) {
+    if (special.is_set && command != special.command) {
+      return absl::StrCat("The flag --", special.flag, " is for '",
+                          special.command, "' only.");
+    }
+  }
+  return "";
 }
 
 ExitCode RunCommand(const Options& options,
@@ -62,8 +91,10 @@ ExitCode RunCommand(const Options& options,
                     const Arguments& arguments) {
   std::vector<std::string> names;
   for (const Command& command : kCommands) {
-    if (name == command.name)
-      return command.run(options, arguments);
+    if (name == command.name) {
+      const std::string fault = FlagFault(options, name);
+      return fault.empty() ? command.run(options, arguments) : FailUsage(fault);
+    }
     names.emplace_back(command.name);
   }
   return FailUsage(absl::StrCat("There is no command '", name, "'.",
@@ -79,6 +110,7 @@ ExitCode Main(int argc, char** argv) {
   flags.AddSeconds("timeout", &options.timeout);
   flags.AddText("with", &options.with);
   flags.AddText("exec", &options.exec);
+  flags.AddSwitch("json", &options.json);
   absl::StatusOr<Arguments> arguments = flags.Parse(argc, argv);
   if (!arguments.ok())
     return FailUsage(arguments.status().message());

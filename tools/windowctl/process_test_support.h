@@ -47,6 +47,8 @@ class Process {
 
   void Signal(int signal) const;
 
+  pid_t pid() const { return pid_; }
+
   // Closes its input and blocks until it ends.
   Result Wait();
 

@@ -51,7 +51,7 @@ ExitCode StreamSession::Run(std::function<void()> end) {
   });
   while (!ended_)
     loop_.run_one();
-  return ended_->ok() ? kSuccess : FailConnection(*ended_);
+  return ended_->ok() ? kSuccess : FailOn(*client_, *ended_);
 }
 
 std::function<void(const absl::Status&)> StreamSession::on_end() {
@@ -66,11 +66,7 @@ ExitCode StreamSession::AwaitWindow(const BrowserId& window) {
       .IsVisible(&controller, &window, &visible, nullptr);
   if (controller.status().ok())
     return kSuccess;
-  return FailConnection(controller.status());
-}
-
-ExitCode StreamSession::FailConnection(const absl::Status& status) const {
-  return Fail(client_->status().ok() ? kCallFailed : kNoConnection, status);
+  return FailOn(*client_, controller.status());
 }
 
 }  // namespace windowctl

@@ -1,0 +1,128 @@
+// The status of the real host, asked for with the real client.
+
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/server.h"
+#include "gmock/gmock.h"
+#include "gtest/gtest.h"
+#include "rpc/status/server_status.pb.h"
+#include "tools/windowctl/end_to_end_test_support.h"
+#include "tools/windowctl/exit_code.h"
+#include "tools/windowctl/json.h"
+
+namespace windowctl {
+namespace {
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class StatusTest : public EndToEndTest {
+ protected:
+  // What 'status' prints.
+  std::string Status(std::vector<std::string> flags = {}) const {
+    flags.insert(flags.begin(), "status");
+    const Process::Result result = RunClient(flags);
+    EXPECT_EQ(kSuccess, result.exit_code);
+    EXPECT_EQ("", result.errors);
+    return result.output;
+  }
+};
+
+TEST_F(StatusTest, ConnectionsStreamsAndQuestionsAreShown) {
+  StartHost();
+  Process& answerer = StartClient({"answer", "OnCloseWindow", "1", "2"});
+  StartClient({"watch", "1"});
+  host_->Write("close 2\n");
+  answerer.ReadLine();
+  const std::string text = Status();
+  EXPECT_THAT(text,
+              ContainsRegex(absl::StrCat(" 1  windowctl +", answerer.pid(),
+                                         " .* 0 +1 +1 +0\n")));
+  EXPECT_THAT(text, ContainsRegex("total +0 +2 +1 +0\n"));
+  EXPECT_THAT(text, ContainsRegex(
+                        "rpc.BrowserWindow.OnCloseWindow +2 +1 +[0-9.a-z]+\n"));
+  // An answer settles the question.
+  answerer.Write("{}\n");
+  host_->ReadLine();
+  EXPECT_THAT(Status(), Not(HasSubstr("OnCloseWindow")));
+}
+
+TEST_F(StatusTest, CallThatWaitsIsInFlight) {
+  StartHost();
+  Process& answerer = StartClient({"answer", "OnCloseWindow", "1"});
+  const Process caller(ClientWords({"call", "Close", R"({"value": 1})"}));
+  answerer.ReadLine();
+  EXPECT_THAT(Status(), ContainsRegex("total +1 +1 +1 +0\n"));
+}
+
+TEST_F(StatusTest, JsonIsTheWholeReportOnOneLine) {
+  StartHost();
+  const Process& watcher = StartClient({"watch", "1"});
+  const std::string json = Status({"--json"});
+  EXPECT_EQ(json.size() - 1, json.find('\n'));
+  EXPECT_THAT(json, HasSubstr(R"("pendingQuestions":0)"));
+
+  rpc::status::StatusReport report;
+  ASSERT_TRUE(FromJson(json, &report).ok());
+  ASSERT_EQ(2, report.connections_size());
+  EXPECT_EQ(watcher.pid(), report.connections(0).pid());
+  EXPECT_EQ(getuid(), report.connections(0).uid());
+  EXPECT_EQ(1u, report.connections(0).load().streams());
+  EXPECT_EQ(0u, report.connections(1).load().streams());
+  EXPECT_EQ(1u, report.total().streams());
+  EXPECT_EQ("max_frame_bytes", report.refusals(0).limit());
+}
+
+TEST_F(StatusTest, RefusalsAreCountedUnderTheLimitThatWasSet) {
+  StartHost({"--max-connections", "2"});
+  StartClient({"watch", "1"});
+  EXPECT_THAT(Status(), ContainsRegex("max_connections +0\n"));
+  StartClient({"watch", "2"});
+  const Process::Result refused = RunClient({"status"});
+  EXPECT_EQ(kNoConnection, refused.exit_code);
+  EXPECT_THAT(refused.errors, HasSubstr("max_connections, 2, are open"));
+  // Until the host has noticed that one is gone, it goes on refusing.
+  clients_.pop_back();
+  Process::Result taken;
+  do {
+    taken = RunClient({"status"});
+  } while (taken.exit_code == kNoConnection);
+  EXPECT_THAT(taken.output, ContainsRegex("max_connections +[1-9]"));
+}
+
+TEST_F(StatusTest, WrongUsageIsSaidBeforeConnecting) {
+  const Process::Result result = RunClient({"status", "1"});
+  EXPECT_EQ(kUsage, result.exit_code);
+  EXPECT_EQ("windowctl: 'status' takes no arguments.\n", result.errors);
+}
+
+TEST_F(StatusTest, AbsentHostIsNoConnection) {
+  EXPECT_EQ(kNoConnection, RunClient({"status"}).exit_code);
+}
+
+TEST_F(StatusTest, HostThatDoesNotOfferItIsAFailedCall) {
+  asio::io_context loop;
+  rpc::transport::Server server(loop);
+  ASSERT_TRUE(server.Listen(socket_).ok());
+  Process client(ClientWords({"status"}));
+  while (server.counters().connections_accepted == 0 ||
+         server.counters().connections_now > 0) {
+    loop.run_one();
+  }
+  const Process::Result result = client.Wait();
+  EXPECT_EQ(kCallFailed, result.exit_code);
+  EXPECT_EQ("", result.output);
+  EXPECT_THAT(result.errors,
+              StartsWith("windowctl: UNIMPLEMENTED: the server has no service "
+                         "rpc.status.ServerStatus"));
+}
+
+}  // namespace
+}  // namespace windowctl

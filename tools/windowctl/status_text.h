@@ -1,0 +1,18 @@
+// A server's status as a person reads it.
+
+#ifndef TOOLS_WINDOWCTL_STATUS_TEXT_H_
+#define TOOLS_WINDOWCTL_STATUS_TEXT_H_
+
+#include <string>
+
+#include "rpc/status/server_status.pb.h"
+
+namespace windowctl {
+
+// Aligned tables of connections, of pending questions if there are any, and of
+// refusals by limit.
+std::string StatusText(const rpc::status::StatusReport& report);
+
+}  // namespace windowctl
+
+#endif  // TOOLS_WINDOWCTL_STATUS_TEXT_H_

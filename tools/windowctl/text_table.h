@@ -1,0 +1,44 @@
+// Columns of text under each other, each as wide as its widest cell.
+//
+//   TextTable table({{"NAME"}, {"PID", TextTable::kRight}});
+//   table.AddRow({"painter", "4711"});
+//   table.ToString()     "NAME      PID\npainter  4711\n"
+//
+// Cells are taken to be ASCII. No line ends in blanks.
+//
+// Failure: a row with another number of cells than there are columns ends the
+// process.
+
+#ifndef TOOLS_WINDOWCTL_TEXT_TABLE_H_
+#define TOOLS_WINDOWCTL_TEXT_TABLE_H_
+
+#include <string>
+#include <vector>
+
+namespace windowctl {
+
+class TextTable {
+ public:
+  enum Alignment { kLeft, kRight };
+
+  struct Column {
+    std::string heading;
+    Alignment alignment = kLeft;
+  };
+  using Row = std::vector<std::string>;
+
+  explicit TextTable(const std::vector<Column>& columns);
+
+  void AddRow(Row row);
+
+  std::string ToString() const;
+
+ private:
+  std::vector<Column> columns_;
+  std::vector<size_t> widths_;
+  std::vector<Row> rows_;
+};
+
+}  // namespace windowctl
+
+#endif  // TOOLS_WINDOWCTL_TEXT_TABLE_H_

@@ -1,0 +1,35 @@
+#include "tools/windowctl/text_table.h"
+
+#include "gtest/gtest.h"
+
+namespace windowctl {
+namespace {
+
+TEST(TextTableTest, HasHeadingsWithoutRows) {
+  EXPECT_EQ("NAME  PID\n", TextTable({{"NAME"}, {"PID"}}).ToString());
+}
+
+TEST(TextTableTest, ColumnsAreAsWideAsTheirWidestCell) {
+  TextTable table({{"NAME"}, {"PID", TextTable::kRight}, {"STATE"}});
+  table.AddRow({"painter", "4711", "ok"});
+  table.AddRow({"x", "12", "stopped"});
+  EXPECT_EQ(
+      "NAME      PID  STATE\n"
+      "painter  4711  ok\n"
+      "x          12  stopped\n",
+      table.ToString());
+}
+
+TEST(TextTableTest, NoLineEndsInBlanks) {
+  TextTable table({{"NAME"}, {"REMARK"}});
+  table.AddRow({"x", ""});
+  EXPECT_EQ("NAME  REMARK\nx\n", table.ToString());
+}
+
+TEST(TextTableDeathTest, RowMustFitTheColumns) {
+  TextTable table({{"NAME"}, {"PID"}});
+  EXPECT_DEATH(table.AddRow({"x"}), "");
+}
+
+}  // namespace
+}  // namespace windowctl
