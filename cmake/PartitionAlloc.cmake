@@ -3,10 +3,11 @@
 #
 #   -DTORVANE_PARTITION_ALLOC_DIR=<folder>
 #
-# names Chromium's folder base/allocator/partition_allocator; "cached" is the
-# one that scripts/fetch-partition-alloc has put into the cache. It is built as
-# the static library torvane_partition_alloc. Whoever links torvane_base gets it,
-# and with it a malloc whose memory the checked pointers protect.
+# names Chromium's folder base/allocator/partition_allocator; a relative path
+# counts from this project's root. "cached" is the one that
+# scripts/fetch-partition-alloc has put into the cache. It is built as the static
+# library torvane_partition_alloc. Whoever links torvane_base gets it, and with it
+# a malloc whose memory the checked pointers protect.
 
 set(TORVANE_PARTITION_ALLOC_DIR "" CACHE STRING
     "Chromium's folder base/allocator/partition_allocator, or 'cached'")
@@ -16,13 +17,13 @@ endif()
 block()
 
 # A sanitizer may come from us, from the command line, or from a project that
-# takes ours in. What comes later than this, startup.cc refuses.
+# takes ours in. Of what comes later than this, raw_ptr.h refuses most.
 string(TOUPPER "${CMAKE_BUILD_TYPE}" config)
 get_directory_property(compile_options COMPILE_OPTIONS)
 get_directory_property(link_options LINK_OPTIONS)
 if(TORVANE_SANITIZER OR
    "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${config}} ${CMAKE_EXE_LINKER_FLAGS} \
-${compile_options} ${link_options}"
+${CMAKE_EXE_LINKER_FLAGS_${config}} ${compile_options} ${link_options}"
    MATCHES "-fsanitize=[a-z,-]*(address|leak|memory|thread)")
   message(FATAL_ERROR
     "TORVANE_PARTITION_ALLOC_DIR cannot be combined with AddressSanitizer or "

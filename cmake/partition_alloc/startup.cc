@@ -4,18 +4,6 @@
 // Run ahead of all C++ initialisers of the program, so that every object that
 // the program itself makes is protected, and main() need not know.
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
-    __has_feature(memory_sanitizer)
-#define TORVANE_UNDER_SANITIZER
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
-    defined(TORVANE_UNDER_SANITIZER)
-#error \
-    "PartitionAlloc cannot be combined with a sanitizer that is malloc itself"
-#endif
-
 #include "partition_alloc/shim/allocator_shim_default_dispatch_to_partition_alloc.h"
 
 namespace {

@@ -9,7 +9,8 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${BINARY_DIR} -G Ninja
-    -DCMAKE_CXX_COMPILER=${COMPILER} -DTORVANE_DIR=${TORVANE_DIR})
+    -DCMAKE_CXX_COMPILER=${COMPILER} -DTORVANE_DIR=${TORVANE_DIR}
+    -DTORVANE_PARTITION_ALLOC_DIR=${PARTITION_ALLOC_DIR})
 run(${CMAKE_COMMAND} --build ${BINARY_DIR} --target consumer readme)
 
 execute_process(COMMAND ${BINARY_DIR}/consumer RESULT_VARIABLE status

@@ -253,5 +253,22 @@ TEST_P(StreamOnPartitionAllocDeathTest, DiesAtTheFrameAfterItsServiceDied) {
               "IsPointeeAlive");
 }
 
+using CallbackStreamOnPartitionAllocDeathTest = StreamOnPartitionAllocTest;
+
+INSTANTIATE_TEST_SUITE_P(EveryCallbackStream,
+                         CallbackStreamOnPartitionAllocDeathTest,
+                         testing::Range(38, 41));
+
+// The error frame of an event stream does not reach the service.
+TEST_P(CallbackStreamOnPartitionAllocDeathTest,
+       DiesAtTheErrorFrameAfterItsServiceDied) {
+  auto service = std::make_unique<BrowserWindowRpc>();
+  const auto stream = OpenOn(*service);
+  service.reset();
+  rpc::transport::StreamMessage frame;
+  EXPECT_EXIT(stream->OnError(&frame), testing::KilledBySignal(SIGTRAP),
+              "IsPointeeAlive");
+}
+
 }  // namespace
 }  // namespace torvane

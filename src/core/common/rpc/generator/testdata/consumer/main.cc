@@ -2,6 +2,17 @@
 
 #include "shop/shop.rpc.h"
 
+#ifdef WITH_PARTITION_ALLOC
+#include <type_traits>
+
+#include "base/memory/raw_ptr.h"
+#include "partition_alloc/pointers/raw_ptr_backup_ref_impl.h"
+
+// The same as the libraries that this program links have.
+static_assert(std::is_same_v<raw_ptr<torvane::Service>::Impl,
+                             base::internal::RawPtrBackupRefImpl<>>);
+#endif
+
 class CheapShop : public shop::ShopRpc {
  public:
   void GetPrice(google::protobuf::RpcController*,
