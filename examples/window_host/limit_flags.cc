@@ -25,13 +25,13 @@ struct TimeFlag {
   const char* meaning;
 };
 
-// A frame has to hold a greeting at least.
 constexpr size_t kLeastBytes = 1 << 10;
 constexpr size_t kMostBytes = 1 << 30;
 constexpr size_t kMostThings = 1'000'000;
 
 constexpr SizeFlag kSizeFlags[] = {
-    {"max-frame-bytes", &Limits::max_frame_bytes, kLeastBytes, kMostBytes,
+    {"max-frame-bytes", &Limits::max_frame_bytes,
+     rpc::transport::kMinFrameBytes, kMostBytes,
      "bytes of one frame from a client"},
     {"max-outbox-bytes", &Limits::max_outbox_bytes, kLeastBytes, kMostBytes,
      "bytes queued for a client when it is cut off"},
@@ -43,11 +43,17 @@ constexpr SizeFlag kSizeFlags[] = {
      "calls in flight of one client"},
     {"max-streams", &Limits::max_streams, 1, kMostThings,
      "open streams of one client"},
+    {"max-subscriptions", &Limits::max_subscriptions, 1, kMostThings,
+     "windows that one client hears of or answers for"},
+    {"max-questions", &Limits::max_questions, 1, kMostThings,
+     "questions that wait for one client"},
 };
 
 constexpr TimeFlag kTimeFlags[] = {
     {"handshake-timeout", &Limits::handshake_timeout,
      "for a new client to introduce itself"},
+    {"goodbye-timeout", &Limits::goodbye_timeout,
+     "for a goodbye to reach a client"},
     {"accept-pause", &Limits::accept_pause,
      "without accepting, when out of descriptors"},
 };

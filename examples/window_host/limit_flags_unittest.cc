@@ -32,26 +32,31 @@ class LimitFlagsTest : public ::testing::Test {
 };
 
 TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
-  ASSERT_TRUE(Parse({"--max-frame-bytes=1024", "--max-outbox-bytes=1025",
-                     "--busy-outbox-bytes=1026", "--max-connections=1",
-                     "--max-calls=2", "--max-streams=3",
-                     "--handshake-timeout=0.004", "--accept-pause=0.005"})
-                  .ok());
-  EXPECT_EQ(1024u, limits_.max_frame_bytes);
+  ASSERT_TRUE(
+      Parse({"--max-frame-bytes=8192", "--max-outbox-bytes=1025",
+             "--busy-outbox-bytes=1026", "--max-connections=1", "--max-calls=2",
+             "--max-streams=3", "--max-subscriptions=4", "--max-questions=5",
+             "--handshake-timeout=0.006", "--goodbye-timeout=0.007",
+             "--accept-pause=0.008"})
+          .ok());
+  EXPECT_EQ(8192u, limits_.max_frame_bytes);
   EXPECT_EQ(1025u, limits_.max_outbox_bytes);
   EXPECT_EQ(1026u, limits_.busy_outbox_bytes);
   EXPECT_EQ(1u, limits_.max_connections);
   EXPECT_EQ(2u, limits_.max_calls);
   EXPECT_EQ(3u, limits_.max_streams);
-  EXPECT_EQ(milliseconds(4), limits_.handshake_timeout);
-  EXPECT_EQ(milliseconds(5), limits_.accept_pause);
+  EXPECT_EQ(4u, limits_.max_subscriptions);
+  EXPECT_EQ(5u, limits_.max_questions);
+  EXPECT_EQ(milliseconds(6), limits_.handshake_timeout);
+  EXPECT_EQ(milliseconds(7), limits_.goodbye_timeout);
+  EXPECT_EQ(milliseconds(8), limits_.accept_pause);
 }
 
 TEST_F(LimitFlagsTest, EveryLimitHasItsFlagAndItsHelp) {
   for (const rpc::transport::NamedLimit& limit : rpc::transport::kNamedLimits) {
     const std::string flag =
         absl::StrCat("--", absl::StrReplaceAll(limit.name, {{"_", "-"}}));
-    EXPECT_TRUE(Parse({absl::StrCat(flag, "=2000").c_str()}).ok()) << flag;
+    EXPECT_TRUE(Parse({absl::StrCat(flag, "=10000").c_str()}).ok()) << flag;
     EXPECT_THAT(LimitHelp(), HasSubstr(flag + " "));
   }
 }
@@ -67,7 +72,7 @@ TEST_F(LimitFlagsTest, HelpSaysRangeAndDefault) {
 
 TEST_F(LimitFlagsTest, NonsenseIsAFaultAndChangesNothing) {
   for (const char* words :
-       {"--max-frame-bytes=1023", "--max-frame-bytes=1073741825",
+       {"--max-frame-bytes=8191", "--max-frame-bytes=1073741825",
         "--max-connections=0", "--max-connections=-1", "--max-calls=many",
         "--max-calls=", "--max-streams=1000001", "--max-streams=1.5",
         "--max-streams=99999999999999999999", "--handshake-timeout=0",

@@ -37,7 +37,8 @@ bool MergeId(CodedInputStream& input, BrowserId& id) {
 }  // namespace
 
 std::unique_ptr<AskedQuestions> AskedQuestions::MakeFor(
-    const google::protobuf::MethodDescriptor& method) {
+    const google::protobuf::MethodDescriptor& method,
+    size_t& total) {
   if (method.input_type() != method.output_type()) {
     return nullptr;
   }
@@ -49,13 +50,22 @@ std::unique_ptr<AskedQuestions> AskedQuestions::MakeFor(
   return std::unique_ptr<AskedQuestions>(new AskedQuestions(
       method,
       WireFormatLite::MakeTag(window->number(),
-                              WireFormatLite::WIRETYPE_LENGTH_DELIMITED)));
+                              WireFormatLite::WIRETYPE_LENGTH_DELIMITED),
+      total));
+}
+
+AskedQuestions::~AskedQuestions() {
+  total_ -= pending_.size();
 }
 
 void AskedQuestions::OnSent(const StreamMessage& message) {
   if (message.call_id() != 0) {
-    pending_.insert_or_assign(message.call_id(),
-                              Question{Read(message).window, Clock::now()});
+    const bool is_new =
+        pending_
+            .insert_or_assign(message.call_id(),
+                              Question{Read(message).window, Clock::now()})
+            .second;
+    total_ += is_new ? 1 : 0;
   }
 }
 
@@ -92,11 +102,12 @@ void AskedQuestions::Settle(int64_t call_id, int64_t window) {
   const auto question = pending_.find(call_id);
   if (question != pending_.end() && question->second.window == window) {
     pending_.erase(question);
+    --total_;
   }
 }
 
 void AskedQuestions::Release(int64_t window) {
-  std::erase_if(pending_, [window](const auto& question) {
+  total_ -= std::erase_if(pending_, [window](const auto& question) {
     return question.second.window == window;
   });
 }

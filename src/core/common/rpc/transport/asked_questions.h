@@ -25,6 +25,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -38,9 +39,14 @@ class AskedQuestions {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Null for a method whose streams ask no questions.
+  // Null for a method whose streams ask no questions. `total` counts those that
+  // are pending, of all streams of a connection, and outlives this.
   static std::unique_ptr<AskedQuestions> MakeFor(
-      const google::protobuf::MethodDescriptor& method);
+      const google::protobuf::MethodDescriptor& method,
+      size_t& total);
+  AskedQuestions(const AskedQuestions&) = delete;
+  AskedQuestions& operator=(const AskedQuestions&) = delete;
+  ~AskedQuestions();
 
   // The server has sent `message`; the client has sent a data or error frame
   // with it, which the stream has yet to see.
@@ -67,8 +73,9 @@ class AskedQuestions {
   };
 
   AskedQuestions(const google::protobuf::MethodDescriptor& method,
-                 uint32_t window_tag)
-      : method_(method), window_tag_(window_tag) {}
+                 uint32_t window_tag,
+                 size_t& total)
+      : method_(method), window_tag_(window_tag), total_(total) {}
 
   Envelope Read(const StreamMessage& message) const;
   void Settle(int64_t call_id, int64_t window);
@@ -77,6 +84,7 @@ class AskedQuestions {
   const google::protobuf::MethodDescriptor& method_;
   // What precedes the field browser_id in a payload.
   const uint32_t window_tag_;
+  size_t& total_;
   // By call id, and so in the order in which they were asked.
   std::map<int64_t, Question> pending_;
 };

@@ -61,6 +61,7 @@ class AskedQuestionsTest : public ::testing::Test {
   std::vector<int64_t> Windows() const {
     const ConnectionReport report = Report();
     EXPECT_EQ(report.questions, report.oldest_questions.size());
+    EXPECT_EQ(report.questions, total);
     std::vector<int64_t> windows;
     for (const QuestionReport& question : report.oldest_questions) {
       windows.push_back(question.window);
@@ -69,14 +70,15 @@ class AskedQuestionsTest : public ::testing::Test {
   }
 
   using WindowList = std::vector<int64_t>;
+  size_t total = 0;
   std::unique_ptr<AskedQuestions> questions =
-      AskedQuestions::MakeFor(Method("Decide"));
+      AskedQuestions::MakeFor(Method("Decide"), total);
 };
 
 TEST_F(AskedQuestionsTest, ExistOnlyForMethodsThatAsk) {
-  EXPECT_EQ(AskedQuestions::MakeFor(Method("Watch")), nullptr);
+  EXPECT_EQ(AskedQuestions::MakeFor(Method("Watch"), total), nullptr);
   // Both its messages are of one type, which names no window.
-  EXPECT_EQ(AskedQuestions::MakeFor(Method("Echo")), nullptr);
+  EXPECT_EQ(AskedQuestions::MakeFor(Method("Echo"), total), nullptr);
   EXPECT_EQ(Windows(), WindowList());
 }
 

@@ -76,7 +76,8 @@ absl::Status ClientCore::Handshake() {
   if (!RunUntil(settled_)) {
     return LoopStopped();
   }
-  if (absl::IsInvalidArgument(status_)) {
+  // What the server itself gives as a reason is one.
+  if (absl::IsInvalidArgument(status_) && !goodbye_) {
     return absl::FailedPreconditionError(absl::StrCat(
         "the other side does not speak this protocol: ", status_.message()));
   }
@@ -85,7 +86,7 @@ absl::Status ClientCore::Handshake() {
 
 void ClientCore::OnHandshakeTimeout() {
   if (!settled_) {
-    ++counters_.limit_hits.handshake_timeout;
+    ++counters_->limit_hits.handshake_timeout;
     connection_->Close(absl::DeadlineExceededError(absl::StrCat(
         "the server has not answered the hello within handshake_timeout, ",
         options_.limits.handshake_timeout.count(), " ms")));
@@ -126,6 +127,11 @@ absl::Status ClientCore::OnWelcome(std::string_view body) {
         "the server speaks protocol version ", welcome.protocol_version(),
         ", this client version ", kProtocolVersion));
   }
+  if (welcome.max_frame_bytes() < kMinFrameBytes) {
+    return absl::InvalidArgumentError(absl::StrCat(
+        "the server's max_frame_bytes, ", welcome.max_frame_bytes(),
+        ", is less than the least that is allowed, ", kMinFrameBytes));
+  }
   connection_->set_peer_max_frame_bytes(welcome.max_frame_bytes());
   methods_.Set(std::move(*welcome.mutable_services()));
   welcome_ = true;
@@ -136,6 +142,7 @@ absl::Status ClientCore::OnWelcome(std::string_view body) {
 absl::Status ClientCore::OnGoodbye(std::string_view body) {
   GoodbyeFrame goodbye;
   absl::Status status = ParseBody(body, &goodbye);
+  goodbye_ = status.ok();
   if (status.ok()) {
     status = FromWire(goodbye.status());
   }
@@ -217,16 +224,14 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   request.SerializeToString(call_frame_.mutable_request());
   const size_t size = FrameSize(call_frame_);
   if (!connection_->Suits(size)) {
-    ++counters_.limit_hits.max_frame_bytes;
+    ++counters_->limit_hits.max_frame_bytes;
     return absl::ResourceExhaustedError(absl::StrCat(
         "the request takes a frame of ", size, " bytes, more than the ",
         "server's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
   }
   if (!connection_->HasRoomFor(size)) {
-    ++counters_.limit_hits.max_outbox_bytes;
-    return absl::ResourceExhaustedError(absl::StrCat(
-        "the server reads too slowly: more than max_outbox_bytes, ",
-        options_.limits.max_outbox_bytes, ", would wait for it"));
+    ++counters_->limit_hits.max_outbox_bytes;
+    return connection_->FullStatus();
   }
   if (!connection_->Append(Frame::kCall, call_frame_)) {
     return absl::UnavailableError("the connection is being closed");

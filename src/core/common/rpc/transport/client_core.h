@@ -67,7 +67,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
     on_closed_ = std::move(on_closed);
   }
   ClientStreams& streams() { return *streams_; }
-  const Counters& counters() const { return counters_; }
+  const Counters& counters() const { return *counters_; }
 
   // Connection::Delegate:
   absl::Status OnFrame(const FrameView& frame) override;
@@ -114,7 +114,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
 
   asio::io_context& loop_;
   const ClientOptions options_;
-  Counters counters_;
+  const std::shared_ptr<Counters> counters_ = std::make_shared<Counters>();
   OfferedMethods methods_;
   const std::shared_ptr<Connection> connection_;
   const std::shared_ptr<ClientStreams> streams_;
@@ -123,6 +123,8 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   // The handshake is over, one way or the other; with success.
   bool settled_ = false;
   bool welcome_ = false;
+  // The server has said why it ends the connection.
+  bool goodbye_ = false;
   // Why the connection is closed, once it is.
   absl::Status status_;
 

@@ -43,8 +43,8 @@ class ClientStream final : private ClientStreams::Observer {
   ~ClientStream();
 
   // Sends a message, or one that says that a question will not be answered.
-  // False when it is dropped: the stream is over, or, for a message, too much
-  // waits to be written.
+  // False when it is dropped: the stream is over, or too much waits to be
+  // written, which for the second closes the connection.
   bool Send(const StreamMessage& message);
   bool SendError(const StreamMessage& message);
 

@@ -40,6 +40,9 @@ absl::Status ClientStreams::AppendOpen(
   StreamOpenFrame open;
   open.set_stream_id(id);
   open.set_method_id(*method_id);
+  if (!connection_->HasRoomFor(FrameSize(open))) {
+    return connection_->FullStatus();
+  }
   if (!connection_->Append(Frame::kStreamOpen, open)) {
     return absl::UnavailableError("the connection takes no more frames");
   }
@@ -63,6 +66,10 @@ bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
   StreamErrorFrame error;
   error.set_stream_id(id);
   *error.mutable_message() = message;
+  if (!connection_->HasRoomFor(FrameSize(error))) {
+    connection_->CloseAsFull();
+    return false;
+  }
   return connection_->Append(Frame::kStreamError, error);
 }
 

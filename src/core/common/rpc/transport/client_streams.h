@@ -52,10 +52,13 @@ class ClientStreams final : public std::enable_shared_from_this<ClientStreams> {
   uint64_t Open(const google::protobuf::MethodDescriptor* method,
                 Observer* observer);
 
-  // Sends one message, or, of the other kind, one that says that a question
-  // will not be answered. False when it is dropped: the stream is over, or too
+  // Sends one message. False when it is dropped: the stream is over, or too
   // much waits to be written.
   bool SendData(uint64_t id, const StreamMessage& message);
+
+  // Says that a question will not be answered. False when the stream is over,
+  // or too much waits to be written: then the connection is closed, since a
+  // question that is neither answered nor refused would wait for ever.
   bool SendError(uint64_t id, const StreamMessage& message);
 
   // Sends nothing more. OnEnd() comes when the server has agreed.

@@ -1,7 +1,9 @@
 #include "core/common/rpc/transport/connection.h"
 
+#include <string_view>
 #include <utility>
 
+#include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/rpc_status.h"
 
@@ -11,9 +13,6 @@ namespace {
 // Bytes that are worth a system call of their own: above this, waiting for more
 // saves nothing.
 constexpr size_t kWriteBytes = 256 << 10;
-
-// Memory that an empty outbox keeps for the next frames.
-constexpr size_t kIdleOutboxBytes = 64 << 10;
 
 absl::Status ReadError(const std::error_code& error) {
   if (error == asio::error::eof) {
@@ -28,13 +27,15 @@ absl::Status ReadError(const std::error_code& error) {
 Connection::Connection(Side side,
                        asio::local::stream_protocol::socket socket,
                        const Limits& limits,
-                       Counters& counters)
+                       std::shared_ptr<Counters> counters)
     : side_(side),
       socket_(std::move(socket)),
       limits_(limits),
-      counters_(counters),
+      counters_(std::move(counters)),
       input_(limits.max_frame_bytes),
-      peer_max_frame_bytes_(limits.max_frame_bytes) {}
+      peer_max_frame_bytes_(limits.max_frame_bytes) {
+  ABSL_CHECK_GE(limits.max_frame_bytes, kMinFrameBytes);
+}
 
 Connection::~Connection() = default;
 
@@ -71,7 +72,7 @@ void Connection::OnRead(const std::error_code& error, size_t size) {
     Close(ReadError(error));
     return;
   }
-  counters_.bytes_read += size;
+  counters_->bytes_read += size;
   input_.Commit(size);
   HandleInput();
 }
@@ -83,7 +84,7 @@ void Connection::HandleInput() {
   if (close_reason_) {
     Close(*std::exchange(close_reason_, std::nullopt));
   } else if (!status.ok()) {
-    ++counters_.protocol_violations;
+    ++counters_->protocol_violations;
     Fail(status);
   } else {
     Write();
@@ -101,11 +102,11 @@ absl::Status Connection::HandleFrames() {
       case FrameBuffer::kIncomplete:
         return absl::OkStatus();
       case FrameBuffer::kBroken:
-        counters_.limit_hits.max_frame_bytes +=
+        counters_->limit_hits.max_frame_bytes +=
             absl::IsResourceExhausted(status) ? 1 : 0;
         return status;
       case FrameBuffer::kFrame:
-        ++counters_.frames_read;
+        ++counters_->frames_read;
         status = delegate_->OnFrame(frame);
         if (!status.ok()) {
           return status;
@@ -122,31 +123,37 @@ bool Connection::MustPause() {
   }
   Write();
   paused_ = outbox_bytes() > limits_.busy_outbox_bytes;
-  counters_.limit_hits.busy_outbox_bytes += paused_ ? 1 : 0;
+  counters_->limit_hits.busy_outbox_bytes += paused_ ? 1 : 0;
   return paused_;
 }
 
-void Connection::OnOutboxFull() {
-  broken_ = true;
-  ++counters_.limit_hits.max_outbox_bytes;
-  CloseSoon(absl::ResourceExhaustedError(
-      absl::StrCat("the client reads too slowly: more than max_outbox_bytes, ",
-                   limits_.max_outbox_bytes, ", would wait for it")));
+absl::Status Connection::FullStatus() const {
+  return absl::ResourceExhaustedError(
+      absl::StrCat("the ", side_ == Side::kServer ? "client" : "server",
+                   " reads too slowly: more than max_outbox_bytes, ",
+                   limits_.max_outbox_bytes, ", would wait for it"));
+}
+
+void Connection::CloseAsFull() {
+  ++counters_->limit_hits.max_outbox_bytes;
+  const absl::Status why = FullStatus();
+  AppendGoodbye(why);
+  CloseSoon(why);
 }
 
 bool Connection::Append(FrameKind kind,
                         const google::protobuf::MessageLite& body) {
   const size_t size = FrameSize(body);
   if (!CanTake(size)) {
-    counters_.limit_hits.max_frame_bytes += Suits(size) ? 0 : 1;
+    counters_->limit_hits.max_frame_bytes += Suits(size) ? 0 : 1;
     return false;
   }
   if (side_ == Side::kServer && !HasRoomFor(size)) {
-    OnOutboxFull();
+    CloseAsFull();
     return false;
   }
-  AppendFrame(kind, body, size, &outbox_);
-  ++counters_.frames_written;
+  outbox_.Append(kind, body, size);
+  ++counters_->frames_written;
   if (outbox_bytes() >= kWriteBytes) {
     WriteOut();
   } else {
@@ -176,33 +183,20 @@ void Connection::Write() {
 
 void Connection::WriteOut() {
   while (outbox_bytes() > 0 && !awaiting_writable_) {
+    const std::string_view front = outbox_.Front();
     std::error_code error;
-    const size_t size = socket_.write_some(
-        asio::buffer(outbox_.data() + written_, outbox_bytes()), error);
+    const size_t size =
+        socket_.write_some(asio::buffer(front.data(), front.size()), error);
     if (error == asio::error::would_block) {
       AwaitWritable();
     } else if (error) {
       broken_ = true;
-      written_ = outbox_.size();
+      outbox_.Clear();
     } else {
-      written_ += size;
-      ++counters_.writes;
-      counters_.bytes_written += size;
+      outbox_.Written(size);
+      ++counters_->writes;
+      counters_->bytes_written += size;
     }
-  }
-  TrimOutbox();
-}
-
-// Frees what has left: all of it as a rule, else when it is the larger part, so
-// that no byte is moved more than once for each that is written.
-void Connection::TrimOutbox() {
-  if (written_ <= outbox_bytes()) {
-    return;
-  }
-  outbox_.erase(0, written_);
-  written_ = 0;
-  if (outbox_.empty() && outbox_.capacity() > kIdleOutboxBytes) {
-    outbox_.shrink_to_fit();
   }
 }
 
@@ -216,6 +210,10 @@ void Connection::AwaitWritable() {
 }
 
 void Connection::OnWritable() {
+  if (goodbye_timer_) {
+    AwaitGoodbye();
+    return;
+  }
   Write();
   if (is_open() && paused_ && outbox_bytes() <= limits_.busy_outbox_bytes / 2) {
     paused_ = false;
@@ -234,25 +232,56 @@ void Connection::Close(const absl::Status& why) {
     return;
   }
   Write();
-  std::error_code ignored;
-  socket_.close(ignored);
   const std::shared_ptr<Delegate> delegate = std::move(delegate_);
+  if (goodbye_ && outbox_bytes() > 0) {
+    goodbye_timer_.emplace(socket_.get_executor(), limits_.goodbye_timeout);
+    goodbye_timer_->async_wait(
+        [self = shared_from_this()](const std::error_code& cancelled) {
+          if (!cancelled && self->goodbye_timer_) {
+            ++self->counters_->limit_hits.goodbye_timeout;
+            self->CloseSocket();
+          }
+        });
+  } else {
+    CloseSocket();
+  }
   delegate->OnClosed(why);
 }
 
-// A full outbox does not keep the goodbye out: it is the last frame.
+void Connection::AwaitGoodbye() {
+  WriteOut();
+  if (outbox_bytes() == 0) {
+    CloseSocket();
+  }
+}
+
+void Connection::CloseSocket() {
+  goodbye_timer_.reset();
+  outbox_.Clear();
+  std::error_code ignored;
+  socket_.close(ignored);
+}
+
 void Connection::Fail(const absl::Status& why) {
   if (!is_open() || close_reason_) {
     return;
   }
-  if (!broken_) {
-    delegate_->BeforeWrite();
-    GoodbyeFrame goodbye;
-    ToWire(why, goodbye.mutable_status());
-    AppendFrame(Frame::kGoodbye, goodbye, FrameSize(goodbye), &outbox_);
-    ++counters_.frames_written;
-  }
+  delegate_->BeforeWrite();
+  AppendGoodbye(why);
   Close(why);
+}
+
+// The last frame. A full outbox does not keep it out.
+void Connection::AppendGoodbye(const absl::Status& why) {
+  WriteOut();
+  if (broken_ || std::exchange(goodbye_, true)) {
+    return;
+  }
+  outbox_.DropUnbegun();
+  GoodbyeFrame goodbye;
+  ToWire(why, goodbye.mutable_status());
+  outbox_.Append(Frame::kGoodbye, goodbye, FrameSize(goodbye));
+  ++counters_->frames_written;
 }
 
 void Connection::CloseSoon(const absl::Status& why) {

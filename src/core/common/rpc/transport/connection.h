@@ -10,8 +10,13 @@
 //
 //             Start()               Close(), CloseSoon(), end of the peer
 //   created ----------> open ----------------------------------------------,
-//                        |  Fail(), OnFrame() not OK: goodbye is written    |
+//                        |  Fail(), OnFrame() not OK, CloseAsFull():        |
+//                        |  with a goodbye                                  |
 //                        '-----------------------------------> closed <-----'
+//
+// A goodbye takes precedence over frames that the socket does not take. When it
+// does not leave at once either, the connection is closed all the same, but its
+// socket only when the goodbye has left or goodbye_timeout is over.
 //
 // Ownership: shared between its delegate and the socket operations under way;
 // in turn it keeps the delegate until it is closed, which therefore has to
@@ -30,7 +35,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <system_error>
 
 #include "absl/status/status.h"
@@ -38,6 +42,7 @@
 #include "core/common/rpc/transport/counters.h"
 #include "core/common/rpc/transport/frame_codec.h"
 #include "core/common/rpc/transport/limits.h"
+#include "core/common/rpc/transport/outbox.h"
 
 namespace rpc::transport {
 
@@ -62,11 +67,10 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 
   enum class Side { kServer, kClient };
 
-  // `counters` must live until the connection is closed.
   Connection(Side side,
              asio::local::stream_protocol::socket socket,
              const Limits& limits,
-             Counters& counters);
+             std::shared_ptr<Counters> counters);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
   ~Connection();
@@ -74,13 +78,14 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void Start(std::shared_ptr<Delegate> delegate);
 
   // Takes a frame for writing. False when it is dropped: CanTake() says no, or,
-  // on the server's side, more than max_outbox_bytes would wait, in which case
-  // the connection closes soon.
+  // on the server's side, HasRoomFor() does, in which case the connection
+  // closes as full.
   bool Append(FrameKind kind, const google::protobuf::MessageLite& body);
 
   // Whether a frame of this size can still be sent, and the peer takes it.
   bool CanTake(size_t frame_size) const {
-    return is_open() && !close_reason_ && !broken_ && Suits(frame_size);
+    return is_open() && !close_reason_ && !goodbye_ && !broken_ &&
+           Suits(frame_size);
   }
   bool Suits(size_t frame_size) const {
     return frame_size <= peer_max_frame_bytes_;
@@ -92,6 +97,13 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   bool HasRoomFor(size_t frame_size) const {
     return outbox_bytes() + frame_size <= limits_.max_outbox_bytes;
   }
+
+  // The peer reads too slowly for what can't be left out: closes, with a
+  // goodbye that says so, on the next turn.
+  void CloseAsFull();
+
+  // What the peer is told then, and the caller of what is refused instead.
+  absl::Status FullStatus() const;
 
   // Has BeforeWrite() called, and what waits written, on the next turn.
   void WriteSoon();
@@ -113,7 +125,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void set_peer_max_frame_bytes(size_t bytes) { peer_max_frame_bytes_ = bytes; }
   size_t peer_max_frame_bytes() const { return peer_max_frame_bytes_; }
 
-  size_t outbox_bytes() const { return outbox_.size() - written_; }
+  size_t outbox_bytes() const { return outbox_.bytes(); }
   bool is_open() const { return delegate_ != nullptr; }
 
   // Whether a frame of the peer is being handled right now.
@@ -127,14 +139,15 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void WriteOut();
   void AwaitWritable();
   void OnWritable();
-  void TrimOutbox();
   bool MustPause();
-  void OnOutboxFull();
+  void AppendGoodbye(const absl::Status& why);
+  void AwaitGoodbye();
+  void CloseSocket();
 
   const Side side_;
   asio::local::stream_protocol::socket socket_;
   const Limits limits_;
-  Counters& counters_;
+  const std::shared_ptr<Counters> counters_;
   // While open.
   std::shared_ptr<Delegate> delegate_;
 
@@ -146,13 +159,14 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   // Set while it is closed from within a frame: closes when that is handled.
   std::optional<absl::Status> close_reason_;
 
-  // Bytes to write; the first `written_` of them have left.
-  std::string outbox_;
-  size_t written_ = 0;
+  Outbox outbox_;
   size_t peer_max_frame_bytes_;
   bool write_scheduled_ = false;
   bool awaiting_writable_ = false;
-  // Nothing more is appended: a write has failed, or too much waits. After a
+  // The last frame in the outbox is a goodbye; how long it may take to leave.
+  bool goodbye_ = false;
+  std::optional<asio::steady_timer> goodbye_timer_;
+  // Nothing more is appended: a write has failed. After a
   // failed write the connection lives on until the end of the peer is read, for
   // what it has said before, maybe why, is still to come.
   bool broken_ = false;

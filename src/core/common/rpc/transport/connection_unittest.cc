@@ -4,8 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "core/common/rpc/transport/client_stream.h"
 #include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
@@ -156,6 +160,55 @@ TEST_F(SlowReader, IsClosedWhenTooMuchWouldWaitForIt) {
   EXPECT_LT(counters().calls_started, 20u);
 }
 
+TEST_F(SlowReader, ThatReadsAfterAllLearnsWhyItIsClosed) {
+  Serve(/*busy=*/2'000'000, /*max=*/1'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunUntil([&] { return counters().connections_now == 0; });
+  // The reply that has begun to leave comes whole, those behind it do not.
+  int replies = 0;
+  std::optional<Frame> frame;
+  while ((frame = peer->Receive()) && frame->has_reply()) {
+    EXPECT_GT(frame->reply().response().size(), size_t{kResponseBytes});
+    ++replies;
+  }
+  EXPECT_GT(replies, 0);
+  EXPECT_LT(replies, 8);
+  ASSERT_TRUE(frame && frame->has_goodbye());
+  EXPECT_EQ(frame->goodbye().status().code(), 8);
+  EXPECT_EQ(frame->goodbye().status().text(),
+            "the client reads too slowly: more than max_outbox_bytes, 1000000, "
+            "would wait for it");
+  EXPECT_EQ(peer->Receive(), std::nullopt);
+  EXPECT_EQ(counters().limit_hits.goodbye_timeout, 0u);
+}
+
+TEST_F(SlowReader, LearnsWhyTheServerStopped) {
+  Serve(/*busy=*/500'000, /*max=*/2'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunReady();
+  lab->server->Stop();
+  lab->RunUntil([&] { return counters().connections_now == 0; });
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::UnavailableError("the server is stopping"));
+}
+
+TEST_F(SlowReader, ThatGoesIsNotWaitedForWithTheGoodbye) {
+  Serve(/*busy=*/2'000'000, /*max=*/1'000'000);
+  for (uint64_t id = 0; id < 100; ++id) {
+    Call(id);
+  }
+  lab->RunUntil([&] { return counters().connections_now == 0; });
+  peer.reset();
+  lab->server.reset();
+  // Only the socket or its timer could keep the loop running now.
+  lab->loop.restart();
+  lab->loop.run();
+}
+
 TEST_F(SlowReader, ThatIsPausedAndGoesIsNoticed) {
   Serve(/*busy=*/500'000, /*max=*/2'000'000);
   for (uint64_t id = 0; id < 100; ++id) {
@@ -183,6 +236,79 @@ TEST(ClientOutbox, ACallThatDoesNotFitFailsAloneAtOnce) {
                 "the server reads too slowly: more than max_outbox_bytes, "
                 "1000000, would wait for it"));
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "x").value(), "x");
+}
+
+// A client whose server does not read.
+class UnreadClient : public ::testing::Test {
+ protected:
+  static ClientOptions Options() {
+    ClientOptions options;
+    options.limits.max_outbox_bytes = 1'000'000;
+    return options;
+  }
+  static const google::protobuf::MethodDescriptor* Watch() {
+    return lab::Lab::descriptor()->FindMethodByName("Watch");
+  }
+
+  // Has as much wait as may, but for a few bytes.
+  void FillOutbox() {
+    for (size_t size = 1 << 19; size > 0; size /= 2) {
+      for (int i = 0; i < 4; ++i) {
+        calls.push_back(std::make_unique<TextCall>());
+        calls.back()->Start(*server.client, &Lab_Stub::Echo,
+                            std::string(size, 'x'));
+      }
+    }
+  }
+  const Counters& counters() { return server.client->counters(); }
+  void RunUntil(const std::function<bool()>& condition) {
+    loop.restart();
+    while (!condition()) {
+      ASSERT_GT(loop.run_one(), 0u);
+    }
+  }
+
+  const absl::Status full = absl::ResourceExhaustedError(
+      "the server reads too slowly: more than max_outbox_bytes, 1000000, "
+      "would wait for it");
+  asio::io_context loop{1};
+  std::vector<std::unique_ptr<TextCall>> calls;
+  RawServer server{loop, Options()};
+};
+
+TEST_F(UnreadClient, OpensNoStreamBeyondTheLimit) {
+  FillOutbox();
+  std::vector<absl::Status> ends;
+  std::vector<std::unique_ptr<ClientStream>> streams;
+  for (int i = 0; i < 10; ++i) {
+    streams.push_back(std::make_unique<ClientStream>(
+        *server.client, Watch(), [](const StreamMessage&) {},
+        [&](const absl::Status& end) { ends.push_back(end); }));
+  }
+  loop.restart();
+  loop.poll();
+  ASSERT_GT(ends.size(), 5u);
+  EXPECT_EQ(ends[0], full);
+  EXPECT_TRUE(server.client->status().ok());
+}
+
+TEST_F(UnreadClient, IsClosedWhenItCannotEvenRefuse) {
+  absl::Status end;
+  ClientStream stream(
+      *server.client, Watch(), [](const StreamMessage&) {},
+      [&](const absl::Status& status) { end = status; });
+  FillOutbox();
+  StreamMessage refusal;
+  refusal.set_payload("no");
+  int sent = 0;
+  while (sent < 100 && stream.SendError(refusal)) {
+    ++sent;
+  }
+  EXPECT_LT(sent, 10);
+  RunUntil([&] { return !server.client->status().ok(); });
+  EXPECT_EQ(server.client->status(), full);
+  EXPECT_EQ(end, full);
+  EXPECT_EQ(server.peer.AwaitGoodbye(), full);
 }
 
 }  // namespace

@@ -27,7 +27,10 @@ struct LimitHits {
   uint64_t max_connections = 0;    // connections refused
   uint64_t max_calls = 0;          // calls refused
   uint64_t max_streams = 0;        // streams refused
+  uint64_t max_subscriptions = 0;  // streams ended
+  uint64_t max_questions = 0;      // questions not asked
   uint64_t handshake_timeout = 0;  // connections closed
+  uint64_t goodbye_timeout = 0;    // goodbyes that have not left
   uint64_t accept_pause = 0;       // pauses made
 };
 
@@ -44,7 +47,10 @@ inline constexpr NamedLimit kNamedLimits[] = {
     {"max_connections", &LimitHits::max_connections},
     {"max_calls", &LimitHits::max_calls},
     {"max_streams", &LimitHits::max_streams},
+    {"max_subscriptions", &LimitHits::max_subscriptions},
+    {"max_questions", &LimitHits::max_questions},
     {"handshake_timeout", &LimitHits::handshake_timeout},
+    {"goodbye_timeout", &LimitHits::goodbye_timeout},
     {"accept_pause", &LimitHits::accept_pause},
 };
 static_assert(sizeof(LimitHits) == std::size(kNamedLimits) * sizeof(uint64_t),
@@ -59,7 +65,8 @@ struct Counters {
   uint64_t protocol_violations = 0;  // closed for what they sent
 
   // Unary calls.
-  uint64_t calls_now = 0;  // neither answered nor given up
+  uint64_t calls_now = 0;            // neither answered nor given up
+  uint64_t calls_abandoned_now = 0;  // given up, but their methods go on
   uint64_t calls_started = 0;
   uint64_t calls_refused = 0;  // too many, unknown method, bad request
   uint64_t calls_cancelled = 0;
@@ -70,6 +77,7 @@ struct Counters {
   uint64_t streams_now = 0;
   uint64_t streams_opened = 0;
   uint64_t streams_refused = 0;
+  uint64_t subscriptions_now = 0;
 
   // What went over the sockets.
   uint64_t frames_read = 0;

@@ -19,9 +19,6 @@ using google::protobuf::io::CodedOutputStream;
 // of a busy connection may bring.
 constexpr size_t kIdleCapacity = 64 << 10;
 
-// A length has at most 32 bits, seven of them in each byte.
-constexpr size_t kMaxLengthBytes = 5;
-
 // All body kinds are length-delimited and have tags of one byte.
 constexpr uint32_t kLengthDelimited = 2;
 constexpr uint32_t kWireTypeBits = 3;
@@ -95,6 +92,12 @@ void AppendFrame(FrameKind kind,
   to = CodedOutputStream::WriteVarint32ToArray(
       static_cast<uint32_t>(body.GetCachedSize()), to);
   body.SerializeWithCachedSizesToArray(to);
+}
+
+size_t FirstFrameBytes(std::string_view frames) {
+  Length length;
+  ReadLength(frames, &length);
+  return length.bytes + length.value;
 }
 
 absl::Status ParseBody(std::string_view bytes,

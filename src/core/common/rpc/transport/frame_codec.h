@@ -37,6 +37,10 @@
 
 namespace rpc::transport {
 
+// Bytes of the length before a frame, at most: it has 32 bits, seven of them in
+// each byte.
+inline constexpr size_t kMaxLengthBytes = 5;
+
 using FrameKind = Frame::BodyCase;
 
 struct FrameView {
@@ -53,6 +57,10 @@ void AppendFrame(FrameKind kind,
                  const google::protobuf::MessageLite& body,
                  size_t frame_size,
                  std::string* out);
+
+// The bytes that the first of `frames` takes, its length included. `frames`
+// begins with a whole frame.
+size_t FirstFrameBytes(std::string_view frames);
 
 // Reads the body of a frame.
 absl::Status ParseBody(std::string_view bytes,

@@ -1,7 +1,11 @@
 // What is said first on a connection, and what becomes of those who don't.
 
+#include <gmock/gmock.h>
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -41,16 +45,88 @@ TEST(Handshake, AnotherVersionIsToldWhichOneIsSpoken) {
   EXPECT_EQ(lab.server->counters().connections_now, 0u);
 }
 
-TEST(Handshake, AClientThatTakesNoWelcomeIsRefused) {
+TEST(Handshake, AClientThatTakesTooShortFramesIsRefused) {
   Lab lab;
   RawPeer peer(lab.loop, lab.Connect());
   HelloFrame hello;
   hello.set_protocol_version(1);
-  hello.set_max_frame_bytes(50);
+  hello.set_max_frame_bytes(kMinFrameBytes - 1);
   peer.Send(Frame::kHello, hello);
   EXPECT_EQ(peer.AwaitGoodbye(),
             absl::InvalidArgumentError(
-                "the client's max_frame_bytes is too small for a welcome"));
+                "the client's max_frame_bytes, 8191, is less than the least "
+                "that is allowed, 8192"));
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
+
+  RawPeer other(lab.loop, lab.Connect());
+  hello.set_max_frame_bytes(kMinFrameBytes);
+  other.Send(Frame::kHello, hello);
+  const std::optional<Frame> frame = other.Receive();
+  EXPECT_TRUE(frame && frame->has_welcome());
+}
+
+// A service with more methods than a short welcome can name.
+class LargeService final : public torvane::Service {
+ public:
+  LargeService() {
+    google::protobuf::FileDescriptorProto file;
+    file.set_name("large.proto");
+    file.add_message_type()->set_name("Nothing");
+    auto* service = file.add_service();
+    service->set_name("Large");
+    for (int i = 0; i < 1000; ++i) {
+      auto* method = service->add_method();
+      method->set_name("Method" + std::to_string(i));
+      method->set_input_type(".Nothing");
+      method->set_output_type(".Nothing");
+    }
+    file_ = pool_.BuildFile(file);
+  }
+
+  const google::protobuf::ServiceDescriptor* GetDescriptor() override {
+    return file_->service(0);
+  }
+  void CallMethod(const google::protobuf::MethodDescriptor*,
+                  google::protobuf::RpcController*,
+                  const google::protobuf::Message*,
+                  google::protobuf::Message*,
+                  google::protobuf::Closure*) override {}
+  const google::protobuf::Message& GetRequestPrototype(
+      const google::protobuf::MethodDescriptor*) const override {
+    return GoodbyeFrame::default_instance();
+  }
+  const google::protobuf::Message& GetResponsePrototype(
+      const google::protobuf::MethodDescriptor*) const override {
+    return GoodbyeFrame::default_instance();
+  }
+  std::unique_ptr<torvane::AbstractStream> OpenStream(
+      const google::protobuf::MethodDescriptor*,
+      torvane::StreamChannel) override {
+    return nullptr;
+  }
+
+ private:
+  google::protobuf::DescriptorPool pool_;
+  const google::protobuf::FileDescriptor* file_;
+};
+
+TEST(Handshake, AClientForWhomTheWelcomeIsTooLongIsToldSo) {
+  LargeService service;
+  Lab lab;
+  lab.server->AddService(&service);
+  ClientOptions options;
+  options.limits.max_frame_bytes = kMinFrameBytes;
+  const absl::Status status =
+      Client::Adopt(lab.loop, lab.Connect(), options).status();
+  // The server's own words, not the client's guess at what it is.
+  EXPECT_TRUE(absl::IsInvalidArgument(status)) << status;
+  EXPECT_THAT(std::string(status.message()),
+              ::testing::MatchesRegex("the client's max_frame_bytes, 8192, is "
+                                      "too small for a welcome of [0-9]+ "
+                                      "bytes"));
+  options.limits.max_frame_bytes = 64 << 10;
+  EXPECT_TRUE(Client::Adopt(lab.loop, lab.Connect(), options).ok());
+  lab.server.reset();
 }
 
 TEST(Handshake, AnythingElseFirstIsRefused) {
@@ -156,6 +232,26 @@ TEST_F(ClientHandshake, AServerOfAnotherVersionIsLeft) {
   EXPECT_EQ(Connect(),
             absl::FailedPreconditionError(
                 "the server speaks protocol version 2, this client version 1"));
+}
+
+TEST_F(ClientHandshake, AServerThatTakesTooShortFramesIsLeft) {
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(1);
+  welcome.set_max_frame_bytes(kMinFrameBytes - 1);
+  server_.Send(Frame::kWelcome, welcome);
+  EXPECT_EQ(Connect(),
+            absl::FailedPreconditionError(
+                "the other side does not speak this protocol: the server's "
+                "max_frame_bytes, 8191, is less than the least that is "
+                "allowed, 8192"));
+}
+
+TEST_F(ClientHandshake, AServerThatTakesTheShortestFramesIsFine) {
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(1);
+  welcome.set_max_frame_bytes(kMinFrameBytes);
+  server_.Send(Frame::kWelcome, welcome);
+  EXPECT_EQ(Connect(), absl::OkStatus());
 }
 
 TEST_F(ClientHandshake, SomethingThatIsNoServerIsToldApart) {

@@ -180,10 +180,12 @@ void RawPeer::Close() {
   socket_.close(error);
 }
 
-RawServer::RawServer(asio::io_context& loop)
-    : RawServer(loop, SocketPair(loop)) {}
+RawServer::RawServer(asio::io_context& loop, ClientOptions options)
+    : RawServer(loop, SocketPair(loop), std::move(options)) {}
 
-RawServer::RawServer(asio::io_context& loop, Sockets sockets)
+RawServer::RawServer(asio::io_context& loop,
+                     Sockets sockets,
+                     ClientOptions options)
     : peer(loop, std::move(sockets.first)) {
   WelcomeFrame welcome;
   welcome.set_protocol_version(kProtocolVersion);
@@ -197,7 +199,8 @@ RawServer::RawServer(asio::io_context& loop, Sockets sockets)
   watch->set_id(1);
   watch->set_streaming(true);
   peer.Send(Frame::kWelcome, welcome);
-  auto adopted = Client::Adopt(loop, std::move(sockets.second));
+  auto adopted =
+      Client::Adopt(loop, std::move(sockets.second), std::move(options));
   ABSL_CHECK(adopted.ok()) << adopted.status();
   client = *std::move(adopted);
 }

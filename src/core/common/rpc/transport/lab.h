@@ -158,7 +158,7 @@ class Lab {
 // A client whose server is a raw peer, on one loop. The server offers Echo and
 // Watch of the lab, under the ids 0 and 1.
 struct RawServer {
-  explicit RawServer(asio::io_context& loop);
+  explicit RawServer(asio::io_context& loop, ClientOptions options = {});
 
   RawPeer peer;
   std::unique_ptr<Client> client;
@@ -166,7 +166,7 @@ struct RawServer {
  private:
   using Sockets = std::pair<asio::local::stream_protocol::socket,
                             asio::local::stream_protocol::socket>;
-  RawServer(asio::io_context& loop, Sockets sockets);
+  RawServer(asio::io_context& loop, Sockets sockets, ClientOptions options);
 };
 
 // Two connected sockets.

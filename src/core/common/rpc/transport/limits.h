@@ -18,9 +18,14 @@ namespace rpc::transport {
 // The version of docs/wire-protocol.md that this code speaks.
 inline constexpr uint32_t kProtocolVersion = 1;
 
+// The least that either side may announce as its max_frame_bytes. Whatever has
+// to be said in any case fits: the longest status has a text of 4,096 bytes.
+inline constexpr size_t kMinFrameBytes = 8 << 10;
+
 struct Limits {
-  // Bytes of one frame without its length. The largest messages about a window
-  // are a few kilobytes; this leaves room for a picture.
+  // Bytes of one frame without its length, kMinFrameBytes at least. The largest
+  // messages about a window are a few kilobytes; this leaves room for a
+  // picture.
   size_t max_frame_bytes = 4 << 20;
 
   // Bytes that wait to be written to one peer. A peer that lets this much pile
@@ -36,16 +41,30 @@ struct Limits {
   // 1,024 by default.
   size_t max_connections = 512;
 
-  // Calls of one connection that have not been answered. A client that needs
-  // more at once has lost count.
+  // Calls of one connection whose methods have not run their closures. One that
+  // is cancelled or late counts on, since the work for it does too. A client
+  // that needs more at once has lost count.
   size_t max_calls = 10'000;
 
   // Streams of one connection that the server has not ended.
   size_t max_streams = 10'000;
 
+  // Subscriptions of one connection: windows that its streams hear about, and
+  // windows that they answer for. A desktop has hundreds of windows.
+  size_t max_subscriptions = 10'000;
+
+  // Questions that wait for answers of one connection. Those that nobody waits
+  // for any more count too, since only the client can end them.
+  size_t max_questions = 10'000;
+
   // Time from connecting to the end of the handshake. A local peer needs less
   // than a millisecond; this is for a machine that swaps.
   std::chrono::milliseconds handshake_timeout{5'000};
+
+  // Time for which a closed connection's socket is kept until its goodbye has
+  // left: a peer that reads slowly still learns why, one that does not read at
+  // all is not waited for.
+  std::chrono::milliseconds goodbye_timeout{1'000};
 
   // Pause after the process had no descriptor left for a new connection. Trying
   // again at once would fail again at once, and so on for ever.

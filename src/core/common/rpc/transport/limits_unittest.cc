@@ -11,10 +11,15 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "absl/strings/str_cat.h"
 #include "base/logging.h"
+#include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
@@ -38,16 +43,18 @@ Hits HitsOf(const Counters& counters) {
 }
 
 TEST(NamedLimits, AreTheLimitsInTheirOrder) {
-  const auto& [a, b, c, d, e, f, g, h] = Limits();
-  static_cast<void>(std::tie(a, b, c, d, e, f, g, h));
+  const auto& [a, b, c, d, e, f, g, h, i, j, k] = Limits();
+  static_cast<void>(std::tie(a, b, c, d, e, f, g, h, i, j, k));
   std::vector<std::string> names;
   for (const NamedLimit& limit : kNamedLimits) {
     names.emplace_back(limit.name);
   }
-  EXPECT_THAT(names,
-              ElementsAre("max_frame_bytes", "max_outbox_bytes",
-                          "busy_outbox_bytes", "max_connections", "max_calls",
-                          "max_streams", "handshake_timeout", "accept_pause"));
+  EXPECT_THAT(
+      names,
+      ElementsAre("max_frame_bytes", "max_outbox_bytes", "busy_outbox_bytes",
+                  "max_connections", "max_calls", "max_streams",
+                  "max_subscriptions", "max_questions", "handshake_timeout",
+                  "goodbye_timeout", "accept_pause"));
 }
 
 TEST(NamedLimits, EachHasItsOwnCounter) {
@@ -58,8 +65,11 @@ TEST(NamedLimits, EachHasItsOwnCounter) {
   hits.max_connections = 4;
   hits.max_calls = 5;
   hits.max_streams = 6;
-  hits.handshake_timeout = 7;
-  hits.accept_pause = 8;
+  hits.max_subscriptions = 7;
+  hits.max_questions = 8;
+  hits.handshake_timeout = 9;
+  hits.goodbye_timeout = 10;
+  hits.accept_pause = 11;
   Counters counters;
   counters.limit_hits = hits;
   EXPECT_EQ(HitsOf(counters), (Hits{{"max_frame_bytes", 1},
@@ -68,8 +78,11 @@ TEST(NamedLimits, EachHasItsOwnCounter) {
                                     {"max_connections", 4},
                                     {"max_calls", 5},
                                     {"max_streams", 6},
-                                    {"handshake_timeout", 7},
-                                    {"accept_pause", 8}}));
+                                    {"max_subscriptions", 7},
+                                    {"max_questions", 8},
+                                    {"handshake_timeout", 9},
+                                    {"goodbye_timeout", 10},
+                                    {"accept_pause", 11}}));
 }
 
 // A server with small limits, and a client that must notice nothing of what
@@ -178,6 +191,38 @@ TEST_F(LimitsTest, MaxCalls) {
   EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "").ok());
 }
 
+TEST_F(LimitsTest, MaxCallsCountsWhatMethodsStillDoForNobody) {
+  Serve({.max_calls = 2});
+  const auto client = NewClient();
+  TextCall cancelled;
+  cancelled.Start(*client, &Lab_Stub::Park, "");
+  cancelled.controller.StartCancel();
+  TextCall late;
+  late.controller.set_timeout(std::chrono::milliseconds(1));
+  late.Start(*client, &Lab_Stub::Park, "");
+  lab_->RunUntil([&] {
+    return lab_->server->counters().calls_expired +
+               lab_->server->counters().calls_cancelled ==
+           2;
+  });
+  EXPECT_EQ(lab_->server->counters().calls_now, 0u);
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  const absl::Status refusal =
+      absl::ResourceExhaustedError("max_calls, 2, are in flight");
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "").status(), refusal);
+  EXPECT_EQ(hits(), (Hits{{"max_calls", 1}}));
+  ExpectBystanderIsServed();
+  lab_->service.parked[0].Complete();
+  lab_->RunReady();
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 1u);
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "").ok());
+  lab_->service.parked[1].Complete();
+  lab_->RunReady();
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 0u);
+}
+
 // Streams that only the test's peer opens.
 class StreamLimits : public LimitsTest {
  protected:
@@ -188,7 +233,229 @@ class StreamLimits : public LimitsTest {
     peer.Send(Frame::kStreamOpen, open);
     lab_->RunReady();
   }
+  void SendData(RawPeer& peer,
+                uint64_t id,
+                const google::protobuf::MessageLite& payload) {
+    StreamDataFrame data;
+    data.add_stream_ids(id);
+    payload.SerializeToString(data.mutable_message()->mutable_payload());
+    peer.Send(Frame::kStreamData, data);
+    lab_->RunReady();
+  }
+  void Listen(RawPeer& peer, uint64_t id, int64_t window) {
+    EventSubscription subscription;
+    subscription.mutable_subscribe_to()->set_value(window);
+    SendData(peer, id, subscription);
+  }
+  void ListenNoMore(RawPeer& peer, uint64_t id, int64_t window) {
+    EventSubscription subscription;
+    subscription.mutable_unsubscribe_from()->set_value(window);
+    SendData(peer, id, subscription);
+  }
+  void AnswerFor(RawPeer& peer, uint64_t id, int64_t window, bool answer) {
+    lab::Decision subscription;
+    subscription.mutable_browser_id()->set_value(window);
+    subscription.set_subscribe(answer);
+    SendData(peer, id, subscription);
+  }
+  static bool Ask(int64_t window) {
+    lab::Decision question;
+    question.mutable_browser_id()->set_value(window);
+    question.mutable_question();
+    return torvane::CallbackStream<lab::Decision>::Ask(
+        question, {.response_callback = [](lab::Decision&) {},
+                   .error_callback = [](torvane::StreamCallError) {}});
+  }
+  static size_t Publish(int64_t window) {
+    BrowserId id;
+    id.set_value(window);
+    return torvane::EventStream<lab::Text>::Publish(id, lab::Text());
+  }
+  void ExpectEnd(RawPeer& peer, uint64_t id, const std::string& text) {
+    const std::optional<Frame> end = peer.Receive();
+    ASSERT_TRUE(end && end->has_stream_end());
+    EXPECT_EQ(end->stream_end().stream_id(), id);
+    EXPECT_EQ(end->stream_end().status().code(), 8);
+    EXPECT_EQ(end->stream_end().status().text(), text);
+  }
+  uint64_t subscriptions() {
+    return lab_->server->counters().subscriptions_now;
+  }
 };
+
+TEST_F(StreamLimits, MaxSubscriptions) {
+  Serve({.max_subscriptions = 3});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1);
+  Open(*peer, 2);
+  Open(*peer, 3, "Decide");
+  Listen(*peer, 1, 10);
+  Listen(*peer, 2, 10);
+  AnswerFor(*peer, 3, 10, true);
+  EXPECT_EQ(subscriptions(), 3u);
+  // What is in place already is nothing new.
+  Listen(*peer, 1, 10);
+  AnswerFor(*peer, 3, 10, true);
+  EXPECT_EQ(subscriptions(), 3u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  // Of all streams, the one that goes too far is ended.
+  Listen(*peer, 1, 11);
+  ExpectEnd(*peer, 1, "max_subscriptions, 3, are in place");
+  EXPECT_EQ(hits(), (Hits{{"max_subscriptions", 1}}));
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat(
+                  "Refused a request of ", Who("raw"),
+                  ": RESOURCE_EXHAUSTED: max_subscriptions, 3, are in place")));
+  ExpectBystanderIsServed();
+  EXPECT_EQ(subscriptions(), 2u);
+  EXPECT_EQ(Publish(11), 0u);
+  EXPECT_EQ(Publish(10), 1u);
+  EXPECT_TRUE(Ask(10));
+}
+
+TEST_F(StreamLimits, MaxSubscriptionsHoldsForWindowsToAnswerFor) {
+  Serve({.max_subscriptions = 1});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1, "Decide");
+  AnswerFor(*peer, 1, 10, true);
+  AnswerFor(*peer, 1, 11, true);
+  ExpectEnd(*peer, 1, "max_subscriptions, 1, are in place");
+  EXPECT_EQ(subscriptions(), 0u);
+  EXPECT_FALSE(Ask(10));
+  EXPECT_FALSE(Ask(11));
+  ExpectBystanderIsServed();
+}
+
+TEST_F(StreamLimits, MaxSubscriptionsLeavesRoomForOnesThatReplaceOthers) {
+  Serve({.max_subscriptions = 2});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1);
+  Open(*peer, 2, "Decide");
+  for (int64_t window = 1; window <= 100; ++window) {
+    Listen(*peer, 1, window);
+    AnswerFor(*peer, 2, window, true);
+    ListenNoMore(*peer, 1, window);
+    AnswerFor(*peer, 2, window, false);
+  }
+  EXPECT_EQ(subscriptions(), 0u);
+  EXPECT_THAT(hits(), IsEmpty());
+}
+
+TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartAsTheStreamsDo) {
+  Serve({.max_subscriptions = 2});
+  const auto peer = lab_->NewPeer();
+  const auto& registry = torvane::EventStream<lab::Text>::stream_map_;
+  const size_t before = registry.size();
+  Open(*peer, 1);
+  EventSubscription subscription;
+  BrowserId& window = *subscription.mutable_subscribe_to();
+  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 1);
+  SendData(*peer, 1, subscription);
+  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 2);
+  SendData(*peer, 1, subscription);
+  EXPECT_EQ(subscriptions(), 2u);
+  EXPECT_EQ(registry.size(), before + 2);
+  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 3);
+  SendData(*peer, 1, subscription);
+  ExpectEnd(*peer, 1, "max_subscriptions, 2, are in place");
+}
+
+TEST_F(StreamLimits, MaxSubscriptionsTakesWhatDoesNotParseAsTheStreamsDo) {
+  Serve({.max_subscriptions = 1});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1, "Decide");
+  lab::Decision subscription;
+  subscription.mutable_browser_id()->set_value(10);
+  subscription.set_subscribe(true);
+  StreamDataFrame data;
+  data.add_stream_ids(1);
+  data.mutable_message()->set_payload(subscription.SerializeAsString() +
+                                      "\xff");
+  peer->Send(Frame::kStreamData, data);
+  lab_->RunReady();
+  EXPECT_TRUE(Ask(10));
+  EXPECT_EQ(subscriptions(), 1u);
+}
+
+TEST_F(StreamLimits, MaxSubscriptionsIsFreedWithTheConnection) {
+  Serve({.max_subscriptions = 2});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1);
+  Open(*peer, 2, "Decide");
+  Listen(*peer, 1, 10);
+  AnswerFor(*peer, 2, 10, true);
+  peer->Close();
+  lab_->RunReady();
+  EXPECT_EQ(subscriptions(), 0u);
+}
+
+TEST_F(StreamLimits, MaxQuestions) {
+  Serve({.max_questions = 2});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1, "Decide");
+  Open(*peer, 2, "Decide");
+  AnswerFor(*peer, 1, 10, true);
+  AnswerFor(*peer, 2, 20, true);
+  EXPECT_TRUE(Ask(10));
+  EXPECT_TRUE(Ask(20));
+  EXPECT_THAT(hits(), IsEmpty());
+
+  EXPECT_FALSE(Ask(10));
+  EXPECT_FALSE(Ask(20));
+  EXPECT_EQ(hits(), (Hits{{"max_questions", 2}}));
+  EXPECT_THAT(
+      TakeRecords(),
+      ElementsAre(absl::StrCat(
+          "Refused a request of ", Who("raw"),
+          ": RESOURCE_EXHAUSTED: max_questions, 2, wait for the client's "
+          "answers, and no more are asked")));
+  ExpectBystanderIsServed();
+
+  // An answer makes room for another question,
+  lab::Decision answer;
+  answer.mutable_browser_id()->set_value(10);
+  answer.mutable_response();
+  StreamDataFrame data;
+  data.add_stream_ids(1);
+  data.mutable_message()->set_call_id(1);
+  answer.SerializeToString(data.mutable_message()->mutable_payload());
+  peer->Send(Frame::kStreamData, data);
+  lab_->RunReady();
+  EXPECT_TRUE(Ask(20));
+  EXPECT_FALSE(Ask(10));
+  // and so does a stream that ends with its questions.
+  StreamEndFrame end;
+  end.set_stream_id(2);
+  peer->Send(Frame::kStreamEnd, end);
+  lab_->RunReady();
+  EXPECT_TRUE(Ask(10));
+  EXPECT_TRUE(Ask(10));
+  EXPECT_FALSE(Ask(10));
+}
+
+TEST_F(StreamLimits, MaxFrameBytesOfTheClientHoldsForEvents) {
+  Serve({});
+  ClientOptions options;
+  options.name = "small";
+  options.limits.max_frame_bytes = 10'000;
+  const auto client = lab_->NewClient(options);
+  std::vector<size_t> sizes;
+  EventSubscriber<lab::Text> subscriber(
+      *client, lab::Lab::descriptor()->FindMethodByName("Watch"),
+      [&](const lab::Text& event) { sizes.push_back(event.text().size()); });
+  BrowserId window;
+  subscriber.Subscribe(window);
+  lab_->RunReady();
+  lab::Text event;
+  event.set_text(std::string(10'000, 'x'));
+  EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(window, event), 0u);
+  EXPECT_EQ(hits(), (Hits{{"max_frame_bytes", 1}}));
+  event.set_text("short");
+  EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(window, event), 1u);
+  lab_->RunReady();
+  EXPECT_THAT(sizes, ElementsAre(5u));
+}
 
 TEST_F(StreamLimits, MaxStreams) {
   Serve({.max_streams = 2});
@@ -263,6 +530,74 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheClient) {
               ElementsAre(absl::StrCat("Refused a request of ", Who("small"),
                                        ": ", refusal.ToString())));
   ExpectBystanderIsServed();
+}
+
+// A reply whose frame has `size` bytes.
+void CallForFrameOf(RawPeer& peer, int64_t size) {
+  lab::Number text_size;
+  text_size.set_number(size - 12);
+  CallFrame call;
+  call.set_method_id(peer.IdOf("Make"));
+  text_size.SerializeToString(call.mutable_request());
+  peer.Send(Frame::kCall, call);
+}
+
+TEST_F(LimitsTest, MaxOutboxBytes) {
+  Serve({.max_outbox_bytes = 100'000});
+  const auto peer = lab_->NewPeer();
+  CallForFrameOf(*peer, 100'000);
+  const auto reply = peer->Receive();
+  ASSERT_TRUE(reply && reply->has_reply());
+  EXPECT_EQ(FrameSize(reply->reply()), 100'000u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  CallForFrameOf(*peer, 100'001);
+  const absl::Status why = absl::ResourceExhaustedError(
+      "the client reads too slowly: more than max_outbox_bytes, 100000, would "
+      "wait for it");
+  EXPECT_EQ(peer->AwaitGoodbye(), why);
+  EXPECT_EQ(hits(), (Hits{{"max_outbox_bytes", 1}}));
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat("Closed the connection of ", Who("raw"),
+                                       ": ", why.ToString())));
+  ExpectBystanderIsServed();
+}
+
+TEST_F(LimitsTest, BusyOutboxBytes) {
+  Serve({.busy_outbox_bytes = 1'000'000});
+  const auto peer = lab_->NewPeer();
+  for (int i = 0; i < 20; ++i) {
+    CallForFrameOf(*peer, 100'000);
+  }
+  lab_->RunReady();
+  EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}}));
+  // The first to wait beyond the limit is the last that was read.
+  const uint64_t started = lab_->server->counters().calls_started;
+  const size_t queued = lab_->server->Report().connections[1].queued_bytes;
+  EXPECT_GT(queued, 1'000'000u);
+  EXPECT_LE(queued, 1'100'003u);
+  ExpectBystanderIsServed();
+  EXPECT_EQ(lab_->server->counters().calls_started, started + 1);
+  for (int i = 0; i < 20; ++i) {
+    const auto reply = peer->Receive();
+    EXPECT_TRUE(reply && reply->has_reply());
+  }
+  EXPECT_THAT(TakeRecords(), IsEmpty());
+}
+
+TEST_F(LimitsTest, GoodbyeTimeout) {
+  Serve({.max_outbox_bytes = 1'000'000,
+         .busy_outbox_bytes = 2'000'000,
+         .goodbye_timeout = std::chrono::milliseconds(5)});
+  const auto peer = lab_->NewPeer();
+  for (int i = 0; i < 20; ++i) {
+    CallForFrameOf(*peer, 100'000);
+  }
+  lab_->RunUntil([&] { return hits().contains("goodbye_timeout"); });
+  EXPECT_EQ(hits(), (Hits{{"goodbye_timeout", 1}, {"max_outbox_bytes", 1}}));
+  ExpectBystanderIsServed();
+  // It reads now, too late: there is no goodbye.
+  EXPECT_EQ(peer->AwaitGoodbye(), absl::OkStatus());
 }
 
 TEST_F(LimitsTest, HandshakeTimeout) {

@@ -3,6 +3,33 @@
 #include "absl/log/absl_check.h"
 
 namespace rpc::transport {
+namespace {
+
+using google::protobuf::Descriptor;
+using google::protobuf::FieldDescriptor;
+using google::protobuf::MethodDescriptor;
+
+ServedMethod Describe(torvane::Service* service,
+                      const MethodDescriptor* method) {
+  ServedMethod served = {service, method, MethodKind::kUnary, nullptr, nullptr};
+  if (!method->client_streaming() && !method->server_streaming()) {
+    return served;
+  }
+  served.kind = MethodKind::kOtherStream;
+  const Descriptor* request = method->input_type();
+  if (request->full_name() == "rpc.EventSubscription") {
+    served.kind = MethodKind::kEvents;
+  } else if (request == method->output_type()) {
+    served.browser_id = request->FindFieldByName("browser_id");
+    served.subscribe = request->FindFieldByName("subscribe");
+  }
+  if (served.browser_id && served.subscribe) {
+    served.kind = MethodKind::kQuestions;
+  }
+  return served;
+}
+
+}  // namespace
 
 void ServedMethods::Add(torvane::Service* service) {
   const google::protobuf::ServiceDescriptor* descriptor =
@@ -14,14 +41,12 @@ void ServedMethods::Add(torvane::Service* service) {
   OfferedService* offered = offer_.Add();
   offered->set_full_name(descriptor->full_name());
   for (int i = 0; i < descriptor->method_count(); ++i) {
-    const google::protobuf::MethodDescriptor* method = descriptor->method(i);
-    const bool streaming =
-        method->client_streaming() || method->server_streaming();
+    const ServedMethod method = Describe(service, descriptor->method(i));
     OfferedMethod* entry = offered->add_methods();
-    entry->set_name(method->name());
+    entry->set_name(method.descriptor->name());
     entry->set_id(static_cast<uint32_t>(methods_.size()));
-    entry->set_streaming(streaming);
-    methods_.push_back({service, method, streaming});
+    entry->set_streaming(method.streaming());
+    methods_.push_back(method);
   }
 }
 

@@ -6,17 +6,32 @@
 #include <google/protobuf/descriptor.h>
 
 #include <cstdint>
-#include <vector>
+#include <deque>
 
 #include "core/common/rpc/stream/service.h"
 #include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
 
+// As far as the transport cares.
+enum class MethodKind {
+  kUnary,
+  // A stream whose client sends rpc.EventSubscription.
+  kEvents,
+  // A stream of callback messages: its client sends subscriptions and answers.
+  kQuestions,
+  kOtherStream,
+};
+
 struct ServedMethod {
   torvane::Service* service;
   const google::protobuf::MethodDescriptor* descriptor;
-  bool streaming;
+  MethodKind kind;
+  // Of a callback message; else null.
+  const google::protobuf::FieldDescriptor* browser_id;
+  const google::protobuf::FieldDescriptor* subscribe;
+
+  bool streaming() const { return kind != MethodKind::kUnary; }
 };
 
 class ServedMethods {
@@ -34,8 +49,8 @@ class ServedMethods {
   }
 
  private:
-  // By id.
-  std::vector<ServedMethod> methods_;
+  // By id. They stay in place when more are added: open streams point to them.
+  std::deque<ServedMethod> methods_;
   google::protobuf::RepeatedPtrField<OfferedService> offer_;
 };
 

@@ -68,8 +68,9 @@ class Server {
   // differ from that of the others.
   void AddService(torvane::Service* service);
 
-  // Accepts connections on a socket at `path`, which only this user may use. A
-  // socket that a dead process has left there is replaced. At most once.
+  // Accepts connections on a socket at `path`, which only this user may use, in
+  // a folder that only this user may use. A socket that a dead process has left
+  // there is replaced. At most once.
   absl::Status Listen(const std::string& path);
 
   // Serves a connected socket, such as one end of a socket pair.

@@ -98,7 +98,10 @@ void ServerCall::AwaitDeadline() {
   });
 }
 
-void ServerCall::Abandon() {
+void ServerCall::Abandon(const std::shared_ptr<size_t>& abandoned) {
+  abandoned_ = abandoned;
+  ++*abandoned_;
+  ++pool_->counters().calls_abandoned_now;
   owner_ = nullptr;
   timer_.reset();
   controller_.Cancel();
@@ -126,6 +129,8 @@ void ServerCall::OnDone() {
   if (owner_ != nullptr) {
     owner_->OnCallDone(*this);
   } else {
+    --*std::exchange(abandoned_, nullptr);
+    --pool_->counters().calls_abandoned_now;
     ++pool_->counters().results_late;
   }
   pool_->Return(this);

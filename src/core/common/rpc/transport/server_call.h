@@ -18,6 +18,7 @@
 #include <google/protobuf/service.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -91,8 +92,9 @@ class ServerCall final : public google::protobuf::Closure {
   bool Invoke(ServerCallOwner* owner);
 
   // The owner waits no longer: the method is told, its result will be dropped.
-  // The call may be gone when this returns.
-  void Abandon();
+  // Until it is, the call counts in `abandoned`. The call may be gone when this
+  // returns.
+  void Abandon(const std::shared_ptr<size_t>& abandoned);
 
   uint64_t id() const { return id_; }
   const absl::Status& status() const { return controller_.status(); }
@@ -121,6 +123,8 @@ class ServerCall final : public google::protobuf::Closure {
   // Who waits for the result. Null until Invoke() has returned, and when the
   // owner waits no longer.
   ServerCallOwner* owner_ = nullptr;
+  // Where the call counts as given up; null until it is.
+  std::shared_ptr<size_t> abandoned_;
   std::optional<asio::steady_timer> timer_;
   // Tells apart the calls that this object has been.
   uint64_t serial_ = 0;

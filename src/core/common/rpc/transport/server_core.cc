@@ -99,7 +99,7 @@ void ServerCore::Adopt(Socket socket) {
     return;
   }
   const ServerSession::Context context = {loop_, options_.limits, methods_,
-                                          *calls_, *counters_};
+                                          *calls_, counters_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
       context, id, std::move(socket), *peer, [this](ServerSession* closed) {

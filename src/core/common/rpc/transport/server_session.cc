@@ -21,12 +21,12 @@ ServerSession::ServerSession(const Context& context,
                                                std::move(socket),
                                                context.limits,
                                                context.counters)),
-      client_(peer, context.counters),
+      client_(peer, *context.counters),
       streams_(std::make_shared<ServerStreams>(connection_,
                                                context.methods,
                                                context.limits,
                                                client_,
-                                               context.counters)),
+                                               *context.counters)),
       hello_timer_(context.loop) {}
 
 ServerSession::~ServerSession() = default;
@@ -38,7 +38,7 @@ void ServerSession::Start() {
       [weak_self = weak_from_this()](const std::error_code& error) {
         const auto self = weak_self.lock();
         if (!error && self && !self->serving_) {
-          ++self->context_.counters.limit_hits.handshake_timeout;
+          ++self->context_.counters->limit_hits.handshake_timeout;
           self->connection_->Fail(absl::DeadlineExceededError(absl::StrCat(
               "no hello within handshake_timeout, ",
               self->context_.limits.handshake_timeout.count(), " ms")));
@@ -109,6 +109,11 @@ absl::Status ServerSession::OnHello(std::string_view body) {
         "the client speaks protocol version ", hello.protocol_version(),
         ", this server version ", kProtocolVersion));
   }
+  if (hello.max_frame_bytes() < kMinFrameBytes) {
+    return absl::InvalidArgumentError(absl::StrCat(
+        "the client's max_frame_bytes, ", hello.max_frame_bytes(),
+        ", is less than the least that is allowed, ", kMinFrameBytes));
+  }
   serving_ = true;
   hello_timer_.cancel();
   client_.set_name(hello.client_name());
@@ -120,8 +125,9 @@ absl::Status ServerSession::OnHello(std::string_view body) {
       static_cast<uint32_t>(context_.limits.max_frame_bytes));
   *welcome.mutable_services() = context_.methods.offer();
   if (!connection_->Suits(FrameSize(welcome))) {
-    return absl::InvalidArgumentError(
-        "the client's max_frame_bytes is too small for a welcome");
+    return absl::InvalidArgumentError(absl::StrCat(
+        "the client's max_frame_bytes, ", hello.max_frame_bytes(),
+        ", is too small for a welcome of ", FrameSize(welcome), " bytes"));
   }
   connection_->Append(Frame::kWelcome, welcome);
   return absl::OkStatus();
@@ -159,11 +165,11 @@ absl::Status ServerSession::CallRefusal(const ServedMethod* method) {
     return absl::UnimplementedError(
         absl::StrCat("no method has the id ", call_frame_.method_id()));
   }
-  if (method->streaming) {
+  if (method->streaming()) {
     return absl::UnimplementedError(
         absl::StrCat(method->descriptor->full_name(), " is a stream"));
   }
-  if (calls_.size() >= context_.limits.max_calls) {
+  if (calls_.size() + *abandoned_calls_ >= context_.limits.max_calls) {
     absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
         "max_calls, ", context_.limits.max_calls, ", are in flight"));
     client_.OnRefusal(&LimitHits::max_calls, refusal);
@@ -173,14 +179,14 @@ absl::Status ServerSession::CallRefusal(const ServedMethod* method) {
 }
 
 void ServerSession::RefuseCall(uint64_t id, const absl::Status& why) {
-  ++context_.counters.calls_refused;
+  ++context_.counters->calls_refused;
   ReplyError(id, why);
 }
 
 void ServerSession::StartCall(ServerCall* call) {
-  ++context_.counters.calls_started;
+  ++context_.counters->calls_started;
   if (call->Invoke(this)) {
-    ++context_.counters.calls_now;
+    ++context_.counters->calls_now;
     calls_.emplace(call->id(), call);
     return;
   }
@@ -190,12 +196,12 @@ void ServerSession::StartCall(ServerCall* call) {
 
 void ServerSession::OnCallDone(const ServerCall& call) {
   calls_.erase(call.id());
-  --context_.counters.calls_now;
+  --context_.counters->calls_now;
   Reply(call);
 }
 
 void ServerSession::OnCallExpired(ServerCall& call) {
-  ++context_.counters.calls_expired;
+  ++context_.counters->calls_expired;
   GiveUp(call, absl::DeadlineExceededError("the deadline has passed"));
 }
 
@@ -205,7 +211,7 @@ absl::Status ServerSession::OnCancel(std::string_view body) {
   // Nobody there: the reply is on its way already.
   const auto call = calls_.find(cancel.call_id());
   if (status.ok() && call != calls_.end()) {
-    ++context_.counters.calls_cancelled;
+    ++context_.counters->calls_cancelled;
     GiveUp(*call->second, absl::CancelledError("the client has cancelled it"));
   }
   return status;
@@ -213,9 +219,9 @@ absl::Status ServerSession::OnCancel(std::string_view body) {
 
 void ServerSession::GiveUp(ServerCall& call, const absl::Status& why) {
   calls_.erase(call.id());
-  --context_.counters.calls_now;
+  --context_.counters->calls_now;
   ReplyError(call.id(), why);
-  call.Abandon();
+  call.Abandon(abandoned_calls_);
 }
 
 absl::Status ServerSession::OnStreamOpen(std::string_view body) {
@@ -290,14 +296,14 @@ void ServerSession::OnClosed(const absl::Status& why) {
   hello_timer_.cancel();
   client_.OnClosed(why);
   if (!serving_ && !absl::IsUnavailable(why)) {
-    ++context_.counters.handshakes_failed;
+    ++context_.counters->handshakes_failed;
   }
   // One by one: what hears of its end may complete another.
   while (!calls_.empty()) {
     ServerCall* call = calls_.begin()->second;
     calls_.erase(calls_.begin());
-    --context_.counters.calls_now;
-    call->Abandon();
+    --context_.counters->calls_now;
+    call->Abandon(abandoned_calls_);
   }
   streams_->CloseAll();
   on_closed_(this);

@@ -17,6 +17,7 @@
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_SESSION_H_
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -48,7 +49,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
     const Limits& limits;
     const ServedMethods& methods;
     ServerCallPool& calls;
-    Counters& counters;
+    const std::shared_ptr<Counters>& counters;
   };
 
   using ClosedCallback = std::function<void(ServerSession*)>;
@@ -108,6 +109,10 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
 
   // Calls that go on, by id.
   absl::flat_hash_map<uint64_t, ServerCall*> calls_;
+
+  // How many are given up, but their methods have not run the closures. Shared
+  // with those calls, which may outlive this.
+  const std::shared_ptr<size_t> abandoned_calls_ = std::make_shared<size_t>(0);
 
   // Used again and again, for the memory that they hold.
   CallFrame call_frame_;

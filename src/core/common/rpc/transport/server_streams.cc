@@ -41,7 +41,8 @@ ServerStreams::ServerStreams(std::shared_ptr<Connection> connection,
       methods_(methods),
       limits_(limits),
       client_(client),
-      counters_(counters) {}
+      counters_(counters),
+      subscriptions_(limits.max_subscriptions, counters) {}
 
 ServerStreams::~ServerStreams() {
   ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
@@ -64,7 +65,8 @@ absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
   const ServedMethod& method = *methods_.Find(frame.method_id());
   Entry& entry = entries_[id];
   entry.id = id;
-  entry.questions = AskedQuestions::MakeFor(*method.descriptor);
+  entry.method = &method;
+  entry.questions = AskedQuestions::MakeFor(*method.descriptor, questions_);
   entry.stream = method.service->OpenStream(
       method.descriptor,
       torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
@@ -77,7 +79,7 @@ absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) {
     return absl::UnimplementedError(
         absl::StrCat("no method has the id ", frame.method_id()));
   }
-  if (!method->streaming) {
+  if (!method->streaming()) {
     return absl::UnimplementedError(
         absl::StrCat(method->descriptor->full_name(), " is not a stream"));
   }
@@ -101,12 +103,23 @@ ServerStreams::Entry* ServerStreams::FindOpen(uint64_t id) {
 void ServerStreams::OnData(StreamDataFrame& frame) {
   for (const uint64_t id : frame.stream_ids()) {
     if (Entry* entry = FindOpen(id)) {
-      if (entry->questions) {
-        entry->questions->OnData(frame.message());
-      }
-      entry->stream->OnNext(frame.mutable_message());
+      Deliver(*entry, frame.mutable_message());
     }
   }
+}
+
+void ServerStreams::Deliver(Entry& entry, StreamMessage* message) {
+  if (!subscriptions_.Note(*entry.method, *message, entry.subscriptions)) {
+    const absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
+        "max_subscriptions, ", limits_.max_subscriptions, ", are in place"));
+    client_.OnRefusal(&LimitHits::max_subscriptions, refusal);
+    End(entry, refusal);
+    return;
+  }
+  if (entry.questions) {
+    entry.questions->OnData(*message);
+  }
+  entry.stream->OnNext(message);
 }
 
 void ServerStreams::OnError(StreamErrorFrame& frame) {
@@ -133,6 +146,7 @@ void ServerStreams::Finish(Entries::iterator entry) {
   }
   entry->second.stream->OnCompleted();
   Complete(entry->second);
+  subscriptions_.Forget(entry->second.subscriptions);
   entries_.erase(entry);
   --counters_.streams_now;
 }
@@ -188,8 +202,8 @@ void ServerStreams::Report(ConnectionReport& report) const {
 
 bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   const size_t frame_bytes = message.ByteSizeLong() + kEnvelopeBytes;
-  if (entry.ended || !connection_->CanTake(frame_bytes + kStreamIdBytes)) {
-    NoteIfTooLong(frame_bytes + kStreamIdBytes);
+  if (entry.ended || !connection_->CanTake(0) ||
+      !MayTake(entry, message, frame_bytes + kStreamIdBytes)) {
     return false;
   }
   if (!Joins(entry, message)) {
@@ -208,7 +222,10 @@ bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
   return true;
 }
 
-void ServerStreams::NoteIfTooLong(size_t frame_bytes) {
+// Whether the client's limits, and ours for it, let the message through.
+bool ServerStreams::MayTake(const Entry& entry,
+                            const StreamMessage& message,
+                            size_t frame_bytes) {
   if (!connection_->Suits(frame_bytes)) {
     client_.OnRefusal(
         &LimitHits::max_frame_bytes,
@@ -216,7 +233,18 @@ void ServerStreams::NoteIfTooLong(size_t frame_bytes) {
             "a stream's message takes a frame of ", frame_bytes,
             " bytes, more than the client's max_frame_bytes, ",
             connection_->peer_max_frame_bytes(), ", and is dropped")));
+    return false;
   }
+  const bool asks = entry.questions && message.call_id() != 0;
+  if (asks && questions_ >= limits_.max_questions) {
+    client_.OnRefusal(
+        &LimitHits::max_questions,
+        absl::ResourceExhaustedError(absl::StrCat(
+            "max_questions, ", limits_.max_questions,
+            ", wait for the client's answers, and no more are asked")));
+    return false;
+  }
+  return true;
 }
 
 // Whether the message held back is `message`, and has yet to go to `entry`.
@@ -236,11 +264,11 @@ void ServerStreams::AppendHeld() {
   held_.clear_stream_ids();
 }
 
-void ServerStreams::Complete(Entry& entry) {
+void ServerStreams::End(Entry& entry, const absl::Status& status) {
   if (std::exchange(entry.ended, true)) {
     return;
   }
-  AppendEnd(entry.id, absl::OkStatus());
+  AppendEnd(entry.id, status);
   if (!entry.completing) {
     ended_.push_back(entry.id);
     ReapSoon();

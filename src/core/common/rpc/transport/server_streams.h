@@ -7,7 +7,8 @@
 //          open     ,------------------> OnCompleted ---------------,
 //   (none) ----> [stream]                                           |--> (none)
 //                   '-- Complete() --> [reaped soon] -- OnCompleted '
-//                       out of turn
+//                       out of turn,
+//                       or a limit
 //
 // What still comes in for a stream that is forgotten was sent before the client
 // knew, and is ignored.
@@ -43,6 +44,7 @@
 #include "core/common/rpc/transport/limits.h"
 #include "core/common/rpc/transport/served_methods.h"
 #include "core/common/rpc/transport/server_report.h"
+#include "core/common/rpc/transport/subscriptions.h"
 #include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
@@ -86,6 +88,8 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   struct Entry {
     uint64_t id;
     std::unique_ptr<torvane::AbstractStream> stream;
+    const ServedMethod* method;
+    Subscriptions::Keys subscriptions;
     // Null for a stream that asks none.
     std::unique_ptr<AskedQuestions> questions;
     // The last held message that goes to this stream as well.
@@ -100,15 +104,19 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
 
   // What an Endpoint forwards.
   bool Send(Entry& entry, const StreamMessage& message);
-  void Complete(Entry& entry);
+  void Complete(Entry& entry) { End(entry, absl::OkStatus()); }
 
   absl::Status Refusal(const StreamOpenFrame& frame);
   Entry* FindOpen(uint64_t id);
+  void Deliver(Entry& entry, StreamMessage* message);
+  void End(Entry& entry, const absl::Status& status);
   void Finish(Entries::iterator entry);
   void FinishAll(const std::vector<uint64_t>& ids);
   void ReapSoon();
   void AppendEnd(uint64_t id, const absl::Status& status);
-  void NoteIfTooLong(size_t frame_bytes);
+  bool MayTake(const Entry& entry,
+               const StreamMessage& message,
+               size_t frame_bytes);
   bool Joins(const Entry& entry, const StreamMessage& message) const;
 
   const std::shared_ptr<Connection> connection_;
@@ -116,6 +124,9 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   const Limits& limits_;
   ClientRecord& client_;
   Counters& counters_;
+  Subscriptions subscriptions_;
+  // That are pending on all streams.
+  size_t questions_ = 0;
   Entries entries_;
   // Those that have ended out of turn.
   std::vector<uint64_t> ended_;

@@ -182,52 +182,6 @@ TEST(UnaryCall, AnIdInUseBreaksTheProtocol) {
   lab.service.parked[0].Complete();
 }
 
-TEST(UnaryCall, CallsBeyondTheLimitAreRefusedAndTheRestGoOn) {
-  ServerOptions options;
-  options.limits.max_calls = 2;
-  Lab lab(options);
-  const auto client = lab.NewClient();
-  TextCall calls[3];
-  for (TextCall& call : calls) {
-    call.Start(*client, &Lab_Stub::Park, "x");
-  }
-  lab.RunUntil([&] { return calls[2].over(); });
-  EXPECT_EQ(calls[2].controller.status(),
-            absl::ResourceExhaustedError("max_calls, 2, are in flight"));
-  EXPECT_EQ(lab.server->counters().calls_refused, 1u);
-  EXPECT_EQ(lab.server->counters().calls_now, 2u);
-  lab.service.parked[0].Complete();
-  lab.service.parked[1].Complete();
-  lab.RunUntil([&] { return calls[0].over() && calls[1].over(); });
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "room again").value(),
-            "room again");
-  EXPECT_EQ(lab.server->counters().calls_now, 0u);
-}
-
-TEST(UnaryCall, ARequestTooLongForTheServerFailsAtTheClient) {
-  ServerOptions options;
-  options.limits.max_frame_bytes = 1000;
-  Lab lab(options);
-  const auto client = lab.NewClient();
-  const std::string longest(989, 'x');
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest).value(), longest);
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
-            absl::ResourceExhaustedError(
-                "the request takes a frame of 1001 bytes, more than the "
-                "server's max_frame_bytes, 1000"));
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "short").value(), "short");
-}
-
-TEST(UnaryCall, AResponseTooLongForTheClientFailsAtTheServer) {
-  Lab lab;
-  ClientOptions options;
-  options.limits.max_frame_bytes = 1000;
-  const auto client = lab.NewClient(options);
-  EXPECT_TRUE(absl::IsResourceExhausted(
-      CallText(*client, &Lab_Stub::Echo, std::string(1000, 'x')).status()));
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "short").value(), "short");
-}
-
 TEST(UnaryCall, LargeMessagesTravelWhole) {
   Lab lab;
   const auto client = lab.NewClient();

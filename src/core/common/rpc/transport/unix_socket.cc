@@ -53,6 +53,22 @@ bool IsSocket(const std::string& path) {
   return stat(path.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
+// Who may enter the folder could connect, if not for the socket's own mode; who
+// may write to it could put another socket in its place.
+absl::Status CheckPrivate(const std::string& folder, const struct stat& info) {
+  if (info.st_uid != geteuid()) {
+    return absl::PermissionDeniedError(absl::StrCat(
+        "the folder ", folder, " of the socket belongs to user ", info.st_uid,
+        ", not to user ", geteuid(), ": choose another one"));
+  }
+  if ((info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    return absl::PermissionDeniedError(absl::StrCat(
+        "others may use the folder ", folder, " of the socket: run 'chmod 700 ",
+        folder, "' or choose another one"));
+  }
+  return absl::OkStatus();
+}
+
 // Keeps other servers from dealing with the same folder for the while.
 absl::StatusOr<ScopedFd> LockFolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -61,8 +77,16 @@ absl::StatusOr<ScopedFd> LockFolderOf(const std::string& path) {
     folder = path.substr(0, slash + 1);
   }
   ScopedFd fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!fd.is_valid() || flock(fd.get(), LOCK_EX) != 0) {
+  struct stat info;
+  if (!fd.is_valid() || fstat(fd.get(), &info) != 0) {
     return Errno(errno, absl::StrCat("cannot use the folder of ", path));
+  }
+  const absl::Status privacy = CheckPrivate(folder, info);
+  if (!privacy.ok()) {
+    return privacy;
+  }
+  if (flock(fd.get(), LOCK_EX) != 0) {
+    return Errno(errno, absl::StrCat("cannot lock the folder of ", path));
   }
   return fd;
 }

@@ -46,7 +46,8 @@ class UnixListener {
  public:
   // Listens at `path`, for this user only. Replaces a socket on which nobody
   // listens any more; ALREADY_EXISTS when somebody does, or when the path is
-  // something else than a socket.
+  // something else than a socket. PERMISSION_DENIED when the folder is not this
+  // user's, or others may do anything with it.
   static absl::StatusOr<UnixListener> Open(const std::string& path);
 
   UnixListener(UnixListener&& other) noexcept;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "absl/strings/match.h"
+#include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
@@ -135,6 +136,35 @@ TEST_F(UnixSocket, NeedsItsFolder) {
   const auto status = UnixListener::Open(folder_ + "/none/socket").status();
   EXPECT_TRUE(absl::IsNotFound(status)) << status;
   EXPECT_TRUE(absl::StrContains(status.message(), folder_ + "/none/socket"));
+}
+
+TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
+  for (const mode_t mode : {0710, 0701, 0740, 0755, 0777, 01777}) {
+    ASSERT_EQ(chmod(folder_.c_str(), mode), 0);
+    EXPECT_EQ(
+        UnixListener::Open(path_).status(),
+        absl::PermissionDeniedError("others may use the folder " + folder_ +
+                                    "/ of the socket: run 'chmod 700 " +
+                                    folder_ + "/' or choose another one"))
+        << mode;
+    EXPECT_FALSE(Exists());
+  }
+  ASSERT_EQ(chmod(folder_.c_str(), 0700), 0);
+  EXPECT_TRUE(UnixListener::Open(path_).ok());
+}
+
+TEST_F(UnixSocket, DoesNotLieInAnotherUsersFolder) {
+  // Only root can give a folder away; others have one that is root's.
+  const bool is_root = geteuid() == 0;
+  const std::string folder = is_root ? folder_ + "/" : "/";
+  const uid_t owner = is_root ? 1 : 0;
+  if (is_root) {
+    ASSERT_EQ(chown(folder_.c_str(), owner, owner), 0);
+  }
+  EXPECT_EQ(UnixListener::Open(folder + "socket").status(),
+            absl::PermissionDeniedError(absl::StrCat(
+                "the folder ", folder, " of the socket belongs to user ", owner,
+                ", not to user ", geteuid(), ": choose another one")));
 }
 
 TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {

@@ -1,0 +1,64 @@
+// Counts what the streams of one connection are subscribed to: the windows that
+// event streams hear about, and those that callback streams answer for.
+//
+// The streams note their subscriptions in registries that know no bound. So the
+// transport looks at each message of a client before its stream gets it, as far
+// as the kind of the method says what there is to see:
+//
+//   events     rpc.EventSubscription: subscribe_to, unsubscribe_from
+//   questions  the callback message: browser_id and subscribe
+//
+// A window that a newer client has taken over still counts for the stream that
+// had it, until that unsubscribes or ends.
+//
+// Ownership: the session's. Streams own their keys. The counters outlive it.
+//
+// Sequence: the loop's.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_SUBSCRIPTIONS_H_
+#define CORE_COMMON_RPC_TRANSPORT_SUBSCRIPTIONS_H_
+
+#include <cstddef>
+#include <string>
+
+#include "absl/container/flat_hash_set.h"
+#include "core/common/rpc/transport/counters.h"
+#include "core/common/rpc/transport/served_methods.h"
+#include "rpc/transport/stream_message.pb.h"
+
+namespace rpc::transport {
+
+class Subscriptions {
+ public:
+  // Those of one stream: the names of the windows, serialised.
+  using Keys = absl::flat_hash_set<std::string>;
+
+  Subscriptions(size_t max, Counters& counters);
+  Subscriptions(const Subscriptions&) = delete;
+  Subscriptions& operator=(const Subscriptions&) = delete;
+
+  // Notes in `keys` what `message`, sent on a stream of `method`, changes.
+  // False, with nothing noted, when it would be one subscription too many.
+  bool Note(const ServedMethod& method,
+            const StreamMessage& message,
+            Keys& keys);
+
+  // The stream that has `keys` is over.
+  void Forget(Keys& keys);
+
+ private:
+  bool Add(std::string key, Keys& keys);
+  void Remove(const std::string& key, Keys& keys);
+  bool NoteEvents(const StreamMessage& message, Keys& keys);
+  bool NoteQuestions(const ServedMethod& method,
+                     const StreamMessage& message,
+                     Keys& keys);
+
+  const size_t max_;
+  Counters& counters_;
+  size_t count_ = 0;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_SUBSCRIPTIONS_H_
