@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <cstdlib>
 
 #include "gtest/gtest.h"
+#include "tools/cli/child_process.h"
 
 namespace windowctl {
 namespace {
@@ -64,21 +64,9 @@ Process::Process(const std::vector<std::string>& words) {
   int errors[2];
   Check(pipe2(errors, O_CLOEXEC) == 0, "pipe2");
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, errors[1], STDERR_FILENO);
-  std::vector<char*> argv;
-  argv.reserve(words.size() + 1);
-  for (const std::string& word : words)
-    argv.push_back(const_cast<char*>(word.c_str()));
-  argv.push_back(nullptr);
-  Check(
-      posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) == 0,
-      argv[0]);
-  posix_spawn_file_actions_destroy(&actions);
-
+  pid_ = cli::StartProcess(words, {{input[0], STDIN_FILENO},
+                                   {output[1], STDOUT_FILENO},
+                                   {errors[1], STDERR_FILENO}});
   close(input[0]);
   close(output[1]);
   close(errors[1]);

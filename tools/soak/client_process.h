@@ -1,0 +1,56 @@
+// A client in a process of its own, which can be stopped and killed.
+//
+//   soak::ClientProcess client({"/path/to/soak", "--client", ...}, {{fd, fd}});
+//   client.Stop();       // it does nothing more, and knows nothing of it
+//   client.Continue();
+//   client.Kill();       // at once, whatever it is doing
+//
+// No client outlives the process that has started it, however that one ends.
+//
+// Ownership: kills its process when it is destroyed.
+//
+// Sequence: the main thread, since a client also goes when the thread that has
+// started it ends.
+//
+// Failure: a process that cannot be started ends this one.
+
+#ifndef TOOLS_SOAK_CLIENT_PROCESS_H_
+#define TOOLS_SOAK_CLIENT_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/cli/child_process.h"
+
+namespace soak {
+
+class ClientProcess {
+ public:
+  // See cli::StartProcess().
+  ClientProcess(const std::vector<std::string>& words,
+                const std::vector<cli::InheritedDescriptor>& inherited);
+  ClientProcess(const ClientProcess&) = delete;
+  ClientProcess& operator=(const ClientProcess&) = delete;
+  ~ClientProcess();
+
+  // Return when the process has stopped, has been told to go on, is dead.
+  void Stop();
+  void Continue();
+  void Kill();
+
+  bool stopped() const { return stopped_; }
+
+  // Whether it has ended by itself, which none should.
+  bool HasEnded();
+
+ private:
+  // Zero when it is dead.
+  pid_t pid_;
+  bool stopped_ = false;
+};
+
+}  // namespace soak
+
+#endif  // TOOLS_SOAK_CLIENT_PROCESS_H_

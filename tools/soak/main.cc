@@ -1,0 +1,155 @@
+// Runs a host whose clients are killed, stopped and slowed down at random, and
+// says whether every question has ended exactly once.
+
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "absl/strings/numbers.h"
+#include "absl/strings/str_cat.h"
+#include "tools/cli/flags.h"
+#include "tools/soak/soak_client.h"
+#include "tools/soak/soak_host.h"
+
+namespace soak {
+namespace {
+
+constexpr int kUsage = 2;
+
+constexpr int kMostClients = 400;
+constexpr int kMostSeconds = 7 * 24 * 60 * 60;
+
+// How long the impatient questions wait: longer than most answers take, shorter
+// than most clients are stopped.
+constexpr std::chrono::milliseconds kPatience{20};
+
+constexpr char kHelp[] =
+    R"(soak: a host, and clients that are killed, stopped and slowed at random.
+
+  soak SECONDS [FLAG...]
+
+The host asks its clients questions, publishes events and answers calls, for so
+many seconds, while it kills (SIGKILL), stops and continues (SIGSTOP, SIGCONT)
+client processes, and starts new ones. A quarter of them takes a break before
+each answer. Every question must end exactly once, and with its own answer if
+with any.
+
+Flags:
+  --clients N  how many clients at a time, 2 to 400; default: 16
+  --seed N     what all chance follows from; default: another each time
+  --help       prints this
+
+Exit status: 0 if every question did, 1 if not, 2 wrong usage.
+)";
+
+int Fail(int exit_code, std::string_view text) {
+  std::fputs(absl::StrCat("soak: ", text, "\n").c_str(), stderr);
+  return exit_code;
+}
+
+void Print(const Outcome& outcome) {
+  const auto line = [](const std::string& what, const std::string& figures) {
+    std::printf("%-10s  %s\n", what.c_str(), figures.c_str());
+  };
+  line("clients",
+       absl::StrCat(outcome.clients_started, " started, ", outcome.clients_slow,
+                    " of them slow, ", outcome.connections, " connections"));
+  line("signals",
+       absl::StrCat(outcome.kills, " kills, ",
+                    outcome.kills_with_questions_pending,
+                    " of them with questions pending, ", outcome.stops,
+                    " stops, ", outcome.continues, " continues"));
+  line("questions",
+       absl::StrCat(outcome.asked, " asked, ", outcome.answered, " answered, ",
+                    outcome.refused, " refused, ", outcome.cancelled,
+                    " cancelled, ", outcome.too_late, " too late"));
+  line("clients'", absl::StrCat(outcome.answers_sent, " answers and ",
+                                outcome.refusals_sent, " refusals sent"));
+  line("events", absl::StrCat(outcome.events_published, " published, ",
+                              outcome.events_received, " received"));
+  line("calls", absl::StrCat(outcome.calls_succeeded, " succeeded, ",
+                             outcome.calls_failed, " failed"));
+  line("memory",
+       absl::StrCat(outcome.memory_at_start >> 10, " KiB at the start, ",
+                    outcome.memory_at_end >> 10, " KiB at the end"));
+  line("answers", absl::StrCat(outcome.lost, " lost, ", outcome.doubled,
+                               " doubled, ", outcome.wrong, " wrong"));
+}
+
+int Host(const HostOptions& options) {
+  std::printf("soak: seed %llu\n",
+              static_cast<unsigned long long>(options.seed));
+  std::fflush(stdout);
+  const Outcome outcome = RunHost(options);
+  Print(outcome);
+  return outcome.ok() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int Client(ClientOptions options, const std::string& manner) {
+  options.manner = manner == "silent" ? Manner::kSilent
+                   : manner == "slow" ? Manner::kSlow
+                                      : Manner::kLively;
+  return Fail(EXIT_FAILURE, RunClient(options).message());
+}
+
+int Main(int argc, char** argv) {
+  constexpr size_t kAny = std::numeric_limits<uint32_t>::max();
+  bool help = false;
+  bool is_client = false;
+  int clients = 16;
+  size_t seed = std::random_device()();
+  // Between the host and its clients.
+  ClientOptions client;
+  size_t number = 0;
+  std::string manner;
+
+  cli::Flags flags;
+  flags.AddSwitch("help", &help);
+  flags.AddInteger("clients", 2, kMostClients, &clients);
+  flags.AddSize("seed", 0, kAny, &seed);
+  flags.AddSwitch("client", &is_client);
+  flags.AddText("socket", &client.socket);
+  flags.AddSize("number", 0, kAny, &number);
+  flags.AddText("manner", &manner);
+  flags.AddInteger("tally", 0, 1'000'000, &client.tally);
+  const auto arguments = flags.Parse(argc, argv);
+  if (!arguments.ok()) {
+    return Fail(kUsage, absl::StrCat(arguments.status().message(),
+                                     " 'soak --help' says more."));
+  }
+  if (help) {
+    std::fputs(kHelp, stdout);
+    return EXIT_SUCCESS;
+  }
+  if (is_client) {
+    client.number = static_cast<int64_t>(number);
+    client.seed = seed;
+    return Client(client, manner);
+  }
+
+  int seconds = 0;
+  if (arguments->size() != 1 ||
+      !absl::SimpleAtoi(arguments->front(), &seconds) || seconds < 1 ||
+      seconds > kMostSeconds) {
+    return Fail(kUsage,
+                absl::StrCat("Say for how many seconds, 1 to ", kMostSeconds,
+                             ". 'soak --help' says more."));
+  }
+  HostOptions options;
+  options.program = "/proc/self/exe";
+  options.clients = static_cast<size_t>(clients);
+  options.seed = seed;
+  options.duration = std::chrono::seconds(seconds);
+  options.patience = kPatience;
+  return Host(options);
+}
+
+}  // namespace
+}  // namespace soak
+
+int main(int argc, char** argv) {
+  return soak::Main(argc, argv);
+}

@@ -1,0 +1,54 @@
+// What a client process of a soak does: answers for its windows and hears of
+// them, until somebody kills it or the host goes.
+//
+// Ownership: nothing outlives RunClient().
+//
+// Sequence: one thread.
+
+#ifndef TOOLS_SOAK_SOAK_CLIENT_H_
+#define TOOLS_SOAK_SOAK_CLIENT_H_
+
+#include <cstdint>
+#include <string>
+
+#include "absl/status/status.h"
+
+namespace soak {
+
+// Each client has windows of its own, which no other ever answers for.
+inline constexpr int64_t kWindowsPerClient = 4;
+
+// The window `index` of the client `number`, and whose window it is.
+constexpr int64_t WindowOf(int64_t number, int64_t index) {
+  return number * kWindowsPerClient + index;
+}
+constexpr int64_t ClientOf(int64_t window) {
+  return window / kWindowsPerClient;
+}
+
+enum class Manner {
+  // Answers most questions at once, some later and out of order, refuses a few,
+  // and calls the host now and then.
+  kLively,
+  // The same, but takes a break before each answer.
+  kSlow,
+  // Answers nothing.
+  kSilent,
+};
+
+struct ClientOptions {
+  std::string socket;
+  int64_t number = 0;
+  uint64_t seed = 0;
+  Manner manner = Manner::kLively;
+  // Of the tally shared with the host, inherited.
+  int tally = -1;
+};
+
+// Subscribes to the events and questions of all its windows and then calls
+// Focus about the first of them. Returns why the connection has ended.
+absl::Status RunClient(const ClientOptions& options);
+
+}  // namespace soak
+
+#endif  // TOOLS_SOAK_SOAK_CLIENT_H_

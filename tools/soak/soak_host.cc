@@ -1,0 +1,447 @@
+#include "tools/soak/soak_host.h"
+
+#include <malloc.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <random>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "absl/log/absl_check.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/transport/question.h"
+#include "core/common/rpc/transport/server.h"
+#include "rpc/browser/browser_window.pb.h"
+#include "tools/soak/client_process.h"
+#include "tools/soak/soak_client.h"
+#include "tools/soak/soak_service.h"
+#include "tools/soak/tally.h"
+
+namespace soak {
+namespace {
+
+using rpc::ShowContextMenu;
+using rpc::transport::QuestionOutcome;
+
+// Questions that wait for one client at a time. More than it keeps for later,
+// so that it always has one that it will answer.
+constexpr size_t kQuestionsPerClient = 32;
+
+// Of so many questions that settle, one brings about ... .
+constexpr int kSettledPerKill = 500;
+constexpr int kSettledPerStop = 100;
+constexpr int kSettledPerContinue = 100;
+constexpr int kSettledPerEvent = 4;
+
+// Of so many, one client is slow, and one question impatient.
+constexpr int kClientsPerSlowOne = 4;
+constexpr int kQuestionsPerImpatientOne = 4;
+
+uint64_t ResidentBytes() {
+  // What is free but kept for later is nobody's.
+  malloc_trim(0);
+  uint64_t total_pages = 0;
+  uint64_t resident_pages = 0;
+  std::ifstream("/proc/self/statm") >> total_pages >> resident_pages;
+  return resident_pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// A folder that is gone with this object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    path_ = std::filesystem::temp_directory_path() / "soak.XXXXXX";
+    ABSL_PCHECK(mkdtemp(path_.data()) != nullptr) << path_;
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+SharedTally MakeTally() {
+  absl::StatusOr<SharedTally> tally = SharedTally::Create();
+  ABSL_CHECK(tally.ok()) << tally.status();
+  return *std::move(tally);
+}
+
+class Host {
+ public:
+  explicit Host(const HostOptions& options);
+  Outcome Run();
+
+ private:
+  struct Client {
+    std::unique_ptr<ClientProcess> process;
+    // It has subscribed to all its windows.
+    bool ready = false;
+    size_t pending = 0;
+  };
+  // By number, which counts all that have ever been.
+  using Clients = std::map<int64_t, Client>;
+
+  // Whom a question has been put to, and what its answer must repeat.
+  struct Question {
+    int64_t client;
+    int32_t x;
+    int32_t y;
+  };
+
+  bool OneIn(int chances) {
+    return std::uniform_int_distribution(1, chances)(random_) == 1;
+  }
+  bool IsOver() const {
+    return time_is_up_ || (options_.questions && asked_all());
+  }
+  bool asked_all() const { return outcome_.asked >= *options_.questions; }
+
+  void StartClient();
+  void OnReady(int64_t window);
+  void OnClientSignal();
+  // One of those that `fits`; null when there is none.
+  template <typename Predicate>
+  Client* AnyClient(Predicate fits);
+  size_t RunningClients() const;
+
+  void ActSoon();
+  void Act();
+  void Provoke();
+  void Kill();
+  void Stop();
+  void Continue();
+  void PublishEvent();
+
+  void AskAll();
+  bool Ask(int64_t number);
+  void OnAnswer(uint64_t id, const ShowContextMenu& answer);
+  void OnEnd(uint64_t id, uint64_t& count);
+  void OnOutcome(uint64_t id,
+                 QuestionOutcome how,
+                 const ShowContextMenu& answer);
+
+  void EndAll();
+  Outcome Summary();
+
+  const HostOptions options_;
+  std::mt19937_64 random_;
+  const TemporaryFolder folder_;
+  const std::string socket_ = folder_.path() + "/socket";
+  const SharedTally tally_ = MakeTally();
+  asio::io_context loop_{1};
+  SoakService service_;
+  rpc::transport::Server server_;
+  asio::signal_set child_signals_;
+  asio::steady_timer end_timer_;
+
+  Clients clients_;
+  int64_t next_number_ = 1;
+  // Those that have not ended.
+  std::unordered_map<uint64_t, Question> pending_;
+  uint64_t next_question_ = 1;
+  // Questions that have ended since the last Act().
+  int settled_ = 0;
+  bool act_scheduled_ = false;
+  bool time_is_up_ = false;
+  Outcome outcome_;
+};
+
+Host::Host(const HostOptions& options)
+    : options_(options),
+      random_(options.seed),
+      service_([this](const BrowserId& id) { OnReady(id.value()); }),
+      server_(loop_),
+      child_signals_(loop_, SIGCHLD),
+      end_timer_(loop_) {
+  ABSL_CHECK(options.questions || options.duration) << "it would never end";
+  ABSL_CHECK_GT(options.clients, 1u) << "one has to go on when one is stopped";
+  server_.AddService(&service_);
+}
+
+Outcome Host::Run() {
+  const absl::Status listening = server_.Listen(socket_);
+  ABSL_CHECK(listening.ok()) << listening;
+  outcome_.memory_at_start = ResidentBytes();
+  OnClientSignal();
+  if (options_.duration) {
+    end_timer_.expires_after(*options_.duration);
+    end_timer_.async_wait([this](std::error_code) { time_is_up_ = true; });
+  }
+  while (clients_.size() < options_.clients)
+    StartClient();
+  while (!IsOver())
+    loop_.run_one();
+  EndAll();
+  return Summary();
+}
+
+void Host::StartClient() {
+  const int64_t number = next_number_++;
+  const bool is_slow = OneIn(kClientsPerSlowOne);
+  outcome_.clients_slow += is_slow ? 1 : 0;
+  ++outcome_.clients_started;
+  const std::vector<std::string> words = {
+      options_.program,
+      "--client",
+      absl::StrCat("--socket=", socket_),
+      absl::StrCat("--number=", number),
+      absl::StrCat("--seed=", options_.seed + static_cast<uint64_t>(number)),
+      absl::StrCat("--tally=", tally_.descriptor()),
+      absl::StrCat("--manner=", is_slow ? "slow" : "lively")};
+  const int tally = tally_.descriptor();
+  clients_[number].process = std::make_unique<ClientProcess>(
+      words, std::vector<cli::InheritedDescriptor>{{tally, tally}});
+}
+
+// A client that was killed after it had said so is not known any more.
+void Host::OnReady(int64_t window) {
+  const auto client = clients_.find(ClientOf(window));
+  if (client != clients_.end())
+    client->second.ready = true;
+  ActSoon();
+}
+
+void Host::OnClientSignal() {
+  for (const auto& [number, client] : clients_)
+    ABSL_CHECK(!client.process->HasEnded())
+        << "client " << number << " has died";
+  child_signals_.async_wait([this](std::error_code error, int) {
+    if (!error)
+      OnClientSignal();
+  });
+}
+
+template <typename Predicate>
+Host::Client* Host::AnyClient(Predicate fits) {
+  std::vector<Client*> fitting;
+  for (auto& [number, client] : clients_) {
+    if (fits(client))
+      fitting.push_back(&client);
+  }
+  if (fitting.empty())
+    return nullptr;
+  std::uniform_int_distribution<size_t> any(0, fitting.size() - 1);
+  return fitting[any(random_)];
+}
+
+// On a later turn: a question's callback must not ask about its window.
+void Host::ActSoon() {
+  if (std::exchange(act_scheduled_, true))
+    return;
+  asio::post(loop_, [this] {
+    act_scheduled_ = false;
+    Act();
+  });
+}
+
+void Host::Act() {
+  for (; settled_ > 0; --settled_)
+    Provoke();
+  AskAll();
+}
+
+void Host::Provoke() {
+  if (OneIn(kSettledPerKill))
+    Kill();
+  if (OneIn(kSettledPerStop))
+    Stop();
+  if (OneIn(kSettledPerContinue))
+    Continue();
+  if (OneIn(kSettledPerEvent))
+    PublishEvent();
+}
+
+void Host::Kill() {
+  Client* const client = AnyClient([](const Client& c) { return c.ready; });
+  if (client == nullptr)
+    return;
+  ++outcome_.kills;
+  outcome_.kills_with_questions_pending += client->pending > 0 ? 1 : 0;
+  std::erase_if(clients_, [client](const auto& entry) {
+    return &entry.second == client;
+  });
+  StartClient();
+}
+
+size_t Host::RunningClients() const {
+  size_t running = 0;
+  for (const auto& [number, client] : clients_)
+    running += client.process->stopped() ? 0 : 1;
+  return running;
+}
+
+void Host::Stop() {
+  // The rest has to bring about what happens next.
+  if (RunningClients() <= (options_.clients + 1) / 2)
+    return;
+  Client* const client = AnyClient(
+      [](const Client& c) { return c.ready && !c.process->stopped(); });
+  if (client == nullptr)
+    return;
+  ++outcome_.stops;
+  client->process->Stop();
+}
+
+void Host::Continue() {
+  Client* const client =
+      AnyClient([](const Client& c) { return c.process->stopped(); });
+  if (client == nullptr)
+    return;
+  ++outcome_.continues;
+  client->process->Continue();
+}
+
+void Host::PublishEvent() {
+  std::uniform_int_distribution<int64_t> any(0, kWindowsPerClient - 1);
+  for (const auto& [number, client] : clients_) {
+    rpc::BrowserWindowClosed event;
+    event.mutable_browser_id()->set_value(WindowOf(number, any(random_)));
+    event.set_reason(rpc::WINDOW_CLOSE_REASON_USER);
+    event.set_title("A page about nothing in particular");
+    torvane::EventStream<rpc::BrowserWindowClosed>::Publish(event.browser_id(),
+                                                            event);
+    ++outcome_.events_published;
+  }
+}
+
+void Host::AskAll() {
+  for (auto& [number, client] : clients_) {
+    while (client.ready && client.pending < kQuestionsPerClient && !IsOver()) {
+      if (!Ask(number))
+        break;
+      ++client.pending;
+    }
+  }
+}
+
+bool Host::Ask(int64_t number) {
+  std::uniform_int_distribution<int64_t> any_window(0, kWindowsPerClient - 1);
+  std::uniform_int_distribution<int32_t> any_place(0, 1'000'000);
+  const Question record = {number, any_place(random_), any_place(random_)};
+  ShowContextMenu question;
+  question.mutable_browser_id()->set_value(
+      WindowOf(number, any_window(random_)));
+  question.mutable_question()->set_x(record.x);
+  question.mutable_question()->set_y(record.y);
+  const uint64_t id = next_question_++;
+  pending_.emplace(id, record);
+  ++outcome_.asked;
+  if (options_.patience && OneIn(kQuestionsPerImpatientOne)) {
+    rpc::transport::AskWithin<ShowContextMenu>(
+        loop_, *options_.patience, question,
+        [this, id](QuestionOutcome how, const ShowContextMenu& answer) {
+          OnOutcome(id, how, answer);
+        });
+    return true;
+  }
+  const bool asked = torvane::CallbackStream<ShowContextMenu>::Ask(
+      question,
+      {.response_callback =
+           [this, id](ShowContextMenu& answer) { OnAnswer(id, answer); },
+       .error_callback =
+           [this, id](torvane::StreamCallError error) {
+             OnEnd(id, error == torvane::StreamCallError::kRemoteError
+                           ? outcome_.refused
+                           : outcome_.cancelled);
+           }});
+  // The client is going, and the host about to notice.
+  if (!asked) {
+    pending_.erase(id);
+    --outcome_.asked;
+  }
+  return asked;
+}
+
+void Host::OnAnswer(uint64_t id, const ShowContextMenu& answer) {
+  const auto question = pending_.find(id);
+  if (question != pending_.end()) {
+    const auto& repeated = answer.response().omitted_command_ids();
+    const bool fits = repeated.size() == 2 &&
+                      repeated[0] == question->second.x &&
+                      repeated[1] == question->second.y;
+    outcome_.wrong += fits ? 0 : 1;
+  }
+  OnEnd(id, outcome_.answered);
+}
+
+void Host::OnOutcome(uint64_t id,
+                     QuestionOutcome how,
+                     const ShowContextMenu& answer) {
+  switch (how) {
+    case QuestionOutcome::kAnswered:
+      return OnAnswer(id, answer);
+    case QuestionOutcome::kClientFailed:
+      return OnEnd(id, outcome_.refused);
+    case QuestionOutcome::kTooLate:
+      return OnEnd(id, outcome_.too_late);
+    case QuestionOutcome::kNobodyAnswers:
+    case QuestionOutcome::kClientLeft:
+      return OnEnd(id, outcome_.cancelled);
+  }
+}
+
+// The question has ended in the way that `count` counts.
+void Host::OnEnd(uint64_t id, uint64_t& count) {
+  const auto question = pending_.find(id);
+  if (question == pending_.end()) {
+    ++outcome_.doubled;
+    return;
+  }
+  const auto client = clients_.find(question->second.client);
+  if (client != clients_.end())
+    --client->second.pending;
+  pending_.erase(question);
+  ++count;
+  ++settled_;
+  ActSoon();
+}
+
+// When the last connection is closed, nothing is left that could end a
+// question.
+void Host::EndAll() {
+  std::error_code ignored;
+  child_signals_.cancel(ignored);
+  end_timer_.cancel();
+  clients_.clear();
+  while (server_.counters().connections_now > 0)
+    loop_.run_one();
+  while (loop_.poll() > 0) {
+  }
+}
+
+Outcome Host::Summary() {
+  outcome_.lost = pending_.size();
+  const Tally& tally = tally_.get();
+  outcome_.answers_sent = tally.answers;
+  outcome_.refusals_sent = tally.refusals;
+  outcome_.events_received = tally.events;
+  outcome_.calls_succeeded = tally.calls;
+  outcome_.calls_failed = tally.failed_calls;
+  outcome_.connections = server_.counters().connections_accepted;
+  outcome_.memory_at_end = ResidentBytes();
+  return outcome_;
+}
+
+}  // namespace
+
+Outcome RunHost(const HostOptions& options) {
+  return Host(options).Run();
+}
+
+}  // namespace soak
