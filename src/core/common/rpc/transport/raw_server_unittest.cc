@@ -117,6 +117,36 @@ TEST_F(BadServer, WhatItSaidLastIsReadAlthoughWritingFails) {
             absl::ResourceExhaustedError("too much"));
 }
 
+TEST_F(BadServer, AReplyThatComesWithTheGoodbyeIsTheOutcomeOfItsCall) {
+  TextCall failing;
+  TextCall unanswered;
+  call.Start(*server.client, &Lab_Stub::Echo, "x");
+  failing.Start(*server.client, &Lab_Stub::Echo, "y");
+  unanswered.Start(*server.client, &Lab_Stub::Echo, "z");
+  std::string bytes;
+  const auto append = [&bytes](FrameKind kind, const auto& body) {
+    AppendFrame(kind, body, FrameSize(body), &bytes);
+  };
+  ReplyFrame reply;
+  reply.set_call_id(1);
+  append(Frame::kReply, reply);
+  reply.set_call_id(2);
+  reply.mutable_status()->set_code(5);
+  reply.mutable_status()->set_text("no such thing");
+  append(Frame::kReply, reply);
+  GoodbyeFrame goodbye;
+  goodbye.mutable_status()->set_code(14);
+  goodbye.mutable_status()->set_text("stopping");
+  append(Frame::kGoodbye, goodbye);
+  server.peer.SendBytes(bytes);
+
+  Run([&] { return unanswered.over(); });
+  EXPECT_TRUE(call.controller.status().ok()) << call.controller.status();
+  EXPECT_EQ(failing.controller.status(), absl::NotFoundError("no such thing"));
+  EXPECT_EQ(unanswered.controller.status(), absl::UnavailableError("stopping"));
+  EXPECT_EQ(server.client->status(), absl::UnavailableError("stopping"));
+}
+
 TEST_F(BadServer, OneThatDiesFailsWhatIsInFlight) {
   call.Start(*server.client, &Lab_Stub::Echo, "x");
   server.peer.Close();
