@@ -118,11 +118,12 @@ absl::Status Connection::HandleFrames() {
 
 // A client never pauses: if both sides did, each could wait for the other.
 bool Connection::MustPause() {
-  if (side_ == Side::kClient || outbox_bytes() <= limits_.busy_outbox_bytes) {
+  if (side_ == Side::kClient ||
+      outbox_.reply_bytes() <= limits_.busy_outbox_bytes) {
     return false;
   }
   Write();
-  paused_ = outbox_bytes() > limits_.busy_outbox_bytes;
+  paused_ = outbox_.reply_bytes() > limits_.busy_outbox_bytes;
   counters_->limit_hits.busy_outbox_bytes += paused_ ? 1 : 0;
   return paused_;
 }
@@ -215,7 +216,8 @@ void Connection::OnWritable() {
     return;
   }
   Write();
-  if (is_open() && paused_ && outbox_bytes() <= limits_.busy_outbox_bytes / 2) {
+  if (is_open() && paused_ &&
+      outbox_.reply_bytes() <= limits_.busy_outbox_bytes / 2) {
     paused_ = false;
     HandleInput();
   }

@@ -32,9 +32,11 @@ struct Limits {
   // up has stopped reading; its connection is closed rather than let it grow.
   size_t max_outbox_bytes = 16 << 20;
 
-  // Bytes waiting for a client above which the server reads no more from it,
-  // until half of them are written: a client that sends calls faster than it
-  // takes replies is slowed down instead of closed.
+  // Bytes of replies waiting for a client above which the server reads no more
+  // from it, until half of them are written: a client that sends calls faster
+  // than it takes replies is slowed down instead of closed. Events and
+  // questions don't count: they do not come of reading, and answers must not
+  // wait for them.
   size_t busy_outbox_bytes = 1 << 20;
 
   // Connections of one server. Each holds a descriptor, of which a process has

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace rpc::transport {
 namespace {
@@ -16,49 +17,56 @@ constexpr size_t kLargeFrameBytes = Outbox::kChunkBytes / 4;
 void Outbox::Append(FrameKind kind,
                     const google::protobuf::MessageLite& body,
                     size_t frame_size) {
-  std::string& chunk = ChunkFor(frame_size + kMaxLengthBytes);
-  const size_t before = chunk.size();
-  AppendFrame(kind, body, frame_size, &chunk);
-  bytes_ += chunk.size() - before;
+  Chunk& chunk = ChunkFor(frame_size + kMaxLengthBytes);
+  const size_t before = chunk.bytes.size();
+  AppendFrame(kind, body, frame_size, &chunk.bytes);
+  const size_t added = chunk.bytes.size() - before;
+  bytes_ += added;
+  if (kind != Frame::kStreamData) {
+    chunk.reply_bytes += added;
+    reply_bytes_ += added;
+  }
 }
 
 // A chunk with room for `size` bytes. Memory doubles up to the size of a chunk;
 // what is larger gets what it needs.
-std::string& Outbox::ChunkFor(size_t size) {
+Outbox::Chunk& Outbox::ChunkFor(size_t size) {
   const bool is_large = size > kLargeFrameBytes;
   if (chunks_.empty() ||
-      (!chunks_.back().empty() &&
-       (is_large || chunks_.back().size() + size > kChunkBytes))) {
+      (!chunks_.back().bytes.empty() &&
+       (is_large || chunks_.back().bytes.size() + size > kChunkBytes))) {
     chunks_.emplace_back();
   }
-  std::string& chunk = chunks_.back();
-  const size_t needed = chunk.size() + size;
-  if (needed > chunk.capacity()) {
-    chunk.reserve(is_large ? needed
+  std::string& bytes = chunks_.back().bytes;
+  const size_t needed = bytes.size() + size;
+  if (needed > bytes.capacity()) {
+    bytes.reserve(is_large ? needed
                            : std::bit_ceil(std::max(needed, kFirstBytes)));
   }
-  return chunk;
+  return chunks_.back();
 }
 
 std::string_view Outbox::Front() const {
   if (bytes_ == 0) {
     return {};
   }
-  return std::string_view(chunks_.front()).substr(written_);
+  return std::string_view(chunks_.front().bytes).substr(written_);
 }
 
 void Outbox::Written(size_t size) {
   written_ += size;
   bytes_ -= size;
-  if (written_ < chunks_.front().size()) {
+  Chunk& chunk = chunks_.front();
+  if (written_ < chunk.bytes.size()) {
     return;
   }
   written_ = 0;
+  reply_bytes_ -= std::exchange(chunk.reply_bytes, 0);
   // The last one is kept for the next frames.
-  if (chunks_.size() > 1 || chunks_.front().capacity() > kChunkBytes) {
+  if (chunks_.size() > 1 || chunk.bytes.capacity() > kChunkBytes) {
     chunks_.pop_front();
   } else {
-    chunks_.front().clear();
+    chunk.bytes.clear();
   }
 }
 
@@ -66,13 +74,14 @@ void Outbox::DropUnbegun() {
   if (bytes_ == 0) {
     return;
   }
-  std::string& first = chunks_.front();
+  std::string& first = chunks_.front().bytes;
   size_t begun = 0;
   while (begun < written_) {
     begun += FirstFrameBytes(std::string_view(first).substr(begun));
   }
   first.resize(begun);
   chunks_.resize(1);
+  reply_bytes_ = chunks_.front().reply_bytes;
   bytes_ = begun - written_;
   if (bytes_ == 0) {
     Clear();
@@ -83,6 +92,7 @@ void Outbox::Clear() {
   chunks_.clear();
   written_ = 0;
   bytes_ = 0;
+  reply_bytes_ = 0;
 }
 
 }  // namespace rpc::transport

@@ -43,6 +43,10 @@ class Outbox {
   // Bytes that wait.
   size_t bytes() const { return bytes_; }
 
+  // Bytes among them that the peer has asked for by what it sent, which is all
+  // but stream data; of a chunk that is being written, all count.
+  size_t reply_bytes() const { return reply_bytes_; }
+
   // What to write next; empty when nothing waits.
   std::string_view Front() const;
 
@@ -56,13 +60,19 @@ class Outbox {
   void Clear();
 
  private:
-  std::string& ChunkFor(size_t size);
+  struct Chunk {
+    std::string bytes;
+    size_t reply_bytes = 0;
+  };
+
+  Chunk& ChunkFor(size_t size);
 
   // The last one may be empty.
-  std::deque<std::string> chunks_;
+  std::deque<Chunk> chunks_;
   // Bytes of the first chunk that have been written.
   size_t written_ = 0;
   size_t bytes_ = 0;
+  size_t reply_bytes_ = 0;
 };
 
 }  // namespace rpc::transport

@@ -147,5 +147,30 @@ TEST_F(OutboxTest, KeepsTheRestOfALargeFrame) {
   EXPECT_EQ(Texts(), (TextList{std::string(300'000, 'x'), "goodbye"}));
 }
 
+TEST_F(OutboxTest, CountsRepliesAndNotStreamData) {
+  GoodbyeFrame body;
+  outbox.Append(Frame::kStreamData, body, FrameSize(body));
+  EXPECT_GT(outbox.bytes(), 0u);
+  EXPECT_EQ(outbox.reply_bytes(), 0u);
+  const size_t data = outbox.bytes();
+  outbox.Append(Frame::kReply, body, FrameSize(body));
+  EXPECT_EQ(outbox.reply_bytes(), outbox.bytes() - data);
+  Write(outbox.bytes());
+  EXPECT_EQ(outbox.reply_bytes(), 0u);
+}
+
+TEST_F(OutboxTest, CountsRepliesOfAChunkUntilItIsWritten) {
+  Append(std::string(300'000, 'x'));
+  const size_t first = outbox.bytes();
+  Append("second");
+  EXPECT_EQ(outbox.reply_bytes(), outbox.bytes());
+  Write(first - 1);
+  EXPECT_EQ(outbox.reply_bytes(), first + outbox.bytes() - 1);
+  Write(1);
+  EXPECT_EQ(outbox.reply_bytes(), outbox.bytes());
+  outbox.DropUnbegun();
+  EXPECT_EQ(outbox.reply_bytes(), 0u);
+}
+
 }  // namespace
 }  // namespace rpc::transport

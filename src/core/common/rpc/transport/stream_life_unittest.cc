@@ -160,6 +160,17 @@ TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
   EXPECT_EQ(TakeLog(), Log{"2 next new"});
 }
 
+TEST_F(StreamLife, AStreamThatWasNeverOpenedIsIgnored) {
+  Serve();
+  Open(7);
+  SendData({8, 7}, "a");
+  SendError(8, "b");
+  End(8);
+  EXPECT_EQ(TakeLog(), Log{"1 next a"});
+  EXPECT_EQ(counters().protocol_violations, 0u);
+  EXPECT_EQ(counters().streams_now, 1u);
+}
+
 TEST_F(StreamLife, AStreamThatHasCompletedOutOfTurnIsFedNoMore) {
   Serve();
   Open(7);

@@ -1,7 +1,11 @@
 // Unary calls end to end, client and server on one loop.
 
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -133,6 +137,65 @@ TEST(UnaryCall, ARequestThatDoesNotParseIsRefusedByItsType) {
   EXPECT_EQ(reply->reply().status().text(),
             "the request of lab.Lab.Echo does not parse as a lab.Text");
   EXPECT_EQ(lab.server->counters().calls_refused, 1u);
+}
+
+// So many groups, one within the other, in a field that nobody knows.
+std::string NestedGroups(size_t depth) {
+  constexpr char kStart = (15 << 3) | 3;
+  constexpr char kEnd = (15 << 3) | 4;
+  return std::string(depth, kStart) + std::string(depth, kEnd);
+}
+
+TEST(UnaryCall, ARequestThatIsNestedTooDeeplyIsRefused) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  CallFrame call;
+  call.set_call_id(1);
+  call.set_method_id(peer->IdOf("Echo"));
+  call.set_request(NestedGroups(50));
+  peer->Send(Frame::kCall, call);
+  std::optional<Frame> reply = peer->Receive();
+  ASSERT_TRUE(reply && reply->has_reply());
+  EXPECT_FALSE(reply->reply().has_status());
+
+  call.set_request(NestedGroups(1'000'000));
+  peer->Send(Frame::kCall, call);
+  reply = peer->Receive();
+  ASSERT_TRUE(reply && reply->has_reply());
+  EXPECT_EQ(reply->reply().status().text(),
+            "the request of lab.Lab.Echo does not parse as a lab.Text");
+}
+
+TEST(UnaryCall, AFrameThatIsNestedTooDeeplyBreaksTheProtocol) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  const std::string body = NestedGroups(1'000'000);
+  std::string bytes;
+  {
+    google::protobuf::io::StringOutputStream output(&bytes);
+    google::protobuf::io::CodedOutputStream coded(&output);
+    coded.WriteVarint32(static_cast<uint32_t>(body.size()) + 4);
+    coded.WriteTag((Frame::kCancel << 3) | 2);
+    coded.WriteVarint32(static_cast<uint32_t>(body.size()));
+  }
+  peer->SendBytes(bytes + body);
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::InvalidArgumentError(
+                "a frame does not parse as a rpc.transport.CancelFrame"));
+}
+
+TEST(UnaryCall, HalfAFrameAndThenSilenceHoldsUpNobody) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  // Says that four million bytes will come, and sends a few.
+  peer->SendBytes("\x80\x92\xf4\x01\x1a and so on");
+  lab.RunReady();
+  const auto client = lab.NewClient();
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "x").value(), "x");
+  EXPECT_EQ(lab.server->counters().connections_now, 2u);
+  peer->Close();
+  lab.RunUntil([&] { return lab.server->counters().connections_now == 1; });
+  EXPECT_EQ(lab.server->counters().protocol_violations, 0u);
 }
 
 TEST(UnaryCall, AnUnknownMethodIdIsAnsweredToTheCallAlone) {
