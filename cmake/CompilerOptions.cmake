@@ -44,3 +44,18 @@ elseif(TORVANE_SANITIZER)
   message(FATAL_ERROR "TORVANE_SANITIZER is '${TORVANE_SANITIZER}': "
                       "expected empty, address or thread")
 endif()
+
+option(TORVANE_FUZZING "Build fuzzers that make inputs of their own; needs Clang" OFF)
+if(TORVANE_FUZZING)
+  target_compile_options(torvane_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+option(TORVANE_COVERAGE "Count how often each line runs; needs Clang" OFF)
+if(TORVANE_COVERAGE)
+  # The counters are relocatable, for LLVM to map them to the file that they
+  # belong in: what a process counts is kept however it ends.
+  target_compile_options(torvane_options INTERFACE
+    -fprofile-instr-generate -fcoverage-mapping
+    "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate=${PROJECT_BINARY_DIR}/unnamed.profraw)
+endif()

@@ -1,0 +1,55 @@
+# torvane_add_fuzzer(<name> LABEL <label> SEEDS <glob>... [SOURCES <file>...]
+#                    [MUTATOR <file>] [DICTIONARY <file>] [LIBS <target>...])
+#
+# A libFuzzer program. SOURCES defaults to <name>.cc. Its inputs are the files
+# that SEEDS names and those of testdata/regressions/<name>, which have once
+# found a fault.
+#
+# Where TORVANE_FUZZING is on, as in the preset fuzz, it makes inputs of its own,
+# with the help of MUTATOR and DICTIONARY, and the target "fuzzers" builds all;
+# scripts/fuzz runs them. In every other build it is a test program with a test
+# for each input, so that no fault comes back.
+set(TORVANE_FUZZER_DIR ${PROJECT_BINARY_DIR}/fuzzers)
+set(TORVANE_FUZZING_DIR ${PROJECT_SOURCE_DIR}/src/core/common/rpc/testing)
+add_custom_target(fuzzers)
+
+function(torvane_add_fuzzer name)
+  if(NOT BUILD_TESTING)
+    return()
+  endif()
+  cmake_parse_arguments(arg "" "LABEL;MUTATOR;DICTIONARY" "SEEDS;SOURCES;LIBS" ${ARGN})
+  if(NOT arg_SOURCES)
+    set(arg_SOURCES ${name}.cc)
+  endif()
+  file(GLOB inputs CONFIGURE_DEPENDS ${arg_SEEDS} testdata/regressions/${name}/*)
+  if(NOT inputs)
+    message(FATAL_ERROR "torvane_add_fuzzer(${name}): no file is named by SEEDS")
+  endif()
+  # As -seed_inputs of libFuzzer takes it.
+  list(JOIN inputs "," joined_inputs)
+  file(CONFIGURE OUTPUT ${TORVANE_FUZZER_DIR}/${name}.inputs
+       CONTENT "${joined_inputs}" @ONLY)
+
+  if(TORVANE_FUZZING)
+    add_executable(${name}
+      ${arg_SOURCES} ${arg_MUTATOR} ${TORVANE_FUZZING_DIR}/fuzzer_init.cc)
+    target_link_libraries(${name} PRIVATE
+      torvane_options ${arg_LIBS} torvane_base GTest::gmock GTest::gtest
+      torvane_leak_suppressions)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    if(arg_DICTIONARY)
+      configure_file(${arg_DICTIONARY} ${TORVANE_FUZZER_DIR}/${name}.dict COPYONLY)
+    endif()
+    add_dependencies(fuzzers ${name})
+  else()
+    torvane_add_test(${name} LABEL ${arg_LABEL}
+      SOURCES ${arg_SOURCES} ${TORVANE_FUZZING_DIR}/fuzzer_replay.cc
+      LIBS ${arg_LIBS} torvane_base)
+    target_compile_definitions(${name} PRIVATE
+      FUZZER_NAME="${name}"
+      FUZZER_INPUTS="${TORVANE_FUZZER_DIR}/${name}.inputs")
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS "${inputs}")
+  endif()
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${TORVANE_FUZZER_DIR})
+endfunction()

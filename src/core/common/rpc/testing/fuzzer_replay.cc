@@ -1,0 +1,53 @@
+// Runs a fuzzer over the inputs that are kept beside it, one test for each.
+
+#include <google/protobuf/stubs/logging.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <string>
+
+#include "base/logging.h"
+#include "core/common/rpc/testing/fuzzer.h"
+
+namespace {
+
+class Replay final : public testing::Test {
+ public:
+  explicit Replay(std::string path) : path_(std::move(path)) {}
+
+  void TestBody() override {
+    std::ifstream file(path_, std::ios::binary);
+    ASSERT_TRUE(file) << path_ << " cannot be read";
+    const std::string input(std::istreambuf_iterator<char>(file), {});
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()),
+                           input.size());
+  }
+
+ private:
+  const std::string path_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  logging::SetMinLogLevel(logging::LOGGING_FATAL);
+  google::protobuf::SetLogHandler(nullptr);
+
+  std::ifstream inputs(FUZZER_INPUTS);
+  bool any = false;
+  for (std::string path; std::getline(inputs, path, ','); any = true) {
+    const std::string name = std::filesystem::path(path).filename();
+    testing::RegisterTest(
+        FUZZER_NAME, name.c_str(), nullptr, nullptr, path.c_str(), 1,
+        [path]() -> testing::Test* { return new Replay(path); });
+  }
+  if (!any) {
+    std::cerr << FUZZER_INPUTS << " names no input\n";
+    return 1;
+  }
+  return RUN_ALL_TESTS();
+}
