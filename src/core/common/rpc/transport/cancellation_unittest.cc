@@ -101,6 +101,18 @@ TEST_F(Cancellation, TwiceIsOnce) {
   Complete();
 }
 
+TEST_F(Cancellation, OfACallThatWasNeverSentIsNotSentEither) {
+  call.controller.set_timeout(milliseconds(0));
+  call.Start(*client, &Lab_Stub::Echo, "x");
+  const uint64_t frames = client->counters().frames_written;
+  call.controller.StartCancel();
+  lab.RunReady();
+  EXPECT_EQ(client->counters().frames_written, frames);
+  EXPECT_EQ(call.done.runs, 1);
+  EXPECT_EQ(call.controller.status(),
+            absl::DeadlineExceededError("no time was left for the call"));
+}
+
 TEST_F(Cancellation, OfACallThatTheClientHasForgottenIsNoViolation) {
   const auto peer = lab.NewPeer();
   CancelFrame cancel;

@@ -254,6 +254,10 @@ void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
 }
 
 void ClientCore::CancelCall(uint64_t id) {
+  // It may never have been sent.
+  if (calls_.at(id).given_up) {
+    return;
+  }
   AppendCancel(id);
   GiveUp(id, absl::CancelledError("the caller has cancelled it"));
 }
