@@ -1,14 +1,21 @@
-// Runs a model test: many random steps, and a comparison after each.
+// Runs a model test: many steps, and a comparison after each.
+//
+// A Model is constructed from a Choice and has Step() and Check(), which report
+// through GoogleTest's assertions.
 
 #ifndef CORE_COMMON_RPC_TESTING_MODEL_RUN_H_
 #define CORE_COMMON_RPC_TESTING_MODEL_RUN_H_
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <random>
+#include <span>
+
+#include "core/common/rpc/testing/choice.h"
 
 namespace torvane {
 
@@ -24,15 +31,29 @@ inline uint32_t ModelSeed() {
   return seed;
 }
 
-// Model is constructed from the seed and has Step() and Check(), which report
-// through GoogleTest's assertions.
+// Chooses at random.
 template <typename Model>
 void RunModel() {
-  Model model(ModelSeed());
+  std::mt19937 random(ModelSeed());
+  Model model([&random](int n) {
+    return std::uniform_int_distribution<int>(0, n - 1)(random);
+  });
   for (int step = 0; step < kModelSteps; ++step) {
     model.Step();
     model.Check();
     ASSERT_FALSE(testing::Test::HasFailure()) << "at step " << step;
+  }
+}
+
+// Each byte is a choice, and the last step the one in which they run out.
+template <typename Model>
+void RunModelOn(std::span<const uint8_t> choices) {
+  size_t made = 0;
+  Model model(
+      [&](int n) { return made < choices.size() ? choices[made++] % n : 0; });
+  while (made < choices.size()) {
+    model.Step();
+    model.Check();
   }
 }
 

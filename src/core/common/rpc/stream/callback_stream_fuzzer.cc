@@ -1,0 +1,11 @@
+// Operations on callback streams that the input chooses, held against the model
+// after each.
+
+#include "core/common/rpc/stream/callback_stream_model.h"
+#include "core/common/rpc/testing/fuzzer.h"
+#include "core/common/rpc/testing/model_run.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  torvane::RunModelOn<torvane::CallbackStreamModel>({data, size});
+  return 0;
+}
