@@ -37,12 +37,14 @@ Flags:
   --json             'status' only: prints a line of JSON
   --help             prints this
 
-'answer' takes a method of the kind 'callback stream' (see 'windowctl methods').
-It prints each question as a line of JSON, in the host's message of that method.
-An answer is the JSON of the field 'response' of that message. Without --with
-and --exec the answers are read from standard input, a line for each question,
-in order; the end of the input ends 'answer'. A question without a usable answer
-is refused, which the host hears at once.
+'answer' takes a method of the kind 'callback stream'; 'methods' lists them. It
+prints each question as a line of JSON, the method's message. An answer is the
+JSON of the message's field 'response': for OnCloseWindow {"allowed": true}, for
+OnCanExecuteCommand the same, for OnShowContextMenu {"handled": true} or
+{"omittedCommandIds": [1, 2]}. Without --with and --exec, the answers are read
+from standard input, the next line for each question; 'answer' ends when the
+input has ended and is used up. A question without a usable answer is refused,
+and the fault said on standard error.
 
 Examples:
   windowctl call Maximize '{"value": 1}'
