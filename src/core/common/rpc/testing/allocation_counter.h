@@ -12,6 +12,8 @@ struct AllocationCounts {
   size_t allocations = 0;
   size_t unsized_deletes = 0;
   size_t sized_deletes = 0;
+  // What the blocks allocated and not freed take, as far as the allocator says.
+  size_t live_bytes = 0;
 
   // Blocks allocated and not freed.
   ptrdiff_t live() const {

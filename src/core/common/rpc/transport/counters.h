@@ -79,7 +79,7 @@ struct Counters {
   uint64_t streams_refused = 0;
   uint64_t subscriptions_now = 0;
 
-  // What went over the sockets.
+  // What went over the sockets; frames count as written when taken for that.
   uint64_t frames_read = 0;
   uint64_t frames_written = 0;
   uint64_t bytes_read = 0;

@@ -1,10 +1,10 @@
 // Every number that the transport promises to keep, with its unit and reason.
 //
-// Each limit has a counter of the same name that says how often it has bitten
-// (LimitHits in counters.h). Who is refused something, or closed, gets a status
-// whose text names the limit and its value; busy_outbox_bytes and accept_pause
-// refuse nothing, they only slow down. All can be set per server or client; the
-// defaults suit a desktop.
+// Each limit has a counter of the same name (LimitHits in counters.h). Who is
+// refused something, or closed, gets a status that names the limit and its
+// value; not so for max_questions, where the asker hears that nobody answers.
+// goodbye_timeout, busy_outbox_bytes and accept_pause refuse nothing. All can
+// be set per server or client; the defaults suit a desktop.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_LIMITS_H_
 #define CORE_COMMON_RPC_TRANSPORT_LIMITS_H_

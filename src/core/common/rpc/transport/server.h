@@ -76,8 +76,9 @@ class Server {
   // Serves a connected socket, such as one end of a socket pair.
   void Adopt(asio::local::stream_protocol::socket socket);
 
-  // Stops listening, removes the socket file, tells every client goodbye and
-  // closes its connection on the next turn of the loop.
+  // Stops listening, removes the socket file, says goodbye and closes all on
+  // the next turn. A client that does not read keeps the loop for
+  // goodbye_timeout.
   void Stop();
 
   const Counters& counters() const;

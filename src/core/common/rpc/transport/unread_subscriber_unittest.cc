@@ -8,7 +8,6 @@
 // events.
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,18 +24,10 @@
 #include <vector>
 
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/allocation_counter.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/lab.h"
 #include "core/common/rpc/transport/unix_socket.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TORVANE_SANITIZED 1
-#endif
-#endif
-#ifdef TORVANE_SANITIZED
-#include <sanitizer/allocator_interface.h>
-#endif
 
 namespace rpc::transport {
 namespace {
@@ -56,15 +47,6 @@ constexpr int64_t kEventsPerRound = 10;
 // What a growing outbox may take in addition: the chunk that it is filling, and
 // what an allocator keeps for itself.
 constexpr size_t kSlackBytes = 128 << 10;
-
-size_t AllocatedBytes() {
-#ifdef TORVANE_SANITIZED
-  return __sanitizer_get_current_allocated_bytes();
-#else
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-#endif
-}
 
 int64_t EventCount() {
   const char* const count = std::getenv("UNREAD_SUBSCRIBER_EVENTS");
@@ -101,7 +83,8 @@ class HostService final : public lab::LabRpc {
             google::protobuf::Closure* done) override {
     const Counters& counters = server->counters();
     if (request->text() == "allocated bytes") {
-      response->set_text(std::to_string(AllocatedBytes()));
+      response->set_text(
+          std::to_string(torvane::CountAllocations().live_bytes));
     } else if (request->text() == "subscriptions") {
       response->set_text(std::to_string(counters.subscriptions_now));
     } else if (request->text() == "outboxes full") {
