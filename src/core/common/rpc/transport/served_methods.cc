@@ -6,7 +6,6 @@ namespace rpc::transport {
 namespace {
 
 using google::protobuf::Descriptor;
-using google::protobuf::FieldDescriptor;
 using google::protobuf::MethodDescriptor;
 
 ServedMethod Describe(torvane::Service* service,
