@@ -52,10 +52,11 @@ endif()
 
 option(TORVANE_COVERAGE "Count how often each line runs; needs Clang" OFF)
 if(TORVANE_COVERAGE)
+  set(profile_flag -fprofile-instr-generate=${PROJECT_BINARY_DIR}/unnamed.profraw)
   # The counters are relocatable, for LLVM to map them to the file that they
   # belong in: what a process counts is kept however it ends.
   target_compile_options(torvane_options INTERFACE
-    -fprofile-instr-generate -fcoverage-mapping
+    ${profile_flag} -fcoverage-mapping
     "SHELL:-mllvm -runtime-counter-relocation")
-  add_link_options(-fprofile-instr-generate=${PROJECT_BINARY_DIR}/unnamed.profraw)
+  add_link_options(${profile_flag})
 endif()
