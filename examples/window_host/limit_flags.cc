@@ -45,6 +45,8 @@ constexpr SizeFlag kSizeFlags[] = {
      "open streams of one client"},
     {"max-subscriptions", &Limits::max_subscriptions, 1, kMostThings,
      "windows that one client hears of or answers for"},
+    {"max-subscription-bytes", &Limits::max_subscription_bytes, 1, kMostBytes,
+     "bytes of a message that subscribes"},
     {"max-questions", &Limits::max_questions, 1, kMostThings,
      "questions that wait for one client"},
 };

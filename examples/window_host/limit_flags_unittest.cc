@@ -36,8 +36,8 @@ TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
       Parse({"--max-frame-bytes=8192", "--max-outbox-bytes=1025",
              "--busy-outbox-bytes=1026", "--max-connections=1", "--max-calls=2",
              "--max-streams=3", "--max-subscriptions=4", "--max-questions=5",
-             "--handshake-timeout=0.006", "--goodbye-timeout=0.007",
-             "--accept-pause=0.008"})
+             "--max-subscription-bytes=9", "--handshake-timeout=0.006",
+             "--goodbye-timeout=0.007", "--accept-pause=0.008"})
           .ok());
   EXPECT_EQ(8192u, limits_.max_frame_bytes);
   EXPECT_EQ(1025u, limits_.max_outbox_bytes);
@@ -46,6 +46,7 @@ TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
   EXPECT_EQ(2u, limits_.max_calls);
   EXPECT_EQ(3u, limits_.max_streams);
   EXPECT_EQ(4u, limits_.max_subscriptions);
+  EXPECT_EQ(9u, limits_.max_subscription_bytes);
   EXPECT_EQ(5u, limits_.max_questions);
   EXPECT_EQ(milliseconds(6), limits_.handshake_timeout);
   EXPECT_EQ(milliseconds(7), limits_.goodbye_timeout);

@@ -7,15 +7,20 @@
 #include <string>
 #include <vector>
 
-#include "lab.pb.h"
+#include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
 namespace {
 
-using google::protobuf::MethodDescriptor;
-
-const MethodDescriptor& Method(const std::string& name) {
-  return *lab::Lab::descriptor()->FindMethodByName(name);
+const ServedMethod& Method(const std::string& name) {
+  static LabService service;
+  static const ServedMethods methods = [] {
+    ServedMethods made;
+    made.Add(&service);
+    return made;
+  }();
+  return *methods.Find(static_cast<uint32_t>(
+      lab::Lab::descriptor()->FindMethodByName(name)->index()));
 }
 
 lab::Decision About(int64_t window) {
@@ -41,15 +46,22 @@ class AskedQuestionsTest : public ::testing::Test {
   void Answer(int64_t call_id, int64_t window) {
     lab::Decision answer = About(window);
     answer.mutable_response()->set_text("it may");
-    questions->OnData(Message(answer, call_id));
+    Receive(Message(answer, call_id));
   }
   void Refuse(int64_t call_id, int64_t window) {
-    questions->OnError(Message(About(window), call_id));
+    questions->OnError(
+        ReadWindowMessage(Method("Decide"), Message(About(window), call_id)),
+        call_id);
   }
   void Subscribe(int64_t window, bool subscribe, int64_t call_id = 0) {
     lab::Decision subscription = About(window);
     subscription.set_subscribe(subscribe);
-    questions->OnData(Message(subscription, call_id));
+    Receive(Message(subscription, call_id));
+  }
+
+  void Receive(const StreamMessage& message) {
+    questions->OnData(ReadWindowMessage(Method("Decide"), message),
+                      message.call_id());
   }
 
   ConnectionReport Report() const {
@@ -136,14 +148,31 @@ TEST_F(AskedQuestionsTest, AreReadAsFarAsTheFrameParses) {
   answer.mutable_response();
   StreamMessage message = Message(answer, 1);
   // The length of a field that does not come.
-  message.mutable_payload()->append("\x1a\x7f");
-  questions->OnData(message);
+  message.mutable_payload()->append("\x9a\x06\x7f");
+  Receive(message);
   EXPECT_EQ(Windows(), WindowList());
 
   Ask(2, 0);
   message.set_payload("\xff");
-  questions->OnData(message);
+  Receive(message);
   EXPECT_EQ(Windows(), WindowList{0});
+}
+
+// For the stream, such an answer names another window, or none.
+TEST_F(AskedQuestionsTest, StayPendingWhereTheStreamFindsNoneForTheAnswer) {
+  Ask(1, 7);
+  lab::Decision answer = About(7);
+  answer.mutable_response();
+  BrowserId& window = *answer.mutable_browser_id();
+  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(99, 1);
+  Receive(Message(answer, 1));
+  EXPECT_EQ(Windows(), WindowList{7});
+
+  // The response breaks off before the window.
+  StreamMessage message = Message(About(7), 1);
+  message.set_payload(std::string("\x22\x01\xff") + message.payload());
+  Receive(message);
+  EXPECT_EQ(Windows(), WindowList{7});
 }
 
 TEST_F(AskedQuestionsTest, AreReadWithTheLastOfSeveralValues) {
@@ -152,7 +181,7 @@ TEST_F(AskedQuestionsTest, AreReadWithTheLastOfSeveralValues) {
   answer.mutable_response();
   StreamMessage message = Message(About(8), 1);
   message.mutable_payload()->append(answer.SerializeAsString());
-  questions->OnData(message);
+  Receive(message);
   EXPECT_EQ(Windows(), WindowList());
 
   Ask(2, 7);
@@ -161,7 +190,7 @@ TEST_F(AskedQuestionsTest, AreReadWithTheLastOfSeveralValues) {
   message = Message(subscription, 2);
   subscription.set_subscribe(true);
   message.mutable_payload()->append(subscription.SerializeAsString());
-  questions->OnData(message);
+  Receive(message);
   EXPECT_EQ(Windows(), WindowList{7});
 }
 

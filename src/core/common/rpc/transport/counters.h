@@ -28,10 +28,11 @@ struct LimitHits {
   uint64_t max_calls = 0;          // calls refused
   uint64_t max_streams = 0;        // streams refused
   uint64_t max_subscriptions = 0;  // streams ended
-  uint64_t max_questions = 0;      // questions not asked
-  uint64_t handshake_timeout = 0;  // connections closed
-  uint64_t goodbye_timeout = 0;    // goodbyes that have not left
-  uint64_t accept_pause = 0;       // pauses made
+  uint64_t max_subscription_bytes = 0;  // streams ended
+  uint64_t max_questions = 0;           // questions not asked
+  uint64_t handshake_timeout = 0;       // connections closed
+  uint64_t goodbye_timeout = 0;         // goodbyes that have not left
+  uint64_t accept_pause = 0;            // pauses made
 };
 
 struct NamedLimit {
@@ -48,6 +49,7 @@ inline constexpr NamedLimit kNamedLimits[] = {
     {"max_calls", &LimitHits::max_calls},
     {"max_streams", &LimitHits::max_streams},
     {"max_subscriptions", &LimitHits::max_subscriptions},
+    {"max_subscription_bytes", &LimitHits::max_subscription_bytes},
     {"max_questions", &LimitHits::max_questions},
     {"handshake_timeout", &LimitHits::handshake_timeout},
     {"goodbye_timeout", &LimitHits::goodbye_timeout},

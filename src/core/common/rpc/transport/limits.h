@@ -55,6 +55,10 @@ struct Limits {
   // windows that they answer for. A desktop has hundreds of windows.
   size_t max_subscriptions = 10'000;
 
+  // Bytes of a message that subscribes or unsubscribes. It holds a window's id
+  // and nothing else, and a registry keeps it; an event stream keeps the whole.
+  size_t max_subscription_bytes = 1 << 10;
+
   // Questions that wait for answers of one connection. Those that nobody waits
   // for any more count too, since only the client can end them.
   size_t max_questions = 10'000;

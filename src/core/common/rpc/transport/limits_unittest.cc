@@ -43,18 +43,18 @@ Hits HitsOf(const Counters& counters) {
 }
 
 TEST(NamedLimits, AreTheLimitsInTheirOrder) {
-  const auto& [a, b, c, d, e, f, g, h, i, j, k] = Limits();
-  static_cast<void>(std::tie(a, b, c, d, e, f, g, h, i, j, k));
+  const auto& [a, b, c, d, e, f, g, h, i, j, k, l] = Limits();
+  static_cast<void>(std::tie(a, b, c, d, e, f, g, h, i, j, k, l));
   std::vector<std::string> names;
   for (const NamedLimit& limit : kNamedLimits) {
     names.emplace_back(limit.name);
   }
-  EXPECT_THAT(
-      names,
-      ElementsAre("max_frame_bytes", "max_outbox_bytes", "busy_outbox_bytes",
-                  "max_connections", "max_calls", "max_streams",
-                  "max_subscriptions", "max_questions", "handshake_timeout",
-                  "goodbye_timeout", "accept_pause"));
+  EXPECT_THAT(names, ElementsAre("max_frame_bytes", "max_outbox_bytes",
+                                 "busy_outbox_bytes", "max_connections",
+                                 "max_calls", "max_streams",
+                                 "max_subscriptions", "max_subscription_bytes",
+                                 "max_questions", "handshake_timeout",
+                                 "goodbye_timeout", "accept_pause"));
 }
 
 TEST(NamedLimits, EachHasItsOwnCounter) {
@@ -70,6 +70,7 @@ TEST(NamedLimits, EachHasItsOwnCounter) {
   hits.handshake_timeout = 9;
   hits.goodbye_timeout = 10;
   hits.accept_pause = 11;
+  hits.max_subscription_bytes = 12;
   Counters counters;
   counters.limit_hits = hits;
   EXPECT_EQ(HitsOf(counters), (Hits{{"max_frame_bytes", 1},
@@ -82,7 +83,8 @@ TEST(NamedLimits, EachHasItsOwnCounter) {
                                     {"max_questions", 8},
                                     {"handshake_timeout", 9},
                                     {"goodbye_timeout", 10},
-                                    {"accept_pause", 11}}));
+                                    {"accept_pause", 11},
+                                    {"max_subscription_bytes", 12}}));
 }
 
 // A server with small limits, and a client that must notice nothing of what
@@ -390,6 +392,75 @@ TEST_F(StreamLimits, MaxSubscriptionsIsFreedWithTheConnection) {
   EXPECT_EQ(subscriptions(), 0u);
 }
 
+TEST_F(StreamLimits, MaxSubscriptionBytes) {
+  Serve({.max_subscription_bytes = 100});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1);
+  Open(*peer, 2, "Decide");
+  // A field that the receiver does not know makes up the length.
+  const auto fill = [](google::protobuf::Message& message, size_t size) {
+    google::protobuf::UnknownFieldSet& fields =
+        *message.GetReflection()->MutableUnknownFields(&message);
+    fields.AddLengthDelimited(
+        99, std::string(size - message.ByteSizeLong() - 3, 'x'));
+    EXPECT_EQ(message.ByteSizeLong(), size);
+  };
+  EventSubscription listen;
+  listen.mutable_subscribe_to()->set_value(10);
+  lab::Decision decide;
+  decide.mutable_browser_id()->set_value(10);
+  decide.set_subscribe(true);
+  fill(listen, 100);
+  fill(decide, 100);
+  SendData(*peer, 1, listen);
+  SendData(*peer, 2, decide);
+  EXPECT_EQ(subscriptions(), 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  // To unsubscribe takes no more; to answer may.
+  EventSubscription listen_no_more;
+  listen_no_more.mutable_unsubscribe_from()->set_value(10);
+  fill(listen_no_more, 101);
+  SendData(*peer, 1, listen_no_more);
+  ExpectEnd(*peer, 1,
+            "a subscription takes 101 bytes, more than max_subscription_bytes, "
+            "100");
+  lab::Decision answer;
+  answer.mutable_browser_id()->set_value(10);
+  answer.mutable_response()->set_text(std::string(200, 'x'));
+  SendData(*peer, 2, answer);
+  EXPECT_EQ(hits(), (Hits{{"max_subscription_bytes", 1}}));
+  decide.set_subscribe(false);
+  fill(decide, 201);
+  SendData(*peer, 2, decide);
+  ExpectEnd(*peer, 2,
+            "a subscription takes 201 bytes, more than max_subscription_bytes, "
+            "100");
+  EXPECT_EQ(hits(), (Hits{{"max_subscription_bytes", 2}}));
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat(
+                  "Refused a request of ", Who("raw"),
+                  ": RESOURCE_EXHAUSTED: a subscription takes 101 bytes, more "
+                  "than max_subscription_bytes, 100")));
+  ExpectBystanderIsServed();
+}
+
+// Any message on a stream of events is kept for good.
+TEST_F(StreamLimits, MaxSubscriptionBytesHoldsForEventsWhateverTheMessageSays) {
+  Serve({.max_subscription_bytes = 100});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1);
+  StreamDataFrame data;
+  data.add_stream_ids(1);
+  data.mutable_message()->set_payload(std::string(101, '\xff'));
+  peer->Send(Frame::kStreamData, data);
+  lab_->RunReady();
+  ExpectEnd(*peer, 1,
+            "a subscription takes 101 bytes, more than max_subscription_bytes, "
+            "100");
+  ExpectBystanderIsServed();
+}
+
 TEST_F(StreamLimits, MaxQuestions) {
   Serve({.max_questions = 2});
   const auto peer = lab_->NewPeer();
@@ -441,20 +512,33 @@ TEST_F(StreamLimits, MaxFrameBytesOfTheClientHoldsForEvents) {
   options.limits.max_frame_bytes = 10'000;
   const auto client = lab_->NewClient(options);
   std::vector<size_t> sizes;
+  absl::Status end;
   EventSubscriber<lab::Text> subscriber(
       *client, lab::Lab::descriptor()->FindMethodByName("Watch"),
-      [&](const lab::Text& event) { sizes.push_back(event.text().size()); });
+      [&](const lab::Text& event) { sizes.push_back(event.text().size()); },
+      [&](const absl::Status& status) { end = status; });
   BrowserId window;
   subscriber.Subscribe(window);
   lab_->RunReady();
   lab::Text event;
-  event.set_text(std::string(10'000, 'x'));
-  EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(window, event), 0u);
-  EXPECT_EQ(hits(), (Hits{{"max_frame_bytes", 1}}));
-  event.set_text("short");
+  event.set_text(std::string(9'900, 'x'));
   EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(window, event), 1u);
   lab_->RunReady();
-  EXPECT_THAT(sizes, ElementsAre(5u));
+  EXPECT_THAT(sizes, ElementsAre(9'900u));
+  EXPECT_THAT(hits(), IsEmpty());
+
+  event.set_text(std::string(9'990, 'x'));
+  EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(window, event), 0u);
+  EXPECT_EQ(hits(), (Hits{{"max_frame_bytes", 1}}));
+  lab_->RunReady();
+  EXPECT_EQ(end.code(), absl::StatusCode::kResourceExhausted);
+  EXPECT_THAT(std::string(end.message()),
+              ::testing::EndsWith(
+                  " bytes, more than the client's max_frame_bytes, 10000"));
+  EXPECT_THAT(TakeRecords(), ElementsAre(absl::StrCat(
+                                 "Refused a request of ", Who("small"),
+                                 ": RESOURCE_EXHAUSTED: ", end.message())));
+  ExpectBystanderIsServed();
 }
 
 TEST_F(StreamLimits, MaxStreams) {

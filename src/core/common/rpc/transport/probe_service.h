@@ -120,11 +120,9 @@ class ProbeTest : public ::testing::Test {
     peer->Send(Frame::kStreamOpen, open);
     RunReady();
   }
-  void SendData(const std::vector<uint64_t>& ids, const std::string& payload) {
+  void SendData(uint64_t id, const std::string& payload) {
     StreamDataFrame data;
-    for (const uint64_t id : ids) {
-      data.add_stream_ids(id);
-    }
+    data.add_stream_ids(id);
     data.mutable_message()->set_payload(payload);
     peer->Send(Frame::kStreamData, data);
     RunReady();

@@ -10,7 +10,8 @@ using google::protobuf::MethodDescriptor;
 
 ServedMethod Describe(torvane::Service* service,
                       const MethodDescriptor* method) {
-  ServedMethod served = {service, method, MethodKind::kUnary, nullptr, nullptr};
+  ServedMethod served = {service, method,  MethodKind::kUnary,
+                         nullptr, nullptr, nullptr};
   if (!method->client_streaming() && !method->server_streaming()) {
     return served;
   }
@@ -21,8 +22,9 @@ ServedMethod Describe(torvane::Service* service,
   } else if (request == method->output_type()) {
     served.browser_id = request->FindFieldByName("browser_id");
     served.subscribe = request->FindFieldByName("subscribe");
+    served.response = request->FindFieldByName("response");
   }
-  if (served.browser_id && served.subscribe) {
+  if (served.browser_id && served.subscribe && served.response) {
     served.kind = MethodKind::kQuestions;
   }
   return served;

@@ -30,6 +30,7 @@ struct ServedMethod {
   // Of a callback message; else null.
   const google::protobuf::FieldDescriptor* browser_id;
   const google::protobuf::FieldDescriptor* subscribe;
+  const google::protobuf::FieldDescriptor* response;
 
   bool streaming() const { return kind != MethodKind::kUnary; }
 };

@@ -45,7 +45,8 @@ struct ConnectionReport {
 
   std::chrono::nanoseconds age{0};
 
-  // Unary calls that have not been answered.
+  // Unary calls whose methods have not run their closures, as max_calls counts
+  // them: with those that the client has given up.
   size_t calls = 0;
   size_t streams = 0;
   size_t questions = 0;

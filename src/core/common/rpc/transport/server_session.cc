@@ -57,7 +57,7 @@ ConnectionReport ServerSession::Report() const {
   report.user = client_.process().user;
   report.name = client_.name();
   report.age = std::chrono::steady_clock::now() - start_;
-  report.calls = calls_.size();
+  report.calls = calls_.size() + *abandoned_calls_;
   report.queued_bytes = connection_->outbox_bytes();
   streams_->Report(report);
   return report;
@@ -232,10 +232,7 @@ absl::Status ServerSession::OnStreamOpen(std::string_view body) {
 
 absl::Status ServerSession::OnStreamData(std::string_view body) {
   absl::Status status = ParseBody(body, &data_frame_);
-  if (status.ok()) {
-    streams_->OnData(data_frame_);
-  }
-  return status;
+  return status.ok() ? streams_->OnData(data_frame_) : status;
 }
 
 absl::Status ServerSession::OnStreamError(std::string_view body) {

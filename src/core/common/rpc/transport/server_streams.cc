@@ -6,6 +6,7 @@
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/rpc_status.h"
+#include "core/common/rpc/transport/window_message.h"
 
 namespace rpc::transport {
 namespace {
@@ -66,7 +67,7 @@ absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
   Entry& entry = entries_[id];
   entry.id = id;
   entry.method = &method;
-  entry.questions = AskedQuestions::MakeFor(*method.descriptor, questions_);
+  entry.questions = AskedQuestions::MakeFor(method, questions_);
   entry.stream = method.service->OpenStream(
       method.descriptor,
       torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
@@ -100,35 +101,55 @@ ServerStreams::Entry* ServerStreams::FindOpen(uint64_t id) {
   return &entry->second;
 }
 
-void ServerStreams::OnData(StreamDataFrame& frame) {
-  for (const uint64_t id : frame.stream_ids()) {
-    if (Entry* entry = FindOpen(id)) {
-      Deliver(*entry, frame.mutable_message());
-    }
+absl::Status ServerStreams::OnData(StreamDataFrame& frame) {
+  // Each stream would parse the message anew, and those of events keep it.
+  if (frame.stream_ids_size() != 1) {
+    return absl::InvalidArgumentError(
+        absl::StrCat("stream_data of a client names one stream, not ",
+                     frame.stream_ids_size()));
   }
+  if (Entry* entry = FindOpen(frame.stream_ids(0))) {
+    Deliver(*entry, frame.mutable_message());
+  }
+  return absl::OkStatus();
 }
 
 void ServerStreams::Deliver(Entry& entry, StreamMessage* message) {
-  if (!subscriptions_.Note(*entry.method, *message, entry.subscriptions)) {
-    const absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
-        "max_subscriptions, ", limits_.max_subscriptions, ", are in place"));
-    client_.OnRefusal(&LimitHits::max_subscriptions, refusal);
-    End(entry, refusal);
+  const WindowMessage said = ReadWindowMessage(*entry.method, *message);
+  const bool subscribes = entry.method->kind == MethodKind::kEvents ||
+                          said.kind == WindowMessage::Kind::kSubscribe ||
+                          said.kind == WindowMessage::Kind::kUnsubscribe;
+  if (subscribes &&
+      message->payload().size() > limits_.max_subscription_bytes) {
+    EndAtLimit(entry, &LimitHits::max_subscription_bytes,
+               absl::StrCat("a subscription takes ", message->payload().size(),
+                            " bytes, more than max_subscription_bytes, ",
+                            limits_.max_subscription_bytes));
+    return;
+  }
+  if (!subscriptions_.Note(said, entry.subscriptions)) {
+    EndAtLimit(entry, &LimitHits::max_subscriptions,
+               absl::StrCat("max_subscriptions, ", limits_.max_subscriptions,
+                            ", are in place"));
     return;
   }
   if (entry.questions) {
-    entry.questions->OnData(*message);
+    entry.questions->OnData(said, message->call_id());
   }
   entry.stream->OnNext(message);
 }
 
 void ServerStreams::OnError(StreamErrorFrame& frame) {
-  if (Entry* entry = FindOpen(frame.stream_id())) {
-    if (entry->questions) {
-      entry->questions->OnError(frame.message());
-    }
-    entry->stream->OnError(frame.mutable_message());
+  Entry* entry = FindOpen(frame.stream_id());
+  if (entry == nullptr) {
+    return;
   }
+  if (entry->questions) {
+    entry->questions->OnError(
+        ReadWindowMessage(*entry->method, frame.message()),
+        frame.message().call_id());
+  }
+  entry->stream->OnError(frame.mutable_message());
 }
 
 void ServerStreams::OnEnd(const StreamEndFrame& frame) {
@@ -223,16 +244,14 @@ bool ServerStreams::Send(Entry& entry, const StreamMessage& message) {
 }
 
 // Whether the client's limits, and ours for it, let the message through.
-bool ServerStreams::MayTake(const Entry& entry,
+bool ServerStreams::MayTake(Entry& entry,
                             const StreamMessage& message,
                             size_t frame_bytes) {
   if (!connection_->Suits(frame_bytes)) {
-    client_.OnRefusal(
-        &LimitHits::max_frame_bytes,
-        absl::ResourceExhaustedError(absl::StrCat(
-            "a stream's message takes a frame of ", frame_bytes,
-            " bytes, more than the client's max_frame_bytes, ",
-            connection_->peer_max_frame_bytes(), ", and is dropped")));
+    EndAtLimit(entry, &LimitHits::max_frame_bytes,
+               absl::StrCat("a message takes a frame of ", frame_bytes,
+                            " bytes, more than the client's max_frame_bytes, ",
+                            connection_->peer_max_frame_bytes()));
     return false;
   }
   const bool asks = entry.questions && message.call_id() != 0;
@@ -262,6 +281,14 @@ void ServerStreams::AppendHeld() {
   }
   connection_->Append(Frame::kStreamData, held_);
   held_.clear_stream_ids();
+}
+
+void ServerStreams::EndAtLimit(Entry& entry,
+                               uint64_t LimitHits::*limit,
+                               const std::string& text) {
+  const absl::Status refusal = absl::ResourceExhaustedError(text);
+  client_.OnRefusal(limit, refusal);
+  End(entry, refusal);
 }
 
 void ServerStreams::End(Entry& entry, const absl::Status& status) {

@@ -33,6 +33,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "absl/status/status.h"
@@ -64,7 +65,7 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
 
   // Frames of the client.
   absl::Status OnOpen(const StreamOpenFrame& frame);
-  void OnData(StreamDataFrame& frame);
+  absl::Status OnData(StreamDataFrame& frame);
   void OnError(StreamErrorFrame& frame);
   void OnEnd(const StreamEndFrame& frame);
 
@@ -109,14 +110,15 @@ class ServerStreams final : public std::enable_shared_from_this<ServerStreams> {
   absl::Status Refusal(const StreamOpenFrame& frame);
   Entry* FindOpen(uint64_t id);
   void Deliver(Entry& entry, StreamMessage* message);
+  void EndAtLimit(Entry& entry,
+                  uint64_t LimitHits::*limit,
+                  const std::string& text);
   void End(Entry& entry, const absl::Status& status);
   void Finish(Entries::iterator entry);
   void FinishAll(const std::vector<uint64_t>& ids);
   void ReapSoon();
   void AppendEnd(uint64_t id, const absl::Status& status);
-  bool MayTake(const Entry& entry,
-               const StreamMessage& message,
-               size_t frame_bytes);
+  bool MayTake(Entry& entry, const StreamMessage& message, size_t frame_bytes);
   bool Joins(const Entry& entry, const StreamMessage& message) const;
 
   const std::shared_ptr<Connection> connection_;

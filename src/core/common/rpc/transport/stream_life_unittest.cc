@@ -16,10 +16,10 @@ TEST_F(StreamLife, FramesReachTheirStream) {
   Serve();
   Open(7);
   Open(8);
-  SendData({8}, "a");
+  SendData(8, "a");
   SendError(7, "b");
-  SendData({7, 8}, "c");
-  EXPECT_EQ(TakeLog(), (Log{"2 next a", "1 error b", "1 next c", "2 next c"}));
+  SendData(7, "c");
+  EXPECT_EQ(TakeLog(), (Log{"2 next a", "1 error b", "1 next c"}));
   EXPECT_EQ(counters().streams_now, 2u);
 }
 
@@ -82,7 +82,7 @@ TEST_F(StreamLife, AStreamMayStopTheServerWithinItsOwnCall) {
   Serve();
   Open(7);
   service.streams[0]->meanwhile = [&] { server->Stop(); };
-  SendData({7}, "a");
+  SendData(7, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
 }
 
@@ -93,7 +93,7 @@ TEST_F(StreamLife, AClientThatGoesWithinACallIsNoticedAfterwards) {
     peer->Close();
     loop.poll();
   };
-  SendData({7}, "a");
+  SendData(7, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
 }
 
@@ -104,7 +104,7 @@ TEST_F(StreamLife, TheServerMayStopWhileACallRunsTheLoop) {
     server->Stop();
     loop.poll();
   };
-  SendData({7}, "a");
+  SendData(7, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
 }
 
@@ -125,7 +125,7 @@ TEST_F(StreamLife, AStreamThatCompletesWithinACallOutlivesTheCall) {
     service.streams[0]->Finish();
     loop.poll();
   };
-  SendData({7}, "a");
+  SendData(7, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
   EXPECT_EQ(ReceiveEnd(7).code(), 0);
 }
@@ -148,7 +148,7 @@ TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
   Serve();
   Open(7);
   service.streams[0]->Finish();
-  SendData({7}, "late");
+  SendData(7, "late");
   SendError(7, "late");
   End(7);
   EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
@@ -156,17 +156,39 @@ TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
 
   // The id is free again.
   Open(7);
-  SendData({7}, "new");
+  SendData(7, "new");
   EXPECT_EQ(TakeLog(), Log{"2 next new"});
+}
+
+// Each stream would parse the whole message anew.
+TEST_F(StreamLife, AMessageOfTheClientIsForOneStream) {
+  Serve();
+  Open(7);
+  Open(8);
+  StreamDataFrame data;
+  data.add_stream_ids(7);
+  data.add_stream_ids(8);
+  peer->Send(Frame::kStreamData, data);
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::InvalidArgumentError(
+                "stream_data of a client names one stream, not 2"));
+  EXPECT_EQ(counters().protocol_violations, 1u);
+  TakeLog();
+
+  peer = NewPeer();
+  peer->Send(Frame::kStreamData, StreamDataFrame());
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::InvalidArgumentError(
+                "stream_data of a client names one stream, not 0"));
 }
 
 TEST_F(StreamLife, AStreamThatWasNeverOpenedIsIgnored) {
   Serve();
   Open(7);
-  SendData({8, 7}, "a");
+  SendData(8, "a");
   SendError(8, "b");
   End(8);
-  EXPECT_EQ(TakeLog(), Log{"1 next a"});
+  EXPECT_EQ(TakeLog(), Log());
   EXPECT_EQ(counters().protocol_violations, 0u);
   EXPECT_EQ(counters().streams_now, 1u);
 }
@@ -228,7 +250,9 @@ TEST_F(StreamLife, StreamsBeyondTheLimitAreRefusedAndTheRestGoOn) {
   const RpcStatus status = ReceiveEnd(3);
   EXPECT_EQ(status.code(), 8);
   EXPECT_EQ(status.text(), "max_streams, 2, are open");
-  SendData({1, 2, 3}, "a");
+  SendData(1, "a");
+  SendData(2, "a");
+  SendData(3, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "2 next a"}));
   End(1);
   Open(3);

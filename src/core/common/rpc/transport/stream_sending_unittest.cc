@@ -104,12 +104,18 @@ TEST_F(StreamSending, AMessageStaysBeforeAReplyThatFollowsIt) {
   EXPECT_TRUE(frame && frame->has_reply());
 }
 
-TEST_F(StreamSending, AMessageTooLongForTheClientIsRefused) {
+TEST_F(StreamSending, AMessageTooLongForTheClientEndsItsStream) {
   Serve();
   Open(1);
-  EXPECT_FALSE(service.streams[0]->Say(std::string(1 << 20, 'x')));
   EXPECT_TRUE(service.streams[0]->Say(std::string((1 << 20) - 100, 'x')));
   EXPECT_EQ(ReceiveData().message().payload().size(), (1u << 20) - 100);
+  EXPECT_FALSE(service.streams[0]->Say(std::string(1 << 20, 'x')));
+  EXPECT_FALSE(service.streams[0]->Say("short"));
+  EXPECT_EQ(ReceiveEnd(1).text(),
+            "a message takes a frame of 1048622 bytes, more than the client's "
+            "max_frame_bytes, 1048576");
+  RunReady();
+  EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
 }
 
 TEST_F(StreamSending, ASharedFrameStaysWithinTheLimitOfTheClient) {
@@ -168,7 +174,7 @@ TEST_F(StreamSending, OverflowWithinACallEndsTheStreamAfterIt) {
     }
     loop.poll();
   };
-  SendData({1}, "a");
+  SendData(1, "a");
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
 }
 

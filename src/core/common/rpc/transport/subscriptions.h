@@ -1,12 +1,8 @@
 // Counts what the streams of one connection are subscribed to: the windows that
 // event streams hear about, and those that callback streams answer for.
 //
-// The streams note their subscriptions in registries that know no bound. So the
-// transport looks at each message of a client before its stream gets it, as far
-// as the kind of the method says what there is to see:
-//
-//   events     rpc.EventSubscription: subscribe_to, unsubscribe_from
-//   questions  the callback message: browser_id and subscribe
+// The streams note their subscriptions in registries that know no bound, so the
+// transport counts along.
 //
 // A window that a newer client has taken over still counts for the stream that
 // had it, until that unsubscribes or ends.
@@ -23,7 +19,7 @@
 
 #include "absl/container/flat_hash_set.h"
 #include "core/common/rpc/transport/counters.h"
-#include "core/common/rpc/transport/served_methods.h"
+#include "core/common/rpc/transport/window_message.h"
 #include "rpc/transport/stream_message.pb.h"
 
 namespace rpc::transport {
@@ -37,22 +33,16 @@ class Subscriptions {
   Subscriptions(const Subscriptions&) = delete;
   Subscriptions& operator=(const Subscriptions&) = delete;
 
-  // Notes in `keys` what `message`, sent on a stream of `method`, changes.
-  // False, with nothing noted, when it would be one subscription too many.
-  bool Note(const ServedMethod& method,
-            const StreamMessage& message,
-            Keys& keys);
+  // Notes in `keys` what a message of their stream's client changes. False,
+  // with nothing noted, when it would be one subscription too many.
+  bool Note(const WindowMessage& message, Keys& keys);
 
   // The stream that has `keys` is over.
   void Forget(Keys& keys);
 
  private:
-  bool Add(std::string key, Keys& keys);
+  bool Add(const std::string& key, Keys& keys);
   void Remove(const std::string& key, Keys& keys);
-  bool NoteEvents(const StreamMessage& message, Keys& keys);
-  bool NoteQuestions(const ServedMethod& method,
-                     const StreamMessage& message,
-                     Keys& keys);
 
   const size_t max_;
   Counters& counters_;
