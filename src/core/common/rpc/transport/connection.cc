@@ -211,7 +211,7 @@ void Connection::AwaitWritable() {
 }
 
 void Connection::OnWritable() {
-  if (goodbye_timer_) {
+  if (awaits_goodbye()) {
     AwaitGoodbye();
     return;
   }
@@ -239,9 +239,8 @@ void Connection::Close(const absl::Status& why) {
     goodbye_timer_.emplace(socket_.get_executor(), limits_.goodbye_timeout);
     goodbye_timer_->async_wait(
         [self = shared_from_this()](const std::error_code& cancelled) {
-          if (!cancelled && self->goodbye_timer_) {
-            ++self->counters_->limit_hits.goodbye_timeout;
-            self->CloseSocket();
+          if (!cancelled && self->awaits_goodbye()) {
+            self->GiveUpGoodbye();
           }
         });
   } else {
@@ -255,6 +254,11 @@ void Connection::AwaitGoodbye() {
   if (outbox_bytes() == 0) {
     CloseSocket();
   }
+}
+
+void Connection::GiveUpGoodbye() {
+  ++counters_->limit_hits.goodbye_timeout;
+  CloseSocket();
 }
 
 void Connection::CloseSocket() {

@@ -16,7 +16,8 @@
 //
 // A goodbye takes precedence over frames that the socket does not take. When it
 // does not leave at once either, the connection is closed all the same, but its
-// socket only when the goodbye has left or goodbye_timeout is over.
+// socket only when the goodbye has left, goodbye_timeout is over, or somebody
+// else needs the place.
 //
 // Ownership: shared between its delegate and the socket operations under way;
 // in turn it keeps the delegate until it is closed, which therefore has to
@@ -55,7 +56,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
     virtual absl::Status OnFrame(const FrameView& frame) = 0;
 
     // Frames are about to be written: the last occasion to append what has been
-    // held back. Called from within Append() as well, so it calls nobody else.
+    // held back. It calls nobody back: it may come from within Fail() or
+    // Close().
     virtual void BeforeWrite() {}
 
     // The connection is closed: the last call.
@@ -116,6 +118,12 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void Fail(const absl::Status& why);
   void CloseSoon(const absl::Status& why);
 
+  // Closed, but the goodbye has yet to leave, and the socket is kept for it.
+  bool awaits_goodbye() const { return goodbye_timer_.has_value(); }
+
+  // Closes the socket of a connection that awaits its goodbye.
+  void GiveUpGoodbye();
+
   // Runs `task` on a later turn of the loop.
   template <typename Task>
   void Post(Task task) {
@@ -166,9 +174,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   // The last frame in the outbox is a goodbye; how long it may take to leave.
   bool goodbye_ = false;
   std::optional<asio::steady_timer> goodbye_timer_;
-  // Nothing more is appended: a write has failed. After a
-  // failed write the connection lives on until the end of the peer is read, for
-  // what it has said before, maybe why, is still to come.
+  // A write has failed, so nothing more is appended. The connection lives on
+  // until the end of the peer is read, for what it has said before, maybe why,
+  // is still to come.
   bool broken_ = false;
 };
 

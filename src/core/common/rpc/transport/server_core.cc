@@ -102,10 +102,8 @@ void ServerCore::Adopt(Socket socket) {
                                           *calls_, counters_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
-      context, id, std::move(socket), *peer, [this](ServerSession* closed) {
-        --counters_->connections_now;
-        sessions_.erase(closed);
-      });
+      context, id, std::move(socket), *peer,
+      [this](ServerSession* closed) { OnSessionClosed(closed); });
   ++counters_->connections_now;
   sessions_.emplace(session.get(), session);
   session->Start();
@@ -123,12 +121,35 @@ absl::Status ServerCore::Admit(const absl::StatusOr<UnixPeer>& peer) {
   if (stopped_) {
     return Stopping();
   }
+  MakeRoom();
   if (sessions_.size() >= options_.limits.max_connections) {
     ++counters_->limit_hits.max_connections;
     return absl::ResourceExhaustedError(absl::StrCat(
         "max_connections, ", options_.limits.max_connections, ", are open"));
   }
   return absl::OkStatus();
+}
+
+// A client that comes is worth more than the last word to one that has been
+// closed and does not read.
+void ServerCore::MakeRoom() {
+  leaving_.remove_if([](const std::weak_ptr<Connection>& weak) {
+    const auto connection = weak.lock();
+    return !connection || !connection->awaits_goodbye();
+  });
+  while (!leaving_.empty() && sessions_.size() + leaving_.size() >=
+                                  options_.limits.max_connections) {
+    leaving_.front().lock()->GiveUpGoodbye();
+    leaving_.pop_front();
+  }
+}
+
+void ServerCore::OnSessionClosed(ServerSession* session) {
+  --counters_->connections_now;
+  if (session->connection()->awaits_goodbye()) {
+    leaving_.push_back(session->connection());
+  }
+  sessions_.erase(session);
 }
 
 // What the socket does not take at once is not worth waiting for.

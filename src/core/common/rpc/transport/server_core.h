@@ -3,6 +3,7 @@
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_CORE_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_CORE_H_
 
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,6 +45,8 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   void OnAccept(const std::error_code& error, Socket socket);
   void AcceptLater(const std::error_code& error);
   absl::Status Admit(const absl::StatusOr<UnixPeer>& peer);
+  void MakeRoom();
+  void OnSessionClosed(ServerSession* session);
   void Refuse(Socket socket,
               const absl::StatusOr<UnixPeer>& peer,
               const absl::Status& why);
@@ -64,6 +67,10 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   bool stopped_ = false;
 
   std::unordered_map<ServerSession*, std::shared_ptr<ServerSession>> sessions_;
+
+  // Closed ones whose goodbyes have yet to leave, the oldest first. They hold
+  // sockets, and so count for max_connections.
+  std::list<std::weak_ptr<Connection>> leaving_;
 };
 
 }  // namespace rpc::transport

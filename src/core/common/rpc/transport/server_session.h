@@ -69,6 +69,9 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
 
   ConnectionReport Report() const;
 
+  // Outlives the session where its goodbye has yet to leave.
+  const std::shared_ptr<Connection>& connection() const { return connection_; }
+
   // Connection::Delegate:
   absl::Status OnFrame(const FrameView& frame) override;
   void BeforeWrite() override;
