@@ -190,14 +190,16 @@ void ServerCore::Stop() {
   });
 }
 
+// The file goes first: as long as somebody listens no other server takes it for
+// a dead one's, so it is still ours.
 void ServerCore::StopListening() {
   stopped_ = true;
-  std::error_code ignored;
-  acceptor_.close(ignored);
-  accept_timer_.cancel();
   if (listener_) {
     listener_->RemoveFile();
   }
+  std::error_code ignored;
+  acceptor_.close(ignored);
+  accept_timer_.cancel();
 }
 
 void ServerCore::Close() {

@@ -144,11 +144,15 @@ absl::StatusOr<UnixListener> UnixListener::Open(const std::string& path) {
   ScopedFd fd = NewSocket();
   // The mode that the socket has when it is bound becomes that of its file.
   if (fchmod(fd.get(), kSocketMode) != 0 ||
-      bind(fd.get(), Generic(*address), sizeof(*address)) != 0 ||
-      listen(fd.get(), SOMAXCONN) != 0) {
+      bind(fd.get(), Generic(*address), sizeof(*address)) != 0) {
     return Errno(errno, absl::StrCat("cannot listen at ", path));
   }
-  return UnixListener(path, std::move(fd));
+  // From here on there is a file, which goes with the listener.
+  UnixListener listener(path, std::move(fd));
+  if (listen(listener.fd_.get(), SOMAXCONN) != 0) {
+    return Errno(errno, absl::StrCat("cannot listen at ", path));
+  }
+  return listener;
 }
 
 UnixListener::UnixListener(std::string path, ScopedFd fd)
