@@ -113,6 +113,25 @@ TEST_F(Cancellation, OfACallThatWasNeverSentIsNotSentEither) {
             absl::DeadlineExceededError("no time was left for the call"));
 }
 
+TEST_F(Cancellation, WinsOverADeadlineThatHasPassedAsWell) {
+  asio::steady_timer first(lab.loop, milliseconds(0));
+  first.async_wait(
+      [&](const std::error_code&) { call.controller.StartCancel(); });
+  call.controller.set_timeout(milliseconds(1));
+  call.Start(*client, &Lab_Stub::Park, "x");
+  const uint64_t frames = client->counters().frames_written;
+  // Both timers are due when the loop looks at them.
+  asio::io_context elsewhere;
+  asio::steady_timer(elsewhere, milliseconds(2)).wait();
+  lab.RunReady();
+  EXPECT_EQ(call.controller.status(),
+            absl::CancelledError("the caller has cancelled it"));
+  EXPECT_EQ(client->counters().frames_written, frames + 1);
+  for (const auto& parked : lab.service.parked) {
+    parked.Complete();
+  }
+}
+
 TEST_F(Cancellation, OfACallThatTheClientHasForgottenIsNoViolation) {
   const auto peer = lab.NewPeer();
   CancelFrame cancel;
@@ -296,6 +315,19 @@ TEST_F(Cancellation, AStoppedLoopEndsABlockingCall) {
   for (const auto& parked : lab.service.parked) {
     parked.Complete();
   }
+}
+
+TEST_F(Cancellation, AStoppedLoopDoesNotCancelWhatWasNeverSent) {
+  const uint64_t frames = client->counters().frames_written;
+  asio::post(lab.loop, [&] { lab.loop.stop(); });
+  call.controller.set_timeout(milliseconds(0));
+  lab::Text request;
+  lab::Text response;
+  Lab_Stub(client.get()).Park(&call.controller, &request, &response, nullptr);
+  EXPECT_EQ(
+      call.controller.status(),
+      absl::CancelledError("the loop was stopped while this waited on it"));
+  EXPECT_EQ(client->counters().frames_written, frames);
 }
 
 TEST_F(Cancellation, AMethodMayStopTheServer) {

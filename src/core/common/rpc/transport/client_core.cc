@@ -179,7 +179,9 @@ void ClientCore::CallAndWait(const MethodDescriptor* method,
   const uint64_t id = StartCall(method, controller, request, response, &waiter);
   connection_->Write();
   if (!RunUntil(waiter.done())) {
-    AppendCancel(id);
+    if (IsPending(id)) {
+      AppendCancel(id);
+    }
     FinishCall(id, LoopStopped());
   }
 }
@@ -244,7 +246,7 @@ void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
   timer->async_wait([weak_self = weak_from_this(),
                      id](const std::error_code& error) {
     const auto self = weak_self.lock();
-    if (!error && self && self->calls_.contains(id)) {
+    if (!error && self && self->IsPending(id)) {
       self->AppendCancel(id);
       self->FinishCall(
           id, absl::DeadlineExceededError("the call was not answered in time"));
@@ -254,12 +256,15 @@ void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
 }
 
 void ClientCore::CancelCall(uint64_t id) {
-  // It may never have been sent.
-  if (calls_.at(id).given_up) {
-    return;
+  if (IsPending(id)) {
+    AppendCancel(id);
+    GiveUp(id, absl::CancelledError("the caller has cancelled it"));
   }
-  AppendCancel(id);
-  GiveUp(id, absl::CancelledError("the caller has cancelled it"));
+}
+
+bool ClientCore::IsPending(uint64_t id) const {
+  const auto call = calls_.find(id);
+  return call != calls_.end() && !call->second.given_up;
 }
 
 void ClientCore::AppendCancel(uint64_t id) {

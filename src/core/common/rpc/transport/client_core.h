@@ -80,7 +80,8 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
     google::protobuf::Closure* done;
     // Set where the call has a deadline.
     std::unique_ptr<asio::steady_timer> timer;
-    // It ends on the next turn, whatever arrives until then.
+    // It ends on the next turn, whatever arrives until then. Either it was
+    // never sent or its cancel has been.
     bool given_up = false;
   };
 
@@ -104,6 +105,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
                           const google::protobuf::MethodDescriptor* method,
                           const google::protobuf::Message& request,
                           std::optional<Milliseconds> timeout);
+  bool IsPending(uint64_t id) const;
   void AppendCancel(uint64_t id);
   void AwaitDeadline(uint64_t id, Milliseconds timeout);
   absl::Status TakeResponse(const PendingCall& call);
