@@ -99,6 +99,13 @@ absl::Status ClientCore::OnFrame(const FrameView& frame) {
     return absl::InvalidArgumentError(
         welcome_ ? "a second welcome" : "the first frame is not a welcome");
   }
+  absl::Status status = Handle(frame);
+  FreeIfLarge(reply_frame_, frame.body.size());
+  FreeIfLarge(data_frame_, frame.body.size());
+  return status;
+}
+
+absl::Status ClientCore::Handle(const FrameView& frame) {
   switch (frame.kind) {
     case Frame::kWelcome:
       return OnWelcome(frame.body);
@@ -198,6 +205,7 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
   controller->status_ = absl::OkStatus();
   const absl::Status status =
       AppendCall(id, method, request, controller->timeout_);
+  FreeIfLarge(call_frame_, call_frame_.request().capacity());
   if (!status.ok()) {
     GiveUp(id, status);
   } else if (controller->timeout_) {

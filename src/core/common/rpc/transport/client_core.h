@@ -86,6 +86,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   };
 
   void OnHandshakeTimeout();
+  absl::Status Handle(const FrameView& frame);
   absl::Status OnWelcome(std::string_view body);
   absl::Status OnGoodbye(std::string_view body);
   absl::Status OnReply(std::string_view body);

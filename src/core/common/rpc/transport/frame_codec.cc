@@ -15,10 +15,6 @@ namespace {
 using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 
-// Bytes that a buffer holds when no larger frame is under way: what one read
-// of a busy connection may bring.
-constexpr size_t kIdleCapacity = 64 << 10;
-
 // All body kinds are length-delimited and have tags of one byte.
 constexpr uint32_t kLengthDelimited = 2;
 constexpr uint32_t kWireTypeBits = 3;

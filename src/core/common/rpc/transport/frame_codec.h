@@ -66,6 +66,19 @@ size_t FirstFrameBytes(std::string_view frames);
 absl::Status ParseBody(std::string_view bytes,
                        google::protobuf::MessageLite* body);
 
+// Bytes that a buffer, or a frame that is used again and again, holds when
+// nothing larger is under way: what one read of a busy connection may bring.
+inline constexpr size_t kIdleCapacity = 64 << 10;
+
+// Gives back the memory of a frame that has been dealt with, and took `bytes`,
+// if that is more than an idle connection should keep.
+template <typename Body>
+void FreeIfLarge(Body& frame, size_t bytes) {
+  if (bytes > kIdleCapacity) {
+    frame = Body();
+  }
+}
+
 // Cuts a stream of bytes into frames. Its memory grows with the bytes that have
 // arrived, never with a length that has only been announced.
 class FrameBuffer {

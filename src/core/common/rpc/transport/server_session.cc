@@ -69,6 +69,8 @@ absl::Status ServerSession::OnFrame(const FrameView& frame) {
         serving_ ? "a second hello" : "the first frame is not a hello");
   }
   absl::Status status = Handle(frame);
+  FreeIfLarge(call_frame_, frame.body.size());
+  FreeIfLarge(data_frame_, frame.body.size());
   streams_->Reap();
   return status;
 }
@@ -267,6 +269,7 @@ void ServerSession::Reply(const ServerCall& call) {
         "the response takes a frame of ", size, " bytes, more than the ",
         "client's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
     client_.OnRefusal(&LimitHits::max_frame_bytes, refusal);
+    FreeIfLarge(reply_frame_, size);
     ReplyError(call.id(), refusal);
     return;
   }
@@ -283,6 +286,7 @@ void ServerSession::ReplyError(uint64_t call_id, const absl::Status& status) {
 void ServerSession::AppendReply() {
   streams_->AppendHeld();
   connection_->Append(Frame::kReply, reply_frame_);
+  FreeIfLarge(reply_frame_, reply_frame_.response().capacity());
 }
 
 void ServerSession::BeforeWrite() {

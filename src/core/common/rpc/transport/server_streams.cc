@@ -281,6 +281,7 @@ void ServerStreams::AppendHeld() {
   }
   connection_->Append(Frame::kStreamData, held_);
   held_.clear_stream_ids();
+  FreeIfLarge(held_, held_.message().payload().capacity());
 }
 
 void ServerStreams::EndAtLimit(Entry& entry,
