@@ -52,7 +52,8 @@ ClientCore::ClientCore(asio::io_context& loop,
                                                std::move(socket),
                                                options_.limits,
                                                counters_)),
-      streams_(std::make_shared<ClientStreams>(connection_, methods_)) {}
+      streams_(
+          std::make_shared<ClientStreams>(connection_, methods_, *counters_)) {}
 
 ClientCore::~ClientCore() = default;
 

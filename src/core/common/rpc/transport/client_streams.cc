@@ -8,8 +8,11 @@
 namespace rpc::transport {
 
 ClientStreams::ClientStreams(std::shared_ptr<Connection> connection,
-                             OfferedMethods& methods)
-    : connection_(std::move(connection)), methods_(methods) {}
+                             OfferedMethods& methods,
+                             Counters& counters)
+    : connection_(std::move(connection)),
+      methods_(methods),
+      counters_(counters) {}
 
 ClientStreams::~ClientStreams() = default;
 
@@ -41,6 +44,7 @@ absl::Status ClientStreams::AppendOpen(
   open.set_stream_id(id);
   open.set_method_id(*method_id);
   if (!connection_->HasRoomFor(FrameSize(open))) {
+    ++counters_.limit_hits.max_outbox_bytes;
     return connection_->FullStatus();
   }
   if (!connection_->Append(Frame::kStreamOpen, open)) {
@@ -50,7 +54,11 @@ absl::Status ClientStreams::AppendOpen(
 }
 
 bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
-  if (!CanSend(id) || !connection_->HasRoomFor(message.ByteSizeLong())) {
+  if (!CanSend(id)) {
+    return false;
+  }
+  if (!connection_->HasRoomFor(message.ByteSizeLong())) {
+    ++counters_.limit_hits.max_outbox_bytes;
     return false;
   }
   StreamDataFrame data;

@@ -278,6 +278,7 @@ class UnreadClient : public ::testing::Test {
 
 TEST_F(UnreadClient, OpensNoStreamBeyondTheLimit) {
   FillOutbox();
+  const uint64_t hits = counters().limit_hits.max_outbox_bytes;
   std::vector<absl::Status> ends;
   std::vector<std::unique_ptr<ClientStream>> streams;
   for (int i = 0; i < 10; ++i) {
@@ -289,6 +290,20 @@ TEST_F(UnreadClient, OpensNoStreamBeyondTheLimit) {
   loop.poll();
   ASSERT_GT(ends.size(), 5u);
   EXPECT_EQ(ends[0], full);
+  EXPECT_EQ(counters().limit_hits.max_outbox_bytes, hits + ends.size());
+  EXPECT_TRUE(server.client->status().ok());
+}
+
+TEST_F(UnreadClient, DropsAStreamsMessageBeyondTheLimit) {
+  ClientStream stream(
+      *server.client, Watch(), [](const StreamMessage&) {},
+      [](const absl::Status&) {});
+  FillOutbox();
+  const uint64_t hits = counters().limit_hits.max_outbox_bytes;
+  StreamMessage message;
+  message.set_payload(std::string(1'000, 'x'));
+  EXPECT_FALSE(stream.Send(message));
+  EXPECT_EQ(counters().limit_hits.max_outbox_bytes, hits + 1);
   EXPECT_TRUE(server.client->status().ok());
 }
 
