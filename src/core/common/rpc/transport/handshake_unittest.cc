@@ -4,15 +4,24 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "core/common/rpc/transport/client_record.h"
 #include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
 namespace {
+
+using ::testing::HasSubstr;
+
+// How the host's records name this process.
+std::string Process() {
+  return Describe({.pid = getpid(), .user = getuid()});
+}
 
 TEST(Handshake, TheServerListsWhatItOffers) {
   Lab lab;
@@ -38,9 +47,13 @@ TEST(Handshake, AnotherVersionIsToldWhichOneIsSpoken) {
   HelloFrame hello;
   hello.set_protocol_version(2);
   peer.Send(Frame::kHello, hello);
-  EXPECT_EQ(peer.AwaitGoodbye(),
-            absl::FailedPreconditionError(
-                "the client speaks protocol version 2, this server version 1"));
+  const absl::Status why = absl::FailedPreconditionError(
+      "the client speaks protocol version 2, this server version 1");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(peer.AwaitGoodbye(), why);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Closed the connection of " + Process() + ": " +
+                        why.ToString()));
   EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
   EXPECT_EQ(lab.server->counters().connections_now, 0u);
 }
@@ -124,6 +137,7 @@ TEST(Handshake, AClientForWhomTheWelcomeIsTooLongIsToldSo) {
               ::testing::MatchesRegex("the client's max_frame_bytes, 8192, is "
                                       "too small for a welcome of [0-9]+ "
                                       "bytes"));
+  EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
   options.limits.max_frame_bytes = 64 << 10;
   EXPECT_TRUE(Client::Adopt(lab.loop, lab.Connect(), options).ok());
   lab.server.reset();
@@ -153,8 +167,13 @@ TEST(Handshake, GarbageIsRefused) {
   RawPeer peer(lab.loop, lab.Connect());
   peer.SendBytes("GET / HTTP/1.1\r\nHost: localhost\r\n" +
                  std::string(100, '\n'));
-  EXPECT_EQ(peer.AwaitGoodbye(), absl::InvalidArgumentError(
-                                     "a frame does not hold one body exactly"));
+  const absl::Status why =
+      absl::InvalidArgumentError("a frame does not hold one body exactly");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(peer.AwaitGoodbye(), why);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Closed the connection of " + Process() + ": " +
+                        why.ToString()));
 }
 
 TEST(Handshake, SilenceIsClosedWhenItsTimeIsUp) {
@@ -203,8 +222,12 @@ TEST(Handshake, AnotherUsersProcessIsRefused) {
   ServerOptions options;
   options.user = getuid() + 1;
   Lab lab(options);
+  testing::internal::CaptureStderr();
   const absl::Status status = Client::Adopt(lab.loop, lab.Connect()).status();
   EXPECT_TRUE(absl::IsPermissionDenied(status)) << status;
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              HasSubstr("Refused the connection of " + Process() + ": " +
+                        status.ToString()));
   EXPECT_EQ(lab.server->counters().connections_refused, 1u);
 }
 

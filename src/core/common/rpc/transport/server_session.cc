@@ -116,8 +116,6 @@ absl::Status ServerSession::OnHello(std::string_view body) {
         "the client's max_frame_bytes, ", hello.max_frame_bytes(),
         ", is less than the least that is allowed, ", kMinFrameBytes));
   }
-  serving_ = true;
-  hello_timer_.cancel();
   client_.set_name(hello.client_name());
   connection_->set_peer_max_frame_bytes(hello.max_frame_bytes());
 
@@ -131,6 +129,8 @@ absl::Status ServerSession::OnHello(std::string_view body) {
         "the client's max_frame_bytes, ", hello.max_frame_bytes(),
         ", is too small for a welcome of ", FrameSize(welcome), " bytes"));
   }
+  serving_ = true;
+  hello_timer_.cancel();
   connection_->Append(Frame::kWelcome, welcome);
   return absl::OkStatus();
 }

@@ -1,14 +1,17 @@
 // Unary calls end to end, client and server on one loop.
 
+#include <gmock/gmock.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "core/common/rpc/transport/client_record.h"
 #include "core/common/rpc/transport/lab.h"
 
 namespace rpc::transport {
@@ -238,9 +241,14 @@ TEST(UnaryCall, AnIdInUseBreaksTheProtocol) {
   call.set_method_id(peer->IdOf("Park"));
   peer->Send(Frame::kCall, call);
   peer->Send(Frame::kCall, call);
+  testing::internal::CaptureStderr();
   EXPECT_EQ(peer->AwaitGoodbye(),
             absl::InvalidArgumentError("call id 9 is in use"));
   EXPECT_EQ(lab.server->counters().protocol_violations, 1u);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("Closed the connection of raw (" +
+                                 Describe({.pid = getpid(), .user = getuid()}) +
+                                 "): INVALID_ARGUMENT: call id 9 is in use"));
   ASSERT_EQ(lab.service.parked.size(), 1u);
   lab.service.parked[0].Complete();
 }
