@@ -34,7 +34,8 @@ class ClientRecord {
   const std::string& peer() const { return peer_; }
 
   // A limit has refused the client something, `why` says what. Counted each
-  // time, written down the first time: no client can fill the disk.
+  // time, written down the first time: a connection can't fill the disk, though
+  // a client that connects again and again can.
   void OnRefusal(uint64_t LimitHits::*limit, const absl::Status& why);
 
   // The connection is closed. A client that merely goes is nothing to talk
