@@ -97,6 +97,15 @@ TEST_F(StatusTest, RefusalsAreCountedUnderTheLimitThatWasSet) {
   EXPECT_THAT(taken.output, ContainsRegex("max_connections +[1-9]"));
 }
 
+TEST_F(StatusTest, ASubscriptionTooManyIsNoSubscription) {
+  StartHost({"--max-subscriptions", "1"});
+  const Process::Result result = RunClient({"watch", "1", "2"});
+  EXPECT_EQ(kCallFailed, result.exit_code);
+  EXPECT_EQ(
+      "windowctl: RESOURCE_EXHAUSTED: max_subscriptions, 1, are in place\n",
+      result.errors);
+}
+
 TEST_F(StatusTest, WrongUsageIsSaidBeforeConnecting) {
   const Process::Result result = RunClient({"status", "1"});
   EXPECT_EQ(kUsage, result.exit_code);

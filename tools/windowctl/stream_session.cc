@@ -38,6 +38,10 @@ ExitCode StreamSession::Run(std::function<void()> end) {
     if (ExitCode fault = AwaitWindow(window); fault != kSuccess)
       return fault;
   }
+  // The host may have ended the stream before it replied.
+  loop_.poll();
+  if (ended_)
+    return OutcomeOf(*ended_);
   // Not before: until here a signal ends the process.
   signals_.add(SIGINT);
   signals_.add(SIGTERM);
@@ -51,7 +55,11 @@ ExitCode StreamSession::Run(std::function<void()> end) {
   });
   while (!ended_)
     loop_.run_one();
-  return ended_->ok() ? kSuccess : FailOn(*client_, *ended_);
+  return OutcomeOf(*ended_);
+}
+
+ExitCode StreamSession::OutcomeOf(const absl::Status& end) {
+  return end.ok() ? kSuccess : FailOn(*client_, end);
 }
 
 std::function<void(const absl::Status&)> StreamSession::on_end() {
@@ -64,7 +72,8 @@ ExitCode StreamSession::AwaitWindow(const BrowserId& window) {
   google::protobuf::BoolValue visible;
   rpc::BrowserWindow_Stub(client_.get())
       .IsVisible(&controller, &window, &visible, nullptr);
-  if (controller.status().ok())
+  // A host without this method has heard of the subscription all the same.
+  if (controller.status().ok() || absl::IsUnimplemented(controller.status()))
     return kSuccess;
   return FailOn(*client_, controller.status());
 }

@@ -50,6 +50,7 @@ class StreamSession {
   // The answer to a call comes after everything that was sent before the call
   // has taken effect. It also tells whether there is such a window.
   ExitCode AwaitWindow(const BrowserId& window);
+  ExitCode OutcomeOf(const absl::Status& end);
 
   const Options& options_;
   asio::io_context loop_;

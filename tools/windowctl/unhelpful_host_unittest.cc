@@ -137,10 +137,15 @@ TEST_F(LeavingHostTest, FailureThatComesWithTheGoodbyeIsTheCallsOwn) {
 TEST_F(LeavingHostTest, StreamThatEndsWithTheGoodbyeHasLostItsConnection) {
   const Process::Result result = Run({"watch", "1"}, absl::OkStatus());
   EXPECT_EQ(kNoConnection, result.exit_code);
-  EXPECT_EQ(
-      "windowctl: subscribed\n"
-      "windowctl: UNAVAILABLE: the server is stopping\n",
-      result.errors);
+  EXPECT_EQ("windowctl: UNAVAILABLE: the server is stopping\n", result.errors);
+}
+
+// It has replied, so it has heard of the subscription before.
+TEST_F(LeavingHostTest, StreamDoesNotNeedTheMethodThatItWaitsFor) {
+  const Process::Result result =
+      Run({"watch", "1"}, absl::UnimplementedError("no IsVisible"));
+  EXPECT_EQ(kNoConnection, result.exit_code);
+  EXPECT_EQ("windowctl: UNAVAILABLE: the server is stopping\n", result.errors);
 }
 
 }  // namespace

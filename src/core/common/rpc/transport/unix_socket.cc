@@ -63,8 +63,8 @@ absl::Status CheckPrivate(const std::string& folder, const struct stat& info) {
   }
   if ((info.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
     return absl::PermissionDeniedError(absl::StrCat(
-        "others may use the folder ", folder, " of the socket: run 'chmod 700 ",
-        folder, "' or choose another one"));
+        "others may use the folder ", folder,
+        " of the socket: choose one that is for this user only (mode 0700)"));
   }
   return absl::OkStatus();
 }

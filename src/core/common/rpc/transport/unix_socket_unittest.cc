@@ -144,8 +144,8 @@ TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
     EXPECT_EQ(
         UnixListener::Open(path_).status(),
         absl::PermissionDeniedError("others may use the folder " + folder_ +
-                                    "/ of the socket: run 'chmod 700 " +
-                                    folder_ + "/' or choose another one"))
+                                    "/ of the socket: choose one that is for "
+                                    "this user only (mode 0700)"))
         << mode;
     EXPECT_FALSE(Exists());
   }
