@@ -52,8 +52,7 @@ ClientCore::ClientCore(asio::io_context& loop,
                                                std::move(socket),
                                                options_.limits,
                                                counters_)),
-      streams_(
-          std::make_shared<ClientStreams>(connection_, methods_, *counters_)) {}
+      streams_(std::make_shared<ClientStreams>(connection_, methods_)) {}
 
 ClientCore::~ClientCore() = default;
 
@@ -240,9 +239,9 @@ absl::Status ClientCore::AppendCall(uint64_t id,
         "the request takes a frame of ", size, " bytes, more than the ",
         "server's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
   }
-  if (!connection_->HasRoomFor(size)) {
-    ++counters_->limit_hits.max_outbox_bytes;
-    return connection_->FullStatus();
+  absl::Status room = connection_->CheckRoomFor(size);
+  if (!room.ok()) {
+    return room;
   }
   if (!connection_->Append(Frame::kCall, call_frame_)) {
     return absl::UnavailableError("the connection is being closed");

@@ -36,12 +36,14 @@ void ClientRecord::set_name(const std::string& name) {
   who_ = Named(name_, Describe(process_));
 }
 
-void ClientRecord::OnRefusal(uint64_t LimitHits::*limit,
-                             const absl::Status& why) {
+absl::Status ClientRecord::Refuse(uint64_t LimitHits::*limit,
+                                  const std::string& text) {
+  absl::Status why = absl::ResourceExhaustedError(text);
   ++(counters_.limit_hits.*limit);
   if (++(refusals_.*limit) == 1) {
     LOG(WARNING) << "Refused a request of " << who_ << ": " << why;
   }
+  return why;
 }
 
 void ClientRecord::OnClosed(const absl::Status& why) const {

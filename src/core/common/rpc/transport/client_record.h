@@ -33,10 +33,11 @@ class ClientRecord {
   // For services: "windowctl (pid 4711)".
   const std::string& peer() const { return peer_; }
 
-  // A limit has refused the client something, `why` says what. Counted each
-  // time, written down the first time: a connection can't fill the disk, though
-  // a client that connects again and again can.
-  void OnRefusal(uint64_t LimitHits::*limit, const absl::Status& why);
+  // A limit refuses the client something, `text` says what: returns the
+  // RESOURCE_EXHAUSTED that it is told. Counted each time, written down the
+  // first time: a connection can't fill the disk, though a client that connects
+  // again and again can.
+  absl::Status Refuse(uint64_t LimitHits::*limit, const std::string& text);
 
   // The connection is closed. A client that merely goes is nothing to talk
   // about.

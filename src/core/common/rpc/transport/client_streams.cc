@@ -8,11 +8,8 @@
 namespace rpc::transport {
 
 ClientStreams::ClientStreams(std::shared_ptr<Connection> connection,
-                             OfferedMethods& methods,
-                             Counters& counters)
-    : connection_(std::move(connection)),
-      methods_(methods),
-      counters_(counters) {}
+                             OfferedMethods& methods)
+    : connection_(std::move(connection)), methods_(methods) {}
 
 ClientStreams::~ClientStreams() = default;
 
@@ -43,9 +40,9 @@ absl::Status ClientStreams::AppendOpen(
   StreamOpenFrame open;
   open.set_stream_id(id);
   open.set_method_id(*method_id);
-  if (!connection_->HasRoomFor(FrameSize(open))) {
-    ++counters_.limit_hits.max_outbox_bytes;
-    return connection_->FullStatus();
+  absl::Status room = connection_->CheckRoomFor(FrameSize(open));
+  if (!room.ok()) {
+    return room;
   }
   if (!connection_->Append(Frame::kStreamOpen, open)) {
     return absl::UnavailableError("the connection takes no more frames");
@@ -54,11 +51,7 @@ absl::Status ClientStreams::AppendOpen(
 }
 
 bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
-  if (!CanSend(id)) {
-    return false;
-  }
-  if (!connection_->HasRoomFor(message.ByteSizeLong())) {
-    ++counters_.limit_hits.max_outbox_bytes;
+  if (!CanSend(id) || !connection_->CheckRoomFor(message.ByteSizeLong()).ok()) {
     return false;
   }
   StreamDataFrame data;

@@ -23,7 +23,6 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/transport/connection.h"
-#include "core/common/rpc/transport/counters.h"
 #include "core/common/rpc/transport/offered_methods.h"
 #include "rpc/transport/frame.pb.h"
 
@@ -44,8 +43,7 @@ class ClientStreams final : public std::enable_shared_from_this<ClientStreams> {
   };
 
   ClientStreams(std::shared_ptr<Connection> connection,
-                OfferedMethods& methods,
-                Counters& counters);
+                OfferedMethods& methods);
   ClientStreams(const ClientStreams&) = delete;
   ClientStreams& operator=(const ClientStreams&) = delete;
   ~ClientStreams();
@@ -93,7 +91,6 @@ class ClientStreams final : public std::enable_shared_from_this<ClientStreams> {
 
   const std::shared_ptr<Connection> connection_;
   OfferedMethods& methods_;
-  Counters& counters_;
   Streams streams_;
   uint64_t last_id_ = 0;
   // Why no stream can be opened any more.

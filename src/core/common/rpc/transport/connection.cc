@@ -135,6 +135,14 @@ absl::Status Connection::FullStatus() const {
                    limits_.max_outbox_bytes, ", would wait for it"));
 }
 
+absl::Status Connection::CheckRoomFor(size_t frame_size) {
+  if (HasRoomFor(frame_size)) {
+    return absl::OkStatus();
+  }
+  ++counters_->limit_hits.max_outbox_bytes;
+  return FullStatus();
+}
+
 void Connection::CloseAsFull() {
   ++counters_->limit_hits.max_outbox_bytes;
   const absl::Status why = FullStatus();

@@ -104,8 +104,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   // goodbye that says so, on the next turn.
   void CloseAsFull();
 
-  // What the peer is told then, and the caller of what is refused instead.
-  absl::Status FullStatus() const;
+  // For what can be refused instead: OK when HasRoomFor(), else counts the
+  // refusal and returns what its caller is told.
+  absl::Status CheckRoomFor(size_t frame_size);
 
   // Has BeforeWrite() called, and what waits written, on the next turn.
   void WriteSoon();
@@ -148,6 +149,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void AwaitWritable();
   void OnWritable();
   bool MustPause();
+  absl::Status FullStatus() const;
   void AppendGoodbye(const absl::Status& why);
   void AwaitGoodbye();
   void CloseSocket();

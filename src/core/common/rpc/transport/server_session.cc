@@ -172,10 +172,9 @@ absl::Status ServerSession::CallRefusal(const ServedMethod* method) {
         absl::StrCat(method->descriptor->full_name(), " is a stream"));
   }
   if (calls_.size() + *abandoned_calls_ >= context_.limits.max_calls) {
-    absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
-        "max_calls, ", context_.limits.max_calls, ", are in flight"));
-    client_.OnRefusal(&LimitHits::max_calls, refusal);
-    return refusal;
+    return client_.Refuse(&LimitHits::max_calls,
+                          absl::StrCat("max_calls, ", context_.limits.max_calls,
+                                       ", are in flight"));
   }
   return absl::OkStatus();
 }
@@ -265,12 +264,14 @@ void ServerSession::Reply(const ServerCall& call) {
   call.response().SerializeToString(reply_frame_.mutable_response());
   const size_t size = FrameSize(reply_frame_);
   if (!connection_->Suits(size)) {
-    const absl::Status refusal = absl::ResourceExhaustedError(absl::StrCat(
-        "the response takes a frame of ", size, " bytes, more than the ",
-        "client's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
-    client_.OnRefusal(&LimitHits::max_frame_bytes, refusal);
     FreeIfLarge(reply_frame_, size);
-    ReplyError(call.id(), refusal);
+    ReplyError(
+        call.id(),
+        client_.Refuse(
+            &LimitHits::max_frame_bytes,
+            absl::StrCat("the response takes a frame of ", size,
+                         " bytes, more than the client's ", "max_frame_bytes, ",
+                         connection_->peer_max_frame_bytes())));
     return;
   }
   AppendReply();

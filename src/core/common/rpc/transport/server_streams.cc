@@ -85,10 +85,9 @@ absl::Status ServerStreams::Refusal(const StreamOpenFrame& frame) {
         absl::StrCat(method->descriptor->full_name(), " is not a stream"));
   }
   if (entries_.size() >= limits_.max_streams) {
-    absl::Status refusal = absl::ResourceExhaustedError(
+    return client_.Refuse(
+        &LimitHits::max_streams,
         absl::StrCat("max_streams, ", limits_.max_streams, ", are open"));
-    client_.OnRefusal(&LimitHits::max_streams, refusal);
-    return refusal;
   }
   return absl::OkStatus();
 }
@@ -256,11 +255,12 @@ bool ServerStreams::MayTake(Entry& entry,
   }
   const bool asks = entry.questions && message.call_id() != 0;
   if (asks && questions_ >= limits_.max_questions) {
-    client_.OnRefusal(
-        &LimitHits::max_questions,
-        absl::ResourceExhaustedError(absl::StrCat(
-            "max_questions, ", limits_.max_questions,
-            ", wait for the client's answers, and no more are asked")));
+    client_
+        .Refuse(&LimitHits::max_questions,
+                absl::StrCat(
+                    "max_questions, ", limits_.max_questions,
+                    ", wait for the client's answers, and no more are asked"))
+        .IgnoreError();
     return false;
   }
   return true;
@@ -287,9 +287,7 @@ void ServerStreams::AppendHeld() {
 void ServerStreams::EndAtLimit(Entry& entry,
                                uint64_t LimitHits::*limit,
                                const std::string& text) {
-  const absl::Status refusal = absl::ResourceExhaustedError(text);
-  client_.OnRefusal(limit, refusal);
-  End(entry, refusal);
+  End(entry, client_.Refuse(limit, text));
 }
 
 void ServerStreams::End(Entry& entry, const absl::Status& status) {
