@@ -21,8 +21,16 @@ torvane_cache_dir=${TORVANE_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/torvane}
 build() {
   local preset=$1
   shift
-  [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"
+  [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" || return
   cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+# build_quietly PRESET [TARGET...]: the same, but shows only why it has failed.
+build_quietly() {
+  local log
+  log=$(mktemp)
+  build "$@" >"$log" 2>&1 || { cat "$log" >&2; rm "$log"; die "the build failed ($1)"; }
+  rm "$log"
 }
 
 # fetch_source PACKAGE INTO [SUITE]: downloads the original source of Debian's
