@@ -1,4 +1,5 @@
-# What the scripts share; sourced, not run. Leaves the shell in the source root.
+# What the scripts share; sourced, not run. Leaves the shell in the source root,
+# and ends the script where it is asked for help.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -9,11 +10,32 @@ die() {
   exit 1
 }
 
-# usage SCRIPT: prints the comment that SCRIPT opens with, and ends.
-usage() {
-  sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$1"
-  exit 0
+# wrong_usage WORD...: as die, with the exit status for a wrong command line.
+wrong_usage() {
+  printf '%s: %s; see --help\n' "$(basename "$0")" "$*" >&2
+  exit 2
 }
+
+# no_more_arguments [ARGUMENT...]: there must be none.
+no_more_arguments() { [ $# = 0 ] || wrong_usage "unknown argument '$1'"; }
+
+# need_value OPTION [VALUE]: there must be one, and no other option.
+need_value() { [[ "${2:-}" =~ ^[^-] ]] || wrong_usage "$1 needs a value"; }
+
+# need_number NAME [VALUE]: there must be one, a whole number from 1.
+need_number() {
+  [[ "${2:-}" =~ ^[1-9][0-9]*$ ]] || wrong_usage "$1 needs a whole number from 1${2:+, not '$2'}"
+}
+
+# Help is the comment that the script opens with.
+for argument; do
+  case $argument in
+    -h | --help)
+      sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/$(basename "$0")"
+      exit 0
+      ;;
+  esac
+done
 
 torvane_cache_dir=${TORVANE_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/torvane}
 
