@@ -1,5 +1,9 @@
 #include "core/common/rpc/transport/lab.h"
 
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <system_error>
 
 #include "absl/log/absl_check.h"
@@ -178,6 +182,21 @@ uint32_t RawPeer::IdOf(const std::string& method) {
 void RawPeer::Close() {
   std::error_code error;
   socket_.close(error);
+}
+
+SocketFolder::SocketFolder() : path_("/tmp/lab.XXXXXX") {
+  ABSL_PCHECK(mkdtemp(path_.data()) != nullptr) << path_;
+  socket_ = path_ + "/socket";
+}
+
+SocketFolder::~SocketFolder() {
+  unlink(socket_.c_str());
+  rmdir(path_.c_str());
+}
+
+bool SocketFolder::HasSocket() const {
+  struct stat file;
+  return lstat(socket_.c_str(), &file) == 0;
 }
 
 RawServer::RawServer(asio::io_context& loop, ClientOptions options)

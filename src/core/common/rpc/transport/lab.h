@@ -155,6 +155,26 @@ class Lab {
   std::optional<Server> server;
 };
 
+// A folder that is this user's only, with the path of a socket in it. Both go
+// with this, whatever has been put at the path.
+class SocketFolder {
+ public:
+  SocketFolder();
+  SocketFolder(const SocketFolder&) = delete;
+  SocketFolder& operator=(const SocketFolder&) = delete;
+  ~SocketFolder();
+
+  const std::string& path() const { return path_; }
+  const std::string& socket() const { return socket_; }
+
+  // Whether anything is at the socket's path.
+  bool HasSocket() const;
+
+ private:
+  std::string path_;
+  std::string socket_;
+};
+
 // A client whose server is a raw peer, on one loop. The server offers Echo and
 // Watch of the lab, under the ids 0 and 1.
 struct RawServer {

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -42,25 +41,13 @@ namespace {
 
 class SocketFile : public ::testing::Test {
  protected:
-  SocketFile() {
-    std::string pattern = "/tmp/lab.XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-    path_ = folder_ + "/socket";
-  }
   ~SocketFile() override {
     listen_fails = false;
     before_unlink = nullptr;
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
   }
 
-  bool Exists() const {
-    struct stat file;
-    return lstat(path_.c_str(), &file) == 0;
-  }
-
-  std::string folder_;
-  std::string path_;
+  const SocketFolder folder_;
+  const std::string& path_ = folder_.socket();
 };
 
 // Another server that starts then must not take the file for a dead server's:
@@ -75,7 +62,7 @@ TEST_F(SocketFile, GoesWhileItsServerStillListens) {
   };
   lab.server->Stop();
   EXPECT_TRUE(absl::IsAlreadyExists(other)) << other;
-  EXPECT_FALSE(Exists());
+  EXPECT_FALSE(folder_.HasSocket());
 }
 
 TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
@@ -84,7 +71,7 @@ TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
   EXPECT_EQ(
       status.message(),
       absl::ErrnoToStatus(ENOBUFS, "cannot listen at " + path_).message());
-  EXPECT_FALSE(Exists());
+  EXPECT_FALSE(folder_.HasSocket());
 }
 
 }  // namespace

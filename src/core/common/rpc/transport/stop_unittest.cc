@@ -1,12 +1,9 @@
 // A server with many open streams stops, whether or not its clients read.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,23 +18,13 @@ constexpr size_t kClients = 10;
 
 class Stop : public ProbeTest {
  protected:
-  Stop() {
-    std::string pattern = "/tmp/stop.XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-    path_ = folder_ + "/socket";
-  }
-  ~Stop() override {
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
-  }
-
   // A server that listens, with all clients connected and their streams open.
   void ServeMany() {
     ServerOptions options;
     options.limits.goodbye_timeout = std::chrono::milliseconds(5);
     server.emplace(loop, options);
     server->AddService(&service);
-    ASSERT_TRUE(server->Listen(path_).ok());
+    ASSERT_TRUE(server->Listen(folder_.socket()).ok());
     for (size_t i = 0; i < kClients; ++i) {
       peer = NewPeer();
       for (uint64_t id = 0; id < kStreams / kClients; ++id) {
@@ -85,21 +72,15 @@ class Stop : public ProbeTest {
     EXPECT_EQ(counters().connections_now, 0u);
   }
 
-  bool SocketExists() const {
-    struct stat file;
-    return lstat(path_.c_str(), &file) == 0;
-  }
-
-  std::string folder_;
-  std::string path_;
+  const SocketFolder folder_;
   std::vector<std::unique_ptr<RawPeer>> peers_;
 };
 
 TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithinAFewTurns) {
   ServeMany();
-  ASSERT_TRUE(SocketExists());
+  ASSERT_TRUE(folder_.HasSocket());
   server->Stop();
-  EXPECT_FALSE(SocketExists());
+  EXPECT_FALSE(folder_.HasSocket());
   RunUntilDisconnected();
   ExpectAllStreamsAreOver();
   for (const auto& client : peers_) {
@@ -114,7 +95,7 @@ TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithinAFewTurns) {
   FillSockets();
   TakeLog();
   server->Stop();
-  EXPECT_FALSE(SocketExists());
+  EXPECT_FALSE(folder_.HasSocket());
   RunUntilDisconnected();
   ExpectAllStreamsAreOver();
   // Nothing keeps the loop running for longer than the goodbyes may take.

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -21,23 +20,9 @@ namespace {
 
 class UnixSocket : public ::testing::Test {
  protected:
-  UnixSocket() {
-    std::string pattern = "/tmp/lab.XXXXXX";
-    folder_ = mkdtemp(pattern.data());
-    path_ = folder_ + "/socket";
-  }
-  ~UnixSocket() override {
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
-  }
-
-  bool Exists() const {
-    struct stat file;
-    return lstat(path_.c_str(), &file) == 0;
-  }
-
-  std::string folder_;
-  std::string path_;
+  const SocketFolder socket_folder_;
+  const std::string& folder_ = socket_folder_.path();
+  const std::string& path_ = socket_folder_.socket();
 };
 
 TEST_F(UnixSocket, ConnectsAClientToAServer) {
@@ -59,9 +44,9 @@ TEST_F(UnixSocket, IsForThisUserOnly) {
 TEST_F(UnixSocket, GoesWhenTheServerStops) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
-  EXPECT_TRUE(Exists());
+  EXPECT_TRUE(socket_folder_.HasSocket());
   lab.server->Stop();
-  EXPECT_FALSE(Exists());
+  EXPECT_FALSE(socket_folder_.HasSocket());
   EXPECT_EQ(Client::Connect(lab.loop, path_).status(),
             absl::UnavailableError("there is no socket at " + path_ +
                                    ": is the server up?"));
@@ -71,7 +56,7 @@ TEST_F(UnixSocket, GoesWithTheServer) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   lab.server.reset();
-  EXPECT_FALSE(Exists());
+  EXPECT_FALSE(socket_folder_.HasSocket());
 }
 
 TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
@@ -81,14 +66,14 @@ TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
   const auto second = UnixListener::Open(path_);
   ASSERT_TRUE(second.ok());
   first->RemoveFile();
-  EXPECT_TRUE(Exists());
+  EXPECT_TRUE(socket_folder_.HasSocket());
 }
 
 TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
   auto dead = UnixListener::Open(path_);
   ASSERT_TRUE(dead.ok());
   close(dead->Release());
-  ASSERT_TRUE(Exists());
+  ASSERT_TRUE(socket_folder_.HasSocket());
   EXPECT_EQ(ConnectToUnixSocket(path_).status(),
             absl::UnavailableError("nobody listens at " + path_ +
                                    ": the server has gone"));
@@ -115,7 +100,7 @@ TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
                 path_ + " exists and is not a socket: choose another path"));
   EXPECT_EQ(ConnectToUnixSocket(path_).status(),
             absl::FailedPreconditionError(path_ + " is not a socket"));
-  EXPECT_TRUE(Exists());
+  EXPECT_TRUE(socket_folder_.HasSocket());
 }
 
 TEST_F(UnixSocket, ItsPathHasALimitedLength) {
@@ -147,7 +132,7 @@ TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
                                     "/ of the socket: choose one that is for "
                                     "this user only (mode 0700)"))
         << mode;
-    EXPECT_FALSE(Exists());
+    EXPECT_FALSE(socket_folder_.HasSocket());
   }
   ASSERT_EQ(chmod(folder_.c_str(), 0700), 0);
   EXPECT_TRUE(UnixListener::Open(path_).ok());

@@ -102,8 +102,6 @@ class HostService final : public lab::LabRpc {
 class UnreadSubscriber : public ::testing::Test {
  protected:
   UnreadSubscriber() {
-    folder_ = mkdtemp(std::string("/tmp/unread.XXXXXX").data());
-    path_ = folder_ + "/socket";
     int ready[2];
     EXPECT_EQ(pipe(ready), 0);
     host_ = fork();
@@ -114,13 +112,11 @@ class UnreadSubscriber : public ::testing::Test {
     char byte;
     EXPECT_EQ(read(ready[0], &byte, 1), 1);
     close(ready[0]);
-    control_ = Client::Connect(loop_, path_).value();
+    control_ = Client::Connect(loop_, folder_.socket()).value();
   }
   ~UnreadSubscriber() override {
     kill(host_, SIGKILL);
     waitpid(host_, nullptr, 0);
-    unlink(path_.c_str());
-    rmdir(folder_.c_str());
   }
 
   size_t AskHost(const std::string& what) {
@@ -142,7 +138,7 @@ class UnreadSubscriber : public ::testing::Test {
     asio::local::stream_protocol::socket socket(loop_);
     std::error_code error;
     socket.assign(asio::local::stream_protocol(),
-                  ConnectToUnixSocket(path_)->Release(), error);
+                  ConnectToUnixSocket(folder_.socket())->Release(), error);
     EXPECT_FALSE(error);
     return socket;
   }
@@ -182,7 +178,7 @@ class UnreadSubscriber : public ::testing::Test {
   };
   void AddSubscribers() {
     for (size_t i = 0; i < kConnections; ++i) {
-      clients_.push_back(Client::Connect(loop_, path_).value());
+      clients_.push_back(Client::Connect(loop_, folder_.socket()).value());
     }
     for (size_t i = 1; i < kSubscribers; ++i) {
       subscribers_.push_back(
@@ -224,15 +220,14 @@ class UnreadSubscriber : public ::testing::Test {
     Server server(loop, options);
     service.server = &server;
     server.AddService(&service);
-    if (!server.Listen(path_).ok() || write(ready, "!", 1) != 1) {
+    if (!server.Listen(folder_.socket()).ok() || write(ready, "!", 1) != 1) {
       _exit(1);
     }
     loop.run();
     _exit(0);
   }
 
-  std::string folder_;
-  std::string path_;
+  const SocketFolder folder_;
   pid_t host_;
   std::array<std::string, kEventsPerRound> texts_;
   std::unique_ptr<Client> control_;
