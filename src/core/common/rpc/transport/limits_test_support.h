@@ -13,9 +13,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "absl/status/status.h"
 #include "absl/strings/str_cat.h"
 #include "base/logging.h"
 #include "core/common/rpc/transport/counters.h"
@@ -72,6 +74,30 @@ class LimitsTest : public ::testing::Test {
   }
 
   Hits hits() { return HitsOf(lab_->server->counters()); }
+
+  // What a client was told at a limit, all limits that have bitten, and the
+  // host's records since the last time.
+  using Outcome = std::tuple<absl::Status, Hits, std::vector<std::string>>;
+
+  Outcome OutcomeOf(const absl::Status& told) {
+    return {told, hits(), TakeRecords()};
+  }
+  // Of a limit that has bitten once.
+  static Outcome Closed(const std::string& who,
+                        const std::string& limit,
+                        const absl::Status& why) {
+    return {
+        why,
+        {{limit, 1}},
+        {absl::StrCat("Closed the connection of ", who, ": ", why.ToString())}};
+  }
+  static Outcome Refused(const std::string& who,
+                         const std::string& limit,
+                         const absl::Status& why) {
+    return {why,
+            {{limit, 1}},
+            {absl::StrCat("Refused a request of ", who, ": ", why.ToString())}};
+  }
 
   void ExpectBystanderIsServed() {
     EXPECT_EQ(CallText(*bystander_, &lab::Lab_Stub::Echo, "still here").value(),

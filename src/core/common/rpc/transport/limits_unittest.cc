@@ -171,13 +171,11 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheServer) {
   CallFrame call;
   call.set_request(std::string(10'000, 'x'));
   peer->Send(Frame::kCall, call);
-  const absl::Status why = absl::ResourceExhaustedError(
-      "a frame of 10006 bytes exceeds max_frame_bytes, 10000");
-  EXPECT_EQ(peer->AwaitGoodbye(), why);
-  EXPECT_EQ(hits(), (Hits{{"max_frame_bytes", 1}}));
-  EXPECT_THAT(TakeRecords(),
-              ElementsAre(absl::StrCat("Closed the connection of ", Who("raw"),
-                                       ": ", why.ToString())));
+  EXPECT_EQ(
+      OutcomeOf(peer->AwaitGoodbye()),
+      Closed(Who("raw"), "max_frame_bytes",
+             absl::ResourceExhaustedError(
+                 "a frame of 10006 bytes exceeds max_frame_bytes, 10000")));
   ExpectBystanderIsServed();
 }
 
@@ -191,15 +189,12 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheClient) {
   EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
   EXPECT_THAT(hits(), IsEmpty());
 
-  const absl::Status refusal = absl::ResourceExhaustedError(
-      "the response takes a frame of 10001 bytes, more than the client's "
-      "max_frame_bytes, 10000");
-  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
-            refusal);
-  EXPECT_EQ(hits(), (Hits{{"max_frame_bytes", 1}}));
-  EXPECT_THAT(TakeRecords(),
-              ElementsAre(absl::StrCat("Refused a request of ", Who("small"),
-                                       ": ", refusal.ToString())));
+  EXPECT_EQ(
+      OutcomeOf(CallText(*client, &Lab_Stub::Echo, longest + 'x').status()),
+      Refused(Who("small"), "max_frame_bytes",
+              absl::ResourceExhaustedError(
+                  "the response takes a frame of 10001 bytes, more than the "
+                  "client's max_frame_bytes, 10000")));
   ExpectBystanderIsServed();
 }
 
@@ -223,14 +218,11 @@ TEST_F(LimitsTest, MaxOutboxBytes) {
   EXPECT_THAT(hits(), IsEmpty());
 
   CallForFrameOf(*peer, 100'001);
-  const absl::Status why = absl::ResourceExhaustedError(
-      "the client reads too slowly: more than max_outbox_bytes, 100000, would "
-      "wait for it");
-  EXPECT_EQ(peer->AwaitGoodbye(), why);
-  EXPECT_EQ(hits(), (Hits{{"max_outbox_bytes", 1}}));
-  EXPECT_THAT(TakeRecords(),
-              ElementsAre(absl::StrCat("Closed the connection of ", Who("raw"),
-                                       ": ", why.ToString())));
+  EXPECT_EQ(OutcomeOf(peer->AwaitGoodbye()),
+            Closed(Who("raw"), "max_outbox_bytes",
+                   absl::ResourceExhaustedError(
+                       "the client reads too slowly: more than "
+                       "max_outbox_bytes, 100000, would wait for it")));
   ExpectBystanderIsServed();
 }
 
@@ -290,13 +282,10 @@ TEST_F(LimitsTest, HandshakeTimeout) {
   Serve({.handshake_timeout = std::chrono::milliseconds(5)});
   EXPECT_THAT(hits(), IsEmpty());
   RawPeer silent(lab_->loop, lab_->Connect());
-  const absl::Status why =
-      absl::DeadlineExceededError("no hello within handshake_timeout, 5 ms");
-  EXPECT_EQ(silent.AwaitGoodbye(), why);
-  EXPECT_EQ(hits(), (Hits{{"handshake_timeout", 1}}));
-  EXPECT_THAT(TakeRecords(),
-              ElementsAre(absl::StrCat("Closed the connection of ", Process(),
-                                       ": ", why.ToString())));
+  EXPECT_EQ(OutcomeOf(silent.AwaitGoodbye()),
+            Closed(Process(), "handshake_timeout",
+                   absl::DeadlineExceededError(
+                       "no hello within handshake_timeout, 5 ms")));
   ExpectBystanderIsServed();
 }
 
