@@ -39,7 +39,7 @@ Flags:
   --windows N               how many windows to open, 0 to 1000; default: 3
   --answer-timeout SECONDS  how long a client may take to answer a question
                             before the host goes on without it; default: 5
-  --help                    prints this
+  -h, --help                prints this
 
 Limits, each named and counted by 'windowctl status' when it bites:
 %s

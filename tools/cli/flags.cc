@@ -95,6 +95,8 @@ absl::StatusOr<std::vector<std::string>> Flags::Parse(
       arguments.insert(arguments.end(), next, end);
       break;
     }
+    if (word == "-h")
+      word = "--help";
     if (!absl::ConsumePrefix(&word, "--")) {
       arguments.emplace_back(word);
       continue;

@@ -12,8 +12,8 @@
 //       flags.Parse(argc, argv);
 //
 // Both "--name value" and "--name=value" are read, before and between the
-// arguments; "--" ends the flags. What begins with a single dash is an
-// argument.
+// arguments; "--" ends the flags. "-h" stands for "--help"; all else that
+// begins with a single dash is an argument.
 //
 // Ownership: the caller owns the variables, which must outlive the flags.
 //

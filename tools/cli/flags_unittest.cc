@@ -84,6 +84,15 @@ TEST_F(FlagsTest, TwoDashesEndTheFlags) {
   EXPECT_FALSE(help_);
 }
 
+TEST_F(FlagsTest, ShortHelpStandsForHelp) {
+  EXPECT_THAT(*Parse({"--", "-h"}), ElementsAre("-h"));
+  EXPECT_THAT(*Parse({"--socket", "-h"}), ElementsAre());
+  EXPECT_EQ("-h", socket_);
+  EXPECT_FALSE(help_);
+  EXPECT_THAT(*Parse({"call", "-h"}), ElementsAre("call"));
+  EXPECT_TRUE(help_);
+}
+
 TEST_F(FlagsTest, UnknownFlagIsNamedWithTheNearestKnownOne) {
   EXPECT_EQ("There is no flag --sokcet. Did you mean --socket?",
             Fault({"--sokcet=x"}));

@@ -40,7 +40,7 @@ with any.
 Flags:
   --clients N  how many clients at a time, 2 to 400; default: 16
   --seed N     what all chance follows from; default: another each time
-  --help       prints this
+  -h, --help   prints this
 
 Exit status: 0 if every question did, 1 if not, 2 wrong usage.
 )";

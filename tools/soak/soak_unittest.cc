@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -125,6 +126,13 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
   EXPECT_GT(outcome.refused, 0u);
   EXPECT_GT(outcome.events_received, 0u);
   EXPECT_GT(outcome.calls_succeeded, 0u);
+}
+
+TEST(Help, IsNoFailure) {
+  for (const char* flag : {"-h", "--help"}) {
+    const std::string command = absl::StrCat(SOAK, " ", flag, " >/dev/null");
+    EXPECT_EQ(std::system(command.c_str()), 0) << flag;
+  }
 }
 
 // The books would show it: what the counts above rest on.

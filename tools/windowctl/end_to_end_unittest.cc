@@ -21,16 +21,18 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 TEST_F(EndToEndTest, HelpIsNoFailure) {
-  const Process::Result client = RunClient({"call", "--help"});
-  EXPECT_EQ(kSuccess, client.exit_code);
-  EXPECT_THAT(client.output, HasSubstr("windowctl call METHOD JSON"));
-  EXPECT_EQ("", client.errors);
+  for (const char* flag : {"-h", "--help"}) {
+    const Process::Result client = RunClient({"call", flag});
+    EXPECT_EQ(kSuccess, client.exit_code);
+    EXPECT_THAT(client.output, HasSubstr("windowctl call METHOD JSON"));
+    EXPECT_EQ("", client.errors);
 
-  const Process::Result host = RunToEnd(HostWords({"--help"}));
-  EXPECT_EQ(0, host.exit_code);
-  EXPECT_THAT(host.output, HasSubstr("--windows N"));
-  EXPECT_THAT(host.output, HasSubstr("--max-streams N"));
-  EXPECT_EQ("", host.errors);
+    const Process::Result host = RunToEnd(HostWords({flag}));
+    EXPECT_EQ(0, host.exit_code);
+    EXPECT_THAT(host.output, HasSubstr("--windows N"));
+    EXPECT_THAT(host.output, HasSubstr("--max-streams N"));
+    EXPECT_EQ("", host.errors);
+  }
 }
 
 TEST_F(EndToEndTest, MethodsAreListedWithoutAHost) {

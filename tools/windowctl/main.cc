@@ -35,7 +35,7 @@ Flags:
                      question, which stands on its standard input; what it
                      prints is the answer
   --json             'status' only: prints a line of JSON
-  --help             prints this
+  -h, --help         prints this
 
 'answer' takes a method of the kind 'callback stream'; 'methods' lists them. It
 prints each question as a line of JSON, the method's message. An answer is the
