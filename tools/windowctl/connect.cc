@@ -1,29 +1,50 @@
 #include "tools/windowctl/connect.h"
 
+#include <string_view>
+#include <utility>
+
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/unix_socket.h"
 #include "tools/cli/socket_path.h"
 #include "tools/windowctl/commands.h"
 
 namespace windowctl {
+namespace {
 
-absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
-    asio::io_context& loop,
-    const std::string& socket) {
+using asio::local::stream_protocol;
+using rpc::transport::Client;
+
+absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
+  return absl::UnavailableError(
+      absl::StrCat("No connection: ", why.message(), hint));
+}
+
+}  // namespace
+
+absl::StatusOr<std::unique_ptr<Client>> Connect(asio::io_context& loop,
+                                                const std::string& socket) {
   if (absl::Status folder = cli::CheckSocketFolder(socket); !folder.ok())
     return folder;
+  auto fd = rpc::transport::ConnectToUnixSocket(socket);
+  if (!fd.ok()) {
+    return NoConnection(
+        fd.status(), absl::IsUnavailable(fd.status())
+                         ? "\nIs window_host running, with the same --socket?"
+                         : "");
+  }
   rpc::transport::ClientOptions options;
   options.name = "windowctl";
-  auto client = rpc::transport::Client::Connect(loop, socket, options);
-  if (client.ok())
-    return client;
-  return absl::UnavailableError(
-      absl::StrCat("No connection: ", client.status().message(),
-                   "\nIs window_host running, with the same --socket?"));
+  auto client = Client::Adopt(
+      loop, stream_protocol::socket(loop, stream_protocol(), fd->Release()),
+      std::move(options));
+  // A host that says why it does not serve us is running.
+  if (!client.ok())
+    return NoConnection(client.status(), "");
+  return client;
 }
 
 // What ended with its connection ended for the same reason.
-ExitCode FailOn(const rpc::transport::Client& client,
-                const absl::Status& status) {
+ExitCode FailOn(const Client& client, const absl::Status& status) {
   return Fail(status == client.status() ? kNoConnection : kCallFailed, status);
 }
 

@@ -103,6 +103,25 @@ TEST_F(EndToEndTest, AbsentHostIsSaidWithItsSocket) {
   EXPECT_THAT(result.errors, HasSubstr("Is window_host running"));
 }
 
+TEST_F(EndToEndTest, HostThatHasGoneIsSaidWithItsSocket) {
+  StartHost();
+  StopHost(SIGKILL);
+  const Process::Result result = RunClient({"call", "Show", "{}"});
+  EXPECT_EQ(kNoConnection, result.exit_code);
+  EXPECT_THAT(result.errors, HasSubstr("nobody listens at " + socket_));
+  EXPECT_THAT(result.errors, HasSubstr("Is window_host running"));
+}
+
+TEST_F(EndToEndTest, HostThatRefusesIsNotTakenForAbsent) {
+  StartHost({"--max-connections=1"});
+  StartClient({"watch", "1"});
+  const Process::Result result = RunClient({"call", "Show", "{}"});
+  EXPECT_EQ(kNoConnection, result.exit_code);
+  EXPECT_EQ("", result.output);
+  EXPECT_EQ("windowctl: No connection: max_connections, 1, are open\n",
+            result.errors);
+}
+
 TEST_F(EndToEndTest, SocketInAFolderOfAnotherUserIsNotTrusted) {
   constexpr uid_t kNobody = 65534;
   if (chown(folder_.c_str(), kNobody, -1) != 0)
