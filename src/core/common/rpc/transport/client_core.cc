@@ -183,6 +183,7 @@ void ClientCore::CallAndWait(const MethodDescriptor* method,
     return;
   }
   Waiter waiter;
+  connection_->HoldWrites();
   const uint64_t id = StartCall(method, controller, request, response, &waiter);
   connection_->Write();
   if (!RunUntil(waiter.done())) {

@@ -172,7 +172,7 @@ bool Connection::Append(FrameKind kind,
 }
 
 void Connection::WriteSoon() {
-  if (handling_ || write_scheduled_ || awaiting_writable_) {
+  if (handling_ || holding_ || write_scheduled_ || awaiting_writable_) {
     return;
   }
   write_scheduled_ = true;
@@ -183,6 +183,7 @@ void Connection::WriteSoon() {
 }
 
 void Connection::Write() {
+  holding_ = false;
   if (!is_open()) {
     return;
   }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/common/rpc/transport/client_stream.h"
@@ -91,6 +92,31 @@ TEST_F(Writing, EverythingArrivesAlsoThroughAVerySmallSocketBuffer) {
   const std::string text(2'000'000, 'x');
   EXPECT_EQ(CallText(**client, &Lab_Stub::Echo, text).value(), text);
   EXPECT_GT((*client)->counters().writes, 10u);
+}
+
+class NoFrames final : public Connection::Delegate {
+ public:
+  absl::Status OnFrame(const FrameView&) override { return absl::OkStatus(); }
+  void OnClosed(const absl::Status&) override {}
+};
+
+TEST(HeldWrites, TakeNoTurnOfTheLoopAndEndWithTheNextWrite) {
+  asio::io_context loop;
+  auto [near, far] = SocketPair(loop);
+  const auto counters = std::make_shared<Counters>();
+  const auto connection = std::make_shared<Connection>(
+      Connection::Side::kClient, std::move(near), Limits(), counters);
+  connection->Start(std::make_shared<NoFrames>());
+  connection->HoldWrites();
+  connection->Append(Frame::kCancel, CancelFrame());
+  EXPECT_EQ(loop.poll(), 0u);
+  EXPECT_EQ(counters->writes, 0u);
+  connection->Write();
+  EXPECT_EQ(counters->writes, 1u);
+  connection->Append(Frame::kCancel, CancelFrame());
+  loop.poll();
+  EXPECT_EQ(counters->writes, 2u);
+  connection->Close(absl::CancelledError("over"));
 }
 
 // A peer that sends calls but takes no replies.
