@@ -106,6 +106,8 @@ void ServiceWriter::WriteDescriptorFunctions() {
   }
 }
 
+// The records are out of line: compilers would set up a frame for them ahead of
+// the switch, in every call.
 void ServiceWriter::WriteCallMethod() {
   Print(has_unary_ ? R"(
 void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
@@ -134,13 +136,17 @@ void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
 )");
     } else {
       Print(R"(    case $index$:  // $method$
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
 )");
     }
   });
   Print(R"(    default:
-      ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      }();
       break;
   }
 }

@@ -8,6 +8,7 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
+#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/stream/event_stream.h"
 
@@ -139,10 +140,14 @@ void ServiceRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
           done);
       break;
     case 14:  // Hook
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
     default:
-      ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      }();
       break;
   }
 }

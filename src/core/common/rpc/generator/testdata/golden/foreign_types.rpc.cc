@@ -8,6 +8,7 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
+#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 
 static ::google::protobuf::internal::AddDescriptorsRunner
@@ -74,7 +75,9 @@ void ForeignRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
           done);
       break;
     default:
-      ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      }();
       break;
   }
 }

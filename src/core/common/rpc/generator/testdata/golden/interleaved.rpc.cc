@@ -8,6 +8,7 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
+#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -57,7 +58,9 @@ void InterleavedRpc::CallMethod(const ::google::protobuf::MethodDescriptor* meth
     ::google::protobuf::Closure* done) {
   switch (method->index()) {
     case 0:  // WhenTick
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
     case 1:
       this->Read(controller,
@@ -66,7 +69,9 @@ void InterleavedRpc::CallMethod(const ::google::protobuf::MethodDescriptor* meth
           done);
       break;
     case 2:  // OnChoose
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
     case 3:
       this->Write(controller,
@@ -75,10 +80,14 @@ void InterleavedRpc::CallMethod(const ::google::protobuf::MethodDescriptor* meth
           done);
       break;
     case 4:  // WhenTickAgain
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
     case 5:  // OnChooseAgain
-      ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
+      }();
       break;
     case 6:
       this->Subscribe(controller,
@@ -93,7 +102,9 @@ void InterleavedRpc::CallMethod(const ::google::protobuf::MethodDescriptor* meth
           done);
       break;
     default:
-      ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+        ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
+      }();
       break;
   }
 }
