@@ -134,7 +134,6 @@ static void AssignDescriptors() {
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 )");
     if (streams_.kinds.contains(MethodKind::kCallbackStream))

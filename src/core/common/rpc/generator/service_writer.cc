@@ -106,8 +106,8 @@ void ServiceWriter::WriteDescriptorFunctions() {
   }
 }
 
-// The records are out of line: compilers would set up a frame for them ahead of
-// the switch, in every call.
+// Refuses in one place, after the switch: compilers would set up a frame for
+// records within it in every call.
 void ServiceWriter::WriteCallMethod() {
   Print(has_unary_ ? R"(
 void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
@@ -115,6 +115,7 @@ void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
 )"
                    : R"(
@@ -123,6 +124,7 @@ void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message*,
     ::google::protobuf::Message*,
     ::google::protobuf::Closure*) {
+  void (*refuse)();
   switch (method->index()) {
 )");
   ForEachMethod([this](const Method& method) {
@@ -132,23 +134,24 @@ void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,
           static_cast<const $request$*>(request),
           static_cast<$response$*>(response),
           done);
-      break;
+      return;
 )");
     } else {
       Print(R"(    case $index$:  // $method$
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
 )");
     }
   });
   Print(R"(    default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 )");
 }

@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/stream/event_stream.h"
 
@@ -54,102 +53,104 @@ void ServiceRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Show(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 1:
       this->method(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 2:
       this->controller(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 3:
       this->request(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 4:
       this->response(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 5:
       this->done(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 6:
       this->channel(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 7:
       this->std(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 8:
       this->google(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 9:
       this->torvane(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 10:
       this->absl(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 11:
       this->AssignDescriptors(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 12:
       this->init_service_descriptors_flag(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 13:
       this->Service(controller,
           static_cast<const ::awkward::google::std::torvane::absl::Show*>(request),
           static_cast<::awkward::google::std::torvane::absl::Show*>(response),
           done);
-      break;
+      return;
     case 14:  // Hook
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& ServiceRpc::GetRequestPrototype(

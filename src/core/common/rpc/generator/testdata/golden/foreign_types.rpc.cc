@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 
 static ::google::protobuf::internal::AddDescriptorsRunner
@@ -49,37 +48,39 @@ void ForeignRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Deep(controller,
           static_cast<const ::a::b_c::d1::e::Leaf*>(request),
           static_cast<::Question*>(response),
           done);
-      break;
+      return;
     case 1:
       this->Nested(controller,
           static_cast<const ::Question_Answer*>(request),
           static_cast<::google::protobuf::Any*>(response),
           done);
-      break;
+      return;
     case 2:
       this->WellKnown(controller,
           static_cast<const ::google::protobuf::Empty*>(request),
           static_cast<::google::protobuf::Struct*>(response),
           done);
-      break;
+      return;
     case 3:
       this->ThroughPublicImport(controller,
           static_cast<const ::several::Ping*>(request),
           static_cast<::several::Pong*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& ForeignRpc::GetRequestPrototype(

@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -56,57 +55,59 @@ void InterleavedRpc::CallMethod(const ::google::protobuf::MethodDescriptor* meth
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:  // WhenTick
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 1:
       this->Read(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::interleaved::Tick*>(response),
           done);
-      break;
+      return;
     case 2:  // OnChoose
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 3:
       this->Write(controller,
           static_cast<const ::interleaved::Tick*>(request),
           static_cast<::BrowserId*>(response),
           done);
-      break;
+      return;
     case 4:  // WhenTickAgain
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 5:  // OnChooseAgain
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 6:
       this->Subscribe(controller,
           static_cast<const ::rpc::EventSubscription*>(request),
           static_cast<::interleaved::Tick*>(response),
           done);
-      break;
+      return;
     case 7:
       this->Echo(controller,
           static_cast<const ::interleaved::Choose*>(request),
           static_cast<::interleaved::Choose*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& InterleavedRpc::GetRequestPrototype(

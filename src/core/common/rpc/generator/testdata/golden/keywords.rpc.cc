@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 
 static ::google::protobuf::internal::AddDescriptorsRunner
@@ -49,133 +48,135 @@ void operatorRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->delete_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class__struct*>(response),
           done);
-      break;
+      return;
     case 1:
       this->new_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 2:
       this->co_await_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 3:
       this->xor_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 4:
       this->NULL_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 5:
       this->assert_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 6:
       this->errno_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 7:
       this->__FILE___(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 8:
       this->_Exit_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 9:
       this->CallMethod_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 10:
       this->GetDescriptor_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 11:
       this->GetRequestPrototype_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 12:
       this->GetResponsePrototype_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 13:
       this->OpenStream_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 14:
       this->descriptor_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 15:
       this->operatorRpc_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 16:
       this->EINVAL_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 17:
       this->LOG_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 18:
       this->A_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     case 19:
       this->offsetof_(controller,
           static_cast<const ::keywords::class_*>(request),
           static_cast<::keywords::class_*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& operatorRpc::GetRequestPrototype(

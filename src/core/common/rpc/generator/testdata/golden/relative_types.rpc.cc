@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 
 static ::google::protobuf::internal::AddDescriptorsRunner
@@ -49,19 +48,21 @@ void FramesRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Echo(controller,
           static_cast<const ::rpc::transport::StreamMessage*>(request),
           static_cast<::rpc::transport::StreamMessage*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& FramesRpc::GetRequestPrototype(

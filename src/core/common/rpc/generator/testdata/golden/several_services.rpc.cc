@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 
 static ::google::protobuf::internal::AddDescriptorsRunner
@@ -49,19 +48,21 @@ void FirstRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Serve(controller,
           static_cast<const ::several::Ping*>(request),
           static_cast<::several::Pong*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& FirstRpc::GetRequestPrototype(
@@ -123,25 +124,27 @@ void SecondRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Serve(controller,
           static_cast<const ::several::Pong*>(request),
           static_cast<::several::Ping*>(response),
           done);
-      break;
+      return;
     case 1:
       this->Return(controller,
           static_cast<const ::several::Ping*>(request),
           static_cast<::several::Pong*>(response),
           done);
-      break;
+      return;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& SecondRpc::GetRequestPrototype(
@@ -218,13 +221,15 @@ void EmptyRpc::CallMethod(const ::google::protobuf::MethodDescriptor* method,
     const ::google::protobuf::Message*,
     ::google::protobuf::Message*,
     ::google::protobuf::Closure*) {
+  void (*refuse)();
   switch (method->index()) {
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& EmptyRpc::GetRequestPrototype(

@@ -8,7 +8,6 @@
 
 #include <google/protobuf/generated_message_reflection.h>
 
-#include "absl/base/attributes.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -58,255 +57,257 @@ void BrowserWindowRpc::CallMethod(const ::google::protobuf::MethodDescriptor* me
     const ::google::protobuf::Message* request,
     ::google::protobuf::Message* response,
     ::google::protobuf::Closure* done) {
+  void (*refuse)();
   switch (method->index()) {
     case 0:
       this->Show(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 1:
       this->IsVisible(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 2:
       this->Hide(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 3:
       this->Activate(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 4:
       this->IsActive(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 5:
       this->Deactivate(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 6:
       this->Focus(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 7:
       this->Maximize(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 8:
       this->IsMaximized(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 9:
       this->Minimize(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 10:
       this->IsMinimized(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 11:
       this->Restore(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 12:
       this->EnterFullScreen(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 13:
       this->ExitFullScreen(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 14:
       this->IsFullScreen(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 15:
       this->Close(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 16:
       this->SetPosition(controller,
           static_cast<const ::rpc::WindowPosition*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 17:
       this->SetSize(controller,
           static_cast<const ::rpc::WindowSize*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 18:
       this->SetBounds(controller,
           static_cast<const ::rpc::WindowBounds*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 19:
       this->GetBounds(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::rpc::Rect*>(response),
           done);
-      break;
+      return;
     case 20:
       this->CenterWindow(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 21:
       this->SetTitle(controller,
           static_cast<const ::rpc::WindowTitle*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 22:
       this->GetTitle(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::StringValue*>(response),
           done);
-      break;
+      return;
     case 23:
       this->SetWindowTitleVisible(controller,
           static_cast<const ::rpc::WindowTitleVisibility*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 24:
       this->IsWindowTitleVisible(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 25:
       this->SetWindowTitlebarVisible(controller,
           static_cast<const ::rpc::WindowTitlebarVisibility*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 26:
       this->IsWindowTitlebarVisible(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 27:
       this->SetWindowButtonVisible(controller,
           static_cast<const ::rpc::WindowButtonVisibility*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 28:
       this->IsWindowButtonVisible(controller,
           static_cast<const ::rpc::WindowButton*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 29:
       this->SetWindowStyleFlags(controller,
           static_cast<const ::rpc::WindowStyleFlags*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 30:
       this->GetWindowStyleFlags(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::rpc::WindowStyleFlags*>(response),
           done);
-      break;
+      return;
     case 31:
       this->SetWindowDisplayPolicy(controller,
           static_cast<const ::rpc::BrowserWindowDisplayPolicy*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 32:
       this->GetWindowDisplayPolicy(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::rpc::BrowserWindowDisplayPolicy*>(response),
           done);
-      break;
+      return;
     case 33:
       this->SetWindowAnimationBehavior(controller,
           static_cast<const ::rpc::WindowAnimationBehavior*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 34:
       this->SetActivationIndependenceEnabled(controller,
           static_cast<const ::rpc::ActivationIndependence*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 35:
       this->IsActivationIndependenceEnabled(controller,
           static_cast<const ::BrowserId*>(request),
           static_cast<::google::protobuf::BoolValue*>(response),
           done);
-      break;
+      return;
     case 36:
       this->SetVibrancy(controller,
           static_cast<const ::rpc::BrowserVibrancy*>(request),
           static_cast<::google::protobuf::Empty*>(response),
           done);
-      break;
+      return;
     case 37:  // WhenBrowserWindowClosed
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 38:  // OnCanExecuteCommand
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 39:  // OnShowContextMenu
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     case 40:  // OnCloseWindow
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Streaming method can't be called with this call.";
-      }();
+      };
       break;
     default:
-      []() ABSL_ATTRIBUTE_COLD ABSL_ATTRIBUTE_NOINLINE {
+      refuse = [] {
         ABSL_LOG(FATAL) << "Bad method index; this should never happen.";
-      }();
+      };
       break;
   }
+  refuse();
 }
 
 const ::google::protobuf::Message& BrowserWindowRpc::GetRequestPrototype(
