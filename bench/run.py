@@ -1,6 +1,6 @@
-"""Measures, prints the table, and writes summary.json and the charts.
+"""Measures, prints the table, and writes summary.json, the page and its charts.
 
-    python3 -B bench/run.py BUILD_FOLDER CHART_FOLDER [--rounds N] [--no-charts]
+    python3 -B bench/run.py BUILD_FOLDER DOCS_FOLDER [--rounds N] [--keep-docs]
 """
 
 import argparse
@@ -13,6 +13,7 @@ import platform
 import charts
 import measure
 import rows
+import tables
 
 
 def machine():
@@ -40,8 +41,7 @@ def print_table(measurements):
               f"{show(ours.high):>9} {row.ratio(measurements):7.3g} "
               f"{low:7.3g} {high:7.3g}  {verdict}")
     print("\nHeap of the host, bytes for each:")
-    for thing in ("connection", "stream", "subscription", "answered_window",
-                  "question"):
+    for thing in tables.HEAP:
         print(f"  {thing:16} {measurements['memory.' + thing].median:8,.0f}")
 
 
@@ -56,12 +56,33 @@ def print_verdict(measurements):
               "unary_p99_vs_p50 does not.")
 
 
+def draw_charts(measurements, when, folder):
+    folder.mkdir(parents=True, exist_ok=True)
+    goals = [row for row in rows.ROWS if row.reach]
+    charts.draw_headline(measurements, when, machine(),
+                         folder / "headline.svg")
+    charts.draw_lookups(measurements, when, machine(), folder / "lookups.svg")
+    charts.draw_goals(goals, measurements, when, machine(),
+                      folder / "goals.svg")
+
+
+def write_page(measurements, when, rounds, path):
+    occasion = (f"Measured on {when}, on {machine()}, in {rounds} rounds; "
+                f"{measurements.busy_runs} of {measurements.runs} runs shared "
+                "their core with other programs.")
+    page = path.read_text(encoding="utf-8")
+    page = tables.replace(page, "occasion", [occasion])
+    page = tables.replace(page, "goals", tables.goals(rows.ROWS, measurements))
+    page = tables.replace(page, "heap", tables.heap(measurements))
+    path.write_text(page, encoding="utf-8")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("charts", type=pathlib.Path)
+    parser.add_argument("docs", type=pathlib.Path)
     parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--no-charts", action="store_true")
+    parser.add_argument("--keep-docs", action="store_true")
     arguments = parser.parse_args()
 
     measurements = measure.measure(arguments.build, arguments.rounds)
@@ -73,17 +94,12 @@ def main():
     (arguments.build / "summary.json").write_text(
         json.dumps(summary, indent=2) + "\n")
 
-    if arguments.no_charts:
+    if arguments.keep_docs:
         return
-    arguments.charts.mkdir(parents=True, exist_ok=True)
     when = datetime.date.today().isoformat()
-    goals = [row for row in rows.ROWS if row.reach]
-    charts.draw_headline(measurements, when, machine(),
-                         arguments.charts / "headline.svg")
-    charts.draw_lookups(measurements, when, machine(),
-                        arguments.charts / "lookups.svg")
-    charts.draw_goals(goals, measurements, when, machine(),
-                      arguments.charts / "goals.svg")
+    draw_charts(measurements, when, arguments.docs / "bench")
+    write_page(measurements, when, arguments.rounds,
+               arguments.docs / "performance.md")
 
 
 if __name__ == "__main__":
