@@ -183,11 +183,12 @@ void Connection::WriteSoon() {
 }
 
 void Connection::Write() {
-  holding_ = false;
   if (!is_open()) {
     return;
   }
+  holding_ = true;
   delegate_->BeforeWrite();
+  holding_ = false;
   WriteOut();
 }
 

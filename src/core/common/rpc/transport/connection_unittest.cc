@@ -94,29 +94,82 @@ TEST_F(Writing, EverythingArrivesAlsoThroughAVerySmallSocketBuffer) {
   EXPECT_GT((*client)->counters().writes, 10u);
 }
 
-class NoFrames final : public Connection::Delegate {
- public:
+class HeldWrites : public ::testing::Test, public Connection::Delegate {
+ protected:
+  HeldWrites() {
+    connection->Start(std::shared_ptr<Connection::Delegate>(this, [](auto) {}));
+  }
+  ~HeldWrites() override { connection->Close(absl::CancelledError("over")); }
+
+  void Append() { connection->Append(Frame::kCancel, CancelFrame()); }
+
+  asio::io_context loop;
+  std::pair<asio::local::stream_protocol::socket,
+            asio::local::stream_protocol::socket>
+      sockets = SocketPair(loop);
+  std::shared_ptr<Counters> counters = std::make_shared<Counters>();
+  std::shared_ptr<Connection> connection =
+      std::make_shared<Connection>(Connection::Side::kClient,
+                                   std::move(sockets.first),
+                                   Limits(),
+                                   counters);
+  // Frames that BeforeWrite() is to append, and how often it was called.
+  int held_back = 0;
+  int writes_begun = 0;
+
+ private:
   absl::Status OnFrame(const FrameView&) override { return absl::OkStatus(); }
+  void BeforeWrite() override {
+    ++writes_begun;
+    for (; held_back > 0; --held_back) {
+      Append();
+    }
+  }
   void OnClosed(const absl::Status&) override {}
 };
 
-TEST(HeldWrites, TakeNoTurnOfTheLoopAndEndWithTheNextWrite) {
-  asio::io_context loop;
-  auto [near, far] = SocketPair(loop);
-  const auto counters = std::make_shared<Counters>();
-  const auto connection = std::make_shared<Connection>(
-      Connection::Side::kClient, std::move(near), Limits(), counters);
-  connection->Start(std::make_shared<NoFrames>());
+TEST_F(HeldWrites, TakeNoTurnOfTheLoop) {
   connection->HoldWrites();
-  connection->Append(Frame::kCancel, CancelFrame());
-  EXPECT_EQ(loop.poll(), 0u);
-  EXPECT_EQ(counters->writes, 0u);
+  Append();
+  loop.poll();
+  EXPECT_EQ(writes_begun, 0);
   connection->Write();
   EXPECT_EQ(counters->writes, 1u);
-  connection->Append(Frame::kCancel, CancelFrame());
+}
+
+TEST_F(HeldWrites, EndWithTheNextWrite) {
+  connection->HoldWrites();
+  connection->Write();
+  Append();
   loop.poll();
-  EXPECT_EQ(counters->writes, 2u);
-  connection->Close(absl::CancelledError("over"));
+  EXPECT_EQ(counters->writes, 1u);
+}
+
+TEST_F(HeldWrites, WhatIsAppendedBeforeAWriteTakesNoTurnOfItsOwn) {
+  held_back = 2;
+  connection->Write();
+  EXPECT_EQ(counters->writes, 1u);
+  EXPECT_EQ(counters->frames_written, 2u);
+  loop.poll();
+  EXPECT_EQ(writes_begun, 1);
+}
+
+// If the call had taken a turn of the loop to write, the second call would have
+// been written in it.
+TEST(BlockingCall, TakesNoTurnOfTheLoopToWrite) {
+  Lab lab;
+  const auto client = lab.NewClient();
+  const uint64_t writes = client->counters().writes;
+  TextCall second;
+  uint64_t writes_a_turn_later = 0;
+  asio::post(lab.loop, [&] {
+    asio::post(lab.loop,
+               [&] { writes_a_turn_later = client->counters().writes; });
+    second.Start(*client, &Lab_Stub::Echo, "x");
+  });
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "x").ok());
+  EXPECT_EQ(writes_a_turn_later, writes + 1);
+  lab.RunUntil([&] { return second.over(); });
 }
 
 // A peer that sends calls but takes no replies.
