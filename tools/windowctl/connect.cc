@@ -4,14 +4,12 @@
 #include <utility>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/transport/unix_socket.h"
 #include "tools/cli/socket_path.h"
 #include "tools/windowctl/commands.h"
 
 namespace windowctl {
 namespace {
 
-using asio::local::stream_protocol;
 using rpc::transport::Client;
 
 absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
@@ -25,18 +23,17 @@ absl::StatusOr<std::unique_ptr<Client>> Connect(asio::io_context& loop,
                                                 const std::string& socket) {
   if (absl::Status folder = cli::CheckSocketFolder(socket); !folder.ok())
     return folder;
-  auto fd = rpc::transport::ConnectToUnixSocket(socket);
-  if (!fd.ok()) {
+  auto connected = Client::OpenSocket(loop, socket);
+  if (!connected.ok()) {
     return NoConnection(
-        fd.status(), absl::IsUnavailable(fd.status())
-                         ? "\nIs window_host running, with the same --socket?"
-                         : "");
+        connected.status(),
+        absl::IsUnavailable(connected.status())
+            ? "\nIs window_host running, with the same --socket?"
+            : "");
   }
   rpc::transport::ClientOptions options;
   options.name = "windowctl";
-  auto client = Client::Adopt(
-      loop, stream_protocol::socket(loop, stream_protocol(), fd->Release()),
-      std::move(options));
+  auto client = Client::Adopt(loop, *std::move(connected), std::move(options));
   // A host that says why it does not serve us is running.
   if (!client.ok())
     return NoConnection(client.status(), "");

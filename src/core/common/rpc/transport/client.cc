@@ -12,6 +12,16 @@ namespace rpc::transport {
 absl::StatusOr<std::unique_ptr<Client>> Client::Connect(asio::io_context& loop,
                                                         const std::string& path,
                                                         ClientOptions options) {
+  auto socket = OpenSocket(loop, path);
+  if (!socket.ok()) {
+    return socket.status();
+  }
+  return Adopt(loop, *std::move(socket), std::move(options));
+}
+
+absl::StatusOr<asio::local::stream_protocol::socket> Client::OpenSocket(
+    asio::io_context& loop,
+    const std::string& path) {
   absl::StatusOr<ScopedFd> fd = ConnectToUnixSocket(path);
   if (!fd.ok()) {
     return fd.status();
@@ -23,7 +33,7 @@ absl::StatusOr<std::unique_ptr<Client>> Client::Connect(asio::io_context& loop,
     return absl::InternalError(
         absl::StrCat("cannot watch the socket: ", error.message()));
   }
-  return Adopt(loop, std::move(socket), std::move(options));
+  return socket;
 }
 
 absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(

@@ -69,6 +69,12 @@ class Client final : public google::protobuf::RpcChannel {
       asio::local::stream_protocol::socket socket,
       ClientOptions options = {});
 
+  // The first half of Connect(), for whom it matters whether anybody listens at
+  // `path`: connects and waits for nothing.
+  static absl::StatusOr<asio::local::stream_protocol::socket> OpenSocket(
+      asio::io_context& loop,
+      const std::string& path);
+
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
   ~Client() override;

@@ -1,8 +1,8 @@
 // Dispatch and prototypes, held against a plain virtual call and against the
 // generic service that Protocol Buffers itself generates from the same file.
 //
-// "Fixed" takes one method over and over; "Random" all of them in an order that
-// the processor cannot learn.
+// "Fixed" takes one method over and over; "Random" all that can be called (for
+// prototypes, all) in an order that the processor cannot learn.
 
 #include <benchmark/benchmark.h>
 #include <google/protobuf/descriptor.h>
