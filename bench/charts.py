@@ -3,6 +3,8 @@
 import math
 from html import escape
 
+from rows import duration
+
 STYLE = """
   text { font: 13px system-ui, sans-serif; fill: #24292f; }
   .title { font-size: 16px; font-weight: 600; }
@@ -59,13 +61,6 @@ class Canvas:
             f"<style>{STYLE}</style>\n"
             f'<rect width="{WIDTH}" height="{height:.0f}" fill="#ffffff"/>\n' +
             "\n".join(self.elements) + "\n</svg>\n")
-
-
-def duration(nanoseconds):
-    for unit, size in (("ms", 1e6), ("µs", 1e3)):
-        if nanoseconds >= size:
-            return f"{nanoseconds / size:.3g} {unit}"
-    return f"{nanoseconds:.3g} ns"
 
 
 LABELS = {
@@ -131,13 +126,13 @@ def draw_goals(rows, measurements, when, machine, path):
     canvas.heading("Goals",
                    f"{when}, {machine}. The line is the goal; left of it is "
                    "better. Logarithmic scale.")
-    left = 230
-    goal_x = left + 300
+    left, reached, doubling = 230, 300, 75  # Where bars start, and how long.
+    goal_x = left + reached
     top = canvas.y - 10
     for row in rows:
         ratio = row.ratio(measurements)
         used = row.reach / ratio if row.at_least else ratio / row.reach
-        length = 300 + 75 * math.log2(used)
+        length = reached + doubling * math.log2(used)
         canvas.text(left - 10, row.name, anchor="end")
         canvas.bar(left, length,
                    "ours" if row.met(measurements) else "missed")

@@ -25,8 +25,7 @@ MICRO_BENCHMARKS = (
 )
 MICRO_SECONDS = 0.05
 
-# More CPU time than this share missing from a run's time means that something
-# else ran on its core.
+# A run that has had less of its time than this on its core has shared that.
 BUSY = 0.9
 
 

@@ -1,6 +1,6 @@
-"""Measures, prints the table, and writes summary.json, the page and its charts.
+"""Measures, prints the table, and writes summary.json, charts and pages.
 
-    python3 -B bench/run.py BUILD_FOLDER DOCS_FOLDER [--rounds N] [--keep-docs]
+    python3 -B bench/run.py BUILD_FOLDER [--rounds N] [--keep-docs]
 """
 
 import argparse
@@ -14,6 +14,8 @@ import charts
 import measure
 import rows
 import tables
+
+ROOT = pathlib.Path(__file__).parent.parent
 
 
 def machine():
@@ -32,14 +34,14 @@ def print_table(measurements):
           f"{'lowest':>7} {'highest':>7}  reach")
     for row in rows.ROWS:
         ours = measurements[row.ours]
-        show = charts.duration if row.theirs else "{:.2f}".format
         low, high = row.range(measurements)
         verdict = row.goal()
         if verdict:
             verdict += "" if row.met(measurements) else "  MISSED"
-        print(f"{row.name:29} {show(ours.median):>9} {show(ours.low):>9} "
-              f"{show(ours.high):>9} {row.ratio(measurements):7.3g} "
-              f"{low:7.3g} {high:7.3g}  {verdict}")
+        print(f"{row.name:29} {row.show(ours.median):>9} "
+              f"{row.show(ours.low):>9} {row.show(ours.high):>9} "
+              f"{row.ratio(measurements):7.3g} {low:7.3g} "
+              f"{high:7.3g}  {verdict}")
     print("\nHeap of the host, bytes for each:")
     for thing in tables.HEAP:
         print(f"  {thing:16} {measurements['memory.' + thing].median:8,.0f}")
@@ -56,7 +58,8 @@ def print_verdict(measurements):
               "unary_p99_vs_p50 does not.")
 
 
-def draw_charts(measurements, when, folder):
+def draw_charts(measurements, when):
+    folder = ROOT / "docs/bench"
     folder.mkdir(parents=True, exist_ok=True)
     goals = [row for row in rows.ROWS if row.reach]
     charts.draw_headline(measurements, when, machine(),
@@ -66,21 +69,23 @@ def draw_charts(measurements, when, folder):
                       folder / "goals.svg")
 
 
-def write_page(measurements, when, rounds, path):
-    occasion = (f"Measured on {when}, on {machine()}, in {rounds} rounds; "
-                f"{measurements.busy_runs} of {measurements.runs} runs shared "
-                "their core with other programs.")
-    page = path.read_text(encoding="utf-8")
-    page = tables.replace(page, "occasion", [occasion])
-    page = tables.replace(page, "goals", tables.goals(rows.ROWS, measurements))
-    page = tables.replace(page, "heap", tables.heap(measurements))
-    path.write_text(page, encoding="utf-8")
+def write_pages(measurements, when, rounds):
+    occasion = [f"Measured by `scripts/bench` on {when}, on {machine()}, in "
+                f"{rounds} rounds; {measurements.busy_runs} of "
+                f"{measurements.runs} runs shared their core with other "
+                "programs."]
+    tables.rewrite(ROOT / "README.md", {"occasion": occasion})
+    tables.rewrite(ROOT / "docs/performance.md", {
+        "occasion": occasion,
+        "goals": tables.goals(rows.ROWS, measurements),
+        "costs": tables.costs(measurements),
+        "heap": tables.heap(measurements),
+    })
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("docs", type=pathlib.Path)
     parser.add_argument("--rounds", type=int, default=5)
     parser.add_argument("--keep-docs", action="store_true")
     arguments = parser.parse_args()
@@ -97,9 +102,8 @@ def main():
     if arguments.keep_docs:
         return
     when = datetime.date.today().isoformat()
-    draw_charts(measurements, when, arguments.docs / "bench")
-    write_page(measurements, when, arguments.rounds,
-               arguments.docs / "performance.md")
+    draw_charts(measurements, when)
+    write_pages(measurements, when, arguments.rounds)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
-"""Writes the tables of a page in Markdown, from the measurements of one run.
+"""Writes the tables of pages in Markdown, from the measurements of one run.
 
-A table stands between two comments, which name it:
+What a run rewrites stands between two comments, the first of which names it:
 
     <!-- measured: goals -->
     ...
@@ -9,33 +9,64 @@ A table stands between two comments, which name it:
 
 import re
 
-from charts import duration
+from rows import duration, lookup
 
 END = "<!-- end of what is measured -->"
 
 HEAP = {
     "connection": "connection",
-    "stream": "stream, open, of either kind",
+    "event_stream": "stream of events, open",
+    "callback_stream": "stream of questions, open",
     "subscription": "subscription to a window of its own",
     "answered_window": "window that a client answers for",
     "question": "question that waits for its answer",
 }
 
 
+def sizes(name, *numbers):
+    return [f"{name}/{number}" for number in numbers]
+
+
+COSTS = (
+    ("look-up among 10, 1,000 and 100,000 windows",
+     [lookup("Windows<MessageComparator>", keys)
+      for keys in (10, 1_000, 100_000)]),
+    ("subscribing and unsubscribing among 10, 1,000 and 100,000 windows",
+     sizes("event_stream.SubscribeAndUnsubscribe", 10, 1_000, 100_000)),
+    ("an event to 1, 100 and 1,000 streams",
+     sizes("event_stream.Publish", 1, 100, 1_000)),
+    ("a question and its answer, among 1 and 1,000 windows",
+     sizes("callback_stream.AskAndAnswer", 1, 1_000)),
+    ("opening, subscribing and completing a stream of events, with 0, 100 and "
+     "10,000 other keys",
+     sizes("event_stream.OpenSubscribeComplete", 0, 100, 10_000)),
+    ("the same of questions",
+     sizes("callback_stream.OpenSubscribeComplete", 0, 100, 10_000)),
+)
+
+
 def goals(rows, measurements):
-    lines = ["| name | what | median (lowest, highest) | ratio | reach | |",
+    lines = ["| name | what | median | ratio (lowest, highest) | reach | |",
              "|---|---|---|---|---|---|"]
     for row in rows:
-        ours = measurements[row.ours]
-        show = duration if row.theirs else "{:.2f}".format
+        low, high = row.range(measurements)
         reach, verdict = "", ""
         if row.reach:
             reach = row.goal().replace("<=", "≤").replace(">=", "≥")
             verdict = "reached" if row.met(measurements) else "**missed**"
         lines.append(
-            f"| `{row.name}` | {row.what} | {show(ours.median)} "
-            f"({show(ours.low)}, {show(ours.high)}) | "
-            f"{row.ratio(measurements):.3g} | {reach} | {verdict} |")
+            f"| `{row.name}` | {row.what} | "
+            f"{row.show(measurements[row.ours].median)} | "
+            f"{row.ratio(measurements):.3g} ({low:.3g}, {high:.3g}) | "
+            f"{reach} | {verdict} |")
+    return lines
+
+
+def costs(measurements):
+    lines = ["| operation | median |", "|---|---|"]
+    for what, names in COSTS:
+        times = [duration(measurements[name].median) for name in names]
+        lines.append(f"| {what} | {', '.join(times)} |")
     return lines
 
 
@@ -47,12 +78,14 @@ def heap(measurements):
     return lines
 
 
-def replace(page, name, lines):
-    """The page with its table `name` replaced."""
-    start = f"<!-- measured: {name} -->"
-    table = re.compile(f"{re.escape(start)}.*?{re.escape(END)}", re.DOTALL)
-    text = "\n".join([start, *lines, END])
-    page, count = table.subn(lambda _: text, page)
-    if count != 1:
-        raise ValueError(f"the page has {count} tables of the name '{name}'")
-    return page
+def rewrite(path, blocks):
+    """Replaces what stands between the comments that each block's key names."""
+    page = path.read_text(encoding="utf-8")
+    for name, lines in blocks.items():
+        start = f"<!-- measured: {name} -->"
+        block = re.compile(f"{re.escape(start)}.*?{re.escape(END)}", re.DOTALL)
+        text = "\n".join([start, *lines, END])
+        page, count = block.subn(lambda _: text, page)
+        if count != 1:
+            raise ValueError(f"{path} has {count} blocks of the name '{name}'")
+    path.write_text(page, encoding="utf-8")

@@ -5,7 +5,11 @@
 # other makes are among them only where TORVANE_BENCHMARKS is on, since they
 # need packages that nothing else does. scripts/bench does it all.
 option(TORVANE_BENCHMARKS "Build the peers that the service is held against" OFF)
-find_package(benchmark QUIET)
+if(TORVANE_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+else()
+  find_package(benchmark QUIET)
+endif()
 add_custom_target(benchmarks)
 
 function(torvane_add_benchmark name)

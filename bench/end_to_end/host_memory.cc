@@ -59,7 +59,7 @@ class Host final : public rpc::BrowserWindowRpc {
              google::protobuf::Empty*,
              google::protobuf::Closure* done) override {
     readings_.push_back(HeapBytes());
-    constexpr size_t kBeforeQuestions = 5;
+    constexpr size_t kBeforeQuestions = 6;
     if (readings_.size() == kBeforeQuestions)
       AskAll();
     done->Run();
@@ -79,10 +79,11 @@ class Host final : public rpc::BrowserWindowRpc {
 
   void Print() {
     printf(
-        "{\"connection\": %.0f, \"stream\": %.0f, \"subscription\": %.0f, "
+        "{\"connection\": %.0f, \"event_stream\": %.0f, "
+        "\"callback_stream\": %.0f, \"subscription\": %.0f, "
         "\"answered_window\": %.0f, \"question\": %.0f}\n",
         Grown(1) / kConnections, Grown(2) / kThings, Grown(3) / kThings,
-        Grown(4) / kThings, Grown(5) / kThings);
+        Grown(4) / kThings, Grown(5) / kThings, Grown(6) / kThings);
     pair_.End();
   }
 
@@ -149,6 +150,15 @@ void BuildUp(ProcessPair& pair) {
     subscribers.push_back(std::make_unique<Subscriber>(
         *client, service->FindMethodByName("WhenBrowserWindowClosed"),
         [](const rpc::BrowserWindowClosed&) {}));
+  }
+  Focus(*client);
+
+  std::vector<std::unique_ptr<Answerer>> answerers;
+  answerers.reserve(kThings);
+  for (int i = 0; i < kThings; ++i) {
+    answerers.push_back(std::make_unique<Answerer>(
+        *client, service->FindMethodByName("OnCloseWindow"),
+        [](const rpc::CloseWindow&, const Answerer::Reply&) {}));
   }
   Focus(*client);
 

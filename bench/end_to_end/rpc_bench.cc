@@ -162,6 +162,11 @@ std::unique_ptr<Client> Connect(asio::io_context& loop,
   return *std::move(client);
 }
 
+void FailIf(const ClientController& controller) {
+  if (controller.Failed())
+    Fail(controller.ErrorText());
+}
+
 void MeasureUnary(ProcessPair& pair, Client& client) {
   rpc::BrowserWindow_Stub windows(&client);
   const BrowserId window = Window();
@@ -170,7 +175,8 @@ void MeasureUnary(ProcessPair& pair, Client& client) {
   Measurement measurement(pair);
   while (measurement.Next()) {
     windows.IsVisible(&controller, &window, &visible, nullptr);
-    if (controller.Failed() || !visible.value())
+    FailIf(controller);
+    if (!visible.value())
       Fail("IsVisible");
   }
   measurement.Print();
@@ -187,7 +193,8 @@ class Call final : public Closure {
   void Start() { windows_.IsVisible(&controller_, &window_, &visible_, this); }
 
   void Run() override {
-    if (controller_.Failed() || !visible_.value())
+    FailIf(controller_);
+    if (!visible_.value())
       Fail("IsVisible");
     if (on_done_())
       Start();
@@ -239,6 +246,7 @@ void AnswerQuestions(asio::io_context& loop, Client& client) {
   google::protobuf::Empty nothing;
   ClientController controller;
   windows.Focus(&controller, &window, &nothing, nullptr);
+  FailIf(controller);
   loop.run();
 }
 
@@ -261,6 +269,7 @@ void MeasureFanout(ProcessPair& pair, asio::io_context& loop) {
     const BrowserId window = Window();
     rpc::BrowserWindow_Stub(clients.back().get())
         .IsVisible(&controller, &window, &visible, nullptr);
+    FailIf(controller);
   }
 
   rpc::BrowserWindow_Stub windows(clients.front().get());
@@ -271,8 +280,11 @@ void MeasureFanout(ProcessPair& pair, asio::io_context& loop) {
   while (measurement.Next()) {
     received = 0;
     windows.Close(&controller, &window, &closed, nullptr);
-    while (received < bench::kStreams)
-      loop.run_one();
+    FailIf(controller);
+    while (received < bench::kStreams) {
+      if (loop.run_one() == 0)
+        Fail("an event has not arrived");
+    }
   }
   measurement.Print();
 }

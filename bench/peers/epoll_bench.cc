@@ -20,16 +20,17 @@
 namespace {
 
 using bench::Fail;
+using bench::FailWithErrno;
 using bench::Measurement;
 using bench::Mode;
 using bench::ProcessPair;
 
-// A call with a BrowserId, or a reply to it.
-constexpr size_t kCallBytes = 16;
+// A call with a BrowserId; the reply to it is shorter by three.
+constexpr size_t kCallBytes = 13;
 // A question about closing a window, or its answer.
-constexpr size_t kQuestionBytes = 24;
+constexpr size_t kQuestionBytes = 22;
 // An event with a title, and the ids of the streams of one connection.
-constexpr size_t kEventBytes = 64 + 2 * bench::kStreamsPerConnection;
+constexpr size_t kEventBytes = 160;
 
 constexpr size_t kReadBytes = 64 << 10;
 
@@ -40,7 +41,7 @@ class Poller {
   void Add(int socket) {
     epoll_event event = {.events = EPOLLIN, .data = {.fd = socket}};
     if (epoll_ctl(epoll_, EPOLL_CTL_ADD, socket, &event) != 0)
-      Fail("epoll_ctl");
+      FailWithErrno("epoll_ctl");
   }
 
   // Reads once from each socket that has something, and passes on the bytes.
@@ -51,8 +52,10 @@ class Poller {
     for (int i = 0; i < count; ++i) {
       const int socket = events[i].data.fd;
       const ssize_t size = read(socket, buffer_.data(), buffer_.size());
-      if (size <= 0)
-        Fail("read");
+      if (size < 0)
+        FailWithErrno("read");
+      if (size == 0)
+        Fail("the other process is gone");
       on_data(socket, buffer_.data(), static_cast<size_t>(size));
     }
   }
@@ -64,13 +67,13 @@ class Poller {
 
 void Write(int socket, const char* data, size_t size) {
   if (write(socket, data, size) != static_cast<ssize_t>(size))
-    Fail("write");
+    FailWithErrno("write");
 }
 
 int Socket() {
   const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
   if (fd < 0)
-    Fail("socket");
+    FailWithErrno("socket");
   return fd;
 }
 
@@ -88,7 +91,7 @@ std::vector<int> Accept(ProcessPair& pair) {
   const auto* generic = reinterpret_cast<const sockaddr*>(&address);
   if (bind(listener, generic, sizeof(address)) != 0 ||
       listen(listener, 64) != 0)
-    Fail("bind");
+    FailWithErrno("bind");
   pair.Signal();
   std::vector<int> sockets(pair.mode() == Mode::kFanout ? bench::kConnections
                                                         : 1);
@@ -106,7 +109,7 @@ std::vector<int> Connect(ProcessPair& pair) {
   for (int& socket : sockets) {
     socket = Socket();
     if (connect(socket, generic, sizeof(address)) != 0)
-      Fail("connect");
+      FailWithErrno("connect");
   }
   return sockets;
 }

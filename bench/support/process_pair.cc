@@ -2,6 +2,7 @@
 
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -47,7 +48,7 @@ bool ServerMeasures(Mode mode) {
 void BindToOneCore() {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof(allowed), &allowed) != 0)
-    Fail("sched_getaffinity");
+    FailWithErrno("sched_getaffinity");
   int last = CPU_SETSIZE - 1;
   while (!CPU_ISSET(last, &allowed))
     --last;
@@ -55,23 +56,67 @@ void BindToOneCore() {
   CPU_ZERO(&one);
   CPU_SET(last, &one);
   if (sched_setaffinity(0, sizeof(one), &one) != 0)
-    Fail("sched_setaffinity");
+    FailWithErrno("sched_setaffinity");
 }
 
 double CpuTimeOf(clockid_t clock) {
   timespec time;
   if (clock_gettime(clock, &time) != 0)
-    Fail("clock_gettime");
+    FailWithErrno("clock_gettime");
   return static_cast<double>(time.tv_sec) * 1e9 +
          static_cast<double>(time.tv_nsec);
 }
 
-std::string MakeFolder() {
-  std::string folder =
-      std::filesystem::temp_directory_path() / "rpc-bench.XXXXXX";
-  if (!mkdtemp(folder.data()))
-    Fail("mkdtemp");
-  return folder;
+// The socket and its folder. The process that measures has made the folder and
+// removes both; empty in the other one.
+struct Paths {
+  std::string folder;
+  std::string socket;
+};
+Paths& OwnPaths() {
+  static Paths paths;
+  return paths;
+}
+
+void MakePaths() {
+  Paths& paths = OwnPaths();
+  paths.folder = std::filesystem::temp_directory_path() / "rpc-bench.XXXXXX";
+  if (!mkdtemp(paths.folder.data()))
+    FailWithErrno("mkdtemp");
+  paths.socket = paths.folder + "/socket";
+}
+
+// Does nothing that a signal handler must not do.
+[[noreturn]] void Exit(int code) {
+  unlink(OwnPaths().socket.c_str());
+  rmdir(OwnPaths().folder.c_str());
+  _exit(code);
+}
+
+// The other process may end when it has done its part, but not in any other
+// way.
+void OnChildEnded(int) {
+  int status = 0;
+  if (waitpid(-1, &status, WNOHANG) <= 0 || status == 0)
+    return;
+  constexpr std::string_view kText =
+      "benchmark failed: the other process has ended\n";
+  (void)!write(STDERR_FILENO, kText.data(), kText.size());
+  Exit(1);
+}
+
+// The child returns true.
+bool ForkOther(pid_t* child) {
+  signal(SIGCHLD, OnChildEnded);
+  *child = fork();
+  if (*child < 0)
+    FailWithErrno("fork");
+  if (*child != 0)
+    return false;
+  OwnPaths() = {};
+  signal(SIGCHLD, SIG_DFL);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  return true;
 }
 
 }  // namespace
@@ -99,19 +144,18 @@ void ProcessPair::Await() {
 double ProcessPair::CpuTime() const {
   clockid_t others;
   if (clock_getcpuclockid(other_, &others) != 0)
-    Fail("clock_getcpuclockid");
+    FailWithErrno("clock_getcpuclockid");
   return CpuTimeOf(CLOCK_PROCESS_CPUTIME_ID) + CpuTimeOf(others);
 }
 
 void ProcessPair::End() {
   fflush(nullptr);
   if (other_ != 0) {
+    signal(SIGCHLD, SIG_DFL);
     kill(other_, SIGKILL);
     waitpid(other_, nullptr, 0);
-    std::filesystem::remove_all(
-        std::filesystem::path(socket_path_).parent_path());
   }
-  _exit(0);
+  Exit(0);
 }
 
 int RunPair(int argc, char** argv, const Halves& halves) {
@@ -121,14 +165,13 @@ int RunPair(int argc, char** argv, const Halves& halves) {
   if (argc < 3 || std::string_view(argv[2]) != "--all-cores")
     BindToOneCore();
 
-  const std::string socket_path = MakeFolder() + "/socket";
+  MakePaths();
+  const std::string socket_path = OwnPaths().socket;
   int channel[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, channel) != 0)
-    Fail("socketpair");
-  const pid_t child = fork();
-  if (child < 0)
-    Fail("fork");
-  const bool measures = child != 0;
+    FailWithErrno("socketpair");
+  pid_t child;
+  const bool measures = !ForkOther(&child);
   close(channel[measures ? 1 : 0]);
   ProcessPair pair(mode, socket_path, channel[measures ? 0 : 1], child);
   if (measures == ServerMeasures(mode))
@@ -139,8 +182,12 @@ int RunPair(int argc, char** argv, const Halves& halves) {
 }
 
 void Fail(const std::string& what) {
-  fprintf(stderr, "benchmark failed: %s (%s)\n", what.c_str(), strerror(errno));
-  _exit(1);
+  fprintf(stderr, "benchmark failed: %s\n", what.c_str());
+  Exit(1);
+}
+
+void FailWithErrno(const std::string& what) {
+  Fail(what + ": " + strerror(errno));
 }
 
 }  // namespace bench

@@ -12,7 +12,7 @@
 // that is. Both are bound to one core unless told otherwise: then no reading
 // depends on how long the machine takes to wake another core.
 //
-// Failure: ends the process with a message.
+// Failure: ends the process with a message, and the other one with it.
 
 #ifndef BENCH_SUPPORT_PROCESS_PAIR_H_
 #define BENCH_SUPPORT_PROCESS_PAIR_H_
@@ -82,6 +82,9 @@ struct Halves {
 int RunPair(int argc, char** argv, const Halves& halves);
 
 [[noreturn]] void Fail(const std::string& what);
+
+// The same for a system call that has just set errno.
+[[noreturn]] void FailWithErrno(const std::string& what);
 
 }  // namespace bench
 
