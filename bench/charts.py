@@ -64,7 +64,7 @@ class Canvas:
 
 
 LABELS = {
-    "epoll": ("bare epoll, no content", "limit"),
+    "epoll": ("raw epoll, no content", "limit"),
     "rpc": ("this service", "ours"),
     "grpc": ("gRPC", "peer"),
     "capnp": ("Cap'n Proto", "peer"),
@@ -125,7 +125,7 @@ def draw_goals(rows, measurements, when, machine, path):
     canvas = Canvas()
     canvas.heading("Goals",
                    f"{when}, {machine}. The line is the goal; left of it is "
-                   "better. Logarithmic scale.")
+                   "better. Logarithmic scale, from a sixteenth.")
     left, reached, doubling = 230, 300, 75  # Where bars start, and how long.
     goal_x = left + reached
     top = canvas.y - 10

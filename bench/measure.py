@@ -6,6 +6,7 @@ them down.
 """
 
 import json
+import os
 import pathlib
 import resource
 import statistics
@@ -140,7 +141,11 @@ def run_round(build, measurements):
 
 def measure(build, rounds):
     measurements = Measurements()
-    for number in range(1, rounds + 1):
-        print(f"round {number} of {rounds}", file=sys.stderr, flush=True)
-        run_round(build, measurements)
+    # What a program that fails leaves behind goes with the folder.
+    with tempfile.TemporaryDirectory() as folder:
+        os.environ["TMPDIR"] = folder
+        for number in range(1, rounds + 1):
+            print(f"round {number} of {rounds}", file=sys.stderr, flush=True)
+            run_round(build, measurements)
+        del os.environ["TMPDIR"]
     return measurements

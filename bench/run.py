@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import platform
+import sys
 
 import charts
 import measure
@@ -30,8 +31,9 @@ def machine():
 
 
 def print_table(measurements):
-    print(f"{'':29} {'median':>9} {'min':>9} {'max':>9} {'ratio':>7} "
-          f"{'lowest':>7} {'highest':>7}  reach")
+    print(f"{'':29} {'ours':>9} {'':9} {'':9} {'ratio':>7}\n"
+          f"{'':29} {'median':>9} {'min':>9} {'max':>9} {'median':>7} "
+          f"{'min':>7} {'max':>7}  reach")
     for row in rows.ROWS:
         ours = measurements[row.ours]
         low, high = row.range(measurements)
@@ -52,10 +54,9 @@ def print_verdict(measurements):
     missed = [row.name for row in goals if not row.met(measurements)]
     print(f"\n{len(goals) - len(missed)} of {len(goals)} goals reached"
           f"{'; missed: ' + ', '.join(missed) if missed else ''}")
-    if measurements.busy_runs:
-        print(f"{measurements.busy_runs} of {measurements.runs} runs shared "
-              "their core with other programs. Ratios of CPU time bear that; "
-              "unary_p99_vs_p50 does not.")
+    print(f"{measurements.busy_runs} of {measurements.runs} runs had to wait "
+          "for their core. Ratios of CPU time bear that; unary_p99_vs_p50 does "
+          "not.")
 
 
 def draw_charts(measurements, when):
@@ -72,8 +73,7 @@ def draw_charts(measurements, when):
 def write_pages(measurements, when, rounds):
     occasion = [f"Measured by `scripts/bench` on {when}, on {machine()}, in "
                 f"{rounds} rounds; {measurements.busy_runs} of "
-                f"{measurements.runs} runs shared their core with other "
-                "programs."]
+                f"{measurements.runs} runs had to wait for their core."]
     tables.rewrite(ROOT / "README.md", {"occasion": occasion})
     tables.rewrite(ROOT / "docs/performance.md", {
         "occasion": occasion,
@@ -107,4 +107,7 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    try:
+        main()
+    except KeyboardInterrupt:
+        sys.exit(130)

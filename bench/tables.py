@@ -46,7 +46,7 @@ COSTS = (
 
 
 def goals(rows, measurements):
-    lines = ["| name | what | median | ratio (lowest, highest) | reach | |",
+    lines = ["| name | what | ours, each | ratio (lowest, highest) | reach | |",
              "|---|---|---|---|---|---|"]
     for row in rows:
         low, high = row.range(measurements)
@@ -63,7 +63,7 @@ def goals(rows, measurements):
 
 
 def costs(measurements):
-    lines = ["| operation | median |", "|---|---|"]
+    lines = ["| operation | time |", "|---|---|"]
     for what, names in COSTS:
         times = [duration(measurements[name].median) for name in names]
         lines.append(f"| {what} | {', '.join(times)} |")

@@ -175,5 +175,7 @@ void BuildUp(ProcessPair& pair) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::RunPair(argc, argv, {.serve = Serve, .call = BuildUp});
+  return bench::RunPair(
+      argc, argv,
+      {.serve = Serve, .call = BuildUp, .modes = {bench::Mode::kMemory}});
 }

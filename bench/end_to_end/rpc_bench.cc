@@ -308,5 +308,10 @@ void CallServer(ProcessPair& pair) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return bench::RunPair(argc, argv, {.serve = Serve, .call = CallServer});
+  return bench::RunPair(
+      argc, argv,
+      {.serve = Serve,
+       .call = CallServer,
+       .modes = {Mode::kUnary, Mode::kPipelined, Mode::kQuestion,
+                 Mode::kTimedQuestion, Mode::kFanout}});
 }

@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -30,12 +31,35 @@ constexpr NamedMode kModes[] = {
     {"fanout", Mode::kFanout},     {"memory", Mode::kMemory},
 };
 
-Mode ModeOf(std::string_view name) {
+bool Has(const Halves& halves, Mode mode) {
+  return std::ranges::find(halves.modes, mode) != halves.modes.end();
+}
+
+[[noreturn]] void WrongUsage(const char* program, const Halves& halves) {
+  fprintf(stderr, "usage: %s MODE [--all-cores]\nmodes:", program);
   for (const NamedMode& named : kModes) {
-    if (named.name == name)
-      return named.mode;
+    if (Has(halves, named.mode))
+      fprintf(stderr, " %s", named.name.data());
   }
-  Fail("unknown mode '" + std::string(name) + "'");
+  fprintf(stderr, "\n");
+  _exit(2);
+}
+
+struct Arguments {
+  Mode mode;
+  bool all_cores;
+};
+
+Arguments ReadArguments(int argc, char** argv, const Halves& halves) {
+  const bool all_cores =
+      argc == 3 && std::string_view(argv[2]) == "--all-cores";
+  if (argc == 2 || all_cores) {
+    for (const NamedMode& named : kModes) {
+      if (named.name == argv[1] && Has(halves, named.mode))
+        return {named.mode, all_cores};
+    }
+  }
+  WrongUsage(argv[0], halves);
 }
 
 // The browser asks questions, and it is its memory that counts.
@@ -159,10 +183,8 @@ void ProcessPair::End() {
 }
 
 int RunPair(int argc, char** argv, const Halves& halves) {
-  if (argc < 2)
-    Fail("name a mode");
-  const Mode mode = ModeOf(argv[1]);
-  if (argc < 3 || std::string_view(argv[2]) != "--all-cores")
+  const auto [mode, all_cores] = ReadArguments(argc, argv, halves);
+  if (!all_cores)
     BindToOneCore();
 
   MakePaths();

@@ -21,6 +21,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -76,9 +77,13 @@ struct Halves {
   // never.
   std::function<void(ProcessPair&)> serve;
   std::function<void(ProcessPair&)> call;
+  // Those that the program has.
+  std::vector<Mode> modes = {Mode::kUnary, Mode::kPipelined, Mode::kQuestion,
+                             Mode::kFanout};
 };
 
-// Arguments: the mode by name, and "--all-cores".
+// Arguments: the mode by name, and "--all-cores". Prints what it has measured
+// as a line of JSON, times in nanoseconds.
 int RunPair(int argc, char** argv, const Halves& halves);
 
 [[noreturn]] void Fail(const std::string& what);
