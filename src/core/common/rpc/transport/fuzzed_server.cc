@@ -60,6 +60,7 @@ FuzzedServer::~FuzzedServer() {
   EXPECT_EQ(counters.connections_now, 0u);
   EXPECT_EQ(counters.calls_now, 0u);
   EXPECT_EQ(counters.streams_now, 0u);
+  EXPECT_EQ(counters.subscriptions_now, 0u);
   EXPECT_LE(counters.protocol_violations, refused_ ? 1u : 0u);
   server_.reset();
 }

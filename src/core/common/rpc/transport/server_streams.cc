@@ -47,6 +47,7 @@ ServerStreams::ServerStreams(std::shared_ptr<Connection> connection,
 
 ServerStreams::~ServerStreams() {
   ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
+  ABSL_CHECK_EQ(questions_, 0u) << "of streams that are gone";
 }
 
 absl::Status ServerStreams::OnOpen(const StreamOpenFrame& frame) {
