@@ -50,28 +50,26 @@ def print_table(measurements):
 
 
 def print_verdict(measurements):
-    goals = [row for row in rows.ROWS if row.reach]
-    missed = [row.name for row in goals if not row.met(measurements)]
-    print(f"\n{len(goals) - len(missed)} of {len(goals)} goals reached"
+    missed = [row.name for row in rows.GOALS if not row.met(measurements)]
+    count = len(rows.GOALS)
+    print(f"\n{count - len(missed)} of {count} goals reached"
           f"{'; missed: ' + ', '.join(missed) if missed else ''}")
     print(f"{measurements.busy_runs} of {measurements.runs} runs had to wait "
           "for their core. Ratios of CPU time bear that; unary_p99_vs_p50 does "
           "not.")
 
 
-def draw_charts(measurements, when):
+def draw_charts(measurements, when, where):
     folder = ROOT / "docs/bench"
     folder.mkdir(parents=True, exist_ok=True)
-    goals = [row for row in rows.ROWS if row.reach]
-    charts.draw_headline(measurements, when, machine(),
-                         folder / "headline.svg")
-    charts.draw_lookups(measurements, when, machine(), folder / "lookups.svg")
-    charts.draw_goals(goals, measurements, when, machine(),
+    charts.draw_headline(measurements, when, where, folder / "headline.svg")
+    charts.draw_lookups(measurements, when, where, folder / "lookups.svg")
+    charts.draw_goals(rows.GOALS, measurements, when, where,
                       folder / "goals.svg")
 
 
-def write_pages(measurements, when, rounds):
-    occasion = [f"Measured by `scripts/bench` on {when}, on {machine()}, in "
+def write_pages(measurements, when, where, rounds):
+    occasion = [f"Measured by `scripts/bench` on {when}, on {where}, in "
                 f"{rounds} rounds; {measurements.busy_runs} of "
                 f"{measurements.runs} runs had to wait for their core."]
     tables.rewrite(ROOT / "README.md", {"occasion": occasion})
@@ -102,8 +100,9 @@ def main():
     if arguments.keep_docs:
         return
     when = datetime.date.today().isoformat()
-    draw_charts(measurements, when)
-    write_pages(measurements, when, arguments.rounds)
+    where = machine()
+    draw_charts(measurements, when, where)
+    write_pages(measurements, when, where, arguments.rounds)
 
 
 if __name__ == "__main__":

@@ -129,18 +129,18 @@ void OnChildEnded(int) {
   Exit(1);
 }
 
-// The child returns true.
-bool ForkOther(pid_t* child) {
+// As fork() does, but never fails.
+pid_t ForkOther() {
   signal(SIGCHLD, OnChildEnded);
-  *child = fork();
-  if (*child < 0)
+  const pid_t child = fork();
+  if (child < 0)
     FailWithErrno("fork");
-  if (*child != 0)
-    return false;
-  OwnPaths() = {};
-  signal(SIGCHLD, SIG_DFL);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  return true;
+  if (child == 0) {
+    OwnPaths() = {};
+    signal(SIGCHLD, SIG_DFL);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+  }
+  return child;
 }
 
 }  // namespace
@@ -192,8 +192,8 @@ int RunPair(int argc, char** argv, const Halves& halves) {
   int channel[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, channel) != 0)
     FailWithErrno("socketpair");
-  pid_t child;
-  const bool measures = !ForkOther(&child);
+  const pid_t child = ForkOther();
+  const bool measures = child != 0;
   close(channel[measures ? 1 : 0]);
   ProcessPair pair(mode, socket_path, channel[measures ? 0 : 1], child);
   if (measures == ServerMeasures(mode))

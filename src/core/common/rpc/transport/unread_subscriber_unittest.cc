@@ -27,7 +27,6 @@
 #include "core/common/rpc/testing/allocation_counter.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/lab.h"
-#include "core/common/rpc/transport/unix_socket.h"
 
 namespace rpc::transport {
 namespace {
@@ -135,12 +134,7 @@ class UnreadSubscriber : public ::testing::Test {
   }
 
   asio::local::stream_protocol::socket Connect() {
-    asio::local::stream_protocol::socket socket(loop_);
-    std::error_code error;
-    socket.assign(asio::local::stream_protocol(),
-                  ConnectToUnixSocket(folder_.socket())->Release(), error);
-    EXPECT_FALSE(error);
-    return socket;
+    return Client::OpenSocket(loop_, folder_.socket()).value();
   }
 
   // A client that subscribes and then does not read any more.
