@@ -37,13 +37,13 @@ else()
 endif()
 
 # Stand-alone Asio, without exceptions and run-time type information. Whoever
-# includes it must do so through core/common/rpc/transport/asio.h, which
-# supplies what Asio then asks of its user.
+# includes it must do so through core/common/rpc/loop/asio.h, which supplies what
+# Asio then asks of its user. Its own code is compiled in loop/asio.cc.
 find_path(TORVANE_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(torvane_asio INTERFACE)
 target_include_directories(torvane_asio SYSTEM INTERFACE ${TORVANE_ASIO_INCLUDE_DIR})
 target_compile_definitions(torvane_asio INTERFACE
-  ASIO_STANDALONE ASIO_NO_EXCEPTIONS ASIO_NO_TYPEID ASIO_NO_DEPRECATED)
+  ASIO_STANDALONE ASIO_SEPARATE_COMPILATION ASIO_NO_EXCEPTIONS ASIO_NO_TYPEID ASIO_NO_DEPRECATED)
 target_link_libraries(torvane_asio INTERFACE Threads::Threads)
 
 if(BUILD_TESTING)

@@ -43,11 +43,8 @@ function(torvane_add_fuzzer name)
     add_dependencies(fuzzers ${name})
   else()
     torvane_add_test(${name} LABEL ${arg_LABEL}
-      SOURCES ${arg_SOURCES} ${TORVANE_FUZZING_DIR}/fuzzer_replay.cc
-      LIBS ${arg_LIBS} torvane_base)
-    target_compile_definitions(${name} PRIVATE
-      FUZZER_NAME="${name}"
-      FUZZER_INPUTS="${TORVANE_FUZZER_DIR}/${name}.inputs")
+      SOURCES ${arg_SOURCES}
+      LIBS torvane_fuzzer_replay ${arg_LIBS} torvane_base)
     set_target_properties(${name} PROPERTIES LINK_DEPENDS "${inputs}")
   endif()
   set_target_properties(${name} PROPERTIES

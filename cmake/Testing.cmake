@@ -1,4 +1,4 @@
-# torvane_add_test(<name> LABEL <label> [THREADED] [SOURCES <file>...]
+# torvane_add_test(<name> LABEL <label> [THREADED] [OPTIMISED] [SOURCES <file>...]
 #                  [LIBS <target>...])
 #
 # A GoogleTest program whose tests CTest lists one by one, under one of the
@@ -6,13 +6,37 @@
 # <name>.cc. THREADED programs are those that ThreadSanitizer has something to
 # say on; the target threaded_tests builds them. Their label is
 # <label>-threaded, which both "ctest -L <label>" and "ctest -L threaded" select.
+#
+# Two thirds of a build are the tests' own sources, so these are compiled without
+# optimisation, on top of a precompiled header (test_prelude.h). OPTIMISED
+# programs are compiled as the libraries are: those that test what optimisation
+# may break.
 include(GoogleTest)
+
+# A fuzzer that makes inputs of its own has to be quick.
+if(TORVANE_FUZZING)
+  set(TORVANE_TEST_OPTIMISATION)
+else()
+  set(TORVANE_TEST_OPTIMISATION -O0)
+endif()
+
+# Compiles the target's sources as those of tests.
+function(torvane_compile_as_test target)
+  target_link_libraries(${target} PRIVATE torvane_test_libraries)
+  target_compile_options(${target} PRIVATE ${TORVANE_TEST_OPTIMISATION})
+  # The header fits only what is compiled with the same flags, in libraries and
+  # programs alike.
+  set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+  if(NOT target STREQUAL "torvane_test_prelude")
+    target_precompile_headers(${target} REUSE_FROM torvane_test_prelude)
+  endif()
+endfunction()
 
 function(torvane_add_test name)
   if(NOT BUILD_TESTING)
     return()
   endif()
-  cmake_parse_arguments(arg "THREADED" "LABEL" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(arg "THREADED;OPTIMISED" "LABEL" "SOURCES;LIBS" ${ARGN})
   if(NOT arg_LABEL IN_LIST TORVANE_TEST_LABELS OR arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "torvane_add_test(${name}): LABEL must be one of "
                         "${TORVANE_TEST_LABELS}; unknown: '${arg_UNPARSED_ARGUMENTS}'")
@@ -23,6 +47,9 @@ function(torvane_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE torvane_options ${arg_LIBS} GTest::gmock
                                         GTest::gtest GTest::gtest_main)
+  if(NOT arg_OPTIMISED)
+    torvane_compile_as_test(${name})
+  endif()
   if(TORVANE_SANITIZER STREQUAL "address")
     target_link_libraries(${name} PRIVATE torvane_leak_suppressions)
   endif()

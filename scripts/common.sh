@@ -39,20 +39,51 @@ done
 
 torvane_cache_dir=${TORVANE_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/torvane}
 
-# build PRESET [TARGET...]: configures where needed and builds.
+# A compiler cache is used where it is installed, by what is configured from here
+# on. It passes on what is compiled with a precompiled header: told to keep that
+# as well (CCACHE_SLOPPINESS=pch_defines), it overlooks macros that have changed.
+if command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+fi
+
+# build PRESET [TARGET...]: configures where needed and builds, or ends the
+# script. All that the tools print is in build/PRESET/build.log.
 build() {
+  mkdir -p "build/$1"
+  with_progress "build/$1/build.log" configure_and_build "$@" || die "the build failed ($1)"
+}
+
+configure_and_build() {
   local preset=$1
   shift
   [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" || return
   cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 
-# build_quietly PRESET [TARGET...]: the same, but shows only why it has failed.
-build_quietly() {
-  local log
-  log=$(mktemp)
-  build "$@" >"$log" 2>&1 || { cat "$log" >&2; rm "$log"; die "the build failed ($1)"; }
-  rm "$log"
+# with_progress LOG COMMAND...: runs a command that builds. Shows only how far it
+# is and, where it fails, what else it has printed.
+with_progress() {
+  local log=$1
+  shift
+  NINJA_STATUS='[%f/%t] ' "$@" 2>&1 | tee "$log" | show_progress ||
+    { grep -vE '^\[[0-9]+/[0-9]+\] ' "$log" >&2; return 1; }
+}
+
+# Reads what a build prints, and shows how many of its steps are done: on a
+# terminal in one line that changes, elsewhere a line for each tenth of the way.
+show_progress() {
+  local line step steps tenth=0
+  while IFS= read -r line; do
+    [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\  ]] || continue
+    step=${BASH_REMATCH[1]} steps=${BASH_REMATCH[2]}
+    if [ -t 1 ]; then
+      printf '\r[%*d/%d]\e[K' ${#steps} "$step" "$steps"
+    elif ((10 * step / steps > tenth)); then
+      tenth=$((10 * step / steps))
+      printf '[%*d/%d]\n' ${#steps} "$step" "$steps"
+    fi
+  done
+  [ ! -t 1 ] || printf '\r\e[K'
 }
 
 # fetch_source PACKAGE INTO [SUITE]: downloads the original source of Debian's

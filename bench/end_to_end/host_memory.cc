@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "bench/support/process_pair.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/stream/callback_stream.h"
-#include "core/common/rpc/transport/asio.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/event_subscriber.h"
@@ -27,7 +27,7 @@ using bench::Fail;
 using bench::ProcessPair;
 using rpc::transport::Client;
 
-// Of each thing, so many.
+// How many connections, and how many of every other thing, are built up.
 constexpr int kConnections = 100;
 constexpr int kThings = 1'000;
 
@@ -92,17 +92,17 @@ class Host final : public rpc::BrowserWindowRpc {
 };
 
 void Serve(ProcessPair& pair) {
-  asio::io_context loop(1);
+  rpc::loop::Loop loop;
   Host host(pair);
   rpc::transport::Server server(loop);
   server.AddService(&host);
   if (!server.Listen(pair.socket_path()).ok())
     Fail("Listen");
   pair.Signal();
-  loop.run();
+  loop.Run();
 }
 
-std::unique_ptr<Client> Connect(asio::io_context& loop,
+std::unique_ptr<Client> Connect(rpc::loop::Loop& loop,
                                 const ProcessPair& pair) {
   auto client = Client::Connect(loop, pair.socket_path());
   if (!client.ok())
@@ -126,7 +126,7 @@ void BuildUp(ProcessPair& pair) {
   using Answerer = rpc::transport::CallbackAnswerer<rpc::CloseWindow>;
   const auto* service = rpc::BrowserWindowRpc::descriptor();
   pair.Await();
-  asio::io_context loop(1);
+  rpc::loop::Loop loop;
   const std::unique_ptr<Client> client = Connect(loop, pair);
   Subscriber first(*client,
                    service->FindMethodByName("WhenBrowserWindowClosed"),

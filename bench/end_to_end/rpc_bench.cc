@@ -10,13 +10,13 @@
 
 #include "bench/support/measurement.h"
 #include "bench/support/process_pair.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
-#include "core/common/rpc/transport/asio.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/event_subscriber.h"
-#include "core/common/rpc/transport/question.h"
 #include "core/common/rpc/transport/server.h"
 #include "rpc/browser/browser_window.rpc.h"
 
@@ -90,17 +90,17 @@ rpc::CloseWindow Question(int64_t window) {
   return question;
 }
 
-// Puts one question after the other. The next one, about another window, leaves
-// with the turn of the loop that the answer came in on.
+// Asks one question after the other, about two windows by turns. Each is sent
+// in the turn of the loop in which the answer to the one before has come.
 class Questions {
  public:
-  Questions(ProcessPair& pair, asio::io_context& loop)
+  Questions(ProcessPair& pair, rpc::loop::Loop& loop)
       : loop_(loop), measurement_(pair) {}
 
   void AskNext() {
     if (!measurement_.Next()) {
       measurement_.Print();
-      loop_.stop();
+      loop_.Stop();
       return;
     }
     window_ ^= 1;
@@ -117,33 +117,32 @@ class Questions {
   void AskNextWithin() {
     if (!measurement_.Next()) {
       measurement_.Print();
-      loop_.stop();
+      loop_.Stop();
       return;
     }
-    rpc::transport::AskWithin<rpc::CloseWindow>(
+    rpc::serving::AskWithin<rpc::CloseWindow>(
         loop_, std::chrono::seconds(5), Question(window_),
-        [this](rpc::transport::QuestionOutcome outcome,
-               const rpc::CloseWindow&) {
-          if (outcome != rpc::transport::QuestionOutcome::kAnswered)
+        [this](rpc::serving::QuestionOutcome outcome, const rpc::CloseWindow&) {
+          if (outcome != rpc::serving::QuestionOutcome::kAnswered)
             Fail("a question was not answered");
           AskNextWithin();
         });
   }
 
  private:
-  asio::io_context& loop_;
+  rpc::loop::Loop& loop_;
   Measurement measurement_;
   int64_t window_ = bench::kWindow;
 };
 
 void Serve(ProcessPair& pair) {
-  asio::io_context loop(1);
+  rpc::loop::Loop loop;
   WindowService service;
   rpc::transport::Server server(loop);
   server.AddService(&service);
   Questions questions(pair, loop);
   service.set_on_ready([&] {
-    asio::post(loop, [&] {
+    loop.Post([&] {
       pair.mode() == Mode::kQuestion ? questions.AskNext()
                                      : questions.AskNextWithin();
     });
@@ -151,10 +150,10 @@ void Serve(ProcessPair& pair) {
   if (!server.Listen(pair.socket_path()).ok())
     Fail("Listen");
   pair.Signal();
-  loop.run();
+  loop.Run();
 }
 
-std::unique_ptr<Client> Connect(asio::io_context& loop,
+std::unique_ptr<Client> Connect(rpc::loop::Loop& loop,
                                 const ProcessPair& pair) {
   auto client = Client::Connect(loop, pair.socket_path());
   if (!client.ok())
@@ -209,7 +208,7 @@ class Call final : public Closure {
 };
 
 void MeasurePipelined(ProcessPair& pair,
-                      asio::io_context& loop,
+                      rpc::loop::Loop& loop,
                       Client& client) {
   Measurement measurement(pair, bench::kCallsInFlight);
   int completed = 0;
@@ -225,12 +224,12 @@ void MeasurePipelined(ProcessPair& pair,
     }));
     calls.back()->Start();
   }
-  while (ended < bench::kCallsInFlight)
-    loop.run_one();
+  if (!loop.RunUntil([&] { return ended >= bench::kCallsInFlight; }))
+    Fail("a call has not ended");
   measurement.Print();
 }
 
-void AnswerQuestions(asio::io_context& loop, Client& client) {
+void AnswerQuestions(rpc::loop::Loop& loop, Client& client) {
   using Answerer = rpc::transport::CallbackAnswerer<rpc::CloseWindow>;
   Answerer answerer(client, Method("OnCloseWindow"),
                     [](const rpc::CloseWindow&, const Answerer::Reply& reply) {
@@ -247,10 +246,10 @@ void AnswerQuestions(asio::io_context& loop, Client& client) {
   ClientController controller;
   windows.Focus(&controller, &window, &nothing, nullptr);
   FailIf(controller);
-  loop.run();
+  loop.Run();
 }
 
-void MeasureFanout(ProcessPair& pair, asio::io_context& loop) {
+void MeasureFanout(ProcessPair& pair, rpc::loop::Loop& loop) {
   using Subscriber = rpc::transport::EventSubscriber<rpc::BrowserWindowClosed>;
   int received = 0;
   std::vector<std::unique_ptr<Client>> clients;
@@ -281,17 +280,15 @@ void MeasureFanout(ProcessPair& pair, asio::io_context& loop) {
     received = 0;
     windows.Close(&controller, &window, &closed, nullptr);
     FailIf(controller);
-    while (received < bench::kStreams) {
-      if (loop.run_one() == 0)
-        Fail("an event has not arrived");
-    }
+    if (!loop.RunUntil([&] { return received >= bench::kStreams; }))
+      Fail("an event has not arrived");
   }
   measurement.Print();
 }
 
 void CallServer(ProcessPair& pair) {
   pair.Await();
-  asio::io_context loop(1);
+  rpc::loop::Loop loop;
   if (pair.mode() == Mode::kFanout)
     return MeasureFanout(pair, loop);
   const std::unique_ptr<Client> client = Connect(loop, pair);

@@ -12,12 +12,13 @@ namespace {
 
 constexpr int kCannotExecute = 127;
 
-// In the new process, and so only what is safe between fork and exec.
+// Runs in the new process, between fork and exec, where only functions that are
+// safe in a signal handler may be called.
 [[noreturn]] void Become(char* const* argv,
                          const std::vector<InheritedDescriptor>& descriptors,
                          pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // It may be gone already.
+  // A parent that ended before prctl() took effect kills nobody any more.
   if (getppid() != parent)
     _exit(kCannotExecute);
   for (const auto& [ours, theirs] : descriptors) {

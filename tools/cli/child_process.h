@@ -6,8 +6,8 @@
 //
 // Ownership: the caller waits for the process.
 //
-// Sequence: a thread that stays, such as the main one: the process is killed
-// when the thread that has started it ends.
+// Sequence: a thread that does not end early, such as the main one: the process
+// is killed when the thread that has started it ends.
 //
 // Failure: ends this process when there can be no other. A program that can't
 // be executed makes the new one end with exit code 127.
@@ -22,14 +22,15 @@
 
 namespace cli {
 
-// What is `ours` here is `theirs` there; the two may be the same number.
+// The descriptor `ours` of this process is `theirs` in the new one. The two may
+// be the same number.
 struct InheritedDescriptor {
   int ours;
   int theirs;
 };
 
 // The first word is the program's path. The process gets the descriptors named,
-// in this order, besides those that are not closed on execution.
+// in this order, besides those that have no close-on-exec flag.
 pid_t StartProcess(const std::vector<std::string>& words,
                    const std::vector<InheritedDescriptor>& descriptors);
 

@@ -12,8 +12,7 @@
 namespace cli {
 namespace {
 
-constexpr double kMinimumSeconds = 0.001;
-constexpr double kMaximumSeconds = 24 * 60 * 60;
+using std::chrono::milliseconds;
 
 template <typename Integer>
 std::function<std::string(const std::string&)> SetterOfInteger(Integer minimum,
@@ -70,16 +69,21 @@ void Flags::AddSize(const std::string& name,
 }
 
 void Flags::AddSeconds(const std::string& name,
-                       std::chrono::milliseconds* value) {
-  flags_[name].set = [value](const std::string& text) -> std::string {
+                       milliseconds* value,
+                       milliseconds minimum,
+                       milliseconds maximum) {
+  using Seconds = std::chrono::duration<double>;
+  const double least = Seconds(minimum).count();
+  const double most = Seconds(maximum).count();
+  flags_[name].set = [=](const std::string& text) -> std::string {
     double seconds;
-    // Written so that "nan" is refused as well.
+    // Written so that "nan", which compares with nothing, is a fault as well.
     if (!absl::SimpleAtod(text, &seconds) ||
-        !(seconds >= kMinimumSeconds && seconds <= kMaximumSeconds)) {
-      return absl::StrCat("is not a number of seconds from ", kMinimumSeconds,
-                          " to ", kMaximumSeconds);
+        !(seconds >= least && seconds <= most)) {
+      return absl::StrCat("is not a number of seconds from ", least, " to ",
+                          most);
     }
-    *value = std::chrono::milliseconds(std::lround(seconds * 1000));
+    *value = milliseconds(std::lround(seconds * 1000));
     return "";
   };
 }

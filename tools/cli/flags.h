@@ -12,15 +12,15 @@
 //       flags.Parse(argc, argv);
 //
 // Both "--name value" and "--name=value" are read, before and between the
-// arguments; "--" ends the flags. "-h" stands for "--help"; all else that
+// arguments; "--" ends the flags. "-h" stands for "--help"; any other word that
 // begins with a single dash is an argument.
 //
 // Ownership: the caller owns the variables, which must outlive the flags.
 //
 // Sequence: any one at a time.
 //
-// Failure: INVALID_ARGUMENT with a text for the user; flags in front of the
-// faulty one are set then.
+// Failure: INVALID_ARGUMENT with a text for the user. Flags in front of the
+// faulty one have been set by then.
 
 #ifndef TOOLS_CLI_FLAGS_H_
 #define TOOLS_CLI_FLAGS_H_
@@ -41,13 +41,18 @@ namespace cli {
 
 class Flags {
  public:
+  // What is taken as a time where nothing else is said.
+  static constexpr std::chrono::milliseconds kMinSeconds{1};
+  static constexpr std::chrono::milliseconds kMaxSeconds =
+      std::chrono::hours(24);
+
   // A flag that is there or not, and takes no value.
   void AddSwitch(const std::string& name, bool* is_set);
 
   void AddText(const std::string& name, std::string* value);
   void AddText(const std::string& name, std::optional<std::string>* value);
 
-  // Within [minimum, maximum].
+  // Whole numbers from `minimum` to `maximum`, both included.
   void AddInteger(const std::string& name,
                   int minimum,
                   int maximum,
@@ -57,9 +62,11 @@ class Flags {
                size_t maximum,
                size_t* value);
 
-  // Seconds, with a fraction if need be, of at least a millisecond and at most
-  // a day.
-  void AddSeconds(const std::string& name, std::chrono::milliseconds* value);
+  // Seconds, with a fraction if need be.
+  void AddSeconds(const std::string& name,
+                  std::chrono::milliseconds* value,
+                  std::chrono::milliseconds minimum = kMinSeconds,
+                  std::chrono::milliseconds maximum = kMaxSeconds);
 
   // Sets the variables and returns the arguments in their order, without the
   // program's name.

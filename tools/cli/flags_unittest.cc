@@ -149,5 +149,19 @@ TEST_F(FlagsTest, SecondsOutOfRangeOrMalformedAreAFault) {
   EXPECT_EQ(std::chrono::seconds(10), timeout_);
 }
 
+TEST_F(FlagsTest, SecondsMayHaveAnotherRange) {
+  flags_.AddSeconds("pause", &timeout_, std::chrono::milliseconds(50),
+                    std::chrono::seconds(3));
+  for (const char* value : {"0.049", "3.001"}) {
+    EXPECT_EQ(absl::StrCat("The value of --pause, '", value,
+                           "', is not a number of seconds from 0.05 to 3."),
+              Fault({"--pause", value}));
+  }
+  ASSERT_TRUE(Parse({"--pause=0.05"}).ok());
+  EXPECT_EQ(std::chrono::milliseconds(50), timeout_);
+  ASSERT_TRUE(Parse({"--pause=3"}).ok());
+  EXPECT_EQ(std::chrono::seconds(3), timeout_);
+}
+
 }  // namespace
 }  // namespace cli

@@ -12,8 +12,8 @@
 namespace cli {
 namespace {
 
-// For the calling thread: signals are the loop's business, and reading a
-// terminal from the background becomes an error.
+// Of the calling thread. Signals must reach the main thread. With SIGTTIN
+// blocked, reading a terminal from the background is an error.
 void BlockSignals() {
   sigset_t all;
   sigfillset(&all);
@@ -22,8 +22,10 @@ void BlockSignals() {
 
 }  // namespace
 
-LineReader::LineReader(asio::io_context& loop, int descriptor, Handler handler)
-    : loop_(loop),
+LineReader::LineReader(rpc::loop::Sequence& sequence,
+                       int descriptor,
+                       Handler handler)
+    : sequence_(sequence),
       descriptor_(descriptor),
       handler_(std::make_shared<Handler>(std::move(handler))),
       wake_(eventfd(0, EFD_CLOEXEC)),
@@ -66,10 +68,11 @@ bool LineReader::ReadMore(std::string& buffer) {
 }
 
 void LineReader::Post(std::optional<std::string> line) {
-  asio::post(loop_, [handler = handler_, line = std::move(line)] {
-    // A copy, since the handler may destroy the reader and so empty it.
+  sequence_.Post([handler = handler_, line = std::move(line)]() mutable {
+    // Called through a copy: the handler may destroy the reader, which empties
+    // the shared one.
     if (const Handler handle = *handler)
-      handle(line);
+      handle(std::move(line));
   });
 }
 

@@ -1,19 +1,20 @@
-// Reads lines from a terminal, pipe or file without holding up a loop.
+// Reads lines from a terminal, pipe or file without holding up a sequence.
 //
 //   cli::LineReader reader(loop, STDIN_FILENO,
 //                          [](std::optional<std::string> line) {
 //                            line ? Obey(*line) : StopListening();
 //                          });
 //
-// Asio itself would put the descriptor into non-blocking mode, and with it that
-// of every process that shares the terminal; it cannot wait for files either.
-// So a thread of the reader's own waits and reads. In a shell's background job
-// the terminal counts as ended rather than stopping the process.
+// A thread of the reader's own waits and reads, and posts each line. A watch on
+// the descriptor would not do: it can't wait for a file. Nor would non-blocking
+// mode, which every process that shares the terminal would get as well. Reading
+// the terminal from a shell's background job ends the input, where it would
+// otherwise stop the process.
 //
-// Ownership: the descriptor stays the caller's. The loop must outlive the
-// reader; a waiting reader does not keep it running.
+// Ownership: the descriptor stays the caller's. The sequence must outlive the
+// reader. A loop is not kept running by a reader that waits.
 //
-// Sequence: made and destroyed on the loop's thread; the handler runs there,
+// Sequence: made and destroyed on the given one; the handler runs there too,
 // never inside the constructor, and no more once the reader is destroyed. It
 // may destroy the reader.
 //
@@ -28,17 +29,17 @@
 #include <string>
 #include <thread>
 
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/sequence.h"
 
 namespace cli {
 
 class LineReader {
  public:
-  // Gets each line without its line break, also a last one that has none, and
-  // then once nothing.
+  // Gets each line without its line break, then nullopt once, at the end of the
+  // input. Text after the last line break counts as a line.
   using Handler = std::function<void(std::optional<std::string> line)>;
 
-  LineReader(asio::io_context& loop, int descriptor, Handler handler);
+  LineReader(rpc::loop::Sequence& sequence, int descriptor, Handler handler);
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
   ~LineReader();
@@ -49,9 +50,10 @@ class LineReader {
   bool ReadMore(std::string& buffer);
   void Post(std::optional<std::string> line);
 
-  asio::io_context& loop_;
+  rpc::loop::Sequence& sequence_;
   const int descriptor_;
-  // Emptied on destruction; what is still posted finds it empty then.
+  // Shared with the tasks that are posted; emptied on destruction, so that
+  // those that run later do nothing.
   const std::shared_ptr<Handler> handler_;
   // Written to on destruction, to wake the thread.
   int wake_;

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/common/rpc/loop/loop.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 
@@ -43,14 +44,12 @@ class LineReaderTest : public ::testing::Test {
 
   // Runs the loop until that many lines, the end included, have come.
   void WaitForLines(size_t count) {
-    loop_.restart();
-    auto work = asio::make_work_guard(loop_);
-    while (lines_.size() < count)
-      loop_.run_one();
+    const rpc::loop::Loop::Work reader_posts_later(loop_);
+    EXPECT_TRUE(loop_.RunUntil([&] { return lines_.size() >= count; }));
   }
 
   int pipe_[2];
-  asio::io_context loop_;
+  rpc::loop::Loop loop_;
   std::vector<std::string> lines_;
   std::optional<LineReader> reader_;
 };
@@ -126,8 +125,7 @@ TEST_F(LineReaderTest, SignalsAreLeftToOtherThreads) {
 TEST_F(LineReaderTest, DestroyingWhileNothingComesDoesNotHang) {
   StartReading(pipe_[0]);
   reader_.reset();
-  loop_.restart();
-  loop_.run();
+  loop_.Run();
   EXPECT_THAT(lines_, ElementsAre());
 }
 
@@ -139,8 +137,7 @@ TEST_F(LineReaderTest, HandlerMayDestroyTheReaderAndIsNotCalledAgain) {
     reader_.reset();
   });
   WaitForLines(1);
-  loop_.restart();
-  loop_.run();
+  loop_.Run();
   EXPECT_THAT(lines_, ElementsAre("one"));
 }
 

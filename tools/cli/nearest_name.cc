@@ -9,7 +9,8 @@
 namespace cli {
 namespace {
 
-// Edit distance by the textbook's dynamic programme, one row at a time.
+// The Levenshtein distance between `a` and `b`. row[j] is the distance between
+// the letters of `a` so far and the first j of `b`.
 size_t Distance(std::string_view a, std::string_view b) {
   std::vector<size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), 0);

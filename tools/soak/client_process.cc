@@ -10,7 +10,8 @@
 namespace soak {
 namespace {
 
-// The status that the process has come to; signals of others don't matter.
+// Waits for the process to change its state and returns its status. Goes on
+// when a signal interrupts the wait.
 int WaitFor(pid_t pid, int options) {
   int status;
   pid_t changed;

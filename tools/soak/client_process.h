@@ -1,7 +1,7 @@
 // A client in a process of its own, which can be stopped and killed.
 //
 //   soak::ClientProcess client({"/path/to/soak", "--client", ...}, {{fd, fd}});
-//   client.Stop();       // it does nothing more, and knows nothing of it
+//   client.Stop();       // it does nothing until Continue()
 //   client.Continue();
 //   client.Kill();       // at once, whatever it is doing
 //
@@ -35,7 +35,8 @@ class ClientProcess {
   ClientProcess& operator=(const ClientProcess&) = delete;
   ~ClientProcess();
 
-  // Return when the process has stopped, has been told to go on, is dead.
+  // Stop() and Kill() return when the process has stopped or is dead,
+  // Continue() when the signal is sent.
   void Stop();
   void Continue();
   void Kill();
@@ -46,7 +47,7 @@ class ClientProcess {
   bool HasEnded();
 
  private:
-  // Zero when it is dead.
+  // 0 when the process has ended and has been waited for.
   pid_t pid_;
   bool stopped_ = false;
 };

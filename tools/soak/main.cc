@@ -64,10 +64,10 @@ void Print(const Outcome& outcome) {
                     " stops, ", outcome.continues, " continues"));
   line("questions",
        absl::StrCat(outcome.asked, " asked, ", outcome.answered, " answered, ",
-                    outcome.refused, " refused, ", outcome.cancelled,
+                    outcome.declined, " declined, ", outcome.cancelled,
                     " cancelled, ", outcome.too_late, " too late"));
-  line("clients'", absl::StrCat(outcome.answers_sent, " answers and ",
-                                outcome.refusals_sent, " refusals sent"));
+  line("clients'", absl::StrCat(outcome.answers_sent, " answers sent, ",
+                                outcome.questions_declined, " declined"));
   line("events", absl::StrCat(outcome.events_published, " published, ",
                               outcome.events_received, " received"));
   line("calls", absl::StrCat(outcome.calls_succeeded, " succeeded, ",

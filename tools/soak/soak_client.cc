@@ -12,7 +12,8 @@
 #include <thread>
 #include <utility>
 
-#include "core/common/rpc/transport/asio.h"
+#include "absl/log/absl_check.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client_controller.h"
@@ -26,9 +27,9 @@ namespace {
 using google::protobuf::MethodDescriptor;
 using rpc::transport::Client;
 
-// In a hundred.
+// Chances, in a hundred.
 constexpr int kHeldQuestions = 20;
-constexpr int kRefusedQuestions = 5;
+constexpr int kDeclinedQuestions = 5;
 constexpr int kCallsPerQuestion = 25;
 
 // Questions that are kept for later.
@@ -113,9 +114,9 @@ class SoakClient {
         AnswerOneOfTheHeld();
       return;
     }
-    if (Chance(kRefusedQuestions)) {
-      ++tally_.refusals;
-      reply.Refuse();
+    if (Chance(kDeclinedQuestions)) {
+      ++tally_.declined;
+      reply.Decline();
       return;
     }
     Answer(question, reply);
@@ -128,7 +129,7 @@ class SoakClient {
     auto* const ids = answer.mutable_response()->mutable_omitted_command_ids();
     ids->Add(question.question().x());
     ids->Add(question.question().y());
-    // Counted first: it may arrive and this process be killed before it counts.
+    // Counted first: this process may be killed after it has sent the answer.
     ++tally_.answers;
     reply.Answer(std::move(answer)).IgnoreError();
   }
@@ -160,13 +161,12 @@ absl::Status RunClient(const ClientOptions& options) {
   absl::StatusOr<SharedTally> tally = SharedTally::Open(options.tally);
   if (!tally.ok())
     return tally.status();
-  asio::io_context loop(1);
+  rpc::loop::Loop loop;
   const auto client = Client::Connect(loop, options.socket);
   if (!client.ok())
     return client.status();
   const SoakClient soak_client(options, **client, tally->get());
-  while ((*client)->status().ok())
-    loop.run_one();
+  ABSL_CHECK(loop.RunUntil([&] { return !(*client)->status().ok(); }));
   return (*client)->status();
 }
 

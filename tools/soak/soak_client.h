@@ -27,7 +27,8 @@ constexpr int64_t ClientOf(int64_t window) {
 }
 
 enum class Manner {
-  // Answers most questions at once, some later and out of order, refuses a few,
+  // Answers most questions at once, some later and out of order, declines a
+  // few,
   // and calls the host now and then.
   kLively,
   // The same, but takes a break before each answer.
@@ -41,7 +42,7 @@ struct ClientOptions {
   int64_t number = 0;
   uint64_t seed = 0;
   Manner manner = Manner::kLively;
-  // Of the tally shared with the host, inherited.
+  // The inherited descriptor of the tally that is shared with the host.
   int tally = -1;
 };
 

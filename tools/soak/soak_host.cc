@@ -17,10 +17,11 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/signal_watch.h"
+#include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
-#include "core/common/rpc/transport/asio.h"
-#include "core/common/rpc/transport/question.h"
 #include "core/common/rpc/transport/server.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/soak/client_process.h"
@@ -32,24 +33,26 @@ namespace soak {
 namespace {
 
 using rpc::ShowContextMenu;
-using rpc::transport::QuestionOutcome;
+using rpc::serving::QuestionOutcome;
 
-// Questions that wait for one client at a time. More than it keeps for later,
-// so that it always has one that it will answer.
+// Questions that wait for one client at a time. A client keeps fewer than that
+// for later, so that there is always one that it answers at once.
 constexpr size_t kQuestionsPerClient = 32;
 
-// Of so many questions that settle, one brings about ... .
+// What the host does follows from questions that settle. On average it kills a
+// client each time that so many have settled, and so on.
 constexpr int kSettledPerKill = 500;
 constexpr int kSettledPerStop = 100;
 constexpr int kSettledPerContinue = 100;
 constexpr int kSettledPerEvent = 4;
 
-// Of so many, one client is slow, and one question impatient.
+// On average, of so many clients one is slow, and so many questions one is
+// given up after HostOptions::patience.
 constexpr int kClientsPerSlowOne = 4;
 constexpr int kQuestionsPerImpatientOne = 4;
 
 uint64_t ResidentBytes() {
-  // What is free but kept for later is nobody's.
+  // Gives memory that is free, but that malloc keeps, back to the system.
   malloc_trim(0);
   uint64_t total_pages = 0;
   uint64_t resident_pages = 0;
@@ -94,7 +97,7 @@ class Host {
     bool ready = false;
     size_t pending = 0;
   };
-  // By number, which counts all that have ever been.
+  // By number, which no other client of the soak has had.
   using Clients = std::map<int64_t, Client>;
 
   // Whom a question has been put to, and what its answer must repeat.
@@ -114,7 +117,8 @@ class Host {
 
   void StartClient();
   void OnReady(int64_t window);
-  void OnClientSignal();
+  // Ends the process if a client has ended by itself.
+  void CheckClients();
   // One of those that `fits`; null when there is none.
   template <typename Predicate>
   Client* AnyClient(Predicate fits);
@@ -144,15 +148,13 @@ class Host {
   const TemporaryFolder folder_;
   const std::string socket_ = folder_.path() + "/socket";
   const SharedTally tally_ = MakeTally();
-  asio::io_context loop_{1};
+  rpc::loop::Loop loop_;
   SoakService service_;
   rpc::transport::Server server_;
-  asio::signal_set child_signals_;
-  asio::steady_timer end_timer_;
 
   Clients clients_;
   int64_t next_number_ = 1;
-  // Those that have not ended.
+  // Questions that have not ended, by id.
   std::unordered_map<uint64_t, Question> pending_;
   uint64_t next_question_ = 1;
   // Questions that have ended since the last Act().
@@ -166,9 +168,7 @@ Host::Host(const HostOptions& options)
     : options_(options),
       random_(options.seed),
       service_([this](const BrowserId& id) { OnReady(id.value()); }),
-      server_(loop_),
-      child_signals_(loop_, SIGCHLD),
-      end_timer_(loop_) {
+      server_(loop_) {
   ABSL_CHECK(options.questions || options.duration) << "it would never end";
   ABSL_CHECK_GT(options.clients, 1u) << "one has to go on when one is stopped";
   server_.AddService(&service_);
@@ -178,15 +178,16 @@ Outcome Host::Run() {
   const absl::Status listening = server_.Listen(socket_);
   ABSL_CHECK(listening.ok()) << listening;
   outcome_.memory_at_start = ResidentBytes();
-  OnClientSignal();
-  if (options_.duration) {
-    end_timer_.expires_after(*options_.duration);
-    end_timer_.async_wait([this](std::error_code) { time_is_up_ = true; });
+  {
+    const rpc::loop::SignalWatch client_has_changed(
+        loop_, {SIGCHLD}, [this](int) { CheckClients(); });
+    std::unique_ptr<rpc::loop::Timer> end;
+    if (options_.duration)
+      end = loop_.RunAfter(*options_.duration, [this] { time_is_up_ = true; });
+    while (clients_.size() < options_.clients)
+      StartClient();
+    ABSL_CHECK(loop_.RunUntil([this] { return IsOver(); }));
   }
-  while (clients_.size() < options_.clients)
-    StartClient();
-  while (!IsOver())
-    loop_.run_one();
   EndAll();
   return Summary();
 }
@@ -209,7 +210,7 @@ void Host::StartClient() {
       words, std::vector<cli::InheritedDescriptor>{{tally, tally}});
 }
 
-// A client that was killed after it had said so is not known any more.
+// The client may have been killed since it called.
 void Host::OnReady(int64_t window) {
   const auto client = clients_.find(ClientOf(window));
   if (client != clients_.end())
@@ -217,14 +218,10 @@ void Host::OnReady(int64_t window) {
   ActSoon();
 }
 
-void Host::OnClientSignal() {
+void Host::CheckClients() {
   for (const auto& [number, client] : clients_)
     ABSL_CHECK(!client.process->HasEnded())
         << "client " << number << " has died";
-  child_signals_.async_wait([this](std::error_code error, int) {
-    if (!error)
-      OnClientSignal();
-  });
 }
 
 template <typename Predicate>
@@ -240,11 +237,12 @@ Host::Client* Host::AnyClient(Predicate fits) {
   return fitting[any(random_)];
 }
 
-// On a later turn: a question's callback must not ask about its window.
+// On a later turn, since this is called in a question's callback, where asking
+// about the same window is not allowed.
 void Host::ActSoon() {
   if (std::exchange(act_scheduled_, true))
     return;
-  asio::post(loop_, [this] {
+  loop_.Post([this] {
     act_scheduled_ = false;
     Act();
   });
@@ -287,7 +285,7 @@ size_t Host::RunningClients() const {
 }
 
 void Host::Stop() {
-  // The rest has to bring about what happens next.
+  // Questions must go on settling: nothing else makes the host act.
   if (RunningClients() <= (options_.clients + 1) / 2)
     return;
   Client* const client = AnyClient(
@@ -343,7 +341,7 @@ bool Host::Ask(int64_t number) {
   pending_.emplace(id, record);
   ++outcome_.asked;
   if (options_.patience && OneIn(kQuestionsPerImpatientOne)) {
-    rpc::transport::AskWithin<ShowContextMenu>(
+    rpc::serving::AskWithin<ShowContextMenu>(
         loop_, *options_.patience, question,
         [this, id](QuestionOutcome how, const ShowContextMenu& answer) {
           OnOutcome(id, how, answer);
@@ -357,10 +355,10 @@ bool Host::Ask(int64_t number) {
        .error_callback =
            [this, id](torvane::StreamCallError error) {
              OnEnd(id, error == torvane::StreamCallError::kRemoteError
-                           ? outcome_.refused
+                           ? outcome_.declined
                            : outcome_.cancelled);
            }});
-  // The client is going, and the host about to notice.
+  // The client has ended its subscription or is being disconnected.
   if (!asked) {
     pending_.erase(id);
     --outcome_.asked;
@@ -387,7 +385,7 @@ void Host::OnOutcome(uint64_t id,
     case QuestionOutcome::kAnswered:
       return OnAnswer(id, answer);
     case QuestionOutcome::kClientFailed:
-      return OnEnd(id, outcome_.refused);
+      return OnEnd(id, outcome_.declined);
     case QuestionOutcome::kTooLate:
       return OnEnd(id, outcome_.too_late);
     case QuestionOutcome::kNobodyAnswers:
@@ -415,21 +413,17 @@ void Host::OnEnd(uint64_t id, uint64_t& count) {
 // When the last connection is closed, nothing is left that could end a
 // question.
 void Host::EndAll() {
-  std::error_code ignored;
-  child_signals_.cancel(ignored);
-  end_timer_.cancel();
   clients_.clear();
-  while (server_.counters().connections_now > 0)
-    loop_.run_one();
-  while (loop_.poll() > 0) {
-  }
+  ABSL_CHECK(loop_.RunUntil(
+      [this] { return server_.counters().connections_now == 0; }));
+  loop_.RunReady();
 }
 
 Outcome Host::Summary() {
   outcome_.lost = pending_.size();
   const Tally& tally = tally_.get();
   outcome_.answers_sent = tally.answers;
-  outcome_.refusals_sent = tally.refusals;
+  outcome_.questions_declined = tally.declined;
   outcome_.events_received = tally.events;
   outcome_.calls_succeeded = tally.calls;
   outcome_.calls_failed = tally.failed_calls;

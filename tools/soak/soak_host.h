@@ -1,6 +1,6 @@
 // A host whose clients are killed, stopped and slowed down at random while it
-// asks them questions, publishes events and answers calls; and which keeps
-// books on every question.
+// asks them questions, publishes events and answers calls; and which records
+// how every question ends.
 //
 //   soak::HostOptions options;
 //   options.program = "/path/to/soak";
@@ -8,10 +8,9 @@
 //   const soak::Outcome outcome = soak::RunHost(options);
 //   EXPECT_EQ(outcome.lost, 0u);
 //
-// What it does to whom is decided by the seed, and by the order in which
-// questions settle, never by the clock. It goes on for as long as there is a
-// client that neither has been stopped nor is still on its way, and sees to it
-// that there always is one.
+// The seed and the order in which questions settle decide what it does to which
+// client, never the clock. Since only questions that settle make it act, it
+// never stops more than half of its clients.
 //
 // Ownership: nothing outlives RunHost(); no client process does, either.
 //
@@ -60,11 +59,11 @@ struct Outcome {
   uint64_t stops = 0;
   uint64_t continues = 0;
 
-  // Questions, by how they ended. The last two must be zero: those that never
-  // ended, and those that ended more than once.
+  // Questions, by how they ended. Lost ones never ended and doubled ones ended
+  // more than once: both must be zero.
   uint64_t asked = 0;
   uint64_t answered = 0;
-  uint64_t refused = 0;
+  uint64_t declined = 0;
   uint64_t cancelled = 0;
   uint64_t too_late = 0;
   uint64_t lost = 0;
@@ -72,10 +71,10 @@ struct Outcome {
   // Answers to another question than the one that they came for. Must be zero.
   uint64_t wrong = 0;
 
-  // What clients say that they have done, those included that were killed
-  // before the host could hear of it.
+  // What clients have counted themselves. This includes what the host never
+  // heard of, because the client was killed.
   uint64_t answers_sent = 0;
-  uint64_t refusals_sent = 0;
+  uint64_t questions_declined = 0;
   uint64_t events_received = 0;
   uint64_t calls_succeeded = 0;
   uint64_t calls_failed = 0;
@@ -83,8 +82,8 @@ struct Outcome {
   uint64_t events_published = 0;
   uint64_t connections = 0;
 
-  // Memory of the host that is resident, in bytes, before the first client came
-  // and when the last one was gone.
+  // Resident memory of the host, in bytes, before the first client came and
+  // when the last one was gone.
   uint64_t memory_at_start = 0;
   uint64_t memory_at_end = 0;
 

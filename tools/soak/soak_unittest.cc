@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/stream/callback_stream.h"
-#include "core/common/rpc/transport/asio.h"
 #include "core/common/rpc/transport/server.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/soak/client_process.h"
@@ -45,8 +45,7 @@ class KilledClient : public ::testing::Test {
 
   template <typename Condition>
   void RunUntil(Condition condition) {
-    while (!condition())
-      loop_.run_one();
+    ASSERT_TRUE(loop_.RunUntil(condition));
   }
 
   void Ask(int64_t window) {
@@ -69,7 +68,7 @@ class KilledClient : public ::testing::Test {
   std::string folder_ = "/tmp/soak_unittest.XXXXXX";
   const std::string socket_ = std::string(mkdtemp(folder_.data())) + "/socket";
   const absl::StatusOr<SharedTally> tally_ = SharedTally::Create();
-  asio::io_context loop_{1};
+  rpc::loop::Loop loop_;
   SoakService service_{[this](const BrowserId&) { client_is_ready_ = true; }};
   rpc::transport::Server server_{loop_};
   std::unique_ptr<ClientProcess> client_;
@@ -84,8 +83,7 @@ TEST_F(KilledClient, EndsExactlyItsPendingQuestions) {
   RunUntil([this] { return server_.counters().connections_now == 0; });
   // With its connection, not later.
   EXPECT_EQ(cancelled_, kQuestions);
-  loop_.restart();
-  loop_.poll();
+  loop_.RunReady();
   EXPECT_EQ(cancelled_, kQuestions);
   EXPECT_EQ(answered_, 0);
 }
@@ -94,7 +92,7 @@ TEST_F(KilledClient, WhileItIsStoppedEndsItsQuestionsAllTheSame) {
   client_->Stop();
   for (int64_t i = 0; i < kWindowsPerClient; ++i)
     Ask(WindowOf(1, i));
-  loop_.poll();
+  loop_.RunReady();
   EXPECT_EQ(cancelled_, 0);
   client_->Kill();
   RunUntil([this] { return server_.counters().connections_now == 0; });
@@ -112,7 +110,7 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
   EXPECT_EQ(outcome.doubled, 0u);
   EXPECT_EQ(outcome.wrong, 0u);
   EXPECT_EQ(outcome.asked, 100'000u);
-  EXPECT_EQ(outcome.answered + outcome.refused + outcome.cancelled,
+  EXPECT_EQ(outcome.answered + outcome.declined + outcome.cancelled,
             outcome.asked);
   // An answer may be killed with its client, but none comes from nowhere.
   EXPECT_LE(outcome.answered, outcome.answers_sent);
@@ -123,7 +121,7 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
   EXPECT_GT(outcome.stops, 200u);
   EXPECT_GT(outcome.cancelled, 0u);
   EXPECT_GT(outcome.answered, 0u);
-  EXPECT_GT(outcome.refused, 0u);
+  EXPECT_GT(outcome.declined, 0u);
   EXPECT_GT(outcome.events_received, 0u);
   EXPECT_GT(outcome.calls_succeeded, 0u);
 }
@@ -135,7 +133,7 @@ TEST(Help, IsNoFailure) {
   }
 }
 
-// The books would show it: what the counts above rest on.
+// The test above trusts ok() and the counts that it looks at.
 TEST(Outcomes, AreBadWithAnyQuestionLostDoubledOrWrong) {
   EXPECT_TRUE(Outcome().ok());
   EXPECT_FALSE(Outcome{.lost = 1}.ok());

@@ -1,6 +1,6 @@
-// What the client processes of a soak have done, counted where a client that is
-// killed at any moment leaves it behind: in memory that all of them share with
-// the host.
+// What the client processes of a soak have done, counted in memory that they
+// share with the host, so that a client may be killed at any moment and its
+// counts remain.
 //
 //   absl::StatusOr<soak::SharedTally> tally = soak::SharedTally::Create();
 //   ... start processes that inherit tally->descriptor() ...
@@ -26,7 +26,8 @@ namespace soak {
 // All zero at first.
 struct Tally {
   std::atomic<uint64_t> answers;
-  std::atomic<uint64_t> refusals;
+  // Questions that were declined.
+  std::atomic<uint64_t> declined;
   std::atomic<uint64_t> events;
   // Calls that have succeeded, and others.
   std::atomic<uint64_t> calls;

@@ -18,7 +18,7 @@ namespace {
 using google::protobuf::MethodDescriptor;
 
 std::unique_ptr<AnswerSource> MakeSource(const Options& options,
-                                         asio::io_context& loop,
+                                         rpc::loop::Loop& loop,
                                          std::function<void()> on_exhausted) {
   if (options.with)
     return MakeFixedAnswers(*options.with);
@@ -28,7 +28,7 @@ std::unique_ptr<AnswerSource> MakeSource(const Options& options,
 }
 
 // T is the message of the method. A question without a usable answer is
-// refused, so that the host need not wait for its deadline.
+// declined, so that the host need not wait for its deadline.
 template <typename T>
 class QuestionAnswerer {
  public:
@@ -57,8 +57,8 @@ class QuestionAnswerer {
     const std::string json = ToJson(question);
     PrintLine(json);
     source_->Answer(json, [reply](const absl::StatusOr<std::string>& answer) {
-      // Unless it is answered, the question is refused with its last reply
-      // handle.
+      // A question that is not answered is declined when its last reply handle
+      // goes: this one.
       if (absl::Status sent = Send(reply, answer); !sent.ok())
         Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
     });
@@ -73,8 +73,8 @@ class QuestionAnswerer {
     return parsed.ok() ? reply.Answer(std::move(answer)) : parsed;
   }
 
-  // Destroyed after the stream, so that the questions that it drops then are
-  // not refused one by one.
+  // Stands before the stream, to be destroyed after it. Reply handles that the
+  // source still keeps do nothing then, where they would decline each question.
   const std::unique_ptr<AnswerSource> source_;
   Stream stream_;
 };
@@ -102,8 +102,9 @@ ExitCode Answer(const Options& options, const Arguments& arguments) {
     return Fail(kUsage, "'answer' takes a method and the ids of windows.");
   if (options.with && options.exec)
     return Fail(kUsage, "Choose between --with and --exec.");
-  const auto method = FindMethod(*rpc::BrowserWindow::descriptor(),
-                                 arguments[0], MethodKind::kCallbackStream);
+  const auto method =
+      FindMethod(*rpc::BrowserWindow::descriptor(), arguments[0],
+                 torvane::MethodKind::kCallbackStream);
   if (!method.ok())
     return Fail(kUsage, method.status().message());
 

@@ -1,6 +1,8 @@
 #include "tools/windowctl/answer_source.h"
 
 #include <deque>
+#include <iterator>
+#include <list>
 #include <optional>
 #include <utility>
 
@@ -22,12 +24,12 @@ class FixedAnswers final : public AnswerSource {
 
 class LineAnswers final : public AnswerSource {
  public:
-  LineAnswers(asio::io_context& loop,
+  LineAnswers(rpc::loop::Sequence& sequence,
               int descriptor,
               std::function<void()> on_exhausted)
-      : loop_(loop),
+      : sequence_(sequence),
         on_exhausted_(std::move(on_exhausted)),
-        reader_(loop, descriptor, [this](std::optional<std::string> line) {
+        reader_(sequence, descriptor, [this](std::optional<std::string> line) {
           OnLine(std::move(line));
         }) {}
 
@@ -54,13 +56,14 @@ class LineAnswers final : public AnswerSource {
       take(line);
     }
     if (ended_ && lines_.empty() && on_exhausted_)
-      asio::post(loop_, std::exchange(on_exhausted_, nullptr));
+      sequence_.Post(std::exchange(on_exhausted_, nullptr));
   }
 
-  asio::io_context& loop_;
-  // Empty once called.
+  rpc::loop::Sequence& sequence_;
+  // Empty once posted.
   std::function<void()> on_exhausted_;
-  // At most one of these two holds something.
+  // Questions that wait for lines, or lines that wait for questions: one of the
+  // two is empty.
   std::deque<Take> questions_;
   std::deque<std::string> lines_;
   bool ended_ = false;
@@ -69,16 +72,25 @@ class LineAnswers final : public AnswerSource {
 
 class CommandAnswers final : public AnswerSource {
  public:
-  CommandAnswers(asio::io_context& loop, std::string command)
+  CommandAnswers(rpc::loop::Loop& loop, std::string command)
       : loop_(loop), command_(std::move(command)) {}
 
   void Answer(const std::string& question, Take take) override {
-    RunShellCommand(loop_, command_, question + "\n", take);
+    auto& running = running_.emplace_back();
+    const auto place = std::prev(running_.end());
+    running.emplace(loop_, command_, question + "\n",
+                    [this, place, take = std::move(take)](
+                        const absl::StatusOr<std::string>& output) {
+                      take(output);
+                      running_.erase(place);
+                    });
   }
 
  private:
-  asio::io_context& loop_;
+  rpc::loop::Loop& loop_;
   const std::string command_;
+  // Each command removes itself when it has ended, by its place.
+  std::list<std::optional<ShellCommand>> running_;
 };
 
 }  // namespace
@@ -88,14 +100,14 @@ std::unique_ptr<AnswerSource> MakeFixedAnswers(std::string answer) {
 }
 
 std::unique_ptr<AnswerSource> MakeLineAnswers(
-    asio::io_context& loop,
+    rpc::loop::Sequence& sequence,
     int descriptor,
     std::function<void()> on_exhausted) {
-  return std::make_unique<LineAnswers>(loop, descriptor,
+  return std::make_unique<LineAnswers>(sequence, descriptor,
                                        std::move(on_exhausted));
 }
 
-std::unique_ptr<AnswerSource> MakeCommandAnswers(asio::io_context& loop,
+std::unique_ptr<AnswerSource> MakeCommandAnswers(rpc::loop::Loop& loop,
                                                  std::string command) {
   return std::make_unique<CommandAnswers>(loop, std::move(command));
 }

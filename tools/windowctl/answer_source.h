@@ -1,9 +1,9 @@
 // Where the answers to the host's questions come from.
 //
-// Ownership: the caller's. What it is given to call may be kept, and is dropped
-// with the source.
+// Ownership: the caller's. A source keeps the functions that it is given until
+// it has called them; those that are left when it is destroyed are not called.
 //
-// Sequence: the loop's thread.
+// Sequence: the loop's. A function must not destroy the source that calls it.
 //
 // Failure: a question for which no answer can be had gets a status instead.
 
@@ -15,7 +15,7 @@
 #include <string>
 
 #include "absl/status/statusor.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
 
 namespace windowctl {
 
@@ -34,16 +34,16 @@ class AnswerSource {
 std::unique_ptr<AnswerSource> MakeFixedAnswers(std::string answer);
 
 // The lines read from the descriptor, each for one question, in order. Lines
-// may come before their questions. Calls `on_exhausted`, on a later turn of the
-// loop, when the input has ended and every line is used up.
+// may come before their questions. Calls `on_exhausted` once, on a later turn,
+// when the input has ended and every line is used up.
 std::unique_ptr<AnswerSource> MakeLineAnswers(
-    asio::io_context& loop,
+    rpc::loop::Sequence& sequence,
     int descriptor,
     std::function<void()> on_exhausted);
 
-// What `command` prints, run by the shell for each question with the question
-// as its input. Several may run at once.
-std::unique_ptr<AnswerSource> MakeCommandAnswers(asio::io_context& loop,
+// What `command` prints, run by the shell for each question, with the question
+// as its input. Commands run side by side.
+std::unique_ptr<AnswerSource> MakeCommandAnswers(rpc::loop::Loop& loop,
                                                  std::string command);
 
 }  // namespace windowctl

@@ -26,13 +26,16 @@ class AnswerSourceTest : public ::testing::Test {
   }
 
   void WaitForAnswers(size_t count) {
-    loop_.restart();
-    auto work = asio::make_work_guard(loop_);
-    while (answers_.size() < count)
-      loop_.run_one();
+    RunUntil([&] { return answers_.size() >= count; });
   }
 
-  asio::io_context loop_;
+  template <typename Condition>
+  void RunUntil(const Condition& condition) {
+    const rpc::loop::Loop::Work lines_are_posted_later(loop_);
+    EXPECT_TRUE(loop_.RunUntil(condition));
+  }
+
+  rpc::loop::Loop loop_;
   std::unique_ptr<AnswerSource> source_;
   std::vector<std::string> answers_;
 };
@@ -84,10 +87,7 @@ class LineAnswersTest : public AnswerSourceTest {
   }
 
   void WaitForExhaustion() {
-    loop_.restart();
-    auto work = asio::make_work_guard(loop_);
-    while (exhausted_ == 0)
-      loop_.run_one();
+    RunUntil([&] { return exhausted_ > 0; });
   }
 
   int pipe_[2];
@@ -115,15 +115,15 @@ TEST_F(LineAnswersTest, LinesMayComeBeforeTheirQuestions) {
 TEST_F(LineAnswersTest, InputThatEndsIsExhaustedWhenItsLastLineIsUsedUp) {
   Write("one\ntwo\n");
   CloseInput();
-  // Two lines and the end, each of which makes one turn of the loop.
-  auto work = asio::make_work_guard(loop_);
-  for (int turn = 0; turn < 3; ++turn)
-    loop_.run_one();
+  // Two lines and the end make one turn of the loop each. The condition is
+  // asked before every turn.
+  int turns_left = 3;
+  RunUntil([&] { return turns_left-- == 0; });
   Ask();
-  loop_.poll();
+  loop_.RunReady();
   EXPECT_EQ(0, exhausted_);
   Ask();
-  loop_.poll();
+  loop_.RunReady();
   EXPECT_EQ(1, exhausted_);
   EXPECT_THAT(answers_, ElementsAre("one", "two"));
 }

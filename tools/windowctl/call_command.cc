@@ -27,14 +27,14 @@ ExitCode Call(const Options& options, const Arguments& arguments) {
   if (arguments.size() != 2)
     return Fail(kUsage, "'call' takes a method and its request in JSON.");
   const auto method = FindMethod(*rpc::BrowserWindow::descriptor(),
-                                 arguments[0], MethodKind::kUnary);
+                                 arguments[0], torvane::MethodKind::kUnary);
   if (!method.ok())
     return Fail(kUsage, method.status().message());
   const std::unique_ptr<Message> request = NewMessage((*method)->input_type());
   if (absl::Status json = FromJson(arguments[1], request.get()); !json.ok())
     return Fail(kUsage, json.message());
 
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   const auto client = Connect(loop, options.socket);
   if (!client.ok())
     return Fail(kNoConnection, client.status().message());

@@ -19,11 +19,11 @@ absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
 
 }  // namespace
 
-absl::StatusOr<std::unique_ptr<Client>> Connect(asio::io_context& loop,
+absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
                                                 const std::string& socket) {
   if (absl::Status folder = cli::CheckSocketFolder(socket); !folder.ok())
     return folder;
-  auto connected = Client::OpenSocket(loop, socket);
+  auto connected = Client::OpenSocket(socket);
   if (!connected.ok()) {
     return NoConnection(
         connected.status(),
@@ -34,13 +34,13 @@ absl::StatusOr<std::unique_ptr<Client>> Connect(asio::io_context& loop,
   rpc::transport::ClientOptions options;
   options.name = "windowctl";
   auto client = Client::Adopt(loop, *std::move(connected), std::move(options));
-  // A host that says why it does not serve us is running.
+  // No hint: there is a host, which has said why it does not serve us.
   if (!client.ok())
     return NoConnection(client.status(), "");
   return client;
 }
 
-// What ended with its connection ended for the same reason.
+// The loss of the connection ends calls and streams with the client's status.
 ExitCode FailOn(const Client& client, const absl::Status& status) {
   return Fail(status == client.status() ? kNoConnection : kCallFailed, status);
 }

@@ -8,7 +8,7 @@
 
 #include "absl/status/status.h"
 #include "absl/status/statusor.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client.h"
 #include "tools/windowctl/exit_code.h"
 
@@ -16,7 +16,7 @@ namespace windowctl {
 
 // Blocks until connected. The error's text is for the user.
 absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
-    asio::io_context& loop,
+    rpc::loop::Loop& loop,
     const std::string& socket);
 
 // Says why a call or a stream of `client` has failed, and returns whether that

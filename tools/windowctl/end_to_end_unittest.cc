@@ -179,8 +179,7 @@ TEST_F(EndToEndTest, HostRefusesWrongUsage) {
       {{"--window=1"}, "There is no flag --window. Did you mean --windows?"},
       {{"--answer-timeout=0"}, "The value of --answer-timeout, '0', is not"},
       {{"--max-calls=0"}, "'0', is not a whole number from 1 to 1000000."},
-      {{"--max-outbox-bytes=5000"},
-       "is above that of --max-outbox-bytes, 5000"},
+      {{"--max-outbox-bytes=5000"}, "is above --max-outbox-bytes, 5000."},
       {{"now"}, "There are only flags."},
   };
   for (const auto& [flags, fault] : cases) {

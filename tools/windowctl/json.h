@@ -17,12 +17,12 @@
 
 namespace windowctl {
 
-// Names that the message type does not have are an error, so that a slip of the
-// pen does not go unnoticed.
+// Fields that the message type does not have are an error, so that a mistyped
+// name does not go unnoticed.
 absl::Status FromJson(const std::string& json,
                       google::protobuf::Message* message);
 
-// With all fields that have no presence, so that false and zero can be seen.
+// Fields without presence are printed also when they are false, 0 or empty.
 std::string ToJson(const google::protobuf::Message& message);
 
 }  // namespace windowctl

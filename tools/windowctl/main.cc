@@ -43,8 +43,8 @@ JSON of the message's field 'response': for OnCloseWindow {"allowed": true}, for
 OnCanExecuteCommand the same, for OnShowContextMenu {"handled": true} or
 {"omittedCommandIds": [1, 2]}. Without --with and --exec, the answers are read
 from standard input, the next line for each question; 'answer' ends when the
-input has ended and is used up. A question without a usable answer is refused,
-and the fault said on standard error.
+input has ended and is used up. A question without a usable answer is
+declined, and the fault said on standard error.
 
 Examples:
   windowctl call Maximize '{"value": 1}'

@@ -1,6 +1,7 @@
 #include "tools/windowctl/method_table.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "absl/strings/str_cat.h"
@@ -12,31 +13,29 @@ namespace {
 
 using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
+using torvane::MethodKind;
 
-const char* NameOf(MethodKind kind) {
-  static constexpr const char* kNames[] = {"unary", "event stream",
-                                           "callback stream"};
-  return kNames[static_cast<size_t>(kind)];
-}
+// The kind of a method, and what to do with one, as a person reads them.
+struct KindText {
+  const char* name;
+  std::string advice;
+};
 
-std::string CommandFor(const MethodDescriptor& method) {
-  const MethodKind kind = KindOf(method);
+KindText Describe(const MethodDescriptor& method) {
+  const std::optional<MethodKind> kind = torvane::KindOf(method);
+  const std::string& name = method.name();
   if (kind == MethodKind::kUnary)
-    return absl::StrCat("call ", method.name(), " JSON");
+    return {"unary", absl::StrCat("use 'windowctl call ", name, " JSON'")};
   if (kind == MethodKind::kEventStream)
-    return "watch ID...";
-  return absl::StrCat("answer ", method.name(), " ID...");
+    return {"event stream", "use 'windowctl watch ID...'"};
+  if (kind == MethodKind::kCallbackStream) {
+    return {"callback stream",
+            absl::StrCat("use 'windowctl answer ", name, " ID...'")};
+  }
+  return {"stream", "no command can use it"};
 }
 
 }  // namespace
-
-MethodKind KindOf(const MethodDescriptor& method) {
-  if (!method.client_streaming() && !method.server_streaming())
-    return MethodKind::kUnary;
-  return method.input_type() == method.output_type()
-             ? MethodKind::kCallbackStream
-             : MethodKind::kEventStream;
-}
 
 std::string ListMethods(const ServiceDescriptor& service) {
   size_t name_width = 0;
@@ -57,7 +56,7 @@ std::string ListMethods(const ServiceDescriptor& service) {
     absl::StrAppendFormat(
         &list, "%-*s  %-*s  %-*s  %s\n", name_width, method.name(),
         request_width, method.input_type()->full_name(), response_width,
-        method.output_type()->full_name(), NameOf(KindOf(method)));
+        method.output_type()->full_name(), Describe(method).name);
   }
   return list;
 }
@@ -72,11 +71,11 @@ absl::StatusOr<const MethodDescriptor*> FindMethod(
     known.push_back(method.name());
     if (method.name() != name)
       continue;
-    if (KindOf(method) == kind)
+    if (torvane::KindOf(method) == kind)
       return &method;
-    return absl::InvalidArgumentError(
-        absl::StrFormat("%s is of the kind '%s': use 'windowctl %s'.", name,
-                        NameOf(KindOf(method)), CommandFor(method)));
+    const auto [kind_name, advice] = Describe(method);
+    return absl::InvalidArgumentError(absl::StrFormat(
+        "%s is of the kind '%s': %s.", name, kind_name, advice));
   }
   return absl::InvalidArgumentError(absl::StrCat(
       "There is no method ", name, ".", cli::DidYouMean(name, known),

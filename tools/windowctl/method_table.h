@@ -19,25 +19,20 @@
 #include <string_view>
 
 #include "absl/status/statusor.h"
+#include "core/common/rpc/stream/method_kind.h"
 
 namespace windowctl {
 
-enum class MethodKind { kUnary, kEventStream, kCallbackStream };
-
-// A stream whose two messages are of one type carries questions and answers,
-// any other one events.
-MethodKind KindOf(const google::protobuf::MethodDescriptor& method);
-
 // One line for each method, in the order of the contract: name, request,
-// response and kind.
+// response and kind, which is "stream" where it is none that we know.
 std::string ListMethods(const google::protobuf::ServiceDescriptor& service);
 
 // The method of that name and kind. The error suggests a similar name, or says
-// which of the tool's commands is the right one for the method.
+// which of the tool's commands is the right one for the method, if any is.
 absl::StatusOr<const google::protobuf::MethodDescriptor*> FindMethod(
     const google::protobuf::ServiceDescriptor& service,
     std::string_view name,
-    MethodKind kind);
+    torvane::MethodKind kind);
 
 }  // namespace windowctl
 

@@ -1,5 +1,9 @@
 #include "tools/windowctl/method_table.h"
 
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
+
+#include <string>
 #include <vector>
 
 #include "absl/strings/str_split.h"
@@ -11,7 +15,9 @@ namespace windowctl {
 namespace {
 
 using ::testing::ContainsRegex;
+using ::testing::EndsWith;
 using ::testing::StartsWith;
+using torvane::MethodKind;
 
 const google::protobuf::ServiceDescriptor& Service() {
   return *rpc::BrowserWindow::descriptor();
@@ -42,12 +48,13 @@ TEST(MethodTable, ListHasOneAlignedLineForEachMethod) {
 }
 
 TEST(MethodTable, KindsAreThoseOfTheContract) {
+  const std::vector<std::string> lines =
+      absl::StrSplit(ListMethods(Service()), '\n');
   for (int i = 0; i < Service().method_count(); ++i) {
-    const MethodKind expected = i < 37    ? MethodKind::kUnary
-                                : i == 37 ? MethodKind::kEventStream
-                                          : MethodKind::kCallbackStream;
-    EXPECT_EQ(expected, KindOf(*Service().method(i)))
-        << Service().method(i)->name();
+    const char* const expected = i < 37    ? "  unary"
+                                 : i == 37 ? "  event stream"
+                                           : "  callback stream";
+    EXPECT_THAT(lines[i], EndsWith(expected));
   }
 }
 
@@ -78,6 +85,29 @@ TEST(MethodTable, MethodOfAnotherKindIsAnsweredWithTheCommandForIt) {
       Fault("OnCloseWindow", MethodKind::kUnary));
   EXPECT_EQ("Show is of the kind 'unary': use 'windowctl call Show JSON'.",
             Fault("Show", MethodKind::kCallbackStream));
+}
+
+TEST(MethodTable, StreamOfNoKnownKindIsListedButServesNoCommand) {
+  google::protobuf::FileDescriptorProto file;
+  file.set_name("count.proto");
+  file.add_message_type()->set_name("Number");
+  auto* const service = file.add_service();
+  service->set_name("Counter");
+  auto* const method = service->add_method();
+  method->set_name("Count");
+  method->set_input_type("Number");
+  method->set_output_type("Number");
+  method->set_server_streaming(true);
+  google::protobuf::DescriptorPool pool;
+  const auto& counter = *pool.BuildFile(file)->service(0);
+
+  EXPECT_EQ("Count  Number  Number  stream\n", ListMethods(counter));
+  for (const MethodKind kind : {MethodKind::kUnary, MethodKind::kEventStream,
+                                MethodKind::kCallbackStream}) {
+    EXPECT_EQ(absl::InvalidArgumentError(
+                  "Count is of the kind 'stream': no command can use it."),
+              FindMethod(counter, "Count", kind).status());
+  }
 }
 
 }  // namespace

@@ -15,7 +15,7 @@
 namespace windowctl {
 namespace {
 
-// A test without its process has nothing to say.
+// Ends the test program on failure: without the process nothing can be tested.
 void Check(bool success, const char* what) {
   if (success)
     return;
@@ -23,7 +23,7 @@ void Check(bool success, const char* what) {
   std::abort();
 }
 
-// Whether there is something to read, be it the end.
+// Waits until there is something to read or the other end is closed.
 bool AwaitReadable(int descriptor) {
   constexpr int kLongMilliseconds = 60'000;
   pollfd polled = {descriptor, POLLIN, 0};

@@ -39,9 +39,9 @@ class Process {
   void Write(std::string_view text);
   void CloseInput();
 
-  // A line of its standard output or standard error, without the line break.
-  // Blocks; empty at the end. The test fails when nothing comes for so long
-  // that nothing will.
+  // The next line of its standard output or standard error, without the line
+  // break; empty at the end. Blocks, and fails the test after a minute in which
+  // nothing has come.
   std::string ReadLine();
   std::string ReadErrorLine();
 

@@ -1,34 +1,69 @@
-// Runs a command and gets what it prints, without holding up a loop.
+// Runs a command with the shell and gets what it prints, without holding up the
+// loop.
 //
-//   RunShellCommand(loop, "jq .question", "{...}\n",
-//                   [](const absl::StatusOr<std::string>& output) {...});
+//   ShellCommand command(loop, "jq .question", "{...}\n",
+//                        [](const absl::StatusOr<std::string>& output) {...});
 //
-// Ownership: everything is copied. A command that still runs when the loop goes
-// is left to itself.
+// Ownership: the caller's, the loop must outlive it. Destroying it while the
+// command runs leaves the command to itself and calls nothing.
 //
-// Sequence: the loop's thread; the function runs on a later turn of the loop.
+// Sequence: the loop's. The handler runs once, on a later turn, and may destroy
+// the object.
 //
-// Failure: the status says when the command could not be started, or with which
+// Failure: the status says that the command could not be started, or with which
 // code or signal it ended. Its standard error is the process's own.
 
 #ifndef TOOLS_WINDOWCTL_SHELL_COMMAND_H_
 #define TOOLS_WINDOWCTL_SHELL_COMMAND_H_
 
+#include <sys/types.h>
+
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 
+#include "absl/status/status.h"
 #include "absl/status/statusor.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/readable_watch.h"
+#include "core/common/rpc/loop/scoped_fd.h"
 
 namespace windowctl {
 
-using ShellOutput = std::function<void(const absl::StatusOr<std::string>&)>;
+class ShellCommand {
+ public:
+  // Gets what the command has printed.
+  using Handler = std::function<void(const absl::StatusOr<std::string>&)>;
 
-// `input` is the command's standard input.
-void RunShellCommand(asio::io_context& loop,
-                     const std::string& command,
-                     const std::string& input,
-                     const ShellOutput& then);
+  // `input` is the command's standard input.
+  ShellCommand(rpc::loop::Loop& loop,
+               const std::string& command,
+               const std::string& input,
+               Handler on_end);
+  ShellCommand(const ShellCommand&) = delete;
+  ShellCommand& operator=(const ShellCommand&) = delete;
+  ~ShellCommand() = default;
+
+ private:
+  absl::Status Start(const std::string& command, const std::string& input);
+  void Read();
+  void Finish();
+  // May destroy this.
+  void End(const absl::StatusOr<std::string>& output);
+
+  rpc::loop::Loop& loop_;
+  Handler on_end_;
+  pid_t pid_ = 0;
+  std::string text_;
+  rpc::loop::ScopedFd output_;
+  // Becomes readable when the process ends.
+  rpc::loop::ScopedFd process_;
+  // Of the output until that ends, then of the process. Goes before them.
+  std::optional<rpc::loop::ReadableWatch> watch_;
+  // Reports on a later turn that the command could not be started.
+  std::unique_ptr<rpc::loop::Timer> failure_;
+};
 
 }  // namespace windowctl
 

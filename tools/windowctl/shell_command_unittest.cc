@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "gmock/gmock.h"
@@ -17,14 +19,14 @@ using ::testing::UnorderedElementsAre;
 // Runs the command to its end.
 absl::StatusOr<std::string> OutputOf(const std::string& command,
                                      const std::string& input = "") {
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   std::vector<absl::StatusOr<std::string>> outputs;
-  RunShellCommand(loop, command, input,
-                  [&](const absl::StatusOr<std::string>& output) {
-                    outputs.push_back(output);
-                  });
+  const ShellCommand running(loop, command, input,
+                             [&](const absl::StatusOr<std::string>& output) {
+                               outputs.push_back(output);
+                             });
   EXPECT_TRUE(outputs.empty());
-  loop.run();
+  loop.Run();
   EXPECT_EQ(1u, outputs.size());
   return outputs.at(0);
 }
@@ -60,22 +62,22 @@ TEST(ShellCommand, CommandThatClosesItsOutputIsWaitedFor) {
   const std::string pipe = testing::TempDir() + "shell_command_unittest_pipe";
   unlink(pipe.c_str());
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   int ended = 0;
-  RunShellCommand(
+  const ShellCommand running(
       loop, "exec >&-; read line <" + pipe + "; exit $line", "",
       [&](const absl::StatusOr<std::string>& output) {
         ++ended;
         EXPECT_EQ(absl::AbortedError("the command ended with exit code 4"),
                   output.status());
       });
-  // Its output ends, which makes one turn of the loop.
-  loop.run_one();
-  EXPECT_EQ(0, ended);
+  // Returns when the command reads, and so has closed its output.
   const int writer = open(pipe.c_str(), O_WRONLY);
+  loop.RunReady();
+  EXPECT_EQ(0, ended);
   EXPECT_EQ(2, write(writer, "4\n", 2));
   close(writer);
-  loop.run();
+  loop.Run();
   EXPECT_EQ(1, ended);
   unlink(pipe.c_str());
 }
@@ -85,16 +87,46 @@ TEST(ShellCommand, SeveralRunAtOnce) {
   const std::string pipe = testing::TempDir() + "shell_command_unittest_both";
   unlink(pipe.c_str());
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   std::vector<std::string> outputs;
   auto keep = [&](const absl::StatusOr<std::string>& output) {
     outputs.push_back(*output);
   };
-  RunShellCommand(loop, "cat " + pipe, "", keep);
-  RunShellCommand(loop, "echo hello >" + pipe, "", keep);
-  loop.run();
+  const ShellCommand reader(loop, "cat " + pipe, "", keep);
+  const ShellCommand writer(loop, "echo hello >" + pipe, "", keep);
+  loop.Run();
   EXPECT_THAT(outputs, UnorderedElementsAre("", "hello\n"));
   unlink(pipe.c_str());
+}
+
+TEST(ShellCommand, DestroyedWhileTheCommandRunsItCallsNothing) {
+  const std::string pipe = testing::TempDir() + "shell_command_unittest_left";
+  unlink(pipe.c_str());
+  ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+  rpc::loop::Loop loop;
+  bool called = false;
+  std::optional<ShellCommand> running;
+  running.emplace(loop, "read line <" + pipe, "",
+                  [&](const absl::StatusOr<std::string>&) { called = true; });
+  const int writer = open(pipe.c_str(), O_WRONLY);
+  running.reset();
+  close(writer);
+  loop.Run();
+  EXPECT_FALSE(called);
+  unlink(pipe.c_str());
+}
+
+TEST(ShellCommand, HandlerMayDestroyIt) {
+  rpc::loop::Loop loop;
+  std::string printed;
+  std::optional<ShellCommand> running;
+  running.emplace(loop, "echo hello", "",
+                  [&](const absl::StatusOr<std::string>& output) {
+                    running.reset();
+                    printed = *output;
+                  });
+  loop.Run();
+  EXPECT_EQ("hello\n", printed);
 }
 
 }  // namespace

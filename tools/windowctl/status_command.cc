@@ -12,7 +12,7 @@ namespace windowctl {
 ExitCode Status(const Options& options, const Arguments& arguments) {
   if (!arguments.empty())
     return Fail(kUsage, "'status' takes no arguments.");
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   const auto client = Connect(loop, options.socket);
   if (!client.ok())
     return Fail(kNoConnection, client.status().message());

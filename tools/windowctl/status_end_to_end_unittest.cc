@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/server.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
@@ -117,14 +117,14 @@ TEST_F(StatusTest, AbsentHostIsNoConnection) {
 }
 
 TEST_F(StatusTest, HostThatDoesNotOfferItIsAFailedCall) {
-  asio::io_context loop;
+  rpc::loop::Loop loop;
   rpc::transport::Server server(loop);
   ASSERT_TRUE(server.Listen(socket_).ok());
   Process client(ClientWords({"status"}));
-  while (server.counters().connections_accepted == 0 ||
-         server.counters().connections_now > 0) {
-    loop.run_one();
-  }
+  EXPECT_TRUE(loop.RunUntil([&] {
+    return server.counters().connections_accepted > 0 &&
+           server.counters().connections_now == 0;
+  }));
   const Process::Result result = client.Wait();
   EXPECT_EQ(kCallFailed, result.exit_code);
   EXPECT_EQ("", result.output);

@@ -22,7 +22,7 @@ using rpc::status::Question;
 using rpc::status::Refusals;
 using rpc::status::StatusReport;
 
-// "1m2.3s": a tenth of a second is more than a person sees.
+// "1m2.3s", cut to tenths of a second.
 std::string ToText(const Duration& duration) {
   return absl::FormatDuration(absl::Trunc(
       absl::Milliseconds(TimeUtil::DurationToMilliseconds(duration)),

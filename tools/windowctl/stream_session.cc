@@ -2,19 +2,21 @@
 
 #include <csignal>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <utility>
 
+#include "absl/log/absl_check.h"
 #include "absl/strings/numbers.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/loop/signal_watch.h"
 #include "core/common/rpc/transport/client_controller.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/windowctl/connect.h"
 
 namespace windowctl {
 
-StreamSession::StreamSession(const Options& options)
-    : options_(options), signals_(loop_) {}
+StreamSession::StreamSession(const Options& options) : options_(options) {}
 
 ExitCode StreamSession::Open(const Arguments& window_words) {
   for (const std::string& word : window_words) {
@@ -33,28 +35,25 @@ ExitCode StreamSession::Open(const Arguments& window_words) {
   return kSuccess;
 }
 
-ExitCode StreamSession::Run(std::function<void()> end) {
+ExitCode StreamSession::Run(const std::function<void()>& end) {
   for (const BrowserId& window : windows_) {
     if (ExitCode fault = AwaitWindow(window); fault != kSuccess)
       return fault;
   }
   // The host may have ended the stream before it replied.
-  loop_.poll();
+  loop_.RunReady();
   if (ended_)
     return OutcomeOf(*ended_);
-  // Not before: until here a signal ends the process.
-  signals_.add(SIGINT);
-  signals_.add(SIGTERM);
-  std::fputs("windowctl: subscribed\n", stderr);
-  // The next signal ends the process, should the host not react to this one.
-  signals_.async_wait([this, &end](std::error_code error, int) {
-    if (error)
-      return;
-    signals_.clear();
+  // Until here a signal ends the process, and so does a second one, in case the
+  // host does not react to the end of the stream.
+  std::optional<rpc::loop::SignalWatch> signals;
+  signals.emplace(loop_, std::initializer_list<int>{SIGINT, SIGTERM}, [&](int) {
+    signals.reset();
     end();
   });
-  while (!ended_)
-    loop_.run_one();
+  std::fputs("windowctl: subscribed\n", stderr);
+  ABSL_CHECK(loop_.RunUntil([this] { return ended_.has_value(); }))
+      << "the stream is not over, but nothing is left to wait for";
   return OutcomeOf(*ended_);
 }
 

@@ -21,7 +21,7 @@
 
 #include "absl/status/status.h"
 #include "browser_id.pb.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client.h"
 #include "tools/windowctl/commands.h"
 
@@ -31,30 +31,30 @@ class StreamSession {
  public:
   explicit StreamSession(const Options& options);
 
-  // Connects for the windows that the words name. Not kSuccess: the fault is
-  // said already.
+  // Connects for the windows that the words name. When it returns anything but
+  // kSuccess, it has said why on standard error.
   ExitCode Open(const Arguments& window_words);
 
-  // Once the stream is subscribed: says so on standard error, and waits until
-  // the stream is over. A signal runs `end`, which is to end it.
-  ExitCode Run(std::function<void()> end);
+  // Waits until the stream is subscribed, says so on standard error, and waits
+  // until the stream is over. On SIGINT or SIGTERM it calls `end`, which must
+  // end the stream.
+  ExitCode Run(const std::function<void()>& end);
 
   // For the stream's end callback.
   std::function<void(const absl::Status&)> on_end();
 
-  asio::io_context& loop() { return loop_; }
+  rpc::loop::Loop& loop() { return loop_; }
   rpc::transport::Client& client() { return *client_; }
   const std::vector<BrowserId>& windows() const { return windows_; }
 
  private:
-  // The answer to a call comes after everything that was sent before the call
-  // has taken effect. It also tells whether there is such a window.
+  // Calls the host, which answers after it has handled the subscription that
+  // was sent before. The answer also tells whether there is such a window.
   ExitCode AwaitWindow(const BrowserId& window);
   ExitCode OutcomeOf(const absl::Status& end);
 
   const Options& options_;
-  asio::io_context loop_;
-  asio::signal_set signals_;
+  rpc::loop::Loop loop_;
   std::vector<BrowserId> windows_;
   std::unique_ptr<rpc::transport::Client> client_;
   // How the stream has ended.

@@ -170,7 +170,7 @@ TEST_F(AnswerTest, CommandAnswersWithWhatItPrints) {
             UserDoes("close 2"));
 }
 
-TEST_F(AnswerTest, WithoutUsableAnswerTheQuestionIsRefusedAndTheFaultSaid) {
+TEST_F(AnswerTest, WithoutUsableAnswerTheQuestionIsDeclinedAndTheFaultSaid) {
   Process& filter = StartClient({"answer", "OnCloseWindow", "1"});
   filter.Write("nonsense\n");
   EXPECT_EQ("Window 1 is closed: its client could not answer.",

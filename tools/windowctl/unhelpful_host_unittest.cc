@@ -1,15 +1,21 @@
 // The real client against hosts that answer late, or go as they answer.
 
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <functional>
 #include <memory>
 #include <string>
-#include <system_error>
+#include <utility>
+#include <vector>
 
-#include "core/common/rpc/transport/lab.h"
-#include "core/common/rpc/transport/rpc_status.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/readable_watch.h"
+#include "core/common/rpc/loop/scoped_fd.h"
 #include "core/common/rpc/transport/server.h"
+#include "core/common/rpc/transport/socket/unix_socket.h"
+#include "core/common/rpc/transport/testing/lab.h"
+#include "core/common/rpc/transport/wire/rpc_status.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "rpc/browser/browser_window.rpc.h"
@@ -19,7 +25,7 @@
 namespace windowctl {
 namespace {
 
-using asio::local::stream_protocol;
+using rpc::loop::ScopedFd;
 using rpc::transport::Frame;
 using rpc::transport::RawPeer;
 
@@ -41,14 +47,13 @@ using LateHostTest = EndToEndTest;
 // "windowctl: subscribed" comes only when the host has said that it is so.
 TEST_F(LateHostTest, InterruptedBeforeItIsSubscribedAStreamEndsByTheSignal) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    asio::io_context loop(1);
+    rpc::loop::Loop loop;
     LateService service;
     rpc::transport::Server server(loop);
     server.AddService(&service);
     ASSERT_TRUE(server.Listen(socket_).ok());
     Process watcher(ClientWords({"watch", "1"}));
-    while (service.kept == nullptr)
-      loop.run_one();
+    ASSERT_TRUE(loop.RunUntil([&] { return service.kept != nullptr; }));
     watcher.Signal(signal);
     const Process::Result result = watcher.Wait();
     EXPECT_EQ(-signal, result.exit_code);
@@ -65,15 +70,12 @@ class LeavingHostTest : public EndToEndTest {
   // in one go.
   Process::Result Run(const std::vector<std::string>& words,
                       const absl::Status& status) {
-    asio::io_context loop(1);
-    stream_protocol::acceptor acceptor(loop,
-                                       stream_protocol::endpoint(socket_));
+    rpc::loop::Loop loop;
+    auto listener = rpc::transport::UnixListener::Open(socket_);
+    EXPECT_TRUE(listener.ok()) << listener.status();
+    const ScopedFd descriptor(listener->Release());
     Process client(ClientWords(words));
-    stream_protocol::socket socket(loop);
-    std::error_code error;
-    acceptor.accept(socket, error);
-    EXPECT_FALSE(error);
-    RawPeer peer(loop, std::move(socket));
+    RawPeer peer(loop, Accept(loop, descriptor.get()));
     peer.Send(Frame::kWelcome, Welcome());
     std::optional<Frame> frame;
     do {
@@ -92,9 +94,17 @@ class LeavingHostTest : public EndToEndTest {
     AppendFrame(Frame::kReply, reply, FrameSize(reply), &bytes);
     AppendFrame(Frame::kGoodbye, goodbye, FrameSize(goodbye), &bytes);
     peer.SendBytes(bytes);
-    const Process::Result result = client.Wait();
-    unlink(socket_.c_str());
-    return result;
+    return client.Wait();
+  }
+
+  // Waits for the next connection.
+  static ScopedFd Accept(rpc::loop::Loop& loop, int listener) {
+    ScopedFd connection;
+    const rpc::loop::ReadableWatch watch(loop, listener, [&] {
+      connection = ScopedFd(accept(listener, nullptr, nullptr));
+    });
+    EXPECT_TRUE(loop.RunUntil([&] { return connection.is_valid(); }));
+    return connection;
   }
 
   // Offers IsVisible and WhenBrowserWindowClosed.

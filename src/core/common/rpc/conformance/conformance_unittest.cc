@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "core/common/rpc/conformance/link.h"
+#include "core/common/rpc/conformance/conformance_test_support.h"
 #include "core/common/rpc/conformance/scripted_service.h"
+#include "core/common/rpc/conformance/transport_under_test.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
 #include "rpc/browser/browser_window_method_table.h"
 
@@ -18,117 +20,30 @@ namespace rpc::conformance {
 namespace {
 
 using google::protobuf::Message;
-using google::protobuf::MessageFactory;
-
-constexpr int kHide = 2;
-constexpr int kClose = 15;
-constexpr int kSetTitle = 21;
-constexpr int kGetTitle = 22;
-constexpr int kWhenClosed = 37;
-
-struct Transport {
-  const char* name;
-  std::unique_ptr<Host> (*make_host)();
-};
-
-class Conformance : public testing::TestWithParam<Transport> {
- protected:
-  static std::unique_ptr<Message> New(
-      const google::protobuf::Descriptor* type) {
-    return std::unique_ptr<Message>(
-        MessageFactory::generated_factory()->GetPrototype(type)->New());
-  }
-
-  static const google::protobuf::MethodDescriptor* Method(int index) {
-    return BrowserWindowRpc::descriptor()->method(index);
-  }
-
-  static BrowserId Window(int64_t value) {
-    BrowserId id;
-    id.set_value(value);
-    return id;
-  }
-
-  static void Await(Link& link, const UnaryCall& call) {
-    link.RunUntil([&call] { return call.over; });
-  }
-
-  static void Await(Link& link, const ClientStream& stream, size_t frames) {
-    link.RunUntil([&] { return stream.received.size() >= frames; });
-  }
-
-  static std::shared_ptr<UnaryCall> SetTitle(Link& link,
-                                             int64_t window,
-                                             const std::string& title) {
-    WindowTitle request;
-    *request.mutable_browser_id() = Window(window);
-    request.set_title(title);
-    return link.Call(kSetTitle, request);
-  }
-
-  static std::string Title(Link& link, int64_t window) {
-    const auto call = link.Call(kGetTitle, Window(window));
-    Await(link, *call);
-    EXPECT_EQ(call->failure, "");
-    return static_cast<google::protobuf::StringValue&>(*call->response).value();
-  }
-
-  // Has the service publish that a window has closed.
-  static void Publish(Link& link, int64_t window) {
-    const auto call = link.Call(kHide, Window(window));
-    Await(link, *call);
-    EXPECT_EQ(call->failure, "");
-  }
-
-  // Returns once everything that was sent on the link before has been handled.
-  static void Settle(Link& link) { Title(link, 1); }
-
-  static transport::StreamMessage Frame(const Message& message,
-                                        int64_t call_id = 0) {
-    transport::StreamMessage frame;
-    message.SerializeToString(frame.mutable_payload());
-    frame.set_call_id(call_id);
-    return frame;
-  }
-
-  static EventSubscription EventsOf(int64_t window) {
-    EventSubscription subscription;
-    *subscription.mutable_subscribe_to() = Window(window);
-    return subscription;
-  }
-
-  static int64_t WindowOfEvent(const transport::StreamMessage& frame) {
-    BrowserWindowClosed event;
-    EXPECT_TRUE(event.ParseFromString(frame.payload()));
-    return event.browser_id().value();
-  }
-
-  const std::unique_ptr<Host> host_ = GetParam().make_host();
-  const std::unique_ptr<Link> link_ = host_->Connect();
-};
+using testing::ElementsAre;
+using torvane::WindowId;
 
 TEST_P(Conformance, EveryUnaryMethodAnswersWithWhatItWasAskedFor) {
   for (int i = 0; i < kUnaryMethodCount; ++i) {
     if (i == kHide || i == kClose || i == kSetTitle || i == kGetTitle)
       continue;
-    const auto request = New(Method(i)->input_type());
+    const auto request = NewMessage(Method(i)->input_type());
     FillSample(*request, i);
-    const auto response = New(Method(i)->output_type());
+    const auto response = NewMessage(Method(i)->output_type());
     FillSample(*response, i);
-    const auto call = link_->Call(i, *request);
-    Await(*link_, *call);
-    EXPECT_EQ(call->failure, "");
-    EXPECT_EQ(call->response->SerializeAsString(),
-              response->SerializeAsString())
+    LinkCall& call = link_->Call(i, *request);
+    Await(call);
+    EXPECT_EQ(call.failure, "");
+    EXPECT_EQ(call.response->SerializeAsString(), response->SerializeAsString())
         << kMethodTable[i].name;
   }
-  Await(*link_, *SetTitle(*link_, 1, "kept"));
-  EXPECT_EQ(Title(*link_, 1), "kept");
+  Await(SetTitle(1, "kept"));
+  EXPECT_EQ(Title(1), "kept");
 }
 
 TEST_P(Conformance, EveryMethodThatIsNotImplementedSaysSo) {
   for (int i = 0; i < kUnaryMethodCount; ++i) {
-    const auto request = New(Method(i)->input_type());
+    const auto request = NewMessage(Method(i)->input_type());
     if (auto* id = google::protobuf::DynamicCastToGenerated<BrowserId>(
             request.get())) {
       id->set_value(kUnimplemented);
@@ -139,97 +54,94 @@ TEST_P(Conformance, EveryMethodThatIsNotImplementedSaysSo) {
           request->GetReflection()->MutableMessage(request.get(), field))
           ->set_value(kUnimplemented);
     }
-    const auto call = link_->Call(i, *request);
-    Await(*link_, *call);
-    EXPECT_EQ(call->failure, "Method " + std::string(kMethodTable[i].name) +
-                                 "() not implemented.");
+    LinkCall& call = link_->Call(i, *request);
+    Await(call);
+    EXPECT_EQ(call.failure, "Method " + std::string(kMethodTable[i].name) +
+                                "() not implemented.");
   }
 }
 
 TEST_P(Conformance, AFailureCarriesItsText) {
-  const auto call = link_->Call(kClose, Window(1));
-  Await(*link_, *call);
-  EXPECT_EQ(call->failure, kCloseFailure);
+  LinkCall& call = link_->Call(kClose, WindowId(1));
+  Await(call);
+  EXPECT_EQ(call.failure, kCloseFailure);
 }
 
 TEST_P(Conformance, LargeMessagesArriveWhole) {
   std::string title(70'000, 'x');
   title.front() = 'a';
   title.back() = 'z';
-  Await(*link_, *SetTitle(*link_, 1, title));
-  EXPECT_EQ(Title(*link_, 1), title);
+  Await(SetTitle(1, title));
+  EXPECT_EQ(Title(1), title);
 }
 
 TEST_P(Conformance, ManyCallsMayBeUnderWayAtOnce) {
-  std::vector<std::shared_ptr<UnaryCall>> calls;
+  std::vector<LinkCall*> calls;
   for (int i = 0; i < 100; ++i)
-    calls.push_back(SetTitle(*link_, i, std::to_string(i)));
-  for (const auto& call : calls)
-    Await(*link_, *call);
+    calls.push_back(&SetTitle(i, std::to_string(i)));
+  for (const LinkCall* call : calls)
+    Await(*call);
   for (int i = 0; i < 100; ++i)
-    EXPECT_EQ(Title(*link_, i), std::to_string(i));
+    EXPECT_EQ(Title(i), std::to_string(i));
 }
 
 TEST_P(Conformance, EventsReachThoseWhoSubscribedInOrder) {
-  const auto stream = link_->Open(kWhenClosed);
-  stream->Send(Frame(EventsOf(7)));
-  stream->Send(Frame(EventsOf(8)));
-  Settle(*link_);
+  LinkStream& stream = link_->Open(kWhenClosed);
+  stream.Send(SubscribeToEvents(7));
+  stream.Send(SubscribeToEvents(8));
+  Settle();
   for (const int64_t window : {7, 9, 8, 7})
-    Publish(*link_, window);
-  Await(*link_, *stream, 3);
-  EXPECT_EQ(WindowOfEvent(stream->received[0]), 7);
-  EXPECT_EQ(WindowOfEvent(stream->received[1]), 8);
-  EXPECT_EQ(WindowOfEvent(stream->received[2]), 7);
+    Publish(window);
+  Await(stream, 3);
+  EXPECT_THAT(WindowsOf<BrowserWindowClosed>(stream), ElementsAre(7, 8, 7));
 }
 
 TEST_P(Conformance, OneEventReachesAllStreamsOfAllClients) {
   const auto other_link = host_->Connect();
-  const std::shared_ptr<ClientStream> streams[] = {
-      link_->Open(kWhenClosed), link_->Open(kWhenClosed),
-      other_link->Open(kWhenClosed)};
-  for (const auto& stream : streams)
-    stream->Send(Frame(EventsOf(7)));
-  Settle(*link_);
+  LinkStream* const streams[] = {&link_->Open(kWhenClosed),
+                                 &link_->Open(kWhenClosed),
+                                 &other_link->Open(kWhenClosed)};
+  for (LinkStream* stream : streams)
+    stream->Send(SubscribeToEvents(7));
+  Settle();
   Settle(*other_link);
-  Publish(*link_, 7);
-  Await(*link_, *streams[0], 1);
-  Await(*link_, *streams[1], 1);
-  Await(*other_link, *streams[2], 1);
+  Publish(7);
+  for (const LinkStream* stream : streams)
+    Await(*stream, 1);
 }
 
 TEST_P(Conformance, AnUnsubscribedWindowBringsNoMoreEvents) {
-  const auto stream = link_->Open(kWhenClosed);
-  stream->Send(Frame(EventsOf(7)));
-  stream->Send(Frame(EventsOf(8)));
+  LinkStream& stream = link_->Open(kWhenClosed);
+  stream.Send(SubscribeToEvents(7));
+  stream.Send(SubscribeToEvents(8));
   EventSubscription no_longer;
-  *no_longer.mutable_unsubscribe_from() = Window(7);
-  stream->Send(Frame(no_longer));
-  Settle(*link_);
-  Publish(*link_, 7);
-  Publish(*link_, 8);
-  Await(*link_, *stream, 1);
-  EXPECT_EQ(WindowOfEvent(stream->received[0]), 8);
+  *no_longer.mutable_unsubscribe_from() = WindowId(7);
+  stream.Send(StreamMessageOf(no_longer));
+  Settle();
+  Publish(7);
+  Publish(8);
+  Await(stream, 1);
+  EXPECT_THAT(WindowsOf<BrowserWindowClosed>(stream), ElementsAre(8));
 }
 
 TEST_P(Conformance, AClientsErrorDoesNotEndItsEvents) {
-  const auto stream = link_->Open(kWhenClosed);
-  stream->Send(Frame(EventsOf(7)));
-  stream->SendError(transport::StreamMessage());
-  Settle(*link_);
-  Publish(*link_, 7);
-  Await(*link_, *stream, 1);
-  EXPECT_FALSE(stream->over);
+  LinkStream& stream = link_->Open(kWhenClosed);
+  stream.Send(SubscribeToEvents(7));
+  stream.SendError(transport::StreamMessage());
+  Settle();
+  Publish(7);
+  Await(stream, 1);
+  EXPECT_FALSE(stream.over);
 }
 
 TEST_P(Conformance, TheEndOfAStreamIsConfirmedAndStopsItsEvents) {
-  const auto stream = link_->Open(kWhenClosed);
-  stream->Send(Frame(EventsOf(7)));
-  Settle(*link_);
-  stream->End();
-  link_->RunUntil([&] { return stream->over; });
-  Publish(*link_, 7);
-  EXPECT_TRUE(stream->received.empty());
+  LinkStream& stream = link_->Open(kWhenClosed);
+  stream.Send(SubscribeToEvents(7));
+  Settle();
+  stream.End();
+  AwaitEnd(stream);
+  Publish(7);
+  EXPECT_TRUE(stream.received.empty());
 }
 
 // The three methods on which the service asks.
@@ -250,11 +162,11 @@ class QuestionConformance : public Conformance {
                                         int64_t window,
                                         const char* member,
                                         bool subscribe = false) {
-    auto message = New(Method(question.method)->input_type());
+    auto message = NewMessage(Method(question.method)->input_type());
     const auto* type = message->GetDescriptor();
     const auto* reflection = message->GetReflection();
     *static_cast<BrowserId*>(reflection->MutableMessage(
-        message.get(), type->FindFieldByName("browser_id"))) = Window(window);
+        message.get(), type->FindFieldByName("browser_id"))) = WindowId(window);
     const auto* field = type->FindFieldByName(member);
     if (field->message_type())
       FillSample(*reflection->MutableMessage(message.get(), field), 3);
@@ -263,11 +175,12 @@ class QuestionConformance : public Conformance {
     return message;
   }
 
-  static void Subscribe(ClientStream& stream,
+  static void Subscribe(LinkStream& stream,
                         const Question& question,
                         int64_t window,
                         bool subscribe = true) {
-    stream.Send(Frame(*About(question, window, "subscribe", subscribe)));
+    stream.Send(
+        StreamMessageOf(*About(question, window, "subscribe", subscribe)));
   }
 
   // How the service understands the answer that the tests give.
@@ -279,11 +192,17 @@ class QuestionConformance : public Conformance {
         .ShortDebugString();
   }
 
-  std::shared_ptr<ClientStream> Subscribed(Link& link,
-                                           const Question& question,
-                                           int64_t window) {
-    const auto stream = link.Open(question.method);
-    Subscribe(*stream, question, window);
+  // The client's answer about a window to the latest question on the stream.
+  static transport::StreamMessage Answer(const LinkStream& stream,
+                                         const Question& question,
+                                         int64_t window) {
+    return StreamMessageOf(*About(question, window, "response"),
+                           stream.received.back().call_id());
+  }
+
+  LinkStream& Subscribed(Link& link, const Question& question, int64_t window) {
+    LinkStream& stream = link.Open(question.method);
+    Subscribe(stream, question, window);
     Settle(link);
     return stream;
   }
@@ -291,13 +210,13 @@ class QuestionConformance : public Conformance {
 
 TEST_P(QuestionConformance, AnAnswerReachesTheServiceOnEachMethod) {
   for (const Question& question : kQuestions) {
-    const auto stream = Subscribed(*link_, question, 7);
-    const auto call = SetTitle(*link_, 7, question.title);
-    Await(*link_, *stream, 1);
-    EXPECT_FALSE(call->over);
+    LinkStream& stream = Subscribed(*link_, question, 7);
+    LinkCall& call = SetTitle(7, question.title);
+    Await(stream, 1);
+    EXPECT_FALSE(call.over);
 
-    const auto asked = New(Method(question.method)->input_type());
-    ASSERT_TRUE(asked->ParseFromString(stream->received[0].payload()));
+    const auto asked = NewMessage(Method(question.method)->input_type());
+    ASSERT_TRUE(asked->ParseFromString(stream.received[0].payload()));
     const auto expected = About(question, 7, "question");
     FillSample(*expected->GetReflection()->MutableMessage(
                    expected.get(),
@@ -305,132 +224,129 @@ TEST_P(QuestionConformance, AnAnswerReachesTheServiceOnEachMethod) {
                1);
     EXPECT_EQ(asked->SerializeAsString(), expected->SerializeAsString());
 
-    stream->Send(
-        Frame(*About(question, 7, "response"), stream->received[0].call_id()));
-    Await(*link_, *call);
-    EXPECT_EQ(Title(*link_, 7), Understood(question));
+    stream.Send(Answer(stream, question, 7));
+    Await(call);
+    EXPECT_EQ(Title(7), Understood(question));
     EXPECT_NE(Understood(question), "");
   }
 }
 
 TEST_P(QuestionConformance, AnErrorFrameIsARemoteErrorOnEachMethod) {
   for (const Question& question : kQuestions) {
-    const auto stream = Subscribed(*link_, question, 7);
-    const auto call = SetTitle(*link_, 7, question.title);
-    Await(*link_, *stream, 1);
-    stream->SendError(
-        Frame(*About(question, 7, "response"), stream->received[0].call_id()));
-    Await(*link_, *call);
-    EXPECT_EQ(Title(*link_, 7), "error 2");
+    LinkStream& stream = Subscribed(*link_, question, 7);
+    LinkCall& call = SetTitle(7, question.title);
+    Await(stream, 1);
+    stream.SendError(Answer(stream, question, 7));
+    Await(call);
+    EXPECT_EQ(Title(7), "error 2");
   }
 }
 
 TEST_P(QuestionConformance, WithoutASubscriberTheServiceLearnsAtOnce) {
   for (const Question& question : kQuestions) {
-    Await(*link_, *SetTitle(*link_, 7, question.title));
-    EXPECT_EQ(Title(*link_, 7), "nobody");
+    Await(SetTitle(7, question.title));
+    EXPECT_EQ(Title(7), "nobody");
   }
 }
 
 TEST_P(QuestionConformance, UnsubscribingCancelsWhatIsPending) {
   const Question& question = kQuestions[2];
-  const auto stream = Subscribed(*link_, question, 7);
-  const auto call = SetTitle(*link_, 7, question.title);
-  Await(*link_, *stream, 1);
-  Subscribe(*stream, question, 7, false);
-  Await(*link_, *call);
-  EXPECT_EQ(Title(*link_, 7), "error 1");
+  LinkStream& stream = Subscribed(*link_, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(stream, 1);
+  Subscribe(stream, question, 7, false);
+  Await(call);
+  EXPECT_EQ(Title(7), "error 1");
 }
 
 TEST_P(QuestionConformance, TheEndOfTheStreamCancelsWhatIsPending) {
   const Question& question = kQuestions[2];
-  const auto stream = Subscribed(*link_, question, 7);
-  const auto call = SetTitle(*link_, 7, question.title);
-  Await(*link_, *stream, 1);
-  stream->End();
-  Await(*link_, *call);
-  EXPECT_EQ(Title(*link_, 7), "error 1");
-  link_->RunUntil([&] { return stream->over; });
+  LinkStream& stream = Subscribed(*link_, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(stream, 1);
+  stream.End();
+  Await(call);
+  EXPECT_EQ(Title(7), "error 1");
+  AwaitEnd(stream);
 }
 
 TEST_P(QuestionConformance, ALostConnectionCancelsWhatIsPending) {
   const Question& question = kQuestions[2];
   const auto other_link = host_->Connect();
-  const auto stream = Subscribed(*other_link, question, 7);
-  const auto call = SetTitle(*link_, 7, question.title);
-  Await(*other_link, *stream, 1);
+  LinkStream& stream = Subscribed(*other_link, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(stream, 1);
   other_link->Break();
-  Await(*link_, *call);
-  EXPECT_EQ(Title(*link_, 7), "error 1");
+  Await(call);
+  EXPECT_EQ(Title(7), "error 1");
 }
 
 TEST_P(QuestionConformance, AnswersMayComeInAnyOrder) {
   const Question& question = kQuestions[0];
-  const auto stream = Subscribed(*link_, question, 7);
-  Subscribe(*stream, question, 8);
-  const auto first = SetTitle(*link_, 7, question.title);
-  const auto second = SetTitle(*link_, 8, question.title);
-  Await(*link_, *stream, 2);
-  stream->Send(
-      Frame(*About(question, 8, "response"), stream->received[1].call_id()));
-  Await(*link_, *second);
-  EXPECT_FALSE(first->over);
-  stream->SendError(
-      Frame(*About(question, 7, "response"), stream->received[0].call_id()));
-  Await(*link_, *first);
-  EXPECT_EQ(Title(*link_, 7), "error 2");
-  EXPECT_EQ(Title(*link_, 8), Understood(question));
+  LinkStream& stream = Subscribed(*link_, question, 7);
+  Subscribe(stream, question, 8);
+  LinkCall& first = SetTitle(7, question.title);
+  Await(stream, 1);
+  const auto first_answer = Answer(stream, question, 7);
+  LinkCall& second = SetTitle(8, question.title);
+  Await(stream, 2);
+  stream.Send(Answer(stream, question, 8));
+  Await(second);
+  EXPECT_FALSE(first.over);
+  stream.SendError(first_answer);
+  Await(first);
+  EXPECT_EQ(Title(7), "error 2");
+  EXPECT_EQ(Title(8), Understood(question));
 }
 
 TEST_P(QuestionConformance, AnswersToNothingAreDropped) {
   const Question& question = kQuestions[1];
-  const auto stream = Subscribed(*link_, question, 7);
-  const auto call = SetTitle(*link_, 7, question.title);
-  Await(*link_, *stream, 1);
-  const int64_t id = stream->received[0].call_id();
-  stream->Send(Frame(*About(question, 8, "response"), id));
-  stream->Send(Frame(*About(question, 7, "response"), id + 1));
-  Settle(*link_);
-  EXPECT_FALSE(call->over);
-  stream->Send(Frame(*About(question, 7, "response"), id));
-  Await(*link_, *call);
+  LinkStream& stream = Subscribed(*link_, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(stream, 1);
+  stream.Send(Answer(stream, question, 8));
+  auto unasked = Answer(stream, question, 7);
+  unasked.set_call_id(unasked.call_id() + 1);
+  stream.Send(unasked);
+  Settle();
+  EXPECT_FALSE(call.over);
+  stream.Send(Answer(stream, question, 7));
+  Await(call);
 }
 
 TEST_P(QuestionConformance, TheNewestSubscriberIsAsked) {
   const Question& question = kQuestions[2];
   const auto other_link = host_->Connect();
-  const auto first = Subscribed(*link_, question, 7);
-  const auto second = Subscribed(*other_link, question, 7);
-  const auto call = SetTitle(*link_, 7, question.title);
-  Await(*other_link, *second, 1);
-  second->Send(
-      Frame(*About(question, 7, "response"), second->received[0].call_id()));
+  LinkStream& first = Subscribed(*link_, question, 7);
+  LinkStream& second = Subscribed(*other_link, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(second, 1);
+  second.Send(Answer(second, question, 7));
   // The answer goes out before the other client waits for its effect.
   Settle(*other_link);
-  Await(*link_, *call);
-  EXPECT_EQ(Title(*link_, 7), Understood(question));
-  EXPECT_TRUE(first->received.empty());
+  Await(call);
+  EXPECT_EQ(Title(7), Understood(question));
+  EXPECT_TRUE(first.received.empty());
 }
 
-constexpr Transport kTransports[] = {
-    {"InProcess", &InProcessHost},
-    {"SocketPair", &SocketPairHost},
-    {"ByteByByte", &ByteByByteHost},
-    {"TwoProcesses", &ProcessHost},
-};
-
-std::string NameOf(const testing::TestParamInfo<Transport>& transport) {
-  return transport.param.name;
+TEST_P(QuestionConformance, AHostThatStopsEndsCallsAndStreams) {
+  const Question& question = kQuestions[2];
+  LinkStream& stream = Subscribed(*link_, question, 7);
+  LinkCall& call = SetTitle(7, question.title);
+  Await(stream, 1);
+  host_->Stop();
+  Await(call);
+  AwaitEnd(stream);
 }
 
 INSTANTIATE_TEST_SUITE_P(Over,
                          Conformance,
                          testing::ValuesIn(kTransports),
-                         NameOf);
+                         testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(Over,
                          QuestionConformance,
                          testing::ValuesIn(kTransports),
-                         NameOf);
+                         testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace rpc::conformance

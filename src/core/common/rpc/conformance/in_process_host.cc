@@ -1,166 +1,168 @@
-// The shortest transport: calls go straight into the service. What the service
-// sends is handed over by the loop, so that a client never runs inside a
-// stream.
+// The shortest transport: calls go straight into the service. Both directions
+// go over the loop, so that a client never runs inside a stream.
 
-#include <google/protobuf/descriptor.h>
-
-#include <deque>
+#include <algorithm>
 #include <utility>
 
-#include "core/common/rpc/conformance/link.h"
 #include "core/common/rpc/conformance/scripted_service.h"
+#include "core/common/rpc/conformance/transport_under_test.h"
+#include "core/common/rpc/stream/abstract_stream.h"
 #include "core/common/rpc/stream/stream_channel.h"
 #include "core/common/rpc/testing/recording_call.h"
 
 namespace rpc::conformance {
 namespace {
 
-using Tasks = std::deque<std::function<void()>>;
-
-class InProcessStream : public ClientStream,
-                        public std::enable_shared_from_this<InProcessStream> {
+class InProcessCall final : public LinkCall, private google::protobuf::Closure {
  public:
-  explicit InProcessStream(Tasks& tasks) : tasks_(tasks) {}
-
-  void Connect(torvane::Service& service,
-               const google::protobuf::MethodDescriptor* method) {
-    stream_ = service.OpenStream(
-        method, torvane::StreamChannel(
-                    std::make_unique<Endpoint>(tasks_, weak_from_this())));
-  }
-
-  void Send(const transport::StreamMessage& frame) override {
-    tasks_.push_back([self = shared_from_this(), frame = frame]() mutable {
-      self->stream_->OnNext(&frame);
+  InProcessCall(loop::Loop& loop,
+                ScriptedService& service,
+                int method,
+                const google::protobuf::Message& request)
+      : LinkCall(method), loop_(loop), request_(request.New()) {
+    request_->CopyFrom(request);
+    loop_.Post([this, &service, method] {
+      service.CallMethod(Method(method), &controller_, request_.get(),
+                         response.get(), this);
     });
   }
 
-  void SendError(const transport::StreamMessage& frame) override {
-    tasks_.push_back([self = shared_from_this(), frame = frame]() mutable {
-      self->stream_->OnError(&frame);
-    });
+ private:
+  void Run() override {
+    loop_.Post([this] { End(controller_.ErrorText()); });
   }
 
+  loop::Loop& loop_;
+  const std::unique_ptr<google::protobuf::Message> request_;
+  torvane::RecordingController controller_;
+};
+
+// Both ends of a stream.
+class InProcessStream final : public LinkStream {
+ public:
+  InProcessStream(loop::Loop& loop, ScriptedService& service, int method)
+      : loop_(loop),
+        served_(service.OpenStream(
+            Method(method),
+            torvane::StreamChannel(std::make_unique<Endpoint>(*this)))) {}
+
+  void Send(const transport::StreamMessage& message) override {
+    Post([this, copy = message]() mutable { served_->OnNext(&copy); });
+  }
+  void SendError(const transport::StreamMessage& message) override {
+    Post([this, copy = message]() mutable { served_->OnError(&copy); });
+  }
   void End() override {
-    tasks_.push_back([self = shared_from_this()] { self->Complete(); });
+    Post([this] { Complete(); });
+  }
+
+  // The link breaks.
+  void Lose() {
+    End();
+    connected_ = false;
   }
 
   // What a transport owes every stream, once.
   void Complete() {
-    if (!stream_)
-      return;
-    stream_->OnCompleted();
-    stream_.reset();
+    if (served_) {
+      served_->OnCompleted();
+      served_.reset();
+    }
   }
 
+  bool is_served() const { return served_ != nullptr; }
+
  private:
-  class Endpoint : public torvane::StreamChannel::Endpoint {
+  class Endpoint final : public torvane::StreamChannel::Endpoint {
    public:
-    Endpoint(Tasks& tasks, std::weak_ptr<InProcessStream> stream)
-        : tasks_(tasks), stream_(std::move(stream)) {}
+    explicit Endpoint(InProcessStream& stream) : stream_(stream) {}
 
-    bool Send(const transport::StreamMessage& frame) override {
-      tasks_.push_back([stream = stream_, frame] {
-        if (const auto client = stream.lock())
-          client->received.push_back(frame);
-      });
-      return true;
+    bool Send(const transport::StreamMessage& message) override {
+      if (stream_.connected_) {
+        stream_.loop_.Post([&stream = stream_, message] {
+          stream.received.push_back(message);
+        });
+      }
+      return stream_.connected_;
     }
-
     void Complete() override {
-      tasks_.push_back([stream = stream_] {
-        if (const auto client = stream.lock())
-          client->over = true;
-      });
+      stream_.loop_.Post([&stream = stream_] { stream.over = true; });
     }
 
    private:
-    Tasks& tasks_;
-    const std::weak_ptr<InProcessStream> stream_;
+    InProcessStream& stream_;
   };
 
-  Tasks& tasks_;
-  std::unique_ptr<torvane::AbstractStream> stream_;
-};
-
-class InProcessLink : public Link {
- public:
-  InProcessLink(ScriptedService& service, Tasks& tasks)
-      : service_(service), tasks_(tasks) {}
-
-  ~InProcessLink() override { CompleteStreams(); }
-
-  std::shared_ptr<UnaryCall> Call(
-      int method,
-      const google::protobuf::Message& request) override {
-    struct Running {
-      std::unique_ptr<google::protobuf::Message> request;
-      torvane::RecordingController controller;
-      std::unique_ptr<torvane::RecordingClosure> done;
-    };
-    const auto* descriptor = service_.GetDescriptor()->method(method);
-    auto call = std::make_shared<UnaryCall>();
-    call->response.reset(service_.GetResponsePrototype(descriptor).New());
-    auto running = std::make_shared<Running>();
-    running->request.reset(request.New());
-    running->request->CopyFrom(request);
-    running->done = std::make_unique<torvane::RecordingClosure>(
-        [this, call, state = running.get()] {
-          call->failure = state->controller.ErrorText();
-          // On the loop, as over any transport.
-          tasks_.push_back([call] { call->over = true; });
-        });
-    running_.push_back(running);
-    tasks_.push_back([this, descriptor, call, running] {
-      service_.CallMethod(descriptor, &running->controller,
-                          running->request.get(), call->response.get(),
-                          running->done.get());
-    });
-    return call;
-  }
-
-  std::shared_ptr<ClientStream> Open(int method) override {
-    auto stream = std::make_shared<InProcessStream>(tasks_);
-    stream->Connect(service_, service_.GetDescriptor()->method(method));
-    streams_.push_back(stream);
-    return stream;
-  }
-
-  void RunUntil(const std::function<bool()>& condition) override {
-    while (!condition()) {
-      if (tasks_.empty())
-        abort();
-      const auto task = std::move(tasks_.front());
-      tasks_.pop_front();
-      task();
+  // Has the service do something later, while it has the stream.
+  void Post(loop::Task task) {
+    if (connected_) {
+      loop_.Post([this, task = std::move(task)]() mutable {
+        if (served_) {
+          task();
+        }
+      });
     }
   }
 
-  void Break() override {
-    tasks_.push_back([this] { CompleteStreams(); });
-  }
-
- private:
-  void CompleteStreams() {
-    for (const auto& stream : streams_)
-      stream->Complete();
-  }
-
-  ScriptedService& service_;
-  Tasks& tasks_;
-  std::vector<std::shared_ptr<InProcessStream>> streams_;
-  std::vector<std::shared_ptr<void>> running_;
+  loop::Loop& loop_;
+  bool connected_ = true;
+  // Null once it is over.
+  std::unique_ptr<torvane::AbstractStream> served_;
 };
 
-class InProcess : public Host {
+class InProcess final : public Host {
  public:
   std::unique_ptr<Link> Connect() override {
-    return std::make_unique<InProcessLink>(service_, tasks_);
+    return std::make_unique<InProcessLink>(*this);
+  }
+  void Stop() override {
+    for (const auto& stream : streams_) {
+      stream->Complete();
+    }
+  }
+  bool HasStreams() const override {
+    return std::ranges::any_of(
+        streams_, [](const auto& stream) { return stream->is_served(); });
   }
 
  private:
-  Tasks tasks_;
-  ScriptedService service_;
+  class InProcessLink final : public Link {
+   public:
+    explicit InProcessLink(InProcess& host) : host_(host) {}
+
+    ~InProcessLink() override {
+      for (InProcessStream* stream : streams_) {
+        stream->Complete();
+      }
+    }
+
+    LinkCall& Call(int method,
+                   const google::protobuf::Message& request) override {
+      return *host_.calls_.emplace_back(std::make_unique<InProcessCall>(
+          host_.loop_, host_.service_, method, request));
+    }
+    LinkStream& Open(int method) override {
+      streams_.push_back(host_.streams_
+                             .emplace_back(std::make_unique<InProcessStream>(
+                                 host_.loop_, host_.service_, method))
+                             .get());
+      return *streams_.back();
+    }
+    void Break() override {
+      for (InProcessStream* stream : streams_) {
+        stream->Lose();
+      }
+    }
+
+   private:
+    InProcess& host_;
+    std::vector<InProcessStream*> streams_;
+  };
+
+  ScriptedService service_{loop_};
+  // Of all links: a method may complete a call whose link has gone.
+  std::vector<std::unique_ptr<InProcessCall>> calls_;
+  std::vector<std::unique_ptr<InProcessStream>> streams_;
 };
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 
 namespace rpc::conformance {
 namespace {
@@ -74,8 +75,8 @@ void ScriptedService::CallMethod(
 void ScriptedService::Serve(const Call& call, int method) {
   const std::string_view name = call.name;
   if (name == "SetTitle")
-    return KeepTitleOrAsk(static_cast<const WindowTitle&>(*call.request),
-                          call.done);
+    return FollowTitle(static_cast<const WindowTitle&>(*call.request),
+                       call.done);
   if (name == "GetTitle") {
     static_cast<google::protobuf::StringValue&>(*call.response)
         .set_value(titles_[WindowOf(*call.request)]);
@@ -86,10 +87,7 @@ void ScriptedService::Serve(const Call& call, int method) {
     return call.done->Run();
   }
   if (name == "Hide") {
-    BrowserWindowClosed event;
-    event.mutable_browser_id()->set_value(WindowOf(*call.request));
-    torvane::EventStream<BrowserWindowClosed>::Publish(event.browser_id(),
-                                                       event);
+    PublishClosed(WindowOf(*call.request));
     return call.done->Run();
   }
 
@@ -104,8 +102,8 @@ void ScriptedService::Serve(const Call& call, int method) {
   call.done->Run();
 }
 
-void ScriptedService::KeepTitleOrAsk(const WindowTitle& request,
-                                     google::protobuf::Closure* done) {
+void ScriptedService::FollowTitle(const WindowTitle& request,
+                                  google::protobuf::Closure* done) {
   const int64_t window = request.browser_id().value();
   if (request.title() == "command")
     return Ask<CanExecuteCommand>(window, done);
@@ -113,14 +111,37 @@ void ScriptedService::KeepTitleOrAsk(const WindowTitle& request,
     return Ask<ShowContextMenu>(window, done);
   if (request.title() == "close")
     return Ask<CloseWindow>(window, done);
+  if (request.title() == kWriteAroundReply)
+    return WriteAroundReply(window, done);
+  if (request.title() == kWriteAroundLateReply)
+    return sequence_.Post(
+        [this, window, done] { WriteAroundReply(window, done); });
   titles_[window] = request.title();
   done->Run();
+}
+
+void ScriptedService::PublishClosed(int64_t window) {
+  BrowserWindowClosed event;
+  *event.mutable_browser_id() = torvane::WindowId(window);
+  torvane::EventStream<BrowserWindowClosed>::Publish(event.browser_id(), event);
+}
+
+void ScriptedService::WriteAroundReply(int64_t window,
+                                       google::protobuf::Closure* done) {
+  const auto write_about = [this](int64_t about) {
+    PublishClosed(about);
+    Ask<CloseWindow>(
+        about, google::protobuf::NewCallback(&google::protobuf::DoNothing));
+  };
+  write_about(window);
+  done->Run();
+  write_about(window + 1);
 }
 
 template <typename T>
 void ScriptedService::Ask(int64_t window, google::protobuf::Closure* done) {
   T question;
-  question.mutable_browser_id()->set_value(window);
+  *question.mutable_browser_id() = torvane::WindowId(window);
   FillSample(*question.mutable_question(), 1);
   const auto settle = [this, window, done](std::string how) {
     titles_[window] = std::move(how);

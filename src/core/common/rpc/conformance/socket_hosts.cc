@@ -1,130 +1,92 @@
 // The reference transport, over three kinds of sockets.
 
-#include <google/protobuf/descriptor.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/socket.h>
 
-#include <array>
-#include <filesystem>
+#include <cerrno>
+#include <optional>
 #include <utility>
 
-#include "core/common/rpc/conformance/link.h"
+#include "absl/log/absl_check.h"
 #include "core/common/rpc/conformance/scripted_service.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/conformance/transport_under_test.h"
+#include "core/common/rpc/loop/readable_watch.h"
+#include "core/common/rpc/loop/scoped_fd.h"
+#include "core/common/rpc/testing/host_process.h"
+#include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/transport/client.h"
+#include "core/common/rpc/transport/client/client_stream.h"
 #include "core/common/rpc/transport/client_controller.h"
-#include "core/common/rpc/transport/client_core.h"
-#include "core/common/rpc/transport/client_streams.h"
 #include "core/common/rpc/transport/server.h"
 
 namespace rpc::conformance {
 namespace {
 
-using google::protobuf::MethodDescriptor;
-using Socket = asio::local::stream_protocol::socket;
+using loop::ScopedFd;
 
-const MethodDescriptor* Method(int index) {
-  return BrowserWindowRpc::descriptor()->method(index);
-}
-
-class SocketStream : public ClientStream,
-                     private transport::ClientStreams::Observer {
+class SocketCall final : public LinkCall, private google::protobuf::Closure {
  public:
-  SocketStream(transport::ClientStreams& streams, int method)
-      : streams_(&streams), id_(streams.Open(Method(method), this)) {}
-
-  ~SocketStream() override { Abandon(); }
-
-  void Send(const transport::StreamMessage& frame) override {
-    streams_->SendData(id_, frame);
-  }
-  void SendError(const transport::StreamMessage& frame) override {
-    streams_->SendError(id_, frame);
-  }
-  void End() override { streams_->End(id_); }
-
-  // The connection goes.
-  void Abandon() {
-    if (streams_ && !over)
-      streams_->Abandon(id_);
-    streams_ = nullptr;
+  SocketCall(transport::Client& client,
+             int method,
+             const google::protobuf::Message& request)
+      : LinkCall(method) {
+    client.CallMethod(Method(method), &controller_, &request, response.get(),
+                      this);
   }
 
  private:
-  void OnData(const transport::StreamMessage& message) override {
-    received.push_back(message);
-  }
-  void OnEnd(const absl::Status&) override { over = true; }
+  void Run() override { End(controller_.ErrorText()); }
 
-  transport::ClientStreams* streams_;
-  const uint64_t id_;
+  transport::ClientController controller_;
 };
 
-class SocketLink : public Link {
+class SocketStream final : public LinkStream {
  public:
-  SocketLink(asio::io_context& loop, std::unique_ptr<transport::Client> client)
-      : loop_(loop), client_(std::move(client)) {}
+  SocketStream(transport::Client& client, int method)
+      : stream_(
+            client,
+            Method(method),
+            [this](const auto& message) { received.push_back(message); },
+            [this](const absl::Status&) { over = true; }) {}
 
-  ~SocketLink() override { Disconnect(); }
-
-  std::shared_ptr<UnaryCall> Call(
-      int method,
-      const google::protobuf::Message& request) override {
-    auto running = std::make_shared<Running>();
-    running->call.response.reset(
-        google::protobuf::MessageFactory::generated_factory()
-            ->GetPrototype(Method(method)->output_type())
-            ->New());
-    running_.push_back(running);
-    client_->CallMethod(Method(method), &running->controller, &request,
-                        running->call.response.get(), running.get());
-    return std::shared_ptr<UnaryCall>(running, &running->call);
+  void Send(const transport::StreamMessage& message) override {
+    stream_.Send(message);
   }
-
-  std::shared_ptr<ClientStream> Open(int method) override {
-    auto stream =
-        std::make_shared<SocketStream>(client_->core()->streams(), method);
-    streams_.push_back(stream);
-    return stream;
+  void SendError(const transport::StreamMessage& message) override {
+    stream_.SendError(message);
   }
-
-  void RunUntil(const std::function<bool()>& condition) override {
-    while (!condition())
-      loop_.run_one();
-  }
-
-  void Break() override { Disconnect(); }
+  void End() override { stream_.End(); }
 
  private:
-  struct Running : google::protobuf::Closure {
-    void Run() override {
-      call.failure = controller.ErrorText();
-      call.over = true;
-    }
-    transport::ClientController controller;
-    UnaryCall call;
-  };
+  transport::ClientStream stream_;
+};
 
-  void Disconnect() {
-    for (const auto& stream : streams_)
-      stream->Abandon();
-    client_.reset();
+class SocketLink final : public Link {
+ public:
+  explicit SocketLink(absl::StatusOr<std::unique_ptr<transport::Client>> client)
+      : client_(std::move(client).value()) {}
+
+  LinkCall& Call(int method,
+                 const google::protobuf::Message& request) override {
+    return *calls_.emplace_back(
+        std::make_unique<SocketCall>(*client_, method, request));
   }
+  LinkStream& Open(int method) override {
+    return *streams_.emplace_back(
+        std::make_unique<SocketStream>(*client_, method));
+  }
+  void Break() override { client_.reset(); }
 
-  asio::io_context& loop_;
-  std::vector<std::shared_ptr<Running>> running_;
+ private:
+  std::vector<std::unique_ptr<SocketCall>> calls_;
+  std::vector<std::unique_ptr<SocketStream>> streams_;
+  // The first to go, since it ends calls and streams.
   std::unique_ptr<transport::Client> client_;
-  std::vector<std::shared_ptr<SocketStream>> streams_;
 };
 
-std::unique_ptr<Link> LinkOver(
-    asio::io_context& loop,
-    absl::StatusOr<std::unique_ptr<transport::Client>> client) {
-  if (!client.ok())
-    abort();
-  return std::make_unique<SocketLink>(loop, *std::move(client));
+std::pair<ScopedFd, ScopedFd> NewSocketPair() {
+  int ends[2];
+  ABSL_PCHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+  return {ScopedFd(ends[0]), ScopedFd(ends[1])};
 }
 
 // Server and client in one process, on one loop.
@@ -133,116 +95,103 @@ class SocketPair : public Host {
   SocketPair() { server_.AddService(&service_); }
 
   std::unique_ptr<Link> Connect() override {
-    Socket near(loop_);
-    Socket far(loop_);
-    asio::local::connect_pair(near, far);
-    server_.Adopt(std::move(far));
-    return LinkOver(loop_, transport::Client::Adopt(loop_, std::move(near)));
+    auto [client_end, server_end] = NewSocketPair();
+    return Connect(std::move(client_end), std::move(server_end));
+  }
+  void Stop() override { server_.Stop(); }
+  bool HasStreams() const override {
+    return server_.counters().streams_now != 0;
   }
 
  protected:
-  asio::io_context loop_{1};
-  ScriptedService service_;
+  std::unique_ptr<Link> Connect(ScopedFd client_end, ScopedFd server_end) {
+    server_.Adopt(std::move(server_end));
+    return std::make_unique<SocketLink>(
+        transport::Client::Adopt(loop_, std::move(client_end)));
+  }
+
+ private:
+  ScriptedService service_{loop_};
   transport::Server server_{loop_};
 };
 
-// Hands on what it reads from one socket to another, each byte by itself.
-class BytePump : public std::enable_shared_from_this<BytePump> {
+// Hands on what arrives at either of two sockets to the other, each byte by
+// itself.
+class BytePump {
  public:
-  BytePump(std::shared_ptr<Socket> from, std::shared_ptr<Socket> to)
-      : from_(std::move(from)), to_(std::move(to)) {}
-
-  void Start() {
-    from_->async_read_some(
-        asio::buffer(byte_),
-        [self = shared_from_this()](asio::error_code error, size_t) {
-          self->Write(error);
-        });
+  BytePump(loop::Loop& loop, ScopedFd left, ScopedFd right)
+      : left_(std::move(left)), right_(std::move(right)) {
+    left_watch_.emplace(loop, left_.get(), [this] {
+      HandOn(left_.get(), right_.get(), left_watch_);
+    });
+    right_watch_.emplace(loop, right_.get(), [this] {
+      HandOn(right_.get(), left_.get(), right_watch_);
+    });
   }
 
  private:
-  void Write(asio::error_code error) {
-    asio::error_code ignored;
-    if (error) {
-      to_->shutdown(Socket::shutdown_both, ignored);
-      return;
+  // A byte that can't be written yet is left where it is: the loop comes back.
+  static void HandOn(int from,
+                     int to,
+                     std::optional<loop::ReadableWatch>& watch) {
+    char byte;
+    const bool has_byte = recv(from, &byte, 1, MSG_PEEK) == 1;
+    if (has_byte && send(to, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL) == 1) {
+      recv(from, &byte, 1, 0);
+    } else if (!has_byte || errno != EAGAIN) {
+      shutdown(to, SHUT_RDWR);
+      watch.reset();
     }
-    asio::async_write(
-        *to_, asio::buffer(byte_),
-        [self = shared_from_this()](asio::error_code failed, size_t) {
-          if (!failed)
-            self->Start();
-        });
   }
 
-  const std::shared_ptr<Socket> from_;
-  const std::shared_ptr<Socket> to_;
-  std::array<char, 1> byte_;
+  const ScopedFd left_;
+  const ScopedFd right_;
+  std::optional<loop::ReadableWatch> left_watch_;
+  std::optional<loop::ReadableWatch> right_watch_;
 };
 
-class ByteByByte : public SocketPair {
+class ByteByByte final : public SocketPair {
  public:
   std::unique_ptr<Link> Connect() override {
-    Socket server_end(loop_);
-    Socket client_end(loop_);
-    auto to_server = std::make_shared<Socket>(loop_);
-    auto to_client = std::make_shared<Socket>(loop_);
-    asio::local::connect_pair(server_end, *to_server);
-    asio::local::connect_pair(client_end, *to_client);
-    std::make_shared<BytePump>(to_server, to_client)->Start();
-    std::make_shared<BytePump>(to_client, to_server)->Start();
-    server_.Adopt(std::move(server_end));
-    return LinkOver(loop_,
-                    transport::Client::Adopt(loop_, std::move(client_end)));
+    auto [client_end, left] = NewSocketPair();
+    auto [right, server_end] = NewSocketPair();
+    pumps_.push_back(
+        std::make_unique<BytePump>(loop_, std::move(left), std::move(right)));
+    return SocketPair::Connect(std::move(client_end), std::move(server_end));
   }
+
+ private:
+  std::vector<std::unique_ptr<BytePump>> pumps_;
 };
 
 // The server in a child process, behind a socket file.
-class Process : public Host {
+class Process final : public Host {
  public:
-  Process() {
-    std::string folder = std::filesystem::temp_directory_path() / "conf.XXXXXX";
-    folder_ = mkdtemp(folder.data());
-    int ready[2];
-    if (pipe(ready) != 0)
-      abort();
-    child_ = fork();
-    if (child_ == 0)
-      Serve(ready[1]);
-    close(ready[1]);
-    char byte;
-    if (read(ready[0], &byte, 1) != 1)
-      abort();
-    close(ready[0]);
-  }
-
-  ~Process() override {
-    kill(child_, SIGKILL);
-    waitpid(child_, nullptr, 0);
-    std::filesystem::remove_all(folder_);
-  }
-
   std::unique_ptr<Link> Connect() override {
-    return LinkOver(loop_, transport::Client::Connect(loop_, Path()));
+    return std::make_unique<SocketLink>(
+        transport::Client::Connect(loop_, path_));
+  }
+  void Stop() override { process_.reset(); }
+  bool HasStreams() const override {
+    ABSL_CHECK(false) << "another process can't be looked into";
   }
 
  private:
-  std::string Path() const { return folder_ + "/socket"; }
-
-  [[noreturn]] void Serve(int ready) {
-    asio::io_context loop(1);
-    ScriptedService service;
+  void Serve(const std::function<void()>& ready) const {
+    loop::Loop loop;
+    ScriptedService service(loop);
     transport::Server server(loop);
     server.AddService(&service);
-    if (!server.Listen(Path()).ok() || write(ready, "!", 1) != 1)
-      _exit(1);
-    loop.run();
-    _exit(0);
+    if (server.Listen(path_).ok()) {
+      ready();
+      loop.Run();
+    }
   }
 
-  std::string folder_;
-  pid_t child_;
-  asio::io_context loop_{1};
+  const torvane::PrivateFolder folder_;
+  const std::string path_ = folder_.File("socket");
+  std::optional<torvane::HostProcess> process_{
+      std::in_place, [this](const auto& ready) { Serve(ready); }};
 };
 
 }  // namespace

@@ -1,36 +1,37 @@
 // Whatever ends a stream may come before, after or while something else
-// happens to it. All ordered pairs of such events, over two transports: each
-// question is settled once, and nothing stays behind.
+// happens to it. All ordered pairs of such events: each question is settled
+// once, and nothing stays behind.
+//
+// Over the transports whose host shares the test's process: the test is the
+// browser that asks, and looks into the registries for what has stayed.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "core/common/rpc/conformance/teardown_wire.h"
+#include "core/common/rpc/conformance/conformance_test_support.h"
+#include "core/common/rpc/conformance/transport_under_test.h"
+#include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
-#include "core/common/rpc/transport/question.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
-#include "rpc/event_subscription.pb.h"
 
 namespace rpc::conformance {
 namespace {
 
-using transport::QuestionOutcome;
+using serving::QuestionOutcome;
 
-BrowserId Window() {
-  BrowserId window;
-  window.set_value(7);
-  return window;
-}
+constexpr int64_t kWindow = 7;
 
 std::vector<std::string> Names(const std::vector<QuestionOutcome>& outcomes) {
   static constexpr const char* kNames[] = {
@@ -44,17 +45,13 @@ std::vector<std::string> Names(const std::vector<QuestionOutcome>& outcomes) {
 // A client that answers for a window, and the browser that asks it.
 class Scene {
  public:
-  explicit Scene(std::unique_ptr<TeardownWire> wire) : wire_(std::move(wire)) {}
+  explicit Scene(std::unique_ptr<Host> host) : host_(std::move(host)) {}
 
   // The events.
 
   void Subscribe() {
-    EventSubscription subscription;
-    *subscription.mutable_subscribe_to() = Window();
-    transport::StreamMessage frame;
-    subscription.SerializeToString(frame.mutable_payload());
-    wire_->SendOnEvents(frame);
-    SetAnswering(true);
+    events_.Send(SubscribeToEvents(kWindow));
+    questions_.Send(SubscribeToQuestions(kWindow));
   }
 
   // Asks without a deadline, so that it shows when the stream itself settles a
@@ -79,32 +76,35 @@ class Scene {
   }
 
   void Answer() {
-    for (const transport::StreamMessage& question : wire_->TakeQuestions()) {
+    for (; answered_ < questions_.received.size(); ++answered_) {
       CloseWindow answer;
-      *answer.mutable_browser_id() = Window();
+      *answer.mutable_browser_id() = torvane::WindowId(kWindow);
       answer.mutable_response()->set_allowed(true);
-      transport::StreamMessage frame;
-      frame.set_call_id(question.call_id());
-      answer.SerializeToString(frame.mutable_payload());
-      wire_->SendOnQuestions(frame);
+      questions_.Send(
+          StreamMessageOf(answer, questions_.received[answered_].call_id()));
     }
   }
 
-  void Cancel() { SetAnswering(false); }
+  void Cancel() {
+    questions_.Send(SubscribeToQuestions(kWindow, /*subscribe=*/false));
+  }
   void PassDeadline() {
     outcomes_.emplace_back();
-    transport::AskWithin<CloseWindow>(
-        wire_->loop, std::chrono::milliseconds(0), Question(),
+    serving::AskWithin<CloseWindow>(
+        host_->loop(), std::chrono::milliseconds(0), Question(),
         [this, number = outcomes_.size() - 1](QuestionOutcome outcome,
                                               const CloseWindow&) {
           Settled(number, outcome);
         });
   }
-  void Disconnect() { wire_->Disconnect(); }
-  void StopHost() { wire_->StopHost(); }
-  void DestroyStreams() { wire_->EndStreams(); }
+  void Disconnect() { link_->Break(); }
+  void StopHost() { host_->Stop(); }
+  void EndStreams() {
+    questions_.End();
+    events_.End();
+  }
 
-  void Run() { wire_->Run(); }
+  void Run() { host_->RunReady(); }
 
   // Called once, soon after the next question is settled: a callback of a
   // stream may not ask again.
@@ -115,21 +115,12 @@ class Scene {
     return outcomes_;
   }
 
-  bool StreamsAreGone() const { return wire_->StreamsAreGone(); }
+  bool HasStreams() const { return host_->HasStreams(); }
 
  private:
-  void SetAnswering(bool answering) {
-    CloseWindow subscription;
-    *subscription.mutable_browser_id() = Window();
-    subscription.set_subscribe(answering);
-    transport::StreamMessage frame;
-    subscription.SerializeToString(frame.mutable_payload());
-    wire_->SendOnQuestions(frame);
-  }
-
   static CloseWindow Question() {
     CloseWindow question;
-    *question.mutable_browser_id() = Window();
+    *question.mutable_browser_id() = torvane::WindowId(kWindow);
     question.mutable_question();
     return question;
   }
@@ -137,10 +128,14 @@ class Scene {
   void Settled(size_t number, QuestionOutcome outcome) {
     outcomes_[number].push_back(outcome);
     if (when_settled)
-      asio::post(wire_->loop, std::exchange(when_settled, nullptr));
+      host_->loop().Post(std::exchange(when_settled, nullptr));
   }
 
-  const std::unique_ptr<TeardownWire> wire_;
+  const std::unique_ptr<Host> host_;
+  const std::unique_ptr<Link> link_ = host_->Connect();
+  LinkStream& questions_ = link_->Open(kOnCloseWindow);
+  LinkStream& events_ = link_->Open(kWhenClosed);
+  size_t answered_ = 0;
   std::vector<std::vector<QuestionOutcome>> outcomes_;
 };
 
@@ -200,24 +195,10 @@ constexpr Event kEvents[] = {
     {"deadline", &Scene::PassDeadline, &Model::PassDeadline},
     {"disconnect", &Scene::Disconnect, &Model::Leave},
     {"host stop", &Scene::StopHost, &Model::Leave},
-    {"stream destruction", &Scene::DestroyStreams, &Model::Leave},
+    {"stream destruction", &Scene::EndStreams, &Model::Leave},
 };
 
-struct Transport {
-  const char* name;
-  std::unique_ptr<TeardownWire> (*connect)();
-};
-
-void PrintTo(const Transport& transport, std::ostream* out) {
-  *out << transport.name;
-}
-
-constexpr Transport kTransports[] = {
-    {"InProcess", &InProcessTeardownWire},
-    {"OverASocket", &SocketTeardownWire},
-};
-
-class TeardownTest : public testing::TestWithParam<Transport> {
+class Teardown : public testing::TestWithParam<TransportUnderTest> {
  protected:
   using Pair = std::function<void(Scene&, const Event&, const Event&)>;
 
@@ -227,7 +208,7 @@ class TeardownTest : public testing::TestWithParam<Transport> {
     for (const Event& first : kEvents) {
       for (const Event& second : kEvents) {
         SCOPED_TRACE(std::string(first.name) + ", " + second.name);
-        Scene scene(GetParam().connect());
+        Scene scene(GetParam().make_host());
         scene.Subscribe();
         scene.Run();
         scene.Ask();
@@ -251,7 +232,7 @@ class TeardownTest : public testing::TestWithParam<Transport> {
   static void ExpectNothingLeft(const Scene& scene) {
     for (const auto& settled : scene.outcomes())
       EXPECT_EQ(settled.size(), 1U);
-    EXPECT_TRUE(scene.StreamsAreGone());
+    EXPECT_FALSE(scene.HasStreams());
     EXPECT_TRUE(torvane::CallbackStream<CloseWindow>::stream_map_.empty());
     EXPECT_TRUE(torvane::EventStream<BrowserWindowClosed>::stream_map_.empty());
   }
@@ -274,12 +255,7 @@ class TeardownTest : public testing::TestWithParam<Transport> {
   size_t pairs_ = 0;
 };
 
-INSTANTIATE_TEST_SUITE_P(Transports,
-                         TeardownTest,
-                         testing::ValuesIn(kTransports),
-                         [](const auto& info) { return info.param.name; });
-
-TEST_P(TeardownTest, SettlesEveryQuestionWhenOneEventFollowsAnother) {
+TEST_P(Teardown, SettlesEveryQuestionWhenOneEventFollowsAnother) {
   ForEachPair(
       [](Scene& scene, const Event& first, const Event& second) {
         (scene.*first.happen)();
@@ -290,7 +266,7 @@ TEST_P(TeardownTest, SettlesEveryQuestionWhenOneEventFollowsAnother) {
 }
 
 // The second happens before anybody has heard of the first.
-TEST_P(TeardownTest, SettlesEveryQuestionWhenTwoEventsCross) {
+TEST_P(Teardown, SettlesEveryQuestionWhenTwoEventsCross) {
   ForEachPair(
       [](Scene& scene, const Event& first, const Event& second) {
         (scene.*first.happen)();
@@ -300,7 +276,7 @@ TEST_P(TeardownTest, SettlesEveryQuestionWhenTwoEventsCross) {
 }
 
 // The second happens where the end of the question is heard of.
-TEST_P(TeardownTest, SettlesEveryQuestionWhenItsEndBringsAboutAnotherEvent) {
+TEST_P(Teardown, SettlesEveryQuestionWhenItsEndBringsAboutAnotherEvent) {
   ForEachPair(
       [](Scene& scene, const Event& first, const Event& second) {
         scene.when_settled = [&scene, &second] { (scene.*second.happen)(); };
@@ -308,6 +284,18 @@ TEST_P(TeardownTest, SettlesEveryQuestionWhenItsEndBringsAboutAnotherEvent) {
       },
       /*is_orderly=*/false);
 }
+
+std::vector<TransportUnderTest> TransportsOpenToTest() {
+  std::vector<TransportUnderTest> transports;
+  std::ranges::copy_if(kTransports, std::back_inserter(transports),
+                       &TransportUnderTest::is_open_to_test);
+  return transports;
+}
+
+INSTANTIATE_TEST_SUITE_P(Over,
+                         Teardown,
+                         testing::ValuesIn(TransportsOpenToTest()),
+                         testing::PrintToStringParamName());
 
 }  // namespace
 }  // namespace rpc::conformance

@@ -10,9 +10,9 @@
 #include <set>
 
 #include "core/common/rpc/generator/cpp_names.h"
-#include "core/common/rpc/generator/method_kind.h"
 #include "core/common/rpc/generator/service_writer.h"
 #include "core/common/rpc/generator/validator.h"
+#include "core/common/rpc/stream/method_kind.h"
 
 namespace torvane::generator {
 namespace {

@@ -13,7 +13,7 @@
 #include <map>
 #include <string>
 
-#include "core/common/rpc/generator/method_kind.h"
+#include "core/common/rpc/stream/method_kind.h"
 
 namespace torvane::generator {
 

@@ -8,7 +8,7 @@
 
 #include "core/common/rpc/generator/cpp_names.h"
 #include "core/common/rpc/generator/declared_names.h"
-#include "core/common/rpc/generator/method_kind.h"
+#include "core/common/rpc/stream/method_kind.h"
 
 namespace torvane::generator {
 namespace {
@@ -20,6 +20,27 @@ using google::protobuf::FileOptions;
 using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
 using google::protobuf::SourceLocation;
+
+// What is wrong with a method that has no kind, for its author to read.
+std::string WhyNoKind(const MethodDescriptor& method) {
+  const std::string accepted =
+      " Accepted are an event stream, (stream rpc.EventSubscription) returns "
+      "(stream Event), and a callback stream, (stream T) returns (stream T), "
+      "where T has a field 'BrowserId browser_id' and a oneof 'body' with "
+      "'bool "
+      "subscribe = 2' and a field 'response = 4', none of them deprecated.";
+  if (!method.client_streaming() || !method.server_streaming()) {
+    return "Streaming method '" + method.name() +
+           "' must stream on both sides." + accepted;
+  }
+  if (method.input_type() == method.output_type()) {
+    return "'" + method.input_type()->full_name() + "', which '" +
+           method.name() + "' streams both ways, is no callback message." +
+           accepted;
+  }
+  return "Streaming method '" + method.name() +
+         "' is neither an event stream nor a callback stream." + accepted;
+}
 
 // Namespaces and global names of the headers that generated code includes.
 constexpr const char* kForeignNamespaces[] = {

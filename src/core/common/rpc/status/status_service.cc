@@ -8,12 +8,14 @@
 #include <cstdint>
 #include <utility>
 
+#include "core/common/rpc/serving/limit_table.h"
+
 namespace rpc::status {
 namespace {
 
 using google::protobuf::util::TimeUtil;
-using transport::ConnectionReport;
-using transport::QuestionReport;
+using serving::ConnectionReport;
+using serving::QuestionReport;
 
 // Counts are bounded by the server's limits, far below.
 uint32_t ToCount(size_t size) {
@@ -63,13 +65,13 @@ void StatusService::GetStatus(google::protobuf::RpcController*,
                               const StatusRequest*,
                               StatusReport* response,
                               google::protobuf::Closure* done) {
-  const transport::ServerReport report = take_report_();
+  const serving::ServerReport report = take_report_();
   Load* total = response->mutable_total();
   for (const ConnectionReport& connection : report.connections) {
     Describe(connection, response->add_connections());
     Add(response->connections().rbegin()->load(), total);
   }
-  for (const transport::NamedLimit& limit : transport::kNamedLimits) {
+  for (const serving::LimitInfo& limit : serving::kLimitTable) {
     Refusals* refusals = response->add_refusals();
     refusals->set_limit(limit.name);
     refusals->set_count(report.counters.limit_hits.*limit.hits);

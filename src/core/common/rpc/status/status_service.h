@@ -19,14 +19,14 @@
 
 #include <functional>
 
-#include "core/common/rpc/transport/server_report.h"
+#include "core/common/rpc/serving/server_report.h"
 #include "rpc/status/server_status.rpc.h"
 
 namespace rpc::status {
 
 class StatusService final : public ServerStatusRpc {
  public:
-  using TakeReport = std::function<transport::ServerReport()>;
+  using TakeReport = std::function<serving::ServerReport()>;
 
   // `take_report` is called for each request.
   explicit StatusService(TakeReport take_report);

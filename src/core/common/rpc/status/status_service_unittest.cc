@@ -12,16 +12,17 @@
 #include <map>
 #include <string>
 
-#include "core/common/rpc/transport/lab.h"
+#include "core/common/rpc/serving/limit_table.h"
+#include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::status {
 namespace {
 
 using google::protobuf::util::TimeUtil;
+using serving::ServerReport;
 using std::chrono::milliseconds;
 using transport::ClientController;
 using transport::Lab;
-using transport::ServerReport;
 
 class StatusServiceTest : public ::testing::Test {
  protected:
@@ -41,7 +42,7 @@ TEST_F(StatusServiceTest, AnIdleServerHasOnlyLimitsToNameAndZeroes) {
   EXPECT_EQ(report.connections_size(), 0);
   EXPECT_EQ(report.total().streams(), 0u);
   EXPECT_EQ(report.refusals_size(),
-            static_cast<int>(std::size(transport::kNamedLimits)));
+            static_cast<int>(std::size(serving::kLimitTable)));
   for (const Refusals& refusals : report.refusals()) {
     EXPECT_EQ(refusals.count(), 0u) << refusals.limit();
   }

@@ -1,4 +1,5 @@
 // Runs a fuzzer over the inputs that are kept beside it, one test for each.
+// Which these are stands beside the program, in <program>.inputs.
 
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
@@ -37,16 +38,19 @@ int main(int argc, char** argv) {
   logging::SetMinLogLevel(logging::LOGGING_FATAL);
   google::protobuf::SetLogHandler(nullptr);
 
-  std::ifstream inputs(FUZZER_INPUTS);
+  const std::string program = argv[0];
+  const std::string fuzzer = std::filesystem::path(program).filename();
+  const std::string list = program + ".inputs";
+  std::ifstream inputs(list);
   bool any = false;
   for (std::string path; std::getline(inputs, path, ','); any = true) {
     const std::string name = std::filesystem::path(path).filename();
     testing::RegisterTest(
-        FUZZER_NAME, name.c_str(), nullptr, nullptr, path.c_str(), 1,
+        fuzzer.c_str(), name.c_str(), nullptr, nullptr, path.c_str(), 1,
         [path]() -> testing::Test* { return new Replay(path); });
   }
   if (!any) {
-    std::cerr << FUZZER_INPUTS << " names no input\n";
+    std::cerr << list << " names no input\n";
     return 1;
   }
   return RUN_ALL_TESTS();

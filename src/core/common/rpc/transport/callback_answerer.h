@@ -13,14 +13,14 @@
 //   answerer.Subscribe(window);
 //
 // The handler may answer at once, or keep the reply handle and answer later, or
-// refuse. Handles can be copied and moved; when the last one of a question goes
-// without an answer, the question is refused, so nobody waits for ever.
+// decline. Handles can be copied and moved; when the last one of a question
+// goes without an answer, that declines, so nobody waits for ever.
 //
 // Ownership, sequence and failure are those of client_stream.h: the answerer is
 // the user's, callbacks run on the loop and may destroy it, and the second one
 // says why there will be no more questions. Reply handles are used and
 // destroyed on the loop too; they may outlive the answerer, and then do
-// nothing. A question that this program cannot read is refused.
+// nothing. A question that this program cannot read is declined.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
 #define CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
@@ -34,8 +34,8 @@
 #include "absl/status/status.h"
 #include "browser_id.pb.h"
 #include "core/common/rpc/transport/client.h"
-#include "core/common/rpc/transport/client_stream.h"
-#include "core/common/rpc/transport/pending_answer.h"
+#include "core/common/rpc/transport/client/client_stream.h"
+#include "core/common/rpc/transport/client/owed_answer.h"
 #include "rpc/transport/stream_message.pb.h"
 
 namespace rpc::transport {
@@ -58,20 +58,20 @@ class CallbackAnswerer {
         return absl::InvalidArgumentError("the answer has no response");
       }
       *answer.mutable_browser_id() = window_;
-      return pending_->Answer(answer);
+      return owed_->Answer(answer);
     }
 
     // Says that there will be no answer.
-    void Refuse() const { pending_->Refuse(); }
+    void Decline() const { owed_->Decline(); }
 
    private:
     friend class CallbackAnswerer;
 
-    Reply(BrowserId window, std::shared_ptr<PendingAnswer> pending)
-        : window_(std::move(window)), pending_(std::move(pending)) {}
+    Reply(BrowserId window, std::shared_ptr<OwedAnswer> owed)
+        : window_(std::move(window)), owed_(std::move(owed)) {}
 
     BrowserId window_;
-    std::shared_ptr<PendingAnswer> pending_;
+    std::shared_ptr<OwedAnswer> owed_;
   };
 
   using QuestionCallback = std::function<void(const T& question, Reply reply)>;
@@ -106,12 +106,12 @@ class CallbackAnswerer {
     T question;
     const bool readable = question.ParseFromString(message.payload()) &&
                           question.body_case() != T::BODY_NOT_SET;
-    T refusal;
-    *refusal.mutable_browser_id() = question.browser_id();
-    auto pending =
-        std::make_shared<PendingAnswer>(stream_, refusal, message.call_id());
+    T nameplate;
+    *nameplate.mutable_browser_id() = question.browser_id();
+    auto owed =
+        std::make_shared<OwedAnswer>(stream_, nameplate, message.call_id());
     if (readable) {
-      on_question(question, Reply(question.browser_id(), std::move(pending)));
+      on_question(question, Reply(question.browser_id(), std::move(owed)));
     }
   }
 

@@ -4,45 +4,43 @@
 #include <utility>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/transport/client_core.h"
-#include "core/common/rpc/transport/unix_socket.h"
+#include "core/common/rpc/transport/client/client_core.h"
+#include "core/common/rpc/transport/socket/unix_socket.h"
 
 namespace rpc::transport {
 
-absl::StatusOr<std::unique_ptr<Client>> Client::Connect(asio::io_context& loop,
+absl::StatusOr<std::unique_ptr<Client>> Client::Connect(loop::Loop& loop,
                                                         const std::string& path,
                                                         ClientOptions options) {
-  auto socket = OpenSocket(loop, path);
+  absl::StatusOr<loop::ScopedFd> socket = OpenSocket(path);
   if (!socket.ok()) {
     return socket.status();
   }
   return Adopt(loop, *std::move(socket), std::move(options));
 }
 
-absl::StatusOr<asio::local::stream_protocol::socket> Client::OpenSocket(
-    asio::io_context& loop,
-    const std::string& path) {
-  absl::StatusOr<ScopedFd> fd = ConnectToUnixSocket(path);
-  if (!fd.ok()) {
-    return fd.status();
+absl::StatusOr<loop::ScopedFd> Client::OpenSocket(const std::string& path) {
+  return ConnectToUnixSocket(path);
+}
+
+absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(loop::Loop& loop,
+                                                      loop::ScopedFd fd,
+                                                      ClientOptions options) {
+  absl::Status status = serving::Validate(options.limits);
+  if (!status.ok()) {
+    return status;
   }
-  asio::local::stream_protocol::socket socket(loop);
+  asio::local::stream_protocol::socket socket(loop.context());
   std::error_code error;
-  socket.assign(asio::local::stream_protocol(), fd->Release(), error);
+  socket.assign(asio::local::stream_protocol(), fd.get(), error);
   if (error) {
     return absl::InternalError(
         absl::StrCat("cannot watch the socket: ", error.message()));
   }
-  return socket;
-}
-
-absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(
-    asio::io_context& loop,
-    asio::local::stream_protocol::socket socket,
-    ClientOptions options) {
+  fd.Release();
   auto core =
       std::make_shared<ClientCore>(loop, std::move(socket), std::move(options));
-  const absl::Status status = core->Handshake();
+  status = core->Handshake();
   std::unique_ptr<Client> client(new Client(std::move(core)));
   if (!status.ok()) {
     return status;
@@ -69,7 +67,7 @@ const absl::Status& Client::status() const {
   return core_->status();
 }
 
-const Counters& Client::counters() const {
+const serving::Counters& Client::counters() const {
   return core_->counters();
 }
 

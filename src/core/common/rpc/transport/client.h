@@ -3,7 +3,7 @@
 // A client is a google::protobuf::RpcChannel, so protobuf's own stubs call
 // through it:
 //
-//   asio::io_context loop;
+//   loop::Loop loop;
 //   auto client = rpc::transport::Client::Connect(loop, path);
 //   if (!client.ok()) return client.status();
 //   rpc::BrowserWindow_Stub windows(client->get());
@@ -40,17 +40,18 @@
 
 #include "absl/status/status.h"
 #include "absl/status/statusor.h"
-#include "core/common/rpc/transport/asio.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/scoped_fd.h"
+#include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/transport/client_controller.h"
-#include "core/common/rpc/transport/counters.h"
-#include "core/common/rpc/transport/limits.h"
 
 namespace rpc::transport {
 
 class ClientCore;
 
 struct ClientOptions {
-  Limits limits;
+  serving::Limits limits;
 
   // What the client calls itself, for the server's records.
   std::string name;
@@ -61,19 +62,15 @@ class Client final : public google::protobuf::RpcChannel {
   // Connects to the server that listens at `path`, or takes over a connected
   // socket, and waits until the server has said what it offers.
   static absl::StatusOr<std::unique_ptr<Client>> Connect(
-      asio::io_context& loop,
+      loop::Loop& loop,
       const std::string& path,
       ClientOptions options = {});
-  static absl::StatusOr<std::unique_ptr<Client>> Adopt(
-      asio::io_context& loop,
-      asio::local::stream_protocol::socket socket,
-      ClientOptions options = {});
+  static absl::StatusOr<std::unique_ptr<Client>>
+  Adopt(loop::Loop& loop, loop::ScopedFd socket, ClientOptions options = {});
 
   // The first half of Connect(), for whom it matters whether anybody listens at
   // `path`: connects and waits for nothing.
-  static absl::StatusOr<asio::local::stream_protocol::socket> OpenSocket(
-      asio::io_context& loop,
-      const std::string& path);
+  static absl::StatusOr<loop::ScopedFd> OpenSocket(const std::string& path);
 
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
@@ -93,7 +90,7 @@ class Client final : public google::protobuf::RpcChannel {
   // have ended; not when the client is destroyed.
   void set_on_closed(std::function<void(const absl::Status&)> on_closed);
 
-  const Counters& counters() const;
+  const serving::Counters& counters() const;
 
   // For the stream classes of this folder.
   const std::shared_ptr<ClientCore>& core() const { return core_; }

@@ -2,7 +2,7 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/log/absl_log.h"
-#include "core/common/rpc/transport/client_core.h"
+#include "core/common/rpc/transport/client/client_core.h"
 
 namespace rpc::transport {
 

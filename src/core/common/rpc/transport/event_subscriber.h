@@ -24,7 +24,7 @@
 
 #include "browser_id.pb.h"
 #include "core/common/rpc/transport/client.h"
-#include "core/common/rpc/transport/client_stream.h"
+#include "core/common/rpc/transport/client/client_stream.h"
 #include "rpc/event_subscription.pb.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -44,10 +44,9 @@ class EventSubscriber {
       : stream_(
             client,
             method,
-            [on_event = std::move(on_event)](const StreamMessage& message) {
-              T event;
-              if (event.ParseFromString(message.payload())) {
-                on_event(event);
+            [on_event = std::move(on_event)](const ReceivedMessage& message) {
+              if (const T* event = message.As<T>()) {
+                on_event(*event);
               }
             },
             std::move(on_end)) {}

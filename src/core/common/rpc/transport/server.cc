@@ -2,11 +2,11 @@
 
 #include <utility>
 
-#include "core/common/rpc/transport/server_core.h"
+#include "core/common/rpc/transport/server/server_core.h"
 
 namespace rpc::transport {
 
-Server::Server(asio::io_context& loop, const ServerOptions& options)
+Server::Server(loop::Loop& loop, const ServerOptions& options)
     : core_(std::make_shared<ServerCore>(loop, options)) {}
 
 Server::~Server() {
@@ -21,7 +21,7 @@ absl::Status Server::Listen(const std::string& path) {
   return core_->Listen(path);
 }
 
-void Server::Adopt(asio::local::stream_protocol::socket socket) {
+void Server::Adopt(loop::ScopedFd socket) {
   core_->Adopt(std::move(socket));
 }
 
@@ -29,11 +29,11 @@ void Server::Stop() {
   core_->Stop();
 }
 
-const Counters& Server::counters() const {
+const serving::Counters& Server::counters() const {
   return core_->counters();
 }
 
-ServerReport Server::Report() const {
+serving::ServerReport Server::Report() const {
   return core_->Report();
 }
 

@@ -1,17 +1,17 @@
 // Serves services to other processes over Unix domain sockets.
 //
-//   asio::io_context loop;
+//   loop::Loop loop;
 //   WindowService service;               // derives from a generated class
 //   rpc::transport::Server server(loop);
 //   server.AddService(&service);
 //   absl::Status listening = server.Listen("/run/user/1000/browser/windows");
 //   ...
-//   loop.run();
+//   loop.Run();
 //
 // The server knows no service by name: it works on descriptors. Unary methods
 // go to CallMethod, methods that stream on either side to OpenStream. A method
 // may run its closure before it returns or at any later time, on any thread. It
-// finds a ServerController behind the controller that it is given.
+// finds a serving::CallContext behind the controller that it is given.
 //
 // Ownership: services are the caller's and must outlive the server. The server
 // owns its connections and the streams opened on them. The loop must outlive
@@ -20,8 +20,8 @@
 // Sequence: everything happens on the thread that runs the loop, of which there
 // is one: the server's own operations, every call into a service or a stream,
 // and destruction. Only closures may be run on other threads, and of
-// ServerController what it says. The destructor must not be run from within a
-// service or a stream; Stop() may be.
+// serving::CallContext what it says. The destructor must not be run from within
+// a service or a stream; Stop() may be.
 //
 // Failure: Listen() says why it cannot. What a client does wrong is answered to
 // that client, counted, and harms nobody else. A closure that is run twice ends
@@ -37,18 +37,19 @@
 #include <string>
 
 #include "absl/status/status.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/scoped_fd.h"
+#include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/serving/server_report.h"
 #include "core/common/rpc/stream/service.h"
-#include "core/common/rpc/transport/asio.h"
-#include "core/common/rpc/transport/counters.h"
-#include "core/common/rpc/transport/limits.h"
-#include "core/common/rpc/transport/server_report.h"
 
 namespace rpc::transport {
 
 class ServerCore;
 
 struct ServerOptions {
-  Limits limits;
+  serving::Limits limits;
 
   // The only user whose processes are served.
   uid_t user = geteuid();
@@ -56,7 +57,7 @@ struct ServerOptions {
 
 class Server {
  public:
-  explicit Server(asio::io_context& loop, const ServerOptions& options = {});
+  explicit Server(loop::Loop& loop, const ServerOptions& options = {});
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
@@ -73,18 +74,18 @@ class Server {
   // there is replaced. At most once.
   absl::Status Listen(const std::string& path);
 
-  // Serves a connected socket, such as one end of a socket pair.
-  void Adopt(asio::local::stream_protocol::socket socket);
+  // Serves a connected Unix socket, such as one end of a socket pair.
+  void Adopt(loop::ScopedFd socket);
 
-  // Stops listening, removes the socket file, says goodbye and closes all on
-  // the next turn. A client that does not read keeps the loop for
-  // goodbye_timeout.
+  // Stops listening and removes the socket file; on the next turn says goodbye
+  // to all clients and closes their connections. A client that does not read
+  // gets no goodbye, since nobody waits for it.
   void Stop();
 
-  const Counters& counters() const;
+  const serving::Counters& counters() const;
 
   // What goes on right now.
-  ServerReport Report() const;
+  serving::ServerReport Report() const;
 
  private:
   std::shared_ptr<ServerCore> core_;

@@ -1,0 +1,55 @@
+// Plays the user in front of the windows: a line is what the user does.
+//
+//   window_host::Console console(windows, browser, print);
+//   console.Obey("close 1");     // prints "Window 1 is closed."
+//
+// Ownership: windows and browser are the caller's and must outlive the console,
+// which must outlive the sequence's last task.
+//
+// Sequence: the browser's. The outcome of what clients are asked about is
+// printed later than Obey() returns.
+//
+// Failure: whatever goes wrong is printed.
+
+#ifndef EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_
+#define EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "examples/window_host/service/browser.h"
+#include "examples/window_host/windows/window_system.h"
+
+namespace window_host {
+
+class Console {
+ public:
+  // `print` gets whole lines without their break.
+  using Print = std::function<void(const std::string& line)>;
+
+  Console(WindowSystem& windows, Browser& browser, Print print);
+
+  // An empty line does nothing.
+  void Obey(std::string_view line);
+
+ private:
+  using Words = std::vector<std::string>;
+
+  void List();
+  void Close(int64_t id);
+  void Execute(int64_t id, const std::string& command);
+  void OpenMenu(int64_t id, int x, int y);
+
+  // False when the words are not understood.
+  bool ObeyAboutWindow(const Words& words);
+
+  WindowSystem& windows_;
+  Browser& browser_;
+  const Print print_;
+};
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_

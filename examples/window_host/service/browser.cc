@@ -1,0 +1,168 @@
+#include "examples/window_host/service/browser.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/stream/event_stream.h"
+#include "tools/cli/nearest_name.h"
+
+namespace window_host {
+namespace {
+
+// A command's id is its place here, counted from 1.
+constexpr const char* kCommands[] = {"back", "forward", "reload",
+                                     "copy", "paste",   "print",
+                                     "find", "zoom_in", "zoom_out"};
+
+// The first of them make up the context menu.
+constexpr int kMenuLength = 6;
+
+rpc::WindowCommand MakeCommand(int id) {
+  rpc::WindowCommand command;
+  command.set_id(id);
+  command.set_name(kCommands[id - 1]);
+  return command;
+}
+
+absl::StatusOr<rpc::WindowCommand> FindCommand(const std::string& name) {
+  const auto* const found =
+      std::find(std::begin(kCommands), std::end(kCommands), name);
+  if (found != std::end(kCommands))
+    return MakeCommand(static_cast<int>(found - kCommands) + 1);
+  return absl::InvalidArgumentError(absl::StrCat(
+      "There is no command ", name, ".",
+      cli::DidYouMean(name, {std::begin(kCommands), std::end(kCommands)})));
+}
+
+// A question about the window, yet without the question.
+template <typename T>
+T About(int64_t id) {
+  T question;
+  question.mutable_browser_id()->set_value(id);
+  return question;
+}
+
+std::vector<std::string> Remaining(const rpc::ShowContextMenu& question,
+                                   const rpc::ShowContextMenu& answer) {
+  const auto& omitted = answer.response().omitted_command_ids();
+  std::vector<std::string> names;
+  for (const rpc::WindowCommand& command : question.question().commands()) {
+    if (std::find(omitted.begin(), omitted.end(), command.id()) ==
+        omitted.end()) {
+      names.push_back(command.name());
+    }
+  }
+  return names;
+}
+
+// Without an answer there is nobody to object.
+bool IsAllowed(QuestionOutcome ground, bool answer) {
+  return ground != QuestionOutcome::kAnswered || answer;
+}
+
+}  // namespace
+
+Browser::Browser(rpc::loop::Sequence& sequence,
+                 WindowSystem& windows,
+                 std::chrono::milliseconds patience)
+    : sequence_(sequence), windows_(windows), patience_(patience) {
+  windows_.set_observer(this);
+}
+
+Browser::~Browser() {
+  windows_.set_observer(nullptr);
+}
+
+void Browser::CloseWindow(int64_t id,
+                          rpc::WindowCloseReason reason,
+                          const Then<Decision>& then) {
+  if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
+    return then(found);
+  auto question = About<rpc::CloseWindow>(id);
+  question.mutable_question()->set_reason(reason);
+  rpc::serving::AskWithin<rpc::CloseWindow>(
+      sequence_, patience_, question,
+      [=, this](QuestionOutcome ground, const rpc::CloseWindow& answer) {
+        if (!IsAllowed(ground, answer.response().allowed()))
+          return then(Decision{false, ground});
+        windows_.Change(id, Close{reason}, [=](const absl::Status& closed) {
+          if (!closed.ok())
+            return then(closed);
+          then(Decision{true, ground});
+        });
+      });
+}
+
+void Browser::ExecuteCommand(int64_t id,
+                             const std::string& name,
+                             const Then<Decision>& then) {
+  if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
+    return then(found);
+  const absl::StatusOr<rpc::WindowCommand> command = FindCommand(name);
+  if (!command.ok())
+    return then(command.status());
+  auto question = About<rpc::CanExecuteCommand>(id);
+  *question.mutable_question()->mutable_command() = *command;
+  rpc::serving::AskWithin<rpc::CanExecuteCommand>(
+      sequence_, patience_, question,
+      [=, this](QuestionOutcome ground, const rpc::CanExecuteCommand& answer) {
+        if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
+          return then(found);
+        then(Decision{IsAllowed(ground, answer.response().allowed()), ground});
+      });
+}
+
+void Browser::OpenContextMenu(int64_t id,
+                              int x,
+                              int y,
+                              const Then<Menu>& then) {
+  if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
+    return then(found);
+  auto question = About<rpc::ShowContextMenu>(id);
+  question.mutable_question()->set_x(x);
+  question.mutable_question()->set_y(y);
+  for (int command = 1; command <= kMenuLength; ++command)
+    *question.mutable_question()->add_commands() = MakeCommand(command);
+  rpc::serving::AskWithin<rpc::ShowContextMenu>(
+      sequence_, patience_, question,
+      [=, this](QuestionOutcome ground, const rpc::ShowContextMenu& answer) {
+        if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
+          return then(found);
+        if (answer.response().handled())
+          return then(Menu{true, {}, ground});
+        then(Menu{false, Remaining(question, answer), ground});
+      });
+}
+
+void Browser::Shutdown(const std::function<void()>& then) {
+  const std::vector<int64_t> ids = windows_.stacking();
+  if (ids.empty())
+    return then();
+  const auto left = std::make_shared<size_t>(ids.size());
+  for (int64_t id : ids) {
+    windows_.Change(id, Close{rpc::WINDOW_CLOSE_REASON_SHUTDOWN},
+                    [left, then](const absl::Status&) {
+                      if (--*left == 0)
+                        then();
+                    });
+  }
+}
+
+void Browser::OnCloseWish(int64_t id) {
+  CloseWindow(id, rpc::WINDOW_CLOSE_REASON_USER,
+              [](const absl::StatusOr<Decision>&) {});
+}
+
+void Browser::OnWindowGone(const WindowView& last,
+                           rpc::WindowCloseReason reason) {
+  rpc::BrowserWindowClosed event;
+  event.mutable_browser_id()->set_value(last.id);
+  event.set_reason(reason);
+  event.set_title(last.title);
+  torvane::EventStream<rpc::BrowserWindowClosed>::Publish(event.browser_id(),
+                                                          event);
+}
+
+}  // namespace window_host

@@ -1,0 +1,100 @@
+// The browser around the windows: it asks clients before it does what users and
+// other clients want, and tells them which windows have closed.
+//
+//   window_host::Browser browser(sequence, windows, std::chrono::seconds(5));
+//   browser.CloseWindow(7, rpc::WINDOW_CLOSE_REASON_USER,
+//                       [](const absl::StatusOr<Decision>& closed) {...});
+//
+// Closing a window, executing a command and opening a context menu are put to
+// the client that answers for the window. Without an answer in time the browser
+// goes on as if there had been none to ask: the window closes, the command is
+// executed, the menu opens as it is.
+//
+// Ownership: sequence and windows are the caller's and must outlive the
+// browser, which must outlive the sequence's last task. The browser is the
+// windows' observer.
+//
+// Sequence: that of the windows. Functions run there, on a later turn except
+// for faults that are known at once.
+//
+// Failure: NOT_FOUND for a window that is not open, also when it went away
+// while the question was under way; INVALID_ARGUMENT for an unknown command;
+// whatever the desktop says when it does not close a window.
+
+#ifndef EXAMPLES_WINDOW_HOST_SERVICE_BROWSER_H_
+#define EXAMPLES_WINDOW_HOST_SERVICE_BROWSER_H_
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "absl/status/statusor.h"
+#include "core/common/rpc/loop/sequence.h"
+#include "core/common/rpc/serving/ask_within.h"
+#include "examples/window_host/windows/window_system.h"
+#include "rpc/browser/browser_window.pb.h"
+
+namespace window_host {
+
+using rpc::serving::QuestionOutcome;
+
+// What was decided, and on what ground: an answer, or the lack of one.
+struct Decision {
+  bool allowed = false;
+  QuestionOutcome ground = QuestionOutcome::kAnswered;
+};
+
+// A context menu as it opened: the browser's, or one that the client shows.
+struct Menu {
+  bool is_clients = false;
+  std::vector<std::string> commands;
+  QuestionOutcome ground = QuestionOutcome::kAnswered;
+};
+
+template <typename Result>
+using Then = std::function<void(const absl::StatusOr<Result>&)>;
+
+class Browser final : private WindowObserver {
+ public:
+  // `patience` is how long a client may take for an answer.
+  Browser(rpc::loop::Sequence& sequence,
+          WindowSystem& windows,
+          std::chrono::milliseconds patience);
+  Browser(const Browser&) = delete;
+  Browser& operator=(const Browser&) = delete;
+  ~Browser() override;
+
+  // Closes the window if that is allowed.
+  void CloseWindow(int64_t id,
+                   rpc::WindowCloseReason reason,
+                   const Then<Decision>& then);
+
+  // Executes the command if that is allowed, as the user's wish.
+  void ExecuteCommand(int64_t id,
+                      const std::string& name,
+                      const Then<Decision>& then);
+
+  // Opens the menu at that place in the window, in device-independent pixels
+  // from its top left corner.
+  void OpenContextMenu(int64_t id, int x, int y, const Then<Menu>& then);
+
+  // Closes all windows without asking. `then` runs when the last of them is
+  // closed, or at once where there is none.
+  void Shutdown(const std::function<void()>& then);
+
+ private:
+  // WindowObserver:
+  void OnCloseWish(int64_t id) override;
+  void OnWindowGone(const WindowView& last,
+                    rpc::WindowCloseReason reason) override;
+
+  rpc::loop::Sequence& sequence_;
+  WindowSystem& windows_;
+  const std::chrono::milliseconds patience_;
+};
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_SERVICE_BROWSER_H_

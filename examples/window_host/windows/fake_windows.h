@@ -1,0 +1,89 @@
+// A desktop in memory that does to changes what a test wants: it keeps them
+// until the test confirms or refuses them, and it loses windows.
+//
+//   FakeWindows windows(sequence);
+//   windows.Open();
+//   windows.Hold();
+//   windows.Change(1, WindowAction::kMaximize, ...);
+//   windows.Refuse(absl::FailedPreconditionError("..."));
+//   sequence.Run();       // the change completes
+
+#ifndef EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_
+#define EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_
+
+#include <cstdint>
+#include <deque>
+#include <utility>
+
+#include "examples/window_host/windows/memory_desktop.h"
+
+namespace window_host {
+
+class FakeWindows final : public MemoryDesktop {
+ public:
+  explicit FakeWindows(rpc::loop::Sequence& sequence)
+      : MemoryDesktop(sequence, Display{}), sequence_(sequence) {}
+
+  // Keeps all changes from now on. Before, they are made as they are requested.
+  void Hold() { holds_ = true; }
+
+  void Change(int64_t id, WindowChange change, Completion done) override {
+    if (holds_)
+      held_.push_back({id, std::move(change), std::move(done)});
+    else
+      MemoryDesktop::Change(id, std::move(change), std::move(done));
+  }
+
+  size_t held() const { return held_.size(); }
+
+  // Settle the oldest change of those that are kept.
+  void Confirm() {
+    Request request = TakeOldest();
+    MemoryDesktop::Change(request.id, std::move(request.change),
+                          std::move(request.done));
+  }
+  void Refuse(const absl::Status& status) { Complete(TakeOldest(), status); }
+
+  // The window vanishes, and what is kept for it with it.
+  void Lose(int64_t id) {
+    MemoryDesktop::Change(id, Close{}, [](const absl::Status&) {});
+    for (std::deque<Request> held = std::exchange(held_, {}); !held.empty();
+         held.pop_front()) {
+      if (held.front().id == id)
+        Complete(std::move(held.front()), NoWindow(id));
+      else
+        held_.push_back(std::move(held.front()));
+    }
+  }
+
+  // The user wants to close the window: the observer is told.
+  void WishToClose(int64_t id) {
+    sequence_.Post([this, id] { observer()->OnCloseWish(id); });
+  }
+
+ private:
+  struct Request {
+    int64_t id;
+    WindowChange change;
+    Completion done;
+  };
+
+  Request TakeOldest() {
+    Request request = std::move(held_.front());
+    held_.pop_front();
+    return request;
+  }
+
+  void Complete(Request request, const absl::Status& status) {
+    sequence_.Post(
+        [done = std::move(request.done), status]() mutable { done(status); });
+  }
+
+  rpc::loop::Sequence& sequence_;
+  bool holds_ = false;
+  std::deque<Request> held_;
+};
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_

@@ -1,0 +1,111 @@
+// A desktop with one display, kept in memory.
+//
+// It lets the example host behave towards its clients as a window manager
+// would, without a screen: states, bounds, stacking and activation depend on
+// each other here as they do there.
+//
+//   MemoryDesktop desktop(sequence, Display{});
+//   int64_t id = desktop.Open();
+//   desktop.Change(id, WindowAction::kMaximize, [](const absl::Status&) {...});
+//
+// A window is hidden or shown and, independently of that, normal, maximized,
+// full screen or minimized. A minimized window remembers that it was full
+// screen, a full-screen one that it was maximized, and all of them their normal
+// bounds. At most one window is active; it is shown and not minimized. When it
+// goes away, the next such window in stacking order takes its place, unless its
+// activation is independent.
+//
+// A change is made at once, so that the next one builds on it. The observer is
+// told and the change completed later, as for any desktop.
+//
+// Ownership, sequence: see window_system.h.
+//
+// Failure: FAILED_PRECONDITION where a hidden window is to be activated or
+// focused, INVALID_ARGUMENT for a negative size.
+
+#ifndef EXAMPLES_WINDOW_HOST_WINDOWS_MEMORY_DESKTOP_H_
+#define EXAMPLES_WINDOW_HOST_WINDOWS_MEMORY_DESKTOP_H_
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "core/common/rpc/loop/sequence.h"
+#include "examples/window_host/windows/window_system.h"
+
+namespace window_host {
+
+struct Display {
+  Rect bounds = {0, 0, 1920, 1080};
+  // What the desktop's own bars leave free.
+  Rect work_area = {0, 32, 1920, 1000};
+};
+
+// Smaller sizes are raised to this one: a title bar with its buttons stays
+// usable.
+inline constexpr int kMinimumWidth = 160;
+inline constexpr int kMinimumHeight = 120;
+
+class MemoryDesktop : public WindowSystem {
+ public:
+  // The sequence is the caller's and must outlive the desktop.
+  MemoryDesktop(rpc::loop::Sequence& sequence, const Display& display);
+
+  // Opens a window, shows and activates it. Ids begin with 1 and are not used
+  // again.
+  int64_t Open();
+
+  // WindowSystem:
+  absl::StatusOr<WindowView> Inspect(int64_t id) const override;
+  std::vector<int64_t> stacking() const override { return stacking_; }
+  void Change(int64_t id, WindowChange change, Completion done) override;
+
+ private:
+  struct Window {
+    // What a client may set, and the id; View() adds what follows from the
+    // rest.
+    WindowView view;
+    bool shown = true;
+    bool minimized = false;
+    bool full_screen = false;
+    bool maximized = false;
+    Rect normal_bounds;
+
+    bool visible() const { return shown && !minimized; }
+    WindowState state() const;
+  };
+
+  WindowView View(const Window& window) const;
+
+  absl::Status ChangeNow(int64_t id, const WindowChange& change);
+  absl::Status Apply(Window& window, WindowAction action);
+  absl::Status Apply(Window& window, const BoundsChange& change);
+  absl::Status Apply(Window& window, const Close& close);
+  // The messages set what nothing else depends on.
+  template <typename Message>
+  absl::Status Apply(Window& window, const Message& message);
+
+  absl::Status Activate(Window& window);
+  void Restore(Window& window);
+  void Center(Window& window);
+
+  void MakeActive(int64_t id);
+  void BringBack(Window& window);
+  void PassActivationOn(int64_t id);
+
+  // Tells the observer on a later turn.
+  void TellChanged(int64_t id);
+
+  rpc::loop::Sequence& sequence_;
+  const Display display_;
+  std::map<int64_t, Window> windows_;
+  std::vector<int64_t> stacking_;
+  int64_t last_id_ = 0;
+  // Zero where there is none.
+  int64_t active_ = 0;
+  bool page_has_keyboard_ = false;
+};
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_WINDOWS_MEMORY_DESKTOP_H_

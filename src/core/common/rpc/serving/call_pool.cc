@@ -1,0 +1,33 @@
+#include "core/common/rpc/serving/call_pool.h"
+
+#include <utility>
+
+namespace rpc::serving {
+
+CallPool::CallPool(loop::Sequence& sequence, std::shared_ptr<Counters> counters)
+    : sequence_(sequence), counters_(std::move(counters)) {}
+
+CallPool::~CallPool() = default;
+
+std::shared_ptr<Call> CallPool::Take() {
+  if (idle_.size() < kIdleCalls) {
+    return std::make_shared<Call>(shared_from_this());
+  }
+  std::shared_ptr<Call> call = std::move(idle_.front());
+  idle_.pop_front();
+  return call;
+}
+
+void CallPool::Return(std::shared_ptr<Call> call) {
+  call->Clear();
+  if (!closed_) {
+    idle_.push_back(std::move(call));
+  }
+}
+
+void CallPool::Close() {
+  closed_ = true;
+  idle_.clear();
+}
+
+}  // namespace rpc::serving

@@ -1,0 +1,65 @@
+// What the host's records say of one client: who it is, and what a limit has
+// refused it.
+//
+// Ownership: the transport's, for each client. The counters outlive it.
+//
+// Sequence: the server's.
+
+#ifndef CORE_COMMON_RPC_SERVING_CLIENT_RECORD_H_
+#define CORE_COMMON_RPC_SERVING_CLIENT_RECORD_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/serving/counters.h"
+
+namespace rpc::serving {
+
+// The process at the other end, as the system vouches for it.
+struct ClientProcess {
+  pid_t pid;
+  uid_t user;
+};
+
+// "pid 4711, user 1000"
+std::string Describe(const ClientProcess& process);
+
+class ClientRecord {
+ public:
+  ClientRecord(const ClientProcess& process, Counters& counters);
+
+  const ClientProcess& process() const { return process_; }
+
+  // What the client calls itself; is shown with escapes, and not at any length.
+  void set_name(const std::string& name);
+  const std::string& name() const { return name_; }
+
+  // For services: "windowctl (pid 4711)".
+  const std::string& peer() const { return peer_; }
+
+  // A limit keeps something from the client; returns the RESOURCE_EXHAUSTED,
+  // with `text`, that it is told. Counted each time, but logged only the first
+  // time for each limit, so that no connection can fill the disk. A client that
+  // connects again and again still can.
+  absl::Status NoteLimit(uint64_t LimitHits::*limit, const std::string& text);
+
+  // The connection is closed. Logged, unless the client has merely gone.
+  void OnClosed(const absl::Status& why) const;
+
+ private:
+  const ClientProcess process_;
+  std::string name_;
+  std::string peer_;
+  // For records: "windowctl (pid 4711, user 1000)".
+  std::string who_;
+  Counters& counters_;
+  // How often each limit has refused this client something.
+  LimitHits refusals_;
+};
+
+}  // namespace rpc::serving
+
+#endif  // CORE_COMMON_RPC_SERVING_CLIENT_RECORD_H_

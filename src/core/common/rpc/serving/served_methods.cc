@@ -1,0 +1,28 @@
+#include "core/common/rpc/serving/served_methods.h"
+
+#include "absl/log/absl_check.h"
+
+namespace rpc::serving {
+
+void ServedMethods::Add(torvane::Service* service) {
+  const google::protobuf::ServiceDescriptor* descriptor =
+      service->GetDescriptor();
+  for (const ServedMethod& other : methods_) {
+    ABSL_CHECK_NE(other.descriptor->service()->full_name(),
+                  descriptor->full_name())
+        << "a server offers one service of a name";
+  }
+  for (int i = 0; i < descriptor->method_count(); ++i) {
+    const google::protobuf::MethodDescriptor* method = descriptor->method(i);
+    ServedMethod& served = methods_.emplace_back();
+    served.id = static_cast<uint32_t>(methods_.size() - 1);
+    served.service = service;
+    served.descriptor = method;
+    served.kind = torvane::KindOf(*method);
+    if (served.streaming()) {
+      served.reader = std::make_unique<WindowMessageReader>(*service, *method);
+    }
+  }
+}
+
+}  // namespace rpc::serving

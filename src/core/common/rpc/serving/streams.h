@@ -1,0 +1,157 @@
+// The open streams of one client, and the guard between the client and them:
+// the stream framework trusts its caller, so what a client sends is counted,
+// bounded and checked here, once, for all transports.
+//
+// Both sides end a stream, each with one end frame, and the server forgets it
+// with its own:
+//
+//                    OnClientEnd()
+//          open     ,--------------------> OnCompleted ---------------,
+//   (none) ----> [stream]                                             |->
+//   (none)
+//                   '-- Complete(), --> [ended] --> OnCompleted ------'
+//                       or a limit       on a later turn
+//
+// What still comes in for a stream that is forgotten was sent before the client
+// knew, and is ignored.
+//
+// Ownership: shared between the transport and turns of the sequence to come;
+// those touch nothing else once the transport has let go. Owns the streams, and
+// through them their channels.
+//
+// Sequence: the server's. A stream is destroyed when its own calls have
+// returned.
+//
+// Failure: a status that is not OK is the client's violation of the protocol.
+
+#ifndef CORE_COMMON_RPC_SERVING_STREAMS_H_
+#define CORE_COMMON_RPC_SERVING_STREAMS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/loop/sequence.h"
+#include "core/common/rpc/serving/client_record.h"
+#include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/serving/pending_questions.h"
+#include "core/common/rpc/serving/served_methods.h"
+#include "core/common/rpc/serving/server_report.h"
+#include "core/common/rpc/serving/subscriptions.h"
+#include "core/common/rpc/stream/abstract_stream.h"
+#include "rpc/transport/stream_message.pb.h"
+
+namespace rpc::serving {
+
+// A stream as its transport knows it when it sends on it.
+struct OutgoingStream {
+  uint64_t id = 0;
+  // The transport's own: which message, of those that it sends once for many
+  // streams, went to this one last.
+  uint64_t last_shared_message = 0;
+};
+
+// Takes what streams send to the client.
+class StreamSink {
+ public:
+  // Not OK when the message is dropped: RESOURCE_EXHAUSTED, with what the
+  // client is told, when it can't take a message of this size and the stream
+  // has to end; UNAVAILABLE when the connection takes nothing more. Calls
+  // nobody back.
+  virtual absl::Status SendMessage(OutgoingStream& stream,
+                                   const transport::StreamMessage& message) = 0;
+
+  // The stream is over for the server.
+  virtual void SendEnd(uint64_t stream_id, const absl::Status& status) = 0;
+
+ protected:
+  ~StreamSink() = default;
+};
+
+class Streams final : public std::enable_shared_from_this<Streams> {
+ public:
+  // All of these outlive the streams, but for `sequence` not this object.
+  Streams(loop::Sequence& sequence,
+          StreamSink& sink,
+          const ServedMethods& methods,
+          const Limits& limits,
+          ClientRecord& client,
+          Counters& counters);
+  Streams(const Streams&) = delete;
+  Streams& operator=(const Streams&) = delete;
+
+  // CloseAll() has been called.
+  ~Streams();
+
+  // What the client does. INVALID_ARGUMENT when the id is in use.
+  absl::Status OnClientOpen(uint64_t id, uint32_t method_id);
+  void OnClientData(uint64_t id, transport::StreamMessage* message);
+  void OnClientError(uint64_t id, transport::StreamMessage* message);
+  void OnClientEnd(uint64_t id);
+
+  // The client is gone: completes and destroys all streams.
+  void CloseAll();
+
+  // Fills in what `report` says of streams and questions.
+  void Report(ConnectionReport& report) const;
+
+ private:
+  class Endpoint;
+  class ClientFrame;
+
+  struct Entry {
+    OutgoingStream outgoing;
+    std::unique_ptr<torvane::AbstractStream> stream;
+    const ServedMethod* method = nullptr;
+    Subscriptions::Keys subscriptions;
+    // Nothing for a stream that asks none.
+    std::optional<PendingQuestions> questions;
+    // OnCompleted has been called.
+    bool completing = false;
+    // The end frame is sent: nothing follows.
+    bool ended = false;
+  };
+  // A map whose entries stay in place: endpoints point to them.
+  using Entries = std::map<uint64_t, Entry>;
+
+  bool Send(Entry& entry, const transport::StreamMessage& message);
+  void End(Entry& entry, const absl::Status& status);
+
+  absl::Status CheckOpen(const ServedMethod* method, uint32_t method_id);
+  Entry* FindOpen(uint64_t id);
+  absl::Status CheckMessage(Entry& entry,
+                            const WindowMessage& said,
+                            size_t bytes);
+  bool MayAsk();
+  void Finish(Entries::iterator entry);
+  void FinishAll(const std::vector<uint64_t>& ids);
+  void FinishEnded();
+  void FinishEndedSoon();
+
+  loop::Sequence& sequence_;
+  StreamSink& sink_;
+  const ServedMethods& methods_;
+  const Limits& limits_;
+  ClientRecord& client_;
+  Counters& counters_;
+  Subscriptions subscriptions_;
+  // Questions that are pending, on all streams.
+  size_t questions_ = 0;
+  Entries entries_;
+  // Ids of streams whose end was sent and that FinishEnded() must complete and
+  // destroy.
+  std::vector<uint64_t> ended_;
+  // Frames of the client that are being handled, one inside the other where a
+  // method runs the loop. A stream may be on the stack while there are any.
+  int frames_being_handled_ = 0;
+};
+
+}  // namespace rpc::serving
+
+#endif  // CORE_COMMON_RPC_SERVING_STREAMS_H_

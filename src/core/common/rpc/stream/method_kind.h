@@ -1,0 +1,34 @@
+// How a method is served: called, or opened as one of the two kinds of stream.
+//
+// The method's shape decides, by its descriptor. Generator, transports and
+// tools all ask here. The generated code itself goes by the method's index
+// alone.
+
+#ifndef CORE_COMMON_RPC_STREAM_METHOD_KIND_H_
+#define CORE_COMMON_RPC_STREAM_METHOD_KIND_H_
+
+#include <google/protobuf/descriptor.h>
+
+#include <optional>
+
+namespace torvane {
+
+enum class MethodKind {
+  // No side streams.
+  kUnary,
+  // Both sides stream, the request is rpc.EventSubscription.
+  kEventStream,
+  // Both sides stream one and the same callback message: a `browser_id` of type
+  // BrowserId, and a oneof `body` with a bool `subscribe` = 2 and a `response`
+  // = 4, none of them deprecated.
+  kCallbackStream,
+};
+
+// The kind of `method`, or nothing where no kind fits: a stream that only its
+// own service knows how to open.
+std::optional<MethodKind> KindOf(
+    const google::protobuf::MethodDescriptor& method);
+
+}  // namespace torvane
+
+#endif  // CORE_COMMON_RPC_STREAM_METHOD_KIND_H_

@@ -1,0 +1,365 @@
+#include "core/common/rpc/transport/client/client_core.h"
+
+#include <algorithm>
+#include <limits>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "absl/status/statusor.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/wire/frame_codec.h"
+#include "core/common/rpc/transport/wire/rpc_status.h"
+
+namespace rpc::transport {
+namespace {
+
+using google::protobuf::Closure;
+using google::protobuf::Message;
+using google::protobuf::MethodDescriptor;
+
+// Lets a blocking call see that it is over.
+class Waiter final : public Closure {
+ public:
+  void Run() override { done_ = true; }
+  bool done() const { return done_; }
+
+ private:
+  bool done_ = false;
+};
+
+absl::Status LoopStopped() {
+  return absl::CancelledError("the loop was stopped while this waited on it");
+}
+
+// timeout_ms is a uint32, and 0 means no timeout: clamp.
+uint32_t OnWire(std::optional<std::chrono::milliseconds> timeout) {
+  if (!timeout) {
+    return 0;
+  }
+  return static_cast<uint32_t>(std::min<int64_t>(
+      timeout->count(), std::numeric_limits<uint32_t>::max()));
+}
+
+}  // namespace
+
+ClientCore::ClientCore(loop::Loop& loop,
+                       asio::local::stream_protocol::socket socket,
+                       ClientOptions options)
+    : loop_(loop),
+      options_(std::move(options)),
+      connection_(std::make_shared<Connection>(Connection::Side::kClient,
+                                               std::move(socket),
+                                               options_.limits,
+                                               counters_)),
+      streams_(std::make_shared<ClientStreams>(loop, connection_, methods_)) {}
+
+ClientCore::~ClientCore() = default;
+
+absl::Status ClientCore::Handshake() {
+  connection_->Start(shared_from_this());
+  HelloFrame hello;
+  hello.set_protocol_version(kProtocolVersion);
+  hello.set_max_frame_bytes(
+      static_cast<uint32_t>(options_.limits.max_frame_bytes));
+  hello.set_client_name(options_.name);
+  connection_->Append(Frame::kHello, hello);
+  connection_->Write();
+
+  const auto timer = loop_.RunAfter(options_.limits.handshake_timeout,
+                                    [this] { OnHandshakeTimeout(); });
+  if (!loop_.RunUntil([this] { return settled_; })) {
+    return LoopStopped();
+  }
+  // What the server itself gives as a reason is one.
+  if (absl::IsInvalidArgument(status_) && !goodbye_) {
+    return absl::FailedPreconditionError(absl::StrCat(
+        "the other side does not speak this protocol: ", status_.message()));
+  }
+  return status_;
+}
+
+void ClientCore::OnHandshakeTimeout() {
+  if (!settled_) {
+    ++counters_->limit_hits.handshake_timeout;
+    connection_->Close(absl::DeadlineExceededError(absl::StrCat(
+        "the server has not answered the hello within handshake_timeout, ",
+        options_.limits.handshake_timeout.count(), " ms")));
+  }
+}
+
+absl::Status ClientCore::OnFrame(const FrameView& frame) {
+  if (welcome_ == (frame.kind == Frame::kWelcome) &&
+      frame.kind != Frame::kGoodbye) {
+    return absl::InvalidArgumentError(
+        welcome_ ? "a second welcome" : "the first frame is not a welcome");
+  }
+  absl::Status status = Handle(frame);
+  FreeIfLarge(reply_frame_, frame.body.size());
+  FreeIfLarge(data_frame_, frame.body.size());
+  return status;
+}
+
+absl::Status ClientCore::Handle(const FrameView& frame) {
+  switch (frame.kind) {
+    case Frame::kWelcome:
+      return OnWelcome(frame.body);
+    case Frame::kGoodbye:
+      return OnGoodbye(frame.body);
+    case Frame::kReply:
+      return OnReply(frame.body);
+    case Frame::kStreamData:
+      return OnStreamData(frame.body);
+    case Frame::kStreamEnd:
+      return OnStreamEnd(frame.body);
+    default:
+      return absl::InvalidArgumentError(absl::StrCat(
+          "a server sends no frame of kind ", static_cast<int>(frame.kind)));
+  }
+}
+
+absl::Status ClientCore::OnWelcome(std::string_view body) {
+  WelcomeFrame welcome;
+  absl::Status status = ParseBody(body, &welcome);
+  if (!status.ok()) {
+    return status;
+  }
+  if (welcome.protocol_version() != kProtocolVersion) {
+    return absl::FailedPreconditionError(absl::StrCat(
+        "the server speaks protocol version ", welcome.protocol_version(),
+        ", this client version ", kProtocolVersion));
+  }
+  if (welcome.max_frame_bytes() < serving::kMinFrameBytes) {
+    return absl::InvalidArgumentError(absl::StrCat(
+        "the server's max_frame_bytes, ", welcome.max_frame_bytes(),
+        ", is less than the least that is allowed, ", serving::kMinFrameBytes));
+  }
+  connection_->set_peer_max_frame_bytes(welcome.max_frame_bytes());
+  methods_.Set(std::move(*welcome.mutable_services()));
+  welcome_ = true;
+  settled_ = true;
+  return absl::OkStatus();
+}
+
+absl::Status ClientCore::OnGoodbye(std::string_view body) {
+  GoodbyeFrame goodbye;
+  absl::Status status = ParseBody(body, &goodbye);
+  goodbye_ = status.ok();
+  if (status.ok()) {
+    status = FromWire(goodbye.status());
+  }
+  if (status.ok()) {
+    status = absl::UnavailableError("the server said goodbye");
+  }
+  connection_->Close(status);
+  return absl::OkStatus();
+}
+
+void ClientCore::Call(const MethodDescriptor* method,
+                      ClientController* controller,
+                      const Message& request,
+                      Message* response,
+                      Closure* done) {
+  if (done == nullptr) {
+    CallAndWait(method, controller, request, response);
+  } else {
+    StartCall(method, controller, request, response, done);
+  }
+}
+
+void ClientCore::CallAndWait(const MethodDescriptor* method,
+                             ClientController* controller,
+                             const Message& request,
+                             Message* response) {
+  if (connection_->handling()) {
+    controller->status_ = absl::FailedPreconditionError(
+        absl::StrCat("a blocking call of ", method->full_name(),
+                     " from within a callback of the same client"));
+    return;
+  }
+  Waiter waiter;
+  connection_->HoldWrites();
+  const uint64_t id = StartCall(method, controller, request, response, &waiter);
+  connection_->Write();
+  if (!loop_.RunUntil([&waiter] { return waiter.done(); })) {
+    if (IsPending(id)) {
+      AppendCancel(id);
+    }
+    FinishCall(id, LoopStopped());
+  }
+}
+
+uint64_t ClientCore::StartCall(const MethodDescriptor* method,
+                               ClientController* controller,
+                               const Message& request,
+                               Message* response,
+                               Closure* done) {
+  const uint64_t id = ++last_call_id_;
+  calls_.emplace(id, PendingCall{controller, response, done, nullptr});
+  controller->core_ = this;
+  controller->call_id_ = id;
+  controller->status_ = absl::OkStatus();
+  const absl::Status status =
+      AppendCall(id, method, request, controller->timeout_);
+  FreeIfLarge(call_frame_, call_frame_.request().capacity());
+  if (!status.ok()) {
+    GiveUp(id, status);
+  } else if (controller->timeout_) {
+    AwaitDeadline(id, *controller->timeout_);
+  }
+  return id;
+}
+
+absl::Status ClientCore::AppendCall(uint64_t id,
+                                    const MethodDescriptor* method,
+                                    const Message& request,
+                                    std::optional<Milliseconds> timeout) {
+  if (!status_.ok()) {
+    return status_;
+  }
+  const absl::StatusOr<uint32_t> method_id = methods_.Find(method);
+  if (!method_id.ok()) {
+    return method_id.status();
+  }
+  if (timeout && timeout->count() <= 0) {
+    return absl::DeadlineExceededError("no time was left for the call");
+  }
+  call_frame_.set_call_id(id);
+  call_frame_.set_method_id(*method_id);
+  call_frame_.set_timeout_ms(OnWire(timeout));
+  request.SerializeToString(call_frame_.mutable_request());
+  const size_t size = FrameSize(call_frame_);
+  if (!connection_->FitsPeer(size)) {
+    ++counters_->limit_hits.max_frame_bytes;
+    return absl::ResourceExhaustedError(absl::StrCat(
+        "the request takes a frame of ", size, " bytes, more than the ",
+        "server's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
+  }
+  absl::Status room = connection_->CheckRoomFor(size);
+  if (!room.ok()) {
+    return room;
+  }
+  if (!connection_->Append(Frame::kCall, call_frame_, size)) {
+    return absl::UnavailableError("the connection is being closed");
+  }
+  return absl::OkStatus();
+}
+
+void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
+  calls_.at(id).timer = loop_.RunAfter(timeout, [this, id] {
+    AppendCancel(id);
+    FinishCall(
+        id, absl::DeadlineExceededError("the call was not answered in time"));
+  });
+}
+
+void ClientCore::CancelCall(uint64_t id) {
+  if (IsPending(id)) {
+    AppendCancel(id);
+    GiveUp(id, absl::CancelledError("the caller has cancelled it"));
+  }
+}
+
+bool ClientCore::IsPending(uint64_t id) const {
+  const auto call = calls_.find(id);
+  return call != calls_.end() && !call->second.given_up;
+}
+
+void ClientCore::AppendCancel(uint64_t id) {
+  CancelFrame cancel;
+  cancel.set_call_id(id);
+  connection_->Append(Frame::kCancel, cancel);
+}
+
+void ClientCore::GiveUp(uint64_t id, const absl::Status& why) {
+  PendingCall& call = calls_.at(id);
+  call.given_up = true;
+  call.timer.reset();
+  loop_.Post(
+      [self = shared_from_this(), id, why] { self->FinishCall(id, why); });
+}
+
+absl::Status ClientCore::OnReply(std::string_view body) {
+  absl::Status status = ParseBody(body, &reply_frame_);
+  if (!status.ok()) {
+    return status;
+  }
+  const uint64_t id = reply_frame_.call_id();
+  const auto call = calls_.find(id);
+  if (call != calls_.end() && !call->second.given_up) {
+    FinishCall(id, TakeResponse(call->second));
+  }
+  return absl::OkStatus();
+}
+
+absl::Status ClientCore::TakeResponse(const PendingCall& call) {
+  if (reply_frame_.has_status()) {
+    return FromWire(reply_frame_.status());
+  }
+  if (!call.response->ParseFromString(reply_frame_.response())) {
+    return absl::InternalError(absl::StrCat("the response does not parse as a ",
+                                            call.response->GetTypeName()));
+  }
+  return absl::OkStatus();
+}
+
+// The closure may destroy anything, this object's Client included.
+void ClientCore::FinishCall(uint64_t id, const absl::Status& status) {
+  const auto entry = calls_.find(id);
+  if (entry == calls_.end()) {
+    return;
+  }
+  const PendingCall call = std::move(entry->second);
+  calls_.erase(entry);
+  call.controller->core_ = nullptr;
+  call.controller->status_ = status;
+  call.done->Run();
+}
+
+void ClientCore::FinishAllCalls(const absl::Status& status) {
+  std::vector<uint64_t> ids;
+  for (const auto& [id, call] : calls_) {
+    ids.push_back(id);
+  }
+  std::sort(ids.begin(), ids.end());
+  for (const uint64_t id : ids) {
+    FinishCall(id, status);
+  }
+}
+
+absl::Status ClientCore::OnStreamData(std::string_view body) {
+  absl::Status status = ParseBody(body, &data_frame_);
+  if (status.ok()) {
+    streams_->OnData(data_frame_);
+  }
+  return status;
+}
+
+absl::Status ClientCore::OnStreamEnd(std::string_view body) {
+  StreamEndFrame end;
+  absl::Status status = ParseBody(body, &end);
+  if (status.ok()) {
+    streams_->OnEnd(end);
+  }
+  return status;
+}
+
+void ClientCore::OnClosed(const absl::Status& why) {
+  status_ = why;
+  settled_ = true;
+  FinishAllCalls(why);
+  streams_->CloseAll(why);
+  if (const ClosedCallback on_closed = std::exchange(on_closed_, nullptr)) {
+    on_closed(why);
+  }
+}
+
+void ClientCore::Close() {
+  on_closed_ = nullptr;
+  const absl::Status why = absl::CancelledError("the client was destroyed");
+  FinishAllCalls(why);
+  streams_->CloseAll(why);
+  connection_->Close(why);
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,150 @@
+#include "core/common/rpc/transport/client/client_streams.h"
+
+#include <utility>
+
+#include "absl/status/statusor.h"
+#include "core/common/rpc/transport/wire/rpc_status.h"
+
+namespace rpc::transport {
+
+ClientStreams::ClientStreams(loop::Sequence& sequence,
+                             std::shared_ptr<Connection> connection,
+                             RemoteMethods& methods)
+    : sequence_(sequence),
+      connection_(std::move(connection)),
+      methods_(methods) {}
+
+ClientStreams::~ClientStreams() = default;
+
+uint64_t ClientStreams::Open(const google::protobuf::MethodDescriptor* method,
+                             Observer* observer) {
+  const uint64_t id = ++last_id_;
+  streams_.emplace(id, Stream{observer});
+  const absl::Status status = AppendOpen(id, method);
+  if (!status.ok()) {
+    // There is nothing at the server to end.
+    streams_.at(id).ended = true;
+    sequence_.Post(
+        [self = shared_from_this(), id, status] { self->Finish(id, status); });
+  }
+  return id;
+}
+
+absl::Status ClientStreams::AppendOpen(
+    uint64_t id,
+    const google::protobuf::MethodDescriptor* method) {
+  if (!closed_.ok()) {
+    return closed_;
+  }
+  const absl::StatusOr<uint32_t> method_id = methods_.Find(method);
+  if (!method_id.ok()) {
+    return method_id.status();
+  }
+  StreamOpenFrame open;
+  open.set_stream_id(id);
+  open.set_method_id(*method_id);
+  const size_t size = FrameSize(open);
+  absl::Status room = connection_->CheckRoomFor(size);
+  if (!room.ok()) {
+    return room;
+  }
+  if (!connection_->Append(Frame::kStreamOpen, open, size)) {
+    return absl::UnavailableError("the connection takes no more frames");
+  }
+  return absl::OkStatus();
+}
+
+bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
+  if (!CanSend(id)) {
+    return false;
+  }
+  StreamDataFrame data;
+  data.add_stream_ids(id);
+  *data.mutable_message() = message;
+  const size_t size = FrameSize(data);
+  return connection_->CheckRoomFor(size).ok() &&
+         connection_->Append(Frame::kStreamData, data, size);
+}
+
+bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
+  if (!CanSend(id)) {
+    return false;
+  }
+  StreamErrorFrame error;
+  error.set_stream_id(id);
+  *error.mutable_message() = message;
+  const size_t size = FrameSize(error);
+  if (!connection_->HasRoomFor(size)) {
+    connection_->FailAsFull();
+    return false;
+  }
+  return connection_->Append(Frame::kStreamError, error, size);
+}
+
+bool ClientStreams::CanSend(uint64_t id) const {
+  const auto stream = streams_.find(id);
+  return stream != streams_.end() && !stream->second.ended;
+}
+
+void ClientStreams::End(uint64_t id) {
+  const auto stream = streams_.find(id);
+  if (stream != streams_.end()) {
+    AppendEnd(stream);
+  }
+}
+
+void ClientStreams::Abandon(uint64_t id) {
+  const auto stream = streams_.find(id);
+  if (stream != streams_.end()) {
+    stream->second.observer = nullptr;
+    AppendEnd(stream);
+  }
+}
+
+void ClientStreams::AppendEnd(Streams::iterator stream) {
+  if (std::exchange(stream->second.ended, true)) {
+    return;
+  }
+  StreamEndFrame end;
+  end.set_stream_id(stream->first);
+  connection_->Append(Frame::kStreamEnd, end);
+}
+
+void ClientStreams::OnData(const StreamDataFrame& frame) {
+  const ReceivedMessage message(frame.message());
+  for (const uint64_t id : frame.stream_ids()) {
+    const auto stream = streams_.find(id);
+    if (stream != streams_.end() && stream->second.observer != nullptr) {
+      stream->second.observer->OnData(message);
+    }
+  }
+}
+
+void ClientStreams::OnEnd(const StreamEndFrame& frame) {
+  const auto stream = streams_.find(frame.stream_id());
+  if (stream != streams_.end()) {
+    AppendEnd(stream);
+    Finish(frame.stream_id(), FromWire(frame.status()));
+  }
+}
+
+void ClientStreams::Finish(uint64_t id, const absl::Status& status) {
+  const auto stream = streams_.find(id);
+  if (stream == streams_.end()) {
+    return;
+  }
+  Observer* observer = stream->second.observer;
+  streams_.erase(stream);
+  if (observer != nullptr) {
+    observer->OnEnd(status);
+  }
+}
+
+void ClientStreams::CloseAll(const absl::Status& why) {
+  closed_ = why;
+  while (!streams_.empty()) {
+    Finish(streams_.begin()->first, why);
+  }
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,142 @@
+#include "core/common/rpc/transport/fuzzing/client_conversation.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <utility>
+
+namespace rpc::transport {
+namespace {
+
+using lab::Lab_Stub;
+
+// How often the host is made to do something.
+constexpr size_t kMakes = 4;
+
+// Never passes while a conversation lasts.
+constexpr std::chrono::hours kLong{1};
+
+BrowserId Window(int64_t number) {
+  BrowserId id;
+  id.set_value(number);
+  return id;
+}
+
+const google::protobuf::MethodDescriptor* Method(const char* name) {
+  return lab::Lab::descriptor()->FindMethodByName(name);
+}
+
+}  // namespace
+
+ClientConversation::ClientConversation(Client& client, const Topics& topics)
+    : client_(client), topics_(topics) {
+  if (topics_.events) {
+    BeginEvents();
+  }
+  if (topics_.questions) {
+    BeginQuestions();
+  }
+  if (topics_.calls) {
+    BeginCalls();
+  }
+  CallMake();
+}
+
+ClientConversation::~ClientConversation() {
+  for (const TextCall& call : calls_) {
+    EXPECT_EQ(call.done.runs, 1);
+  }
+  for (const TextCall& make : makes_) {
+    EXPECT_EQ(make.done.runs, 1);
+  }
+  EXPECT_EQ(open_streams_, 0);
+}
+
+void ClientConversation::BeginCalls() {
+  CallText(client_, &Lab_Stub::Echo, "now").IgnoreError();
+  Call(&Lab_Stub::Echo);
+  Call(&Lab_Stub::Fail);
+  Call(&Lab_Stub::Forget);
+  Call(&Lab_Stub::Park);
+  calls_.emplace_back();
+  parked_ = &calls_.back();
+  parked_->controller.set_timeout(kLong);
+  parked_->Start(client_, &Lab_Stub::Park, "long");
+}
+
+void ClientConversation::Call(TextCall::Method method) {
+  calls_.emplace_back();
+  calls_.back().Start(client_, method, "text");
+}
+
+void ClientConversation::BeginEvents() {
+  ++open_streams_;
+  subscriber_.emplace(
+      client_, Method("Watch"), [this](const lab::Text&) { OnEvent(); },
+      [this](const absl::Status&) { --open_streams_; });
+  subscriber_->Subscribe(Window(1));
+  subscriber_->Subscribe(Window(2));
+}
+
+// A call in flight is given up when an event comes.
+void ClientConversation::OnEvent() {
+  if (parked_ != nullptr) {
+    parked_->controller.StartCancel();
+  }
+}
+
+void ClientConversation::BeginQuestions() {
+  ++open_streams_;
+  answerer_.emplace(
+      client_, Method("Decide"),
+      [this](const lab::Decision&, const Answerer::Reply& reply) {
+        OnQuestion(reply);
+      },
+      [this](const absl::Status&) { --open_streams_; });
+  answerer_->Subscribe(Window(1));
+}
+
+// Answers, refuses, answers later, never answers.
+void ClientConversation::OnQuestion(const Answerer::Reply& reply) {
+  lab::Decision answer;
+  answer.mutable_response()->set_text("yes");
+  switch (++questions_ % 4) {
+    case 1:
+      return reply.Answer(answer).IgnoreError();
+    case 2:
+      return reply.Decline();
+    default:
+      replies_.push_back(reply);
+      if (replies_.size() % 2 == 0) {
+        replies_.front().Answer(answer).IgnoreError();
+      }
+  }
+}
+
+void ClientConversation::CallMake() {
+  makes_.emplace_back([this] { OnMade(); });
+  lab::Number window;
+  window.set_number(1);
+  TextCall& make = makes_.back();
+  Lab_Stub(&client_).Make(&make.controller, &window, &make.response,
+                          &make.done);
+}
+
+void ClientConversation::OnMade() {
+  if (makes_.size() < kMakes && makes_.back().controller.status().ok()) {
+    return CallMake();
+  }
+  if (std::exchange(ended_, true)) {
+    return;
+  }
+  if (subscriber_) {
+    subscriber_->Unsubscribe(Window(1));
+    subscriber_->End();
+  }
+  if (answerer_) {
+    answerer_->Unsubscribe(Window(1));
+    answerer_->End();
+  }
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,144 @@
+#include "core/common/rpc/transport/fuzzing/fuzzed_service.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/stream/event_stream.h"
+
+namespace rpc::transport {
+namespace {
+
+using Events = torvane::EventStream<lab::Text>;
+using Questions = torvane::CallbackStream<lab::Decision>;
+
+// On a stream of questions a data frame that neither subscribes nor answers
+// ends the process: that is the stream's contract, not a fault to be found.
+// Exactly such a frame is passed over here, in front of the stream, by the same
+// reading as the stream's own.
+class FilteredQuestions final : public Questions {
+ public:
+  using Questions::Questions;
+
+  void OnNext(StreamMessage* message) override {
+    lab::Decision decision;
+    decision.ParseFromString(message->payload());
+    if (decision.body_case() == lab::Decision::kSubscribe ||
+        decision.body_case() == lab::Decision::kResponse) {
+      Questions::OnNext(message);
+    }
+  }
+};
+
+}  // namespace
+
+FuzzedService::FuzzedService() = default;
+
+FuzzedService::~FuzzedService() {
+  while (!parked_.empty()) {
+    CompleteOldest();
+  }
+  for (const int endings : endings_) {
+    EXPECT_EQ(endings, 1);
+  }
+  EXPECT_TRUE(Questions::stream_map_.empty());
+  // Streams stay in the keys that they share.
+  for (const auto& [key, streams] : Events::stream_map_) {
+    delete key;
+  }
+  Events::stream_map_.clear();
+}
+
+void FuzzedService::Echo(google::protobuf::RpcController*,
+                         const lab::Text* request,
+                         lab::Text* response,
+                         google::protobuf::Closure* done) {
+  response->set_text(request->text());
+  done->Run();
+}
+
+void FuzzedService::Fail(google::protobuf::RpcController* controller,
+                         const lab::Text* request,
+                         lab::Text*,
+                         google::protobuf::Closure* done) {
+  controller->SetFailed(request->text());
+  done->Run();
+}
+
+void FuzzedService::Park(google::protobuf::RpcController* controller,
+                         const lab::Text*,
+                         lab::Text*,
+                         google::protobuf::Closure* done) {
+  const int64_t number = ++last_parked_;
+  parked_.push_back({number, done});
+  controller->NotifyOnCancel(
+      google::protobuf::NewCallback(this, &FuzzedService::Unpark, number));
+}
+
+// The call is cancelled, or over already.
+void FuzzedService::Unpark(int64_t number) {
+  const auto call = std::find_if(
+      parked_.begin(), parked_.end(),
+      [number](const Parked& one) { return one.number == number; });
+  if (call != parked_.end()) {
+    google::protobuf::Closure* done = call->done;
+    parked_.erase(call);
+    done->Run();
+  }
+}
+
+void FuzzedService::CompleteOldest() {
+  google::protobuf::Closure* done = parked_.front().done;
+  parked_.pop_front();
+  done->Run();
+}
+
+void FuzzedService::Make(google::protobuf::RpcController*,
+                         const lab::Number* request,
+                         lab::Text* response,
+                         google::protobuf::Closure* done) {
+  BrowserId window;
+  window.set_value(request->number());
+  lab::Text event;
+  event.set_text("event");
+  response->set_text(std::to_string(Events::Publish(window, event)));
+  Ask(request->number());
+  if (!parked_.empty()) {
+    CompleteOldest();
+  }
+  done->Run();
+}
+
+void FuzzedService::Ask(int64_t window) {
+  lab::Decision question;
+  question.mutable_browser_id()->set_value(window);
+  question.mutable_question()->set_text("may it?");
+  const size_t number = endings_.size();
+  endings_.push_back(0);
+  const bool asked = Questions::Ask(
+      question,
+      {.response_callback =
+           [this, number, window](lab::Decision& answer) {
+             EXPECT_EQ(answer.browser_id().value(), window);
+             ++endings_[number];
+           },
+       .error_callback =
+           [this, number](torvane::StreamCallError) { ++endings_[number]; }});
+  if (!asked) {
+    ++endings_[number];
+  }
+}
+
+std::unique_ptr<torvane::AbstractStream> FuzzedService::OpenStream(
+    const google::protobuf::MethodDescriptor* method,
+    torvane::StreamChannel channel) {
+  if (method->name() == "Decide") {
+    return std::make_unique<FilteredQuestions>(this, method,
+                                               std::move(channel));
+  }
+  return LabRpc::OpenStream(method, std::move(channel));
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,71 @@
+// A service with something to go wrong behind every method: what the fuzzers of
+// the server talk to. The client sets all of it off, so that a conversation
+// takes the same course each time.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_FUZZING_FUZZED_SERVICE_H_
+#define CORE_COMMON_RPC_TRANSPORT_FUZZING_FUZZED_SERVICE_H_
+
+#include <google/protobuf/service.h>
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "lab.rpc.h"
+
+namespace rpc::transport {
+
+class FuzzedService final : public lab::LabRpc {
+ public:
+  FuzzedService();
+
+  // The server is gone. Answers the calls that are still parked, checks that
+  // every question has ended exactly once, and empties the registries.
+  ~FuzzedService() override;
+
+  void Echo(google::protobuf::RpcController* controller,
+            const lab::Text* request,
+            lab::Text* response,
+            google::protobuf::Closure* done) override;
+  void Fail(google::protobuf::RpcController* controller,
+            const lab::Text* request,
+            lab::Text* response,
+            google::protobuf::Closure* done) override;
+
+  // Waits until a call of Make() or its cancellation completes it.
+  void Park(google::protobuf::RpcController* controller,
+            const lab::Text* request,
+            lab::Text* response,
+            google::protobuf::Closure* done) override;
+
+  // Has the browser do something about the window of that number: publishes an
+  // event, asks a question, and completes the call that is parked longest.
+  void Make(google::protobuf::RpcController* controller,
+            const lab::Number* request,
+            lab::Text* response,
+            google::protobuf::Closure* done) override;
+
+  std::unique_ptr<torvane::AbstractStream> OpenStream(
+      const google::protobuf::MethodDescriptor* method,
+      torvane::StreamChannel channel) override;
+
+ private:
+  struct Parked {
+    int64_t number;
+    google::protobuf::Closure* done;
+  };
+
+  void Unpark(int64_t number);
+  void CompleteOldest();
+  void Ask(int64_t window);
+
+  std::deque<Parked> parked_;
+  int64_t last_parked_ = 0;
+  // How often each question has ended.
+  std::vector<int> endings_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_FUZZING_FUZZED_SERVICE_H_

@@ -1,0 +1,89 @@
+// What was large once is not kept by a connection that lies idle, on either
+// side.
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/allocation_counter.h"
+#include "core/common/rpc/transport/event_subscriber.h"
+#include "core/common/rpc/transport/testing/lab.h"
+
+namespace rpc::transport {
+namespace {
+
+using lab::Lab_Stub;
+
+constexpr size_t kLargeBytes = 3'000'000;
+
+// What may remain: buffers for frames of usual sizes.
+constexpr ptrdiff_t kIdleBytes = 512 << 10;
+
+ptrdiff_t LiveBytes() {
+  return static_cast<ptrdiff_t>(torvane::CountAllocations().live_bytes);
+}
+
+class IdleConnection : public ::testing::Test {
+ protected:
+  Lab lab;
+  std::unique_ptr<Client> client = lab.NewClient();
+  std::unique_ptr<RawPeer> peer = lab.NewPeer();
+  const std::string large = std::string(kLargeBytes, 'x');
+};
+
+TEST_F(IdleConnection, KeepsNothingOfALargeCall) {
+  const ptrdiff_t before = LiveBytes();
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, large).ok());
+  EXPECT_LT(LiveBytes() - before, kIdleBytes);
+}
+
+TEST_F(IdleConnection, KeepsNothingOfALargeEvent) {
+  size_t bytes = 0;
+  EventSubscriber<lab::Text> subscriber(
+      *client, lab::Lab::descriptor()->FindMethodByName("Watch"),
+      [&](const lab::Text& event) { bytes += event.text().size(); });
+  subscriber.Subscribe(BrowserId());
+  lab.RunReady();
+  const ptrdiff_t before = LiveBytes();
+  {
+    lab::Text event;
+    event.set_text(large);
+    EXPECT_EQ(torvane::EventStream<lab::Text>::Publish(BrowserId(), event), 1u);
+  }
+  lab.RunUntil([&] { return bytes == kLargeBytes; });
+  EXPECT_LT(LiveBytes() - before, kIdleBytes);
+}
+
+TEST_F(IdleConnection, KeepsNothingOfALargeMessageToAStream) {
+  const uint64_t frames = lab.server->counters().frames_read;
+  const ptrdiff_t before = LiveBytes();
+  {
+    StreamDataFrame data;
+    data.add_stream_ids(77);
+    data.mutable_message()->set_payload(large);
+    peer->Send(Frame::kStreamData, data);
+  }
+  lab.RunUntil([&] { return lab.server->counters().frames_read > frames; });
+  EXPECT_LT(LiveBytes() - before, kIdleBytes);
+}
+
+TEST_F(IdleConnection, KeepsNothingOfAResponseThatWasTooLongForTheClient) {
+  const ptrdiff_t before = LiveBytes();
+  lab::Number size;
+  size.set_number(kLargeBytes);
+  CallFrame call;
+  call.set_method_id(peer->IdOf("Make"));
+  size.SerializeToString(call.mutable_request());
+  peer->Send(Frame::kCall, call);
+  const std::optional<Frame> reply = peer->Receive();
+  ASSERT_TRUE(reply && reply->has_reply());
+  EXPECT_TRUE(reply->reply().has_status());
+  EXPECT_LT(LiveBytes() - before, kIdleBytes);
+}
+
+}  // namespace
+}  // namespace rpc::transport

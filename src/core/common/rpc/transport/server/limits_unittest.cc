@@ -1,0 +1,234 @@
+// Each limit is kept to the number: what is accepted at it, what is refused
+// beyond it and in which words, that it is counted under its own name, that the
+// host's records name the client, and that another client notices nothing.
+// The limits of streams are in stream_limits_unittest.cc.
+
+#include "core/common/rpc/serving/limits.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/testing/limits_test_support.h"
+
+namespace rpc::transport {
+namespace {
+
+using lab::Lab_Stub;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+TEST_F(LimitsTest, MaxConnections) {
+  Serve({.max_connections = 2});
+  auto last = NewClient();
+  EXPECT_THAT(hits(), IsEmpty());
+  const absl::Status refusal =
+      absl::ResourceExhaustedError("max_connections, 2, are open");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Client::Adopt(lab_->loop, lab_->Connect()).status(), refusal);
+  }
+  EXPECT_EQ(hits(), (Hits{{"max_connections", 2}}));
+  const std::string record = absl::StrCat("Refused the connection of ",
+                                          Process(), ": ", refusal.ToString());
+  EXPECT_THAT(TakeRecords(), ElementsAre(record, record));
+  ExpectBystanderIsServed();
+  last.reset();
+  lab_->RunReady();
+  EXPECT_NE(NewClient(), nullptr);
+}
+
+TEST_F(LimitsTest, MaxCalls) {
+  Serve({.max_calls = 2});
+  const auto client = NewClient();
+  TextCall calls[4];
+  calls[0].Start(*client, &Lab_Stub::Park, "");
+  calls[1].Start(*client, &Lab_Stub::Park, "");
+  lab_->RunReady();
+  EXPECT_EQ(lab_->service.parked.size(), 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  calls[2].Start(*client, &Lab_Stub::Park, "");
+  calls[3].Start(*client, &Lab_Stub::Park, "");
+  lab_->RunReady();
+  const absl::Status refusal =
+      absl::ResourceExhaustedError("max_calls, 2, are in flight");
+  EXPECT_EQ(calls[2].controller.status(), refusal);
+  EXPECT_EQ(calls[3].controller.status(), refusal);
+  EXPECT_EQ(hits(), (Hits{{"max_calls", 2}}));
+  // The second refusal of its kind is only counted.
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat("Refused a request of ", Who("tester"),
+                                       ": ", refusal.ToString())));
+  ExpectBystanderIsServed();
+  lab_->service.parked[0].Complete();
+  lab_->service.parked[1].Complete();
+  lab_->RunReady();
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "").ok());
+}
+
+TEST_F(LimitsTest, MaxCallsCountsWhatMethodsStillDoForNobody) {
+  Serve({.max_calls = 2});
+  const auto client = NewClient();
+  TextCall cancelled;
+  cancelled.Start(*client, &Lab_Stub::Park, "");
+  cancelled.controller.StartCancel();
+  TextCall late;
+  late.controller.set_timeout(std::chrono::milliseconds(1));
+  late.Start(*client, &Lab_Stub::Park, "");
+  lab_->RunUntil([&] {
+    return lab_->server->counters().calls_expired +
+               lab_->server->counters().calls_cancelled ==
+           2;
+  });
+  EXPECT_EQ(lab_->server->counters().calls_now, 0u);
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  const absl::Status refusal =
+      absl::ResourceExhaustedError("max_calls, 2, are in flight");
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "").status(), refusal);
+  EXPECT_EQ(hits(), (Hits{{"max_calls", 1}}));
+  ExpectBystanderIsServed();
+  lab_->service.parked[0].Complete();
+  lab_->RunReady();
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 1u);
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "").ok());
+  lab_->service.parked[1].Complete();
+  lab_->RunReady();
+  EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 0u);
+}
+
+TEST_F(LimitsTest, MaxFrameBytesOfTheServer) {
+  Serve({.max_frame_bytes = 10'000});
+  const auto client = NewClient();
+  // A frame of 10,000 bytes holds a text of 9,989.
+  const std::string longest(9'989, 'x');
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
+  EXPECT_THAT(hits(), IsEmpty());
+
+  // Our client does not even send it,
+  EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
+            absl::ResourceExhaustedError(
+                "the request takes a frame of 10001 bytes, more than the "
+                "server's max_frame_bytes, 10000"));
+  EXPECT_EQ(HitsOf(client->counters()), (Hits{{"max_frame_bytes", 1}}));
+
+  // another one is closed for it.
+  const auto peer = lab_->NewPeer();
+  CallFrame call;
+  call.set_request(std::string(10'000, 'x'));
+  peer->Send(Frame::kCall, call);
+  EXPECT_EQ(
+      OutcomeOf(peer->AwaitGoodbye()),
+      Closed(Who("raw"), "max_frame_bytes",
+             absl::ResourceExhaustedError(
+                 "a frame of 10006 bytes exceeds max_frame_bytes, 10000")));
+  ExpectBystanderIsServed();
+}
+
+TEST_F(LimitsTest, MaxFrameBytesOfTheClient) {
+  Serve({});
+  ClientOptions options;
+  options.name = "small";
+  options.limits.max_frame_bytes = 10'000;
+  const auto client = lab_->NewClient(options);
+  const std::string longest(9'989, 'x');
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
+  EXPECT_THAT(hits(), IsEmpty());
+
+  EXPECT_EQ(
+      OutcomeOf(CallText(*client, &Lab_Stub::Echo, longest + 'x').status()),
+      Refused(Who("small"), "max_frame_bytes",
+              absl::ResourceExhaustedError(
+                  "the response takes a frame of 10001 bytes, more than the "
+                  "client's max_frame_bytes, 10000")));
+  ExpectBystanderIsServed();
+}
+
+// A reply whose frame has `size` bytes.
+void CallForFrameOf(RawPeer& peer, int64_t size) {
+  lab::Number text_size;
+  text_size.set_number(size - 12);
+  CallFrame call;
+  call.set_method_id(peer.IdOf("Make"));
+  text_size.SerializeToString(call.mutable_request());
+  peer.Send(Frame::kCall, call);
+}
+
+TEST_F(LimitsTest, MaxOutboxBytes) {
+  Serve({.max_outbox_bytes = 100'000, .busy_outbox_bytes = 100'000});
+  const auto peer = lab_->NewPeer();
+  // With its length of three bytes.
+  CallForFrameOf(*peer, 99'997);
+  const auto reply = peer->Receive();
+  ASSERT_TRUE(reply && reply->has_reply());
+  EXPECT_EQ(FrameSize(reply->reply()), 99'997u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  CallForFrameOf(*peer, 99'998);
+  EXPECT_EQ(OutcomeOf(peer->AwaitGoodbye()),
+            Closed(Who("raw"), "max_outbox_bytes",
+                   absl::ResourceExhaustedError(
+                       "the client reads too slowly: more than "
+                       "max_outbox_bytes, 100000, would wait for it")));
+  ExpectBystanderIsServed();
+}
+
+// A reply that has begun to leave counts whole, with its length of three bytes.
+TEST_F(LimitsTest, BusyOutboxBytes) {
+  Serve({.busy_outbox_bytes = 1'000'003});
+  const auto peer = lab_->NewPeer();
+  CallForFrameOf(*peer, 1'000'000);
+  CallFrame park;
+  park.set_call_id(1);
+  park.set_method_id(peer->IdOf("Park"));
+  peer->Send(Frame::kCall, park);
+  lab_->RunReady();
+  EXPECT_GT(lab_->server->Report().connections[1].queued_bytes, 0u);
+  EXPECT_EQ(lab_->service.parked.size(), 1u);
+  EXPECT_THAT(hits(), IsEmpty());
+  lab_->service.parked[0].Complete();
+}
+
+TEST_F(LimitsTest, BusyOutboxBytesAndOneMore) {
+  Serve({.busy_outbox_bytes = 1'000'002});
+  const auto peer = lab_->NewPeer();
+  CallForFrameOf(*peer, 1'000'000);
+  CallFrame park;
+  park.set_call_id(1);
+  park.set_method_id(peer->IdOf("Park"));
+  peer->Send(Frame::kCall, park);
+  lab_->RunReady();
+  EXPECT_TRUE(lab_->service.parked.empty());
+  EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}}));
+  ExpectBystanderIsServed();
+  // It goes on when the client reads.
+  const auto reply = peer->Receive();
+  EXPECT_TRUE(reply && reply->has_reply());
+  lab_->RunReady();
+  ASSERT_EQ(lab_->service.parked.size(), 1u);
+  lab_->service.parked[0].Complete();
+  EXPECT_THAT(TakeRecords(), IsEmpty());
+}
+
+TEST_F(LimitsTest, HandshakeTimeout) {
+  Serve({.handshake_timeout = std::chrono::milliseconds(5)});
+  EXPECT_THAT(hits(), IsEmpty());
+  RawPeer silent(lab_->loop, lab_->Connect());
+  EXPECT_EQ(OutcomeOf(silent.AwaitGoodbye()),
+            Closed(Process(), "handshake_timeout",
+                   absl::DeadlineExceededError(
+                       "no hello within handshake_timeout, 5 ms")));
+  ExpectBystanderIsServed();
+}
+
+}  // namespace
+}  // namespace rpc::transport

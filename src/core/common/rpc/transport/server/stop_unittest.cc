@@ -1,0 +1,103 @@
+// A server with many open streams stops, whether or not its clients read.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/common/rpc/transport/testing/probe_service.h"
+
+namespace rpc::transport {
+namespace {
+
+constexpr size_t kStreams = 1'000;
+constexpr size_t kClients = 10;
+
+class Stop : public ProbeTest {
+ protected:
+  // A server that listens, with all clients connected and their streams open.
+  void ServeMany() {
+    server.emplace(loop);
+    server->AddService(&service);
+    ASSERT_TRUE(server->Listen(folder_.socket()).ok());
+    for (size_t i = 0; i < kClients; ++i) {
+      peer = NewPeer();
+      for (uint64_t id = 0; id < kStreams / kClients; ++id) {
+        Open(id);
+      }
+      peers_.push_back(std::move(peer));
+    }
+    ASSERT_EQ(counters().streams_now, kStreams);
+  }
+
+  // Every stream says more than the sockets take; nobody reads.
+  void FillSockets() {
+    int64_t number = 0;
+    for (ProbeStream* stream : service.streams) {
+      EXPECT_TRUE(stream->Say(std::string(10'000, 'x'), ++number));
+    }
+    RunReady();
+    const std::vector<serving::ConnectionReport> reports =
+        server->Report().connections;
+    ASSERT_EQ(reports.size(), kClients);
+    for (const serving::ConnectionReport& report : reports) {
+      EXPECT_GT(report.queued_bytes, 0u);
+    }
+  }
+
+  // Each stream has been told once, and then destroyed.
+  void ExpectAllStreamsAreOver() {
+    Log expected;
+    for (size_t i = 1; i <= kStreams; ++i) {
+      expected.push_back(std::to_string(i) + " completed");
+      expected.push_back(std::to_string(i) + " destroyed");
+    }
+    Log log = TakeLog();
+    std::sort(expected.begin(), expected.end());
+    std::sort(log.begin(), log.end());
+    EXPECT_EQ(log, expected);
+    EXPECT_EQ(counters().streams_now, 0u);
+  }
+
+  // Runs turns of the loop that need not be waited for; there must be few.
+  void RunUntilDisconnected() {
+    for (int turn = 0; turn < 3 && counters().connections_now > 0; ++turn) {
+      EXPECT_EQ(loop.context().poll_one(), 1u);
+    }
+    EXPECT_EQ(counters().connections_now, 0u);
+  }
+
+  const SocketFolder folder_;
+  std::vector<std::unique_ptr<RawPeer>> peers_;
+};
+
+TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithinAFewTurns) {
+  ServeMany();
+  ASSERT_TRUE(folder_.HasSocket());
+  server->Stop();
+  EXPECT_FALSE(folder_.HasSocket());
+  RunUntilDisconnected();
+  ExpectAllStreamsAreOver();
+  for (const auto& client : peers_) {
+    EXPECT_EQ(client->AwaitGoodbye(),
+              absl::UnavailableError("the server is stopping"));
+  }
+}
+
+TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithinAFewTurns) {
+  ServeMany();
+  FillSockets();
+  TakeLog();
+  server->Stop();
+  EXPECT_FALSE(folder_.HasSocket());
+  RunUntilDisconnected();
+  ExpectAllStreamsAreOver();
+  // Nobody waits for them.
+  loop.Run();
+}
+
+}  // namespace
+}  // namespace rpc::transport

@@ -1,0 +1,78 @@
+// The file of a listening socket at moments that no test could meet from
+// outside: this stands in for the system calls listen() and unlink().
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+#include <string>
+
+#include "core/common/rpc/transport/socket/unix_socket.h"
+#include "core/common/rpc/transport/testing/lab.h"
+
+namespace {
+
+bool listen_fails = false;
+std::function<void()> before_unlink;
+
+}  // namespace
+
+extern "C" int listen(int fd, int backlog) {
+  if (listen_fails) {
+    errno = ENOBUFS;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_listen, fd, backlog));
+}
+
+extern "C" int unlink(const char* path) {
+  if (before_unlink) {
+    before_unlink();
+  }
+  return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+namespace rpc::transport {
+namespace {
+
+class SocketFile : public ::testing::Test {
+ protected:
+  ~SocketFile() override {
+    listen_fails = false;
+    before_unlink = nullptr;
+  }
+
+  const SocketFolder folder_;
+  const std::string& path_ = folder_.socket();
+};
+
+// Another server that starts then must not take the file for a dead server's:
+// it would put its own there, which this one would remove.
+TEST_F(SocketFile, GoesWhileItsServerStillListens) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  absl::Status other;
+  before_unlink = [&] {
+    before_unlink = nullptr;
+    other = UnixListener::Open(path_).status();
+  };
+  lab.server->Stop();
+  EXPECT_TRUE(absl::IsAlreadyExists(other)) << other;
+  EXPECT_FALSE(folder_.HasSocket());
+}
+
+TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
+  listen_fails = true;
+  const absl::Status status = UnixListener::Open(path_).status();
+  EXPECT_EQ(
+      status.message(),
+      absl::ErrnoToStatus(ENOBUFS, "cannot listen at " + path_).message());
+  EXPECT_FALSE(folder_.HasSocket());
+}
+
+}  // namespace
+}  // namespace rpc::transport

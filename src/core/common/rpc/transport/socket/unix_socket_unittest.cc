@@ -1,0 +1,227 @@
+#include "core/common/rpc/transport/socket/unix_socket.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "absl/strings/match.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/testing/lab.h"
+
+namespace rpc::transport {
+namespace {
+
+class UnixSocket : public ::testing::Test {
+ protected:
+  const SocketFolder socket_folder_;
+  const std::string& folder_ = socket_folder_.path();
+  const std::string& path_ = socket_folder_.socket();
+};
+
+TEST_F(UnixSocket, ConnectsAClientToAServer) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  const auto client = Client::Connect(lab.loop, path_);
+  ASSERT_TRUE(client.ok()) << client.status();
+  EXPECT_EQ(CallText(**client, &lab::Lab_Stub::Echo, "hello").value(), "hello");
+}
+
+TEST_F(UnixSocket, IsForThisUserOnly) {
+  const auto listener = UnixListener::Open(path_);
+  ASSERT_TRUE(listener.ok());
+  struct stat file;
+  ASSERT_EQ(lstat(path_.c_str(), &file), 0);
+  EXPECT_EQ(file.st_mode & 0777, 0600u);
+}
+
+TEST_F(UnixSocket, GoesWhenTheServerStops) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  EXPECT_TRUE(socket_folder_.HasSocket());
+  lab.server->Stop();
+  EXPECT_FALSE(socket_folder_.HasSocket());
+  EXPECT_EQ(Client::Connect(lab.loop, path_).status(),
+            absl::UnavailableError("there is no socket at " + path_ +
+                                   ": is the server up?"));
+}
+
+TEST_F(UnixSocket, GoesWithTheServer) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  lab.server.reset();
+  EXPECT_FALSE(socket_folder_.HasSocket());
+}
+
+TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
+  auto first = UnixListener::Open(path_);
+  ASSERT_TRUE(first.ok());
+  unlink(path_.c_str());
+  const auto second = UnixListener::Open(path_);
+  ASSERT_TRUE(second.ok());
+  first->RemoveFile();
+  EXPECT_TRUE(socket_folder_.HasSocket());
+}
+
+TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
+  auto dead = UnixListener::Open(path_);
+  ASSERT_TRUE(dead.ok());
+  close(dead->Release());
+  ASSERT_TRUE(socket_folder_.HasSocket());
+  EXPECT_EQ(ConnectToUnixSocket(path_).status(),
+            absl::UnavailableError("nobody listens at " + path_ +
+                                   ": the server has gone"));
+
+  Lab lab;
+  EXPECT_TRUE(lab.server->Listen(path_).ok());
+  EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
+}
+
+TEST_F(UnixSocket, OfALiveServerIsLeftAlone) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  Server second(lab.loop);
+  EXPECT_EQ(second.Listen(path_),
+            absl::AlreadyExistsError("another server listens at " + path_ +
+                                     ": stop it or choose another path"));
+  EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
+}
+
+TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
+  std::ofstream(path_) << "precious";
+  EXPECT_EQ(UnixListener::Open(path_).status(),
+            absl::AlreadyExistsError(
+                path_ + " exists and is not a socket: choose another path"));
+  EXPECT_EQ(ConnectToUnixSocket(path_).status(),
+            absl::FailedPreconditionError(path_ + " is not a socket"));
+  EXPECT_TRUE(socket_folder_.HasSocket());
+}
+
+TEST_F(UnixSocket, ItsPathHasALimitedLength) {
+  const std::string longest =
+      folder_ + "/" + std::string(107 - folder_.size() - 1, 'x');
+  EXPECT_TRUE(UnixListener::Open(longest).ok());
+  const std::string too_long = longest + "x";
+  const absl::Status expected =
+      absl::InvalidArgumentError("the socket path " + too_long +
+                                 " has 108 bytes; a socket's may have 107");
+  EXPECT_EQ(UnixListener::Open(too_long).status(), expected);
+  EXPECT_EQ(ConnectToUnixSocket(too_long).status(), expected);
+  EXPECT_EQ(UnixListener::Open("").status(),
+            absl::InvalidArgumentError("the path of the socket is empty"));
+}
+
+TEST_F(UnixSocket, NeedsItsFolder) {
+  const auto status = UnixListener::Open(folder_ + "/none/socket").status();
+  EXPECT_TRUE(absl::IsNotFound(status)) << status;
+  EXPECT_TRUE(absl::StrContains(status.message(), folder_ + "/none/socket"));
+}
+
+TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
+  for (const mode_t mode : {0710, 0701, 0740, 0755, 0777, 01777}) {
+    ASSERT_EQ(chmod(folder_.c_str(), mode), 0);
+    EXPECT_EQ(
+        UnixListener::Open(path_).status(),
+        absl::PermissionDeniedError("others may use the folder " + folder_ +
+                                    "/ of the socket: choose one that is for "
+                                    "this user only (mode 0700)"))
+        << mode;
+    EXPECT_FALSE(socket_folder_.HasSocket());
+  }
+  ASSERT_EQ(chmod(folder_.c_str(), 0700), 0);
+  EXPECT_TRUE(UnixListener::Open(path_).ok());
+}
+
+TEST_F(UnixSocket, DoesNotLieInAnotherUsersFolder) {
+  // Only root can give a folder away; others have one that is root's.
+  const bool is_root = geteuid() == 0;
+  const std::string folder = is_root ? folder_ + "/" : "/";
+  const uid_t owner = is_root ? 1 : 0;
+  if (is_root) {
+    ASSERT_EQ(chown(folder_.c_str(), owner, owner), 0);
+  }
+  EXPECT_EQ(UnixListener::Open(folder + "socket").status(),
+            absl::PermissionDeniedError(absl::StrCat(
+                "the folder ", folder, " of the socket belongs to user ", owner,
+                ", not to user ", geteuid(), ": choose another one")));
+}
+
+TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
+  int ends[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+  const loop::ScopedFd first(ends[0]);
+  const loop::ScopedFd second(ends[1]);
+  const auto peer = PeerOfUnixSocket(first.get());
+  ASSERT_TRUE(peer.ok());
+  EXPECT_EQ(peer->pid, getpid());
+  EXPECT_EQ(peer->user, getuid());
+  EXPECT_FALSE(PeerOfUnixSocket(STDIN_FILENO + 1000).ok());
+}
+
+// While it lives, the process has no descriptor left.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    const rlimit none = {static_cast<rlim_t>(next), before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_;
+};
+
+TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
+  ServerOptions options;
+  options.limits.accept_pause = std::chrono::milliseconds(1);
+  Lab lab(options);
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  asio::local::stream_protocol::socket waiting(lab.loop.context());
+  waiting.open();
+  std::error_code error;
+  testing::internal::CaptureStderr();
+  {
+    NoDescriptors none;
+    waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+    EXPECT_FALSE(error);
+    lab.RunUntil(
+        [&] { return lab.server->counters().limit_hits.accept_pause >= 2; });
+    EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
+  }
+  lab.RunUntil(
+      [&] { return lab.server->counters().connections_accepted == 1; });
+  // However often it has tried in vain, that is worth one record.
+  const std::string records = testing::internal::GetCapturedStderr();
+  const size_t first = records.find("No connection can be accepted");
+  EXPECT_NE(first, std::string::npos);
+  EXPECT_EQ(records.rfind("No connection can be accepted"), first);
+}
+
+TEST_F(UnixSocket, DoesNotKeepTryingWithoutDescriptors) {
+  ServerOptions options;
+  options.limits.accept_pause = std::chrono::hours(1);
+  Lab lab(options);
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  asio::local::stream_protocol::socket waiting(lab.loop.context());
+  waiting.open();
+  std::error_code error;
+  NoDescriptors none;
+  waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+  EXPECT_FALSE(error);
+  for (int turn = 0; turn < 50; ++turn) {
+    lab.loop.context().poll_one();
+  }
+  EXPECT_EQ(lab.server->counters().limit_hits.accept_pause, 1u);
+}
+
+}  // namespace
+}  // namespace rpc::transport

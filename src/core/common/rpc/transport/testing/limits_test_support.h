@@ -1,0 +1,127 @@
+// A server whose limits a test runs into, what it counts and records of that,
+// and a client that notices nothing.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_TESTING_LIMITS_TEST_SUPPORT_H_
+#define CORE_COMMON_RPC_TRANSPORT_TESTING_LIMITS_TEST_SUPPORT_H_
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "absl/status/status.h"
+#include "absl/strings/str_cat.h"
+#include "base/logging.h"
+#include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limit_table.h"
+#include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/transport/testing/lab.h"
+
+namespace rpc::transport {
+
+using Hits = std::map<std::string, uint64_t>;
+
+// The limits that have bitten.
+inline Hits HitsOf(const serving::Counters& counters) {
+  Hits hits;
+  for (const serving::LimitInfo& limit : serving::kLimitTable) {
+    if (const uint64_t count = counters.limit_hits.*limit.hits; count > 0) {
+      hits[limit.name] = count;
+    }
+  }
+  return hits;
+}
+
+// A server with small limits, and a client that must notice nothing of what
+// others run into.
+class LimitsTest : public ::testing::Test {
+ protected:
+  LimitsTest() {
+    records_.clear();
+    logging::SetLogMessageHandler(&Keep);
+  }
+  ~LimitsTest() override { logging::SetLogMessageHandler(nullptr); }
+
+  void Serve(const serving::Limits& limits) {
+    ServerOptions options;
+    options.limits = limits;
+    lab_.emplace(options);
+    ClientOptions bystander;
+    bystander.name = "bystander";
+    bystander_ = lab_->NewClient(bystander);
+  }
+  std::unique_ptr<Client> NewClient() {
+    ClientOptions options;
+    options.name = "tester";
+    return lab_->NewClient(options);
+  }
+
+  // Texts of the host's records since the last time.
+  std::vector<std::string> TakeRecords() { return std::exchange(records_, {}); }
+  // How records name a client.
+  static std::string Who(const std::string& name) {
+    return absl::StrCat(name, " (", Process(), ")");
+  }
+  static std::string Process() {
+    return absl::StrCat("pid ", getpid(), ", user ", getuid());
+  }
+
+  Hits hits() { return HitsOf(lab_->server->counters()); }
+
+  // What a client was told at a limit, all limits that have bitten, and the
+  // host's records since the last time.
+  using Outcome = std::tuple<absl::Status, Hits, std::vector<std::string>>;
+
+  Outcome OutcomeOf(const absl::Status& told) {
+    return {told, hits(), TakeRecords()};
+  }
+  // Of a limit that has bitten once.
+  static Outcome Closed(const std::string& who,
+                        const std::string& limit,
+                        const absl::Status& why) {
+    return {
+        why,
+        {{limit, 1}},
+        {absl::StrCat("Closed the connection of ", who, ": ", why.ToString())}};
+  }
+  static Outcome Refused(const std::string& who,
+                         const std::string& limit,
+                         const absl::Status& why) {
+    return {why,
+            {{limit, 1}},
+            {absl::StrCat("Refused a request of ", who, ": ", why.ToString())}};
+  }
+
+  void ExpectBystanderIsServed() {
+    EXPECT_EQ(CallText(*bystander_, &lab::Lab_Stub::Echo, "still here").value(),
+              "still here");
+  }
+
+  std::optional<Lab> lab_;
+
+ private:
+  static bool Keep(int,
+                   const char*,
+                   int,
+                   size_t message_start,
+                   const std::string& record) {
+    records_.push_back(
+        record.substr(message_start, record.size() - message_start - 1));
+    return true;
+  }
+
+  static inline std::vector<std::string> records_;
+  std::unique_ptr<Client> bystander_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_TESTING_LIMITS_TEST_SUPPORT_H_

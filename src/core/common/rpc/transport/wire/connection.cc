@@ -1,0 +1,330 @@
+#include "core/common/rpc/transport/wire/connection.h"
+
+#include <string_view>
+#include <utility>
+
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/wire/rpc_status.h"
+
+namespace rpc::transport {
+namespace {
+
+// Bytes that are worth a system call of their own: above this, waiting for more
+// saves nothing.
+constexpr size_t kWriteBytes = 256 << 10;
+
+absl::Status ReadError(const std::error_code& error) {
+  if (error == asio::error::eof) {
+    return absl::UnavailableError("the other side closed the connection");
+  }
+  return absl::UnavailableError(
+      absl::StrCat("the connection was lost: ", error.message()));
+}
+
+}  // namespace
+
+Connection::Connection(Side side,
+                       asio::local::stream_protocol::socket socket,
+                       const serving::Limits& limits,
+                       std::shared_ptr<serving::Counters> counters)
+    : side_(side),
+      socket_(std::move(socket)),
+      limits_(limits),
+      counters_(std::move(counters)),
+      input_(limits.max_frame_bytes),
+      peer_max_frame_bytes_(limits.max_frame_bytes) {}
+
+Connection::~Connection() = default;
+
+void Connection::Start(std::shared_ptr<Delegate> delegate) {
+  delegate_ = std::move(delegate);
+  phase_ = Phase::kOpen;
+  std::error_code error;
+  socket_.non_blocking(true, error);
+  if (error) {
+    EndSoon(ReadError(error), LastWord::kNone);
+    return;
+  }
+  Read();
+}
+
+void Connection::Read() {
+  const auto space = input_.Space();
+  socket_.async_read_some(
+      asio::buffer(space.data(), space.size()),
+      [self = shared_from_this()](const std::error_code& error, size_t size) {
+        self->OnRead(error, size);
+      });
+}
+
+void Connection::OnRead(const std::error_code& error, size_t size) {
+  if (phase_ != Phase::kOpen) {
+    return;
+  }
+  if (error) {
+    Close(ReadError(error));
+    return;
+  }
+  counters_->bytes_read += size;
+  input_.Commit(size);
+  HandleInput();
+}
+
+void Connection::HandleInput() {
+  reading_ = Reading::kHandling;
+  const absl::Status status = HandleFrames();
+  if (handling()) {
+    reading_ = Reading::kWaiting;
+  }
+  if (phase_ == Phase::kClosing) {
+    FinishClosing();
+  } else if (!status.ok()) {
+    ++counters_->protocol_violations;
+    Fail(status);
+  } else {
+    Write();
+    if (reading_ == Reading::kWaiting) {
+      Read();
+    }
+  }
+}
+
+absl::Status Connection::HandleFrames() {
+  FrameView frame;
+  absl::Status status;
+  while (phase_ == Phase::kOpen) {
+    if (ShouldPause()) {
+      reading_ = Reading::kPaused;
+      return absl::OkStatus();
+    }
+    switch (input_.Next(&frame, &status)) {
+      case FrameBuffer::kIncomplete:
+        return absl::OkStatus();
+      case FrameBuffer::kBroken:
+        counters_->limit_hits.max_frame_bytes +=
+            absl::IsResourceExhausted(status) ? 1 : 0;
+        return status;
+      case FrameBuffer::kFrame:
+        ++counters_->frames_read;
+        status = delegate_->OnFrame(frame);
+        if (!status.ok()) {
+          return status;
+        }
+    }
+  }
+  return absl::OkStatus();
+}
+
+// A client never pauses: if both sides did, each could wait for the other.
+bool Connection::ShouldPause() {
+  if (side_ == Side::kClient ||
+      outbox_.reply_bytes() <= limits_.busy_outbox_bytes) {
+    return false;
+  }
+  Write();
+  const bool busy = outbox_.reply_bytes() > limits_.busy_outbox_bytes;
+  counters_->limit_hits.busy_outbox_bytes += busy ? 1 : 0;
+  return busy;
+}
+
+bool Connection::HasRoomFor(size_t frame_size) const {
+  return outbox_.bytes() + SizeWithLength(frame_size) <=
+         limits_.max_outbox_bytes;
+}
+
+absl::Status Connection::TooFull() const {
+  return absl::ResourceExhaustedError(
+      absl::StrCat("the ", side_ == Side::kServer ? "client" : "server",
+                   " reads too slowly: more than max_outbox_bytes, ",
+                   limits_.max_outbox_bytes, ", would wait for it"));
+}
+
+absl::Status Connection::CheckRoomFor(size_t frame_size) {
+  if (HasRoomFor(frame_size)) {
+    return absl::OkStatus();
+  }
+  ++counters_->limit_hits.max_outbox_bytes;
+  return TooFull();
+}
+
+void Connection::FailAsFull() {
+  if (phase_ == Phase::kOpen) {
+    ++counters_->limit_hits.max_outbox_bytes;
+    EndSoon(TooFull(), LastWord::kGoodbye);
+  }
+}
+
+bool Connection::Append(FrameKind kind,
+                        const google::protobuf::MessageLite& body,
+                        size_t size) {
+  if (!can_send()) {
+    return false;
+  }
+  if (!FitsPeer(size)) {
+    ++counters_->limit_hits.max_frame_bytes;
+    return false;
+  }
+  if (side_ == Side::kServer && !HasRoomFor(size)) {
+    FailAsFull();
+    return false;
+  }
+  outbox_.Append(kind, body, size);
+  ++counters_->frames_written;
+  AfterAppend();
+  return true;
+}
+
+bool Connection::AppendMessage(serving::OutgoingStream& stream,
+                               const StreamMessage& message,
+                               size_t message_bytes) {
+  if (!can_send()) {
+    return false;
+  }
+  const bool is_new_frame = outbox_.AppendMessage(
+      stream, message, message_bytes, peer_max_frame_bytes_);
+  if (outbox_.bytes() > limits_.max_outbox_bytes) {
+    FailAsFull();
+    return false;
+  }
+  counters_->frames_written += is_new_frame ? 1 : 0;
+  AfterAppend();
+  return true;
+}
+
+void Connection::AfterAppend() {
+  if (outbox_.bytes() >= kWriteBytes) {
+    Write();
+  } else if (writing_ == Writing::kIdle && !handling()) {
+    writing_ = Writing::kScheduled;
+    asio::post(socket_.get_executor(), [self = shared_from_this()] {
+      if (self->writing_ == Writing::kScheduled) {
+        self->writing_ = Writing::kIdle;
+        self->Write();
+      }
+    });
+  }
+}
+
+void Connection::HoldWrites() {
+  if (writing_ == Writing::kIdle || writing_ == Writing::kScheduled) {
+    writing_ = Writing::kHeld;
+  }
+}
+
+void Connection::Write() {
+  if (phase_ == Phase::kOpen && writing_ != Writing::kBlocked &&
+      writing_ != Writing::kBroken) {
+    writing_ = Writing::kIdle;
+    while (WriteSome()) {
+    }
+  }
+}
+
+// False when nothing waits, or the socket takes no more.
+bool Connection::WriteSome() {
+  const std::string_view front = outbox_.Front();
+  if (front.empty()) {
+    return false;
+  }
+  std::error_code error;
+  const size_t size =
+      socket_.write_some(asio::buffer(front.data(), front.size()), error);
+  if (error == asio::error::would_block) {
+    AwaitWritable();
+    return false;
+  }
+  if (error) {
+    // Nothing leaves any more. The connection lives on until the end of the
+    // peer is read: what it has said before, maybe why it goes, is still to
+    // come.
+    writing_ = Writing::kBroken;
+    outbox_.Clear();
+    return false;
+  }
+  outbox_.Written(size);
+  ++counters_->writes;
+  counters_->bytes_written += size;
+  return true;
+}
+
+void Connection::AwaitWritable() {
+  if (std::exchange(writing_, Writing::kBlocked) == Writing::kBlocked) {
+    return;
+  }
+  socket_.async_wait(asio::socket_base::wait_write,
+                     [self = shared_from_this()](const std::error_code&) {
+                       self->OnWritable();
+                     });
+}
+
+void Connection::OnWritable() {
+  if (phase_ != Phase::kOpen) {
+    return;
+  }
+  writing_ = Writing::kIdle;
+  Write();
+  if (phase_ == Phase::kOpen && reading_ == Reading::kPaused &&
+      outbox_.reply_bytes() <= limits_.busy_outbox_bytes / 2) {
+    HandleInput();
+  }
+}
+
+void Connection::Close(const absl::Status& why) {
+  End(why, LastWord::kNone);
+}
+
+void Connection::Fail(const absl::Status& why) {
+  End(why, LastWord::kGoodbye);
+}
+
+void Connection::End(const absl::Status& why, LastWord last_word) {
+  if (phase_ == Phase::kOpen) {
+    phase_ = Phase::kClosing;
+    why_ = why;
+    last_word_ = last_word;
+  }
+  if (phase_ == Phase::kClosing && !handling()) {
+    FinishClosing();
+  }
+}
+
+void Connection::EndSoon(const absl::Status& why, LastWord last_word) {
+  phase_ = Phase::kClosing;
+  why_ = why;
+  last_word_ = last_word;
+  if (!handling()) {
+    asio::post(socket_.get_executor(), [self = shared_from_this()] {
+      if (self->phase_ == Phase::kClosing && !self->handling()) {
+        self->FinishClosing();
+      }
+    });
+  }
+}
+
+void Connection::FinishClosing() {
+  phase_ = Phase::kClosed;
+  if (writing_ != Writing::kBroken) {
+    while (WriteSome()) {
+    }
+    if (last_word_ == LastWord::kGoodbye) {
+      WriteGoodbye();
+    }
+  }
+  outbox_.Clear();
+  std::error_code ignored;
+  socket_.close(ignored);
+  std::exchange(delegate_, nullptr)->OnClosed(why_);
+}
+
+// What is left has not begun to leave, but for the rest of one frame.
+void Connection::WriteGoodbye() {
+  outbox_.DropUnbegun();
+  GoodbyeFrame goodbye;
+  ToWire(why_, goodbye.mutable_status());
+  outbox_.Append(Frame::kGoodbye, goodbye, FrameSize(goodbye));
+  ++counters_->frames_written;
+  while (WriteSome()) {
+  }
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,187 @@
+// A socket that speaks in frames: what server and client have in common.
+//
+//   auto connection = std::make_shared<Connection>(...);
+//   connection->Start(delegate);          // from here on frames arrive there
+//   connection->Append(kind, body);       // frames leave, many in one write
+//
+//   phase:     created -- Start() --> open -- Close(), Fail(), --> closing
+//                                       |     too full                |
+//                                       |     (within a frame, or      |
+//                                       |      within Append())       v
+//                                       '-------- at once --------> closed
+//
+//   reading:   waiting --> handling --> waiting
+//                             '-------> paused --> handling
+//                              the client has to take its replies first
+//
+//   writing:   idle --> scheduled, for the next turn --> idle
+//                 '---> held, the caller writes ------/
+//                 '---> blocked, until the socket takes more --> idle
+//                 '---> broken, for good
+//
+// Frames that are appended while a frame of the peer is being handled leave in
+// one write when all that has been read is handled; others on the next turn of
+// the loop, or when a write's worth has gathered.
+//
+// A goodbye is the last frame. It takes the place of frames that have not begun
+// to leave, and is written if the socket takes it at once: nobody waits for a
+// peer that does not read.
+//
+// Ownership: shared between its delegate and the socket operations under way;
+// in turn it keeps the delegate until it is closed, which therefore has to
+// happen.
+//
+// Sequence: the loop's thread. Append() calls nobody back: what it finds out
+// about the connection is acted upon on a later turn. OnClosed() never comes
+// from within OnFrame() of the same connection.
+//
+// Failure: OnClosed() says why, exactly once.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_WIRE_CONNECTION_H_
+#define CORE_COMMON_RPC_TRANSPORT_WIRE_CONNECTION_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <system_error>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/loop/asio.h"
+#include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/serving/streams.h"
+#include "core/common/rpc/transport/wire/frame_codec.h"
+#include "core/common/rpc/transport/wire/outbox.h"
+
+namespace rpc::transport {
+
+class Connection final : public std::enable_shared_from_this<Connection> {
+ public:
+  class Delegate {
+   public:
+    // Handles one frame. A status that is not OK is sent to the peer as a
+    // goodbye and closes the connection.
+    virtual absl::Status OnFrame(const FrameView& frame) = 0;
+
+    // The connection is closed: the last call.
+    virtual void OnClosed(const absl::Status& why) = 0;
+
+   protected:
+    ~Delegate() = default;
+  };
+
+  enum class Side { kServer, kClient };
+
+  Connection(Side side,
+             asio::local::stream_protocol::socket socket,
+             const serving::Limits& limits,
+             std::shared_ptr<serving::Counters> counters);
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection();
+
+  void Start(std::shared_ptr<Delegate> delegate);
+
+  // Takes a frame for writing, whose FrameSize() is `size`. False when it is
+  // dropped: frames can't leave any more, the peer takes none of this size, or,
+  // on the server's side, too much waits already and the connection closes.
+  bool Append(FrameKind kind,
+              const google::protobuf::MessageLite& body,
+              size_t size);
+  bool Append(FrameKind kind, const google::protobuf::MessageLite& body) {
+    return Append(kind, body, FrameSize(body));
+  }
+
+  // The same of a message on a stream, which may leave together with the one
+  // before it.
+  bool AppendMessage(serving::OutgoingStream& stream,
+                     const StreamMessage& message,
+                     size_t message_bytes);
+
+  // Whether frames can still leave.
+  bool can_send() const {
+    return phase_ == Phase::kOpen && writing_ != Writing::kBroken;
+  }
+
+  // Whether the peer takes a frame of this size.
+  bool FitsPeer(size_t frame_size) const {
+    return frame_size <= peer_max_frame_bytes_;
+  }
+
+  // Whether the outbox has room for a frame of this size. On a server a full
+  // outbox closes the connection in Append(). A client checks first and fails
+  // only that operation.
+  bool HasRoomFor(size_t frame_size) const;
+
+  // The same, but counts the refusal and says why.
+  absl::Status CheckRoomFor(size_t frame_size);
+
+  // Too much waits for what can't be left out: fails on the next turn.
+  void FailAsFull();
+
+  // Leaves what is appended from here on to the next Write(), which the caller
+  // is about to do: saves a turn of the loop.
+  void HoldWrites();
+
+  // Writes now as much as the socket takes.
+  void Write();
+
+  // Closes: without a word, or with a goodbye that says why. Within a frame
+  // that happens when the frame has been handled.
+  void Close(const absl::Status& why);
+  void Fail(const absl::Status& why);
+
+  void set_peer_max_frame_bytes(size_t bytes) { peer_max_frame_bytes_ = bytes; }
+  size_t peer_max_frame_bytes() const { return peer_max_frame_bytes_; }
+
+  size_t outbox_bytes() const { return outbox_.bytes(); }
+
+  // Whether a frame of the peer is being handled right now.
+  bool handling() const { return reading_ == Reading::kHandling; }
+
+ private:
+  enum class Phase { kCreated, kOpen, kClosing, kClosed };
+  enum class Reading { kWaiting, kHandling, kPaused };
+  enum class Writing { kIdle, kScheduled, kHeld, kBlocked, kBroken };
+  enum class LastWord { kNone, kGoodbye };
+
+  void Read();
+  void OnRead(const std::error_code& error, size_t size);
+  void HandleInput();
+  absl::Status HandleFrames();
+  bool ShouldPause();
+
+  absl::Status TooFull() const;
+  void AfterAppend();
+  bool WriteSome();
+  void AwaitWritable();
+  void OnWritable();
+
+  void End(const absl::Status& why, LastWord last_word);
+  void EndSoon(const absl::Status& why, LastWord last_word);
+  void FinishClosing();
+  void WriteGoodbye();
+
+  const Side side_;
+  asio::local::stream_protocol::socket socket_;
+  const serving::Limits limits_;
+  const std::shared_ptr<serving::Counters> counters_;
+  // From Start() until it is closed.
+  std::shared_ptr<Delegate> delegate_;
+
+  Phase phase_ = Phase::kCreated;
+  Reading reading_ = Reading::kWaiting;
+  Writing writing_ = Writing::kIdle;
+
+  // While closing: why, and whether the peer is told.
+  absl::Status why_;
+  LastWord last_word_ = LastWord::kNone;
+
+  FrameBuffer input_;
+  Outbox outbox_;
+  size_t peer_max_frame_bytes_;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_WIRE_CONNECTION_H_

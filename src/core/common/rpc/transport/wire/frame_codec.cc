@@ -1,0 +1,169 @@
+#include "core/common/rpc/transport/wire/frame_codec.h"
+
+#include <google/protobuf/io/coded_stream.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "absl/strings/str_cat.h"
+
+namespace rpc::transport {
+namespace {
+
+using google::protobuf::io::CodedInputStream;
+using google::protobuf::io::CodedOutputStream;
+
+// All body kinds are length-delimited and have tags of one byte.
+constexpr uint32_t kLengthDelimited = 2;
+constexpr uint32_t kWireTypeBits = 3;
+constexpr uint32_t kWireTypeMask = 7;
+constexpr size_t kTagBytes = 1;
+
+constexpr uint32_t kLastKind = Frame::kGoodbye;
+
+struct Length {
+  uint32_t value = 0;
+  size_t bytes = 0;
+};
+
+// Reads the varint at the start of `input`.
+FrameBuffer::Result ReadLength(std::string_view input, Length* length) {
+  uint64_t value = 0;
+  for (size_t i = 0; i < kMaxLengthBytes; ++i) {
+    if (i == input.size()) {
+      return FrameBuffer::kIncomplete;
+    }
+    const auto byte = static_cast<uint8_t>(input[i]);
+    value |= uint64_t{byte & 0x7fu} << (7 * i);
+    if (byte < 0x80 && value <= UINT32_MAX) {
+      *length = {static_cast<uint32_t>(value), i + 1};
+      return FrameBuffer::kFrame;
+    }
+  }
+  return FrameBuffer::kBroken;
+}
+
+// Takes the envelope off a frame.
+absl::Status OpenEnvelope(std::string_view bytes, FrameView* frame) {
+  CodedInputStream input(reinterpret_cast<const uint8_t*>(bytes.data()),
+                         static_cast<int>(bytes.size()));
+  const uint32_t tag = input.ReadTag();
+  const uint32_t kind = tag >> kWireTypeBits;
+  uint32_t size = 0;
+  const bool delimited =
+      (tag & kWireTypeMask) == kLengthDelimited && input.ReadVarint32(&size);
+  const auto used = static_cast<size_t>(input.CurrentPosition());
+  if (!delimited || size != bytes.size() - used) {
+    return absl::InvalidArgumentError("a frame does not hold one body exactly");
+  }
+  if (kind == 0 || kind > kLastKind) {
+    return absl::InvalidArgumentError(
+        absl::StrCat("a frame's body is of the unknown kind ", kind));
+  }
+  frame->kind = static_cast<FrameKind>(kind);
+  frame->body = bytes.substr(used);
+  return absl::OkStatus();
+}
+
+}  // namespace
+
+size_t FrameSize(const google::protobuf::MessageLite& body) {
+  const size_t size = body.ByteSizeLong();
+  return kTagBytes +
+         CodedOutputStream::VarintSize32(static_cast<uint32_t>(size)) + size;
+}
+
+size_t SizeWithLength(size_t frame_size) {
+  return CodedOutputStream::VarintSize32(static_cast<uint32_t>(frame_size)) +
+         frame_size;
+}
+
+void AppendFrame(FrameKind kind,
+                 const google::protobuf::MessageLite& body,
+                 size_t frame_size,
+                 std::string* out) {
+  const auto length = static_cast<uint32_t>(frame_size);
+  const size_t start = out->size();
+  out->resize(start + SizeWithLength(frame_size));
+  auto* to = reinterpret_cast<uint8_t*>(out->data()) + start;
+  to = CodedOutputStream::WriteVarint32ToArray(length, to);
+  *to++ = static_cast<uint8_t>((kind << kWireTypeBits) | kLengthDelimited);
+  to = CodedOutputStream::WriteVarint32ToArray(
+      static_cast<uint32_t>(body.GetCachedSize()), to);
+  body.SerializeWithCachedSizesToArray(to);
+}
+
+size_t FirstFrameBytes(std::string_view frames) {
+  Length length;
+  ReadLength(frames, &length);
+  return length.bytes + length.value;
+}
+
+absl::Status ParseBody(std::string_view bytes,
+                       google::protobuf::MessageLite* body) {
+  if (body->ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
+    return absl::OkStatus();
+  }
+  return absl::InvalidArgumentError(
+      absl::StrCat("a frame does not parse as a ", body->GetTypeName()));
+}
+
+FrameBuffer::FrameBuffer(size_t max_frame_bytes)
+    : max_frame_bytes_(max_frame_bytes) {}
+
+std::span<char> FrameBuffer::Space() {
+  const size_t pending = end_ - begin_;
+  if (pending == 0 && capacity_ != kIdleCapacity) {
+    Reallocate(kIdleCapacity);
+  } else if (pending == capacity_) {
+    Reallocate(std::min(2 * capacity_, max_frame_bytes_ + kMaxLengthBytes));
+  } else if (begin_ > 0) {
+    std::memmove(data_.get(), data_.get() + begin_, pending);
+    begin_ = 0;
+    end_ = pending;
+  }
+  return {data_.get() + end_, capacity_ - end_};
+}
+
+void FrameBuffer::Reallocate(size_t capacity) {
+  auto data = std::make_unique_for_overwrite<char[]>(capacity);
+  const size_t pending = end_ - begin_;
+  if (pending > 0) {
+    std::memcpy(data.get(), data_.get() + begin_, pending);
+  }
+  data_ = std::move(data);
+  capacity_ = capacity;
+  begin_ = 0;
+  end_ = pending;
+}
+
+FrameBuffer::Result FrameBuffer::Next(FrameView* frame, absl::Status* error) {
+  const std::string_view input(data_.get() + begin_, end_ - begin_);
+  Length length;
+  const Result result = ReadLength(input, &length);
+  if (result == kBroken) {
+    *error = absl::InvalidArgumentError("a frame's length is no 32-bit varint");
+  }
+  if (result != kFrame) {
+    return result;
+  }
+  if (length.value > max_frame_bytes_) {
+    *error = absl::ResourceExhaustedError(
+        absl::StrCat("a frame of ", length.value,
+                     " bytes exceeds max_frame_bytes, ", max_frame_bytes_));
+    return kBroken;
+  }
+  if (input.size() - length.bytes < length.value) {
+    return kIncomplete;
+  }
+  *error = OpenEnvelope(input.substr(length.bytes, length.value), frame);
+  if (!error->ok()) {
+    return kBroken;
+  }
+  begin_ += length.bytes + length.value;
+  return kFrame;
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,135 @@
+#include "core/common/rpc/transport/wire/outbox.h"
+
+#include <algorithm>
+#include <bit>
+#include <utility>
+
+namespace rpc::transport {
+namespace {
+
+// What a chunk has room for at first.
+constexpr size_t kFirstBytes = 1 << 10;
+
+constexpr size_t kLargeFrameBytes = Outbox::kChunkBytes / 4;
+
+}  // namespace
+
+void Outbox::Append(FrameKind kind,
+                    const google::protobuf::MessageLite& body,
+                    size_t frame_size) {
+  AppendHeldMessage();
+  AppendToChunk(kind, body, frame_size);
+}
+
+bool Outbox::AppendMessage(serving::OutgoingStream& stream,
+                           const StreamMessage& message,
+                           size_t message_bytes,
+                           size_t max_frame_bytes) {
+  const bool is_new_frame = !held_.CanCarry(message, stream, max_frame_bytes);
+  if (is_new_frame) {
+    AppendHeldMessage();
+    held_.Begin(message, message_bytes);
+  }
+  held_.Add(stream);
+  return is_new_frame;
+}
+
+void Outbox::AppendHeldMessage() {
+  if (held_.empty()) {
+    return;
+  }
+  const StreamDataFrame& frame = held_.frame();
+  AppendToChunk(Frame::kStreamData, frame, FrameSize(frame));
+  held_.Clear();
+}
+
+// The length before the held frame is part of what waits, too.
+size_t Outbox::bytes() const {
+  return bytes_ + (held_.empty() ? 0 : SizeWithLength(held_.frame_size()));
+}
+
+void Outbox::AppendToChunk(FrameKind kind,
+                           const google::protobuf::MessageLite& body,
+                           size_t frame_size) {
+  Chunk& chunk = ChunkFor(frame_size + kMaxLengthBytes);
+  const size_t before = chunk.bytes.size();
+  AppendFrame(kind, body, frame_size, &chunk.bytes);
+  const size_t added = chunk.bytes.size() - before;
+  bytes_ += added;
+  if (kind != Frame::kStreamData) {
+    chunk.reply_bytes += added;
+    reply_bytes_ += added;
+  }
+}
+
+// A chunk with room for `size` bytes. Memory doubles up to the size of a chunk;
+// what is larger gets what it needs.
+Outbox::Chunk& Outbox::ChunkFor(size_t size) {
+  const bool is_large = size > kLargeFrameBytes;
+  if (chunks_.empty() ||
+      (!chunks_.back().bytes.empty() &&
+       (is_large || chunks_.back().bytes.size() + size > kChunkBytes))) {
+    chunks_.emplace_back();
+  }
+  std::string& bytes = chunks_.back().bytes;
+  const size_t needed = bytes.size() + size;
+  if (needed > bytes.capacity()) {
+    bytes.reserve(is_large ? needed
+                           : std::bit_ceil(std::max(needed, kFirstBytes)));
+  }
+  return chunks_.back();
+}
+
+std::string_view Outbox::Front() {
+  AppendHeldMessage();
+  if (bytes_ == 0) {
+    return {};
+  }
+  return std::string_view(chunks_.front().bytes).substr(written_);
+}
+
+void Outbox::Written(size_t size) {
+  written_ += size;
+  bytes_ -= size;
+  Chunk& chunk = chunks_.front();
+  if (written_ < chunk.bytes.size()) {
+    return;
+  }
+  written_ = 0;
+  reply_bytes_ -= std::exchange(chunk.reply_bytes, 0);
+  // The last one is kept for the next frames.
+  if (chunks_.size() > 1 || chunk.bytes.capacity() > kChunkBytes) {
+    chunks_.pop_front();
+  } else {
+    chunk.bytes.clear();
+  }
+}
+
+void Outbox::DropUnbegun() {
+  held_.Clear();
+  if (bytes_ == 0) {
+    return;
+  }
+  std::string& first = chunks_.front().bytes;
+  size_t begun = 0;
+  while (begun < written_) {
+    begun += FirstFrameBytes(std::string_view(first).substr(begun));
+  }
+  first.resize(begun);
+  chunks_.resize(1);
+  reply_bytes_ = chunks_.front().reply_bytes;
+  bytes_ = begun - written_;
+  if (bytes_ == 0) {
+    Clear();
+  }
+}
+
+void Outbox::Clear() {
+  held_.Clear();
+  chunks_.clear();
+  written_ = 0;
+  bytes_ = 0;
+  reply_bytes_ = 0;
+}
+
+}  // namespace rpc::transport

@@ -1,0 +1,60 @@
+// One message on its way to one or many streams of a connection. It travels
+// once: a stream_data frame that lists the streams. For as long as the same
+// message is sent on other streams, only the list grows.
+//
+// Ownership: the outbox's.
+//
+// Sequence: the loop's.
+
+#ifndef CORE_COMMON_RPC_TRANSPORT_WIRE_SHARED_MESSAGE_H_
+#define CORE_COMMON_RPC_TRANSPORT_WIRE_SHARED_MESSAGE_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "core/common/rpc/serving/streams.h"
+#include "rpc/transport/frame.pb.h"
+
+namespace rpc::transport {
+
+// The bytes that a frame takes, as FrameSize() counts them, that carries a
+// message of `message_bytes` to streams whose ids take `id_bytes` in all.
+size_t StreamDataFrameSize(size_t id_bytes, size_t message_bytes);
+
+// The bytes that the id of a stream takes in the list of streams.
+size_t StreamIdBytes(uint64_t id);
+
+class SharedMessage {
+ public:
+  bool empty() const { return frame_.stream_ids().empty(); }
+
+  // Begins anew with `message`, for no stream yet.
+  void Begin(const StreamMessage& message, size_t message_bytes);
+
+  // Adds the stream to those that the message goes to.
+  void Add(serving::OutgoingStream& stream);
+
+  // Whether Add() would carry `message` to `stream`, for the first time and in
+  // a frame of `max_frame_bytes` at most.
+  bool CanCarry(const StreamMessage& message,
+                const serving::OutgoingStream& stream,
+                size_t max_frame_bytes) const;
+
+  size_t frame_size() const { return frame_size_; }
+  const StreamDataFrame& frame() const { return frame_; }
+
+  // For no message and no stream.
+  void Clear();
+
+ private:
+  StreamDataFrame frame_;
+  size_t message_bytes_ = 0;
+  size_t id_bytes_ = 0;
+  size_t frame_size_ = 0;
+  // Counts the messages, so that a stream can tell whether it has this one.
+  uint64_t number_ = 0;
+};
+
+}  // namespace rpc::transport
+
+#endif  // CORE_COMMON_RPC_TRANSPORT_WIRE_SHARED_MESSAGE_H_
