@@ -1,12 +1,12 @@
 #include "tools/windowctl/method_table.h"
 
-#include <algorithm>
 #include <optional>
 #include <vector>
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_format.h"
 #include "tools/cli/nearest_name.h"
+#include "tools/windowctl/text_table.h"
 
 namespace windowctl {
 namespace {
@@ -38,27 +38,13 @@ KindText Describe(const MethodDescriptor& method) {
 }  // namespace
 
 std::string ListMethods(const ServiceDescriptor& service) {
-  size_t name_width = 0;
-  size_t request_width = 0;
-  size_t response_width = 0;
+  TextTable table(std::vector<TextTable::Column>(4));
   for (int i = 0; i < service.method_count(); ++i) {
     const MethodDescriptor& method = *service.method(i);
-    name_width = std::max(name_width, method.name().size());
-    request_width =
-        std::max(request_width, method.input_type()->full_name().size());
-    response_width =
-        std::max(response_width, method.output_type()->full_name().size());
+    table.AddRow({method.name(), method.input_type()->full_name(),
+                  method.output_type()->full_name(), Describe(method).name});
   }
-
-  std::string list;
-  for (int i = 0; i < service.method_count(); ++i) {
-    const MethodDescriptor& method = *service.method(i);
-    absl::StrAppendFormat(
-        &list, "%-*s  %-*s  %-*s  %s\n", name_width, method.name(),
-        request_width, method.input_type()->full_name(), response_width,
-        method.output_type()->full_name(), Describe(method).name);
-  }
-  return list;
+  return table.ToString();
 }
 
 absl::StatusOr<const MethodDescriptor*> FindMethod(

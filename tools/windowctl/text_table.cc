@@ -14,7 +14,8 @@ TextTable::TextTable(const std::vector<Column>& columns)
   Row headings;
   for (const Column& column : columns)
     headings.push_back(column.heading);
-  AddRow(std::move(headings));
+  if (headings != Row(columns.size()))
+    AddRow(std::move(headings));
 }
 
 void TextTable::AddRow(Row row) {

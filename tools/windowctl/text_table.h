@@ -4,7 +4,8 @@
 //   table.AddRow({"painter", "4711"});
 //   table.ToString()     "NAME      PID\npainter  4711\n"
 //
-// Cells are taken to be ASCII. No line ends in blanks.
+// Cells are taken to be ASCII. No line ends in blanks. A table whose headings
+// are all empty has no line of headings.
 //
 // Failure: a row with another number of cells than there are columns ends the
 // process.

@@ -9,6 +9,13 @@ TEST(TextTableTest, HasHeadingsWithoutRows) {
   EXPECT_EQ("NAME  PID\n", TextTable({{"NAME"}, {"PID"}}).ToString());
 }
 
+TEST(TextTableTest, HasNoLineOfEmptyHeadings) {
+  TextTable table({{""}, {"", TextTable::kRight}});
+  EXPECT_EQ("", table.ToString());
+  table.AddRow({"painter", "4711"});
+  EXPECT_EQ("painter  4711\n", table.ToString());
+}
+
 TEST(TextTableTest, ColumnsAreAsWideAsTheirWidestCell) {
   TextTable table({{"NAME"}, {"PID", TextTable::kRight}, {"STATE"}});
   table.AddRow({"painter", "4711", "ok"});
