@@ -3,8 +3,8 @@
 //   ReadableWatch output(loop, pipe, [&] { ReadSome(); });
 //
 // The handler is called again and again for as long as something can be read,
-// or the other end is closed. The watch does not keep a descriptor's mode: it
-// reads nothing itself.
+// or the other end is closed. The watch itself reads nothing. It puts the
+// descriptor into non-blocking mode, and leaves it so.
 //
 // Ownership: the descriptor stays the caller's and must stay open while it is
 // watched. The loop must outlive the watch, which keeps it running. The handler

@@ -20,8 +20,12 @@ std::shared_ptr<Call> CallPool::Take() {
 
 void CallPool::Return(std::shared_ptr<Call> call) {
   call->Clear();
-  if (!closed_) {
-    idle_.push_back(std::move(call));
+  if (closed_) {
+    return;
+  }
+  idle_.push_back(std::move(call));
+  if (idle_.size() > kIdleCalls) {
+    idle_.pop_front();
   }
 }
 

@@ -18,9 +18,9 @@
 
 namespace rpc::serving {
 
-// Calls that lie idle before the one that has done so for longest is used
-// again. While it lies idle, a second run of its closure is noticed; each takes
-// a few hundred bytes.
+// How many calls that are over lie idle, at most. A new call takes the one that
+// has lain idle for longest, and only when there are so many: while a call lies
+// idle, a second run of its closure is noticed. Each takes a few hundred bytes.
 inline constexpr size_t kIdleCalls = 256;
 
 class CallPool final : public std::enable_shared_from_this<CallPool> {

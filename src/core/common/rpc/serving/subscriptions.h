@@ -1,8 +1,8 @@
 // Counts what the streams of one connection are subscribed to: the windows that
 // event streams hear about, and those that callback streams answer for.
 //
-// The streams note their subscriptions in registries that know no bound, so the
-// transport counts along.
+// The streams note their subscriptions in registries that know no bound, so
+// they are counted here as well.
 //
 // A window that a newer client has taken over still counts for the stream that
 // had it, until that unsubscribes or ends.
