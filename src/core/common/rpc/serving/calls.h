@@ -10,7 +10,8 @@
 // A reply takes its place among what the client is sent at the moment when the
 // closure is run.
 //
-// Ownership: the transport's, for each client. Calls may outlive it.
+// Ownership: the transport's, one for each client. A call whose method has not
+// run its closure outlives it.
 //
 // Sequence: the server's.
 //
@@ -38,7 +39,7 @@
 
 namespace rpc::serving {
 
-// Takes replies to the client. They may be dropped, not answered back.
+// Sends replies to the client. Must not call back into Calls.
 class ReplySink {
  public:
   virtual void SendReply(uint64_t call_id,

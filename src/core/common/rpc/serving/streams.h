@@ -15,12 +15,12 @@
 // What still comes in for a stream that is forgotten was sent before the client
 // knew, and is ignored.
 //
-// Ownership: shared between the transport and turns of the sequence to come;
-// those touch nothing else once the transport has let go. Owns the streams, and
-// through them their channels.
+// Ownership: the transport's. Tasks that this posts hold it weakly, so they do
+// nothing once the transport has let go of it. Owns the streams, and through
+// them their channels.
 //
-// Sequence: the server's. A stream is destroyed when its own calls have
-// returned.
+// Sequence: the server's. A stream is never destroyed within one of its own
+// calls.
 //
 // Failure: a status that is not OK is the client's violation of the protocol.
 
@@ -76,7 +76,8 @@ class StreamSink {
 
 class Streams final : public std::enable_shared_from_this<Streams> {
  public:
-  // All of these outlive the streams, but for `sequence` not this object.
+  // `sequence` outlives this object; the others need to live until CloseAll()
+  // has returned.
   Streams(loop::Sequence& sequence,
           StreamSink& sink,
           const ServedMethods& methods,
@@ -89,7 +90,8 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   // CloseAll() has been called.
   ~Streams();
 
-  // What the client does. INVALID_ARGUMENT when the id is in use.
+  // What the client does. OnClientOpen() returns INVALID_ARGUMENT when the id
+  // is in use.
   absl::Status OnClientOpen(uint64_t id, uint32_t method_id);
   void OnClientData(uint64_t id, transport::StreamMessage* message);
   void OnClientError(uint64_t id, transport::StreamMessage* message);

@@ -25,9 +25,10 @@
 // inside a closure or handler that the same client runs, and refuse that with
 // FAILED_PRECONDITION.
 //
-// Failure: by the controller's status. A method that the server does not offer
-// is UNIMPLEMENTED, a lost connection UNAVAILABLE, both with a text that says
-// more.
+// Failure: Connect() and Adopt() say why there is no client; limits that
+// serving::Validate() refuses are a reason, too. A call fails by the status of
+// its controller. A method that the server does not offer is UNIMPLEMENTED, a
+// lost connection UNAVAILABLE, both with a text that says more.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_H_

@@ -1,6 +1,6 @@
 // Serves services to other processes over Unix domain sockets.
 //
-//   loop::Loop loop;
+//   rpc::loop::Loop loop;
 //   WindowService service;               // derives from a generated class
 //   rpc::transport::Server server(loop);
 //   server.AddService(&service);
@@ -10,8 +10,8 @@
 //
 // The server knows no service by name: it works on descriptors. Unary methods
 // go to CallMethod, methods that stream on either side to OpenStream. A method
-// may run its closure before it returns or at any later time, on any thread. It
-// finds a serving::CallContext behind the controller that it is given.
+// may run its closure before it returns or at any later time, on any thread.
+// The controller that it is given is a serving::CallContext.
 //
 // Ownership: services are the caller's and must outlive the server. The server
 // owns its connections and the streams opened on them. The loop must outlive
@@ -19,13 +19,14 @@
 //
 // Sequence: everything happens on the thread that runs the loop, of which there
 // is one: the server's own operations, every call into a service or a stream,
-// and destruction. Only closures may be run on other threads, and of
-// serving::CallContext what it says. The destructor must not be run from within
-// a service or a stream; Stop() may be.
+// and destruction. On other threads only closures may be run, and what
+// serving::CallContext allows. The destructor must not be run from within a
+// service or a stream; Stop() may be.
 //
-// Failure: Listen() says why it cannot. What a client does wrong is answered to
-// that client, counted, and harms nobody else. A closure that is run twice ends
-// the process.
+// Failure: limits that serving::Validate() refuses end the process when the
+// server is made. Listen() says why it cannot. What a client does wrong is
+// answered to that client, counted, and harms nobody else. A closure that is
+// run twice ends the process.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_H_

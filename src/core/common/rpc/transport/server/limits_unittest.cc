@@ -219,6 +219,21 @@ TEST_F(LimitsTest, BusyOutboxBytesAndOneMore) {
   EXPECT_THAT(TakeRecords(), IsEmpty());
 }
 
+TEST(LimitsDeathTest, BadOnesEndTheProcessWhenTheServerIsMade) {
+  ServerOptions options;
+  options.limits.max_frame_bytes = serving::kMinFrameBytes - 1;
+  EXPECT_DEATH(Lab lab(options), "max_frame_bytes is 8191, not 8192 to");
+}
+
+TEST(ClientLimits, BadOnesAreRefusedBeforeTheServerHearsAnything) {
+  Lab lab;
+  ClientOptions options;
+  options.limits.max_calls = 0;
+  EXPECT_EQ(Client::Adopt(lab.loop, lab.Connect(), options).status(),
+            absl::InvalidArgumentError("max_calls is 0, not 1 to 1000000"));
+  EXPECT_EQ(lab.server->counters().frames_read, 0u);
+}
+
 TEST_F(LimitsTest, HandshakeTimeout) {
   Serve({.handshake_timeout = std::chrono::milliseconds(5)});
   EXPECT_THAT(hits(), IsEmpty());
