@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <google/protobuf/descriptor.h>
-#include <google/protobuf/wrappers.pb.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -15,6 +14,7 @@
 #include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
 #include "rpc/browser/browser_window_method_table.h"
+#include "rpc/event_subscription.pb.h"
 
 namespace rpc::conformance {
 namespace {

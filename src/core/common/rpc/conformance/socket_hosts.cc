@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "absl/log/absl_check.h"
+#include "absl/status/status.h"
+#include "absl/status/statusor.h"
 #include "core/common/rpc/conformance/scripted_service.h"
 #include "core/common/rpc/conformance/transport_under_test.h"
 #include "core/common/rpc/loop/readable_watch.h"

@@ -11,8 +11,9 @@
 // Ownership: calls and streams live at least as long as their link, which must
 // go before its host.
 //
-// Sequence: the host's loop. Operations do not call back: what they bring about
-// happens on later turns. None may be used from within a stream.
+// Sequence: the host's loop. What an operation brings about happens on later
+// turns, but Break() may end calls and streams at once. None may be used from
+// within a stream.
 
 #ifndef CORE_COMMON_RPC_CONFORMANCE_TRANSPORT_UNDER_TEST_H_
 #define CORE_COMMON_RPC_CONFORMANCE_TRANSPORT_UNDER_TEST_H_
