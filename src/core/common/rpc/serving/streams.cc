@@ -54,12 +54,12 @@ Streams::Streams(loop::Sequence& sequence,
       methods_(methods),
       limits_(limits),
       client_(client),
-      counters_(counters),
-      subscriptions_(limits.max_subscriptions, counters) {}
+      counters_(counters) {}
 
 Streams::~Streams() {
   ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
   ABSL_CHECK_EQ(questions_, 0u) << "of streams that are gone";
+  ABSL_CHECK_EQ(subscriptions_, 0u) << "of streams that are gone";
 }
 
 absl::Status Streams::OnClientOpen(uint64_t id, uint32_t method_id) {
@@ -80,6 +80,7 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint32_t method_id) {
   Entry& entry = entries_[id];
   entry.outgoing.id = id;
   entry.method = method;
+  entry.subscriptions.emplace(subscriptions_, counters_);
   if (method->asks_questions()) {
     entry.questions.emplace(*method, questions_);
   }
@@ -149,7 +150,7 @@ absl::Status Streams::CheckMessage(Entry& entry,
                      " bytes, more than max_subscription_bytes, ",
                      limits_.max_subscription_bytes));
   }
-  if (!subscriptions_.Note(said, entry.subscriptions)) {
+  if (!entry.subscriptions->Note(said, limits_.max_subscriptions)) {
     return client_.NoteLimit(
         &LimitHits::max_subscriptions,
         absl::StrCat("max_subscriptions, ", limits_.max_subscriptions,
@@ -187,7 +188,6 @@ void Streams::Finish(Entries::iterator entry) {
   }
   entry->second.stream->OnCompleted();
   End(entry->second, absl::OkStatus());
-  subscriptions_.Forget(entry->second.subscriptions);
   entries_.erase(entry);
   --counters_.streams_now;
 }

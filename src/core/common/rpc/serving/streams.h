@@ -111,7 +111,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
     OutgoingStream outgoing;
     std::unique_ptr<torvane::AbstractStream> stream;
     const ServedMethod* method = nullptr;
-    Subscriptions::Keys subscriptions;
+    std::optional<Subscriptions> subscriptions;
     // Nothing for a stream that asks none.
     std::optional<PendingQuestions> questions;
     // OnCompleted has been called.
@@ -142,8 +142,9 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   const Limits& limits_;
   ClientRecord& client_;
   Counters& counters_;
-  Subscriptions subscriptions_;
-  // Questions that are pending, on all streams.
+  // Of all streams: what they are subscribed to, and questions that are
+  // pending.
+  size_t subscriptions_ = 0;
   size_t questions_ = 0;
   Entries entries_;
   // Ids of streams whose end was sent and that FinishEnded() must complete and

@@ -1,46 +1,30 @@
 #include "core/common/rpc/serving/subscriptions.h"
 
 namespace rpc::serving {
-Subscriptions::Subscriptions(size_t max, Counters& counters)
-    : max_(max), counters_(counters) {}
 
-bool Subscriptions::Note(const WindowMessage& message, Keys& keys) {
-  switch (message.kind) {
-    case WindowMessage::Kind::kSubscribe:
-      return Add(message.window, keys);
-    case WindowMessage::Kind::kUnsubscribe:
-      Remove(message.window, keys);
-      return true;
-    case WindowMessage::Kind::kResponse:
-    case WindowMessage::Kind::kOther:
-      break;
-  }
-  return true;
+Subscriptions::~Subscriptions() {
+  Count(0, windows_.size());
 }
 
-bool Subscriptions::Add(const std::string& key, Keys& keys) {
-  if (keys.contains(key)) {
+bool Subscriptions::Note(const WindowMessage& message, size_t max) {
+  if (message.kind == WindowMessage::Kind::kUnsubscribe) {
+    Count(0, windows_.erase(message.window));
+  }
+  if (message.kind != WindowMessage::Kind::kSubscribe ||
+      windows_.contains(message.window)) {
     return true;
   }
-  if (count_ >= max_) {
+  if (total_ >= max) {
     return false;
   }
-  keys.insert(key);
-  ++count_;
-  ++counters_.subscriptions_now;
+  windows_.insert(message.window);
+  Count(1, 0);
   return true;
 }
 
-void Subscriptions::Remove(const std::string& key, Keys& keys) {
-  const size_t removed = keys.erase(key);
-  count_ -= removed;
-  counters_.subscriptions_now -= removed;
-}
-
-void Subscriptions::Forget(Keys& keys) {
-  count_ -= keys.size();
-  counters_.subscriptions_now -= keys.size();
-  keys.clear();
+void Subscriptions::Count(size_t added, size_t removed) {
+  total_ += added - removed;
+  counters_.subscriptions_now += added - removed;
 }
 
 }  // namespace rpc::serving

@@ -1,13 +1,13 @@
-// Counts what the streams of one connection are subscribed to: the windows that
-// event streams hear about, and those that callback streams answer for.
+// The windows that one stream is subscribed to: those that it hears about, or
+// that it answers for.
 //
-// The streams note their subscriptions in registries that know no bound, so
-// they are counted here as well.
+// The stream notes its subscriptions in a registry that knows no bound, so they
+// are counted here as well.
 //
 // A window that a newer client has taken over still counts for the stream that
 // had it, until that unsubscribes or ends.
 //
-// Ownership: Streams', whose entries own their keys. The counters outlive it.
+// Ownership: the stream's entry in Streams.
 //
 // Sequence: the server's.
 
@@ -25,27 +25,25 @@ namespace rpc::serving {
 
 class Subscriptions {
  public:
-  // Those of one stream: the names of the windows, serialised.
-  using Keys = absl::flat_hash_set<std::string>;
-
-  Subscriptions(size_t max, Counters& counters);
+  // `total` counts those of all streams of a client. It and the counters
+  // outlive this.
+  Subscriptions(size_t& total, Counters& counters)
+      : total_(total), counters_(counters) {}
   Subscriptions(const Subscriptions&) = delete;
   Subscriptions& operator=(const Subscriptions&) = delete;
+  ~Subscriptions();
 
-  // Notes in `keys` what a message of their stream's client changes. False,
-  // with nothing noted, when it would be one subscription too many.
-  bool Note(const WindowMessage& message, Keys& keys);
-
-  // The stream that has `keys` is over.
-  void Forget(Keys& keys);
+  // Notes what a message of the client changes. False, with nothing noted, when
+  // that would make more than `max` in total.
+  bool Note(const WindowMessage& message, size_t max);
 
  private:
-  bool Add(const std::string& key, Keys& keys);
-  void Remove(const std::string& key, Keys& keys);
+  void Count(size_t added, size_t removed);
 
-  const size_t max_;
+  size_t& total_;
   Counters& counters_;
-  size_t count_ = 0;
+  // As WindowMessage names windows.
+  absl::flat_hash_set<std::string> windows_;
 };
 
 }  // namespace rpc::serving

@@ -1,10 +1,8 @@
 #include "core/common/rpc/serving/window_message_reader.h"
 
-#include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/wire_format_lite.h>
-
+#include <algorithm>
 #include <cstddef>
-#include <string_view>
+#include <cstdint>
 
 #include "core/common/rpc/stream/method_kind.h"
 #include "rpc/event_subscription.pb.h"
@@ -14,63 +12,53 @@ namespace {
 
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
-using google::protobuf::internal::WireFormatLite;
-using google::protobuf::io::CodedInputStream;
 using Kind = WindowMessage::Kind;
 
 // A message of more than this is not kept for the next one.
 constexpr size_t kMaxKeptBytes = 64 << 10;
 
-uint32_t TagOf(const FieldDescriptor* field, WireFormatLite::WireType type) {
-  return WireFormatLite::MakeTag(field->number(), type);
+constexpr int kVarint = 0;
+constexpr int kLengthDelimited = 2;
+
+// The byte that a field begins with, as protobuf writes it. No byte at all, -1,
+// where it takes two.
+int TagByte(const FieldDescriptor* field, int wire_type) {
+  constexpr int kMaxNumber = 15;
+  return field->number() > kMaxNumber ? -1 : field->number() << 3 | wire_type;
 }
 
-uint32_t LengthDelimitedTagOf(const FieldDescriptor* field) {
-  return TagOf(field, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+int FirstByte(std::string_view bytes) {
+  return bytes.empty() ? -1 : static_cast<uint8_t>(bytes[0]);
 }
 
-CodedInputStream InputOf(const std::string& bytes) {
-  return CodedInputStream(reinterpret_cast<const uint8_t*>(bytes.data()),
-                          static_cast<int>(bytes.size()));
-}
-
-// Reads a length and that many bytes, which point into `bytes`.
-bool ReadBytes(const std::string& bytes,
-               CodedInputStream& input,
-               std::string_view* value) {
-  uint32_t size = 0;
-  if (!input.ReadVarint32(&size)) {
+// Takes a field with a length of one byte off the front of `bytes`.
+bool TakeField(int tag, std::string_view* bytes, std::string_view* value) {
+  constexpr int kLongestLength = 0x7f;
+  if (FirstByte(*bytes) != tag || bytes->size() < 2) {
     return false;
   }
-  const auto start = static_cast<size_t>(input.CurrentPosition());
-  if (size > bytes.size() - start) {
+  const int length = FirstByte(bytes->substr(1));
+  if (length > kLongestLength ||
+      static_cast<size_t>(length) > bytes->size() - 2) {
     return false;
   }
-  *value = std::string_view(bytes).substr(start, size);
-  return input.Skip(static_cast<int>(size));
+  *value = bytes->substr(2, static_cast<size_t>(length));
+  bytes->remove_prefix(2 + static_cast<size_t>(length));
+  return true;
 }
 
 // Whether these are the very bytes that a BrowserId serialises to: nothing, or
-// its value as the shortest varint, and no unknown field.
+// its value as the shortest varint, and no unknown field. Negative values,
+// which nobody uses, are left to a parse.
 bool IsSerialisedId(std::string_view bytes) {
   constexpr char kValueTag = 0x08;
-  constexpr size_t kMaxVarintBytes = 10;
-  if (bytes.empty()) {
-    return true;
-  }
-  if (bytes[0] != kValueTag || bytes.size() < 2 ||
-      bytes.size() > 1 + kMaxVarintBytes) {
-    return false;
-  }
-  const std::string_view varint = bytes.substr(1);
-  for (const char byte : varint.substr(0, varint.size() - 1)) {
-    if ((static_cast<uint8_t>(byte) & 0x80) == 0) {
-      return false;
-    }
-  }
-  const auto last = static_cast<uint8_t>(varint.back());
-  return last > 0 && last < 0x80 &&
-         (varint.size() < kMaxVarintBytes || last == 1);
+  constexpr size_t kMaxBytes = 10;
+  const auto goes_on = [](char byte) { return (byte & 0x80) != 0; };
+  return bytes.empty() ||
+         (bytes[0] == kValueTag && bytes.size() > 1 &&
+          bytes.size() <= kMaxBytes &&
+          std::all_of(bytes.begin() + 1, bytes.end() - 1, goes_on) &&
+          !goes_on(bytes.back()) && bytes.back() != 0);
 }
 
 }  // namespace
@@ -110,33 +98,27 @@ WindowMessage WindowMessageReader::ReadFromClient(
 }
 
 // A callback message that holds browser_id and then subscribe or response, each
-// once, and nothing else.
-bool WindowMessageReader::ReadPlain(const std::string& payload,
+// once and with one byte for its tag and its length, and nothing else.
+bool WindowMessageReader::ReadPlain(std::string_view payload,
                                     WindowMessage* said) const {
-  CodedInputStream input = InputOf(payload);
   std::string_view window;
-  if (input.ReadTag() != LengthDelimitedTagOf(browser_id_) ||
-      !ReadBytes(payload, input, &window) || !IsSerialisedId(window)) {
-    return false;
-  }
-  const uint32_t tag = input.ReadTag();
-  if (tag == LengthDelimitedTagOf(response_)) {
-    std::string_view response;
-    if (!ReadBytes(payload, input, &response)) {
-      return false;
-    }
-    said->kind = Kind::kResponse;
-  } else if (tag == TagOf(subscribe_, WireFormatLite::WIRETYPE_VARINT)) {
-    uint32_t subscribe = 0;
-    if (!input.ReadVarint32(&subscribe) || subscribe > 1) {
-      return false;
-    }
-    said->kind = subscribe == 1 ? Kind::kSubscribe : Kind::kUnsubscribe;
-  } else {
+  if (!TakeField(TagByte(browser_id_, kLengthDelimited), &payload, &window) ||
+      !IsSerialisedId(window)) {
     return false;
   }
   said->window = window;
-  return static_cast<size_t>(input.CurrentPosition()) == payload.size();
+  std::string_view response;
+  if (TakeField(TagByte(response_, kLengthDelimited), &payload, &response)) {
+    said->kind = Kind::kResponse;
+    return payload.empty();
+  }
+  if (payload.size() != 2 ||
+      FirstByte(payload) != TagByte(subscribe_, kVarint) ||
+      (payload[1] != 0 && payload[1] != 1)) {
+    return false;
+  }
+  said->kind = payload[1] == 1 ? Kind::kSubscribe : Kind::kUnsubscribe;
+  return true;
 }
 
 WindowMessage WindowMessageReader::ReadSubscription() const {
@@ -165,19 +147,14 @@ WindowMessage WindowMessageReader::ReadCallback() const {
 }
 
 std::string WindowMessageReader::WindowOfQuestion(
-    const transport::StreamMessage& question) const {
-  CodedInputStream input = InputOf(question.payload());
-  while (const uint32_t tag = input.ReadTag()) {
-    std::string_view window;
-    if (tag == LengthDelimitedTagOf(browser_id_) &&
-        ReadBytes(question.payload(), input, &window)) {
-      return std::string(window);
-    }
-    if (!WireFormatLite::SkipField(&input, tag)) {
-      break;
-    }
+    const transport::StreamMessage& question) {
+  std::string_view payload = question.payload();
+  std::string_view window;
+  if (TakeField(TagByte(browser_id_, kLengthDelimited), &payload, &window)) {
+    return std::string(window);
   }
-  return {};
+  scratch_->ParseFromString(question.payload());
+  return ReadCallback().window;
 }
 
 }  // namespace rpc::serving

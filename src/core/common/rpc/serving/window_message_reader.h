@@ -24,9 +24,9 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
-#include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "core/common/rpc/stream/service.h"
 #include "rpc/transport/stream_message.pb.h"
@@ -56,10 +56,10 @@ class WindowMessageReader {
 
   // The window of a question of ours, which is known to be well formed. Only
   // for streams of questions.
-  std::string WindowOfQuestion(const transport::StreamMessage& question) const;
+  std::string WindowOfQuestion(const transport::StreamMessage& question);
 
  private:
-  bool ReadPlain(const std::string& payload, WindowMessage* said) const;
+  bool ReadPlain(std::string_view payload, WindowMessage* said) const;
   WindowMessage ReadSubscription() const;
   WindowMessage ReadCallback() const;
 

@@ -1,9 +1,13 @@
-// What the server at the other end offers: from a method of this program's
+// The methods of the server at the other end: from a method of this program's
 // contract to the id that stands for it on one connection.
 //
 // Methods are matched by full name and kind, never by their place in a
 // contract, so that programs built from different ages of it cannot reach a
 // wrong method.
+//
+// Ownership: the client's. Descriptors live as long as the process.
+//
+// Sequence: the client's.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_REMOTE_METHODS_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_REMOTE_METHODS_H_
@@ -11,8 +15,9 @@
 #include <google/protobuf/descriptor.h>
 
 #include <cstdint>
-#include <vector>
+#include <utility>
 
+#include "absl/container/flat_hash_map.h"
 #include "absl/status/statusor.h"
 #include "rpc/transport/frame.pb.h"
 
@@ -20,6 +25,7 @@ namespace rpc::transport {
 
 class RemoteMethods {
  public:
+  // From the server's welcome.
   void Set(google::protobuf::RepeatedPtrField<OfferedService> offer) {
     offer_ = std::move(offer);
   }
@@ -29,20 +35,14 @@ class RemoteMethods {
       const google::protobuf::MethodDescriptor* method);
 
  private:
-  // The methods of one service, by index, as far as they have been asked for.
-  using Ids = std::vector<absl::StatusOr<uint32_t>>;
-
-  struct Service {
-    const google::protobuf::ServiceDescriptor* descriptor;
-    Ids ids;
-  };
-
-  Ids Match(const google::protobuf::ServiceDescriptor* descriptor) const;
+  absl::StatusOr<uint32_t> Match(
+      const google::protobuf::MethodDescriptor& method) const;
 
   google::protobuf::RepeatedPtrField<OfferedService> offer_;
-  // The services that have been asked for. Few: a search by address is the
-  // fastest there is.
-  std::vector<Service> services_;
+  // Those that have been asked for.
+  absl::flat_hash_map<const google::protobuf::MethodDescriptor*,
+                      absl::StatusOr<uint32_t>>
+      known_;
 };
 
 }  // namespace rpc::transport

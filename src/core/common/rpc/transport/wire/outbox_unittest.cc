@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "rpc/transport/frame.pb.h"
@@ -170,6 +174,237 @@ TEST_F(OutboxTest, CountsRepliesOfAChunkUntilItIsWritten) {
   EXPECT_EQ(outbox.reply_bytes(), outbox.bytes());
   outbox.DropUnbegun();
   EXPECT_EQ(outbox.reply_bytes(), 0u);
+}
+
+// Messages on streams, which are shown as "payload: ids"; another frame, a
+// reply, as "reply".
+class OutboxMessagesTest : public ::testing::Test {
+ protected:
+  using Frames = std::vector<std::string>;
+  static constexpr size_t kMaxFrameBytes = 1 << 20;
+
+  // Whether the message is a frame of its own.
+  bool Send(uint64_t id,
+            const std::string& payload,
+            int64_t call_id = 0,
+            size_t max_frame_bytes = kMaxFrameBytes) {
+    StreamMessage message;
+    message.set_payload(payload);
+    message.set_call_id(call_id);
+    serving::OutgoingStream& stream = streams_[id];
+    stream.id = id;
+    const bool is_new_frame = outbox_.AppendMessage(
+        stream, message, message.ByteSizeLong(), max_frame_bytes);
+    ExpectBytesAreThoseWritten();
+    return is_new_frame;
+  }
+  void Reply() {
+    const ReplyFrame reply;
+    outbox_.Append(Frame::kReply, reply, FrameSize(reply));
+    ExpectBytesAreThoseWritten();
+  }
+
+  // bytes() is what would be written now.
+  void ExpectBytesAreThoseWritten() const {
+    Outbox copy = outbox_;
+    EXPECT_EQ(outbox_.bytes(), Drain(copy).size());
+    EXPECT_EQ(copy.bytes(), 0u);
+  }
+  static std::string Drain(Outbox& outbox) {
+    std::string bytes;
+    while (!outbox.Front().empty()) {
+      const std::string_view front = outbox.Front();
+      bytes += front;
+      outbox.Written(front.size());
+    }
+    return bytes;
+  }
+
+  // Writes all that waits.
+  Frames Write() {
+    Frames frames;
+    const std::string written = Drain(outbox_);
+    std::string_view rest = written;
+    while (!rest.empty()) {
+      const size_t size = FirstFrameBytes(rest);
+      FrameBuffer buffer(kMaxFrameBytes);
+      Put(rest.substr(0, size), buffer);
+      rest.remove_prefix(size);
+      FrameView frame;
+      absl::Status error;
+      EXPECT_EQ(buffer.Next(&frame, &error), FrameBuffer::kFrame) << error;
+      frames.push_back(Show(frame));
+    }
+    return frames;
+  }
+
+  Outbox outbox_;
+
+ private:
+  static void Put(std::string_view bytes, FrameBuffer& buffer) {
+    FrameView frame;
+    absl::Status error;
+    while (!bytes.empty()) {
+      const auto space = buffer.Space();
+      const size_t size = std::min(bytes.size(), space.size());
+      std::copy_n(bytes.data(), size, space.data());
+      buffer.Commit(size);
+      bytes.remove_prefix(size);
+      if (!bytes.empty()) {
+        EXPECT_EQ(buffer.Next(&frame, &error), FrameBuffer::kIncomplete);
+      }
+    }
+  }
+  static std::string Show(const FrameView& frame) {
+    if (frame.kind != Frame::kStreamData) {
+      return "reply";
+    }
+    StreamDataFrame data;
+    EXPECT_TRUE(ParseBody(frame.body, &data).ok());
+    std::string shown = data.message().payload() + ":";
+    for (const uint64_t id : data.stream_ids()) {
+      shown += " " + std::to_string(id);
+    }
+    return shown;
+  }
+
+  std::map<uint64_t, serving::OutgoingStream> streams_;
+};
+
+TEST_F(OutboxMessagesTest, OneMessageForManyStreamsIsOneFrame) {
+  EXPECT_TRUE(Send(3, "event"));
+  EXPECT_FALSE(Send(1, "event"));
+  EXPECT_FALSE(Send(200, "event"));
+  EXPECT_EQ(Write(), Frames{"event: 3 1 200"});
+}
+
+TEST_F(OutboxMessagesTest, AnotherPayloadOrCallIdIsAnotherFrame) {
+  EXPECT_TRUE(Send(1, "event"));
+  EXPECT_TRUE(Send(2, "other"));
+  EXPECT_TRUE(Send(3, "event"));
+  EXPECT_TRUE(Send(4, "event", 1));
+  EXPECT_FALSE(Send(5, "event", 1));
+  EXPECT_EQ(Write(),
+            (Frames{"event: 1", "other: 2", "event: 3", "event: 4 5"}));
+}
+
+TEST_F(OutboxMessagesTest, AnyOtherFrameEndsTheSharing) {
+  EXPECT_TRUE(Send(1, "event"));
+  Reply();
+  EXPECT_TRUE(Send(2, "event"));
+  EXPECT_FALSE(Send(3, "event"));
+  EXPECT_EQ(Write(), (Frames{"event: 1", "reply", "event: 2 3"}));
+}
+
+TEST_F(OutboxMessagesTest, WritingEndsTheSharing) {
+  EXPECT_TRUE(Send(1, "event"));
+  EXPECT_FALSE(outbox_.Front().empty());
+  EXPECT_TRUE(Send(2, "event"));
+  EXPECT_EQ(Write(), (Frames{"event: 1", "event: 2"}));
+  EXPECT_TRUE(Send(3, "event"));
+  EXPECT_EQ(Write(), Frames{"event: 3"});
+}
+
+TEST_F(OutboxMessagesTest, NoFrameNamesAStreamTwice) {
+  EXPECT_TRUE(Send(1, "event"));
+  EXPECT_FALSE(Send(2, "event"));
+  EXPECT_TRUE(Send(2, "event"));
+  EXPECT_FALSE(Send(1, "event"));
+  EXPECT_TRUE(Send(1, "event"));
+  EXPECT_EQ(Write(), (Frames{"event: 1 2", "event: 2 1", "event: 1"}));
+}
+
+TEST_F(OutboxMessagesTest, AFrameIsFilledToTheLimitToTheByte) {
+  const std::string payload(100, 'x');
+  StreamDataFrame full;
+  full.mutable_message()->set_payload(payload);
+  for (const uint64_t id : {1, 2, 3}) {
+    full.add_stream_ids(id);
+  }
+  const size_t limit = FrameSize(full);
+  for (const uint64_t id : {1, 2, 3, 4, 5}) {
+    EXPECT_EQ(Send(id, payload, 0, limit), id == 1 || id == 4);
+  }
+  EXPECT_EQ(Write(), (Frames{payload + ": 1 2 3", payload + ": 4 5"}));
+  // One byte less, and the third stream does not fit.
+  for (const uint64_t id : {1, 2, 3}) {
+    EXPECT_EQ(Send(id, payload, 0, limit - 1), id != 2);
+  }
+  EXPECT_EQ(Write(), (Frames{payload + ": 1 2", payload + ": 3"}));
+  // Nor does an id of two bytes.
+  for (const uint64_t id : {1, 2, 128}) {
+    EXPECT_EQ(Send(id, payload, 0, limit), id != 2);
+  }
+}
+
+// Borders of the lengths before the list, the message and the frame.
+TEST_F(OutboxMessagesTest, CountsWhatWaitsToTheByteAtAnySize) {
+  for (const size_t size : {0, 1, 100, 110, 113, 116, 119, 122, 125, 127, 128,
+                            130, 16'370, 16'380, 16'384, 70'000}) {
+    const std::string payload(size, 'x');
+    for (uint64_t id = 1; id <= 20; ++id) {
+      Send(id, payload);
+    }
+    Reply();
+  }
+  for (uint64_t id = 1; id <= 300; ++id) {
+    Send(id, "");
+  }
+}
+
+TEST_F(OutboxMessagesTest, CountsAPartlyWrittenFrameAndTheMessageBehindIt) {
+  Reply();
+  Send(1, "event");
+  const size_t before = outbox_.bytes();
+  outbox_.Front();
+  outbox_.Written(3);
+  EXPECT_EQ(outbox_.bytes(), before - 3);
+  Send(2, "event");
+  EXPECT_GT(outbox_.bytes(), before - 3);
+}
+
+TEST_F(OutboxMessagesTest, StreamDataIsNoReply) {
+  Send(1, "event");
+  EXPECT_EQ(outbox_.reply_bytes(), 0u);
+  Reply();
+  const size_t reply_bytes = outbox_.reply_bytes();
+  EXPECT_GT(reply_bytes, 0u);
+  EXPECT_LT(reply_bytes, outbox_.bytes());
+  Send(1, "event");
+  outbox_.Front();
+  EXPECT_EQ(outbox_.reply_bytes(), reply_bytes);
+}
+
+TEST_F(OutboxMessagesTest, AMessageThatIsHeldBackIsDroppedAsUnbegun) {
+  Send(1, "event");
+  outbox_.DropUnbegun();
+  EXPECT_EQ(outbox_.bytes(), 0u);
+  EXPECT_EQ(Write(), Frames());
+  // Nothing is added to what was dropped.
+  EXPECT_TRUE(Send(2, "event"));
+  EXPECT_EQ(Write(), Frames{"event: 2"});
+}
+
+TEST_F(OutboxMessagesTest, AMessageBehindAFrameThatHasBegunIsDropped) {
+  Reply();
+  outbox_.Front();
+  outbox_.Written(1);
+  Send(1, "event");
+  const size_t rest = outbox_.bytes();
+  outbox_.DropUnbegun();
+  EXPECT_GT(outbox_.bytes(), 0u);
+  EXPECT_LT(outbox_.bytes(), rest);
+  ExpectBytesAreThoseWritten();
+}
+
+TEST_F(OutboxMessagesTest, ClearDropsAMessageThatIsHeldBack) {
+  Send(1, "event");
+  outbox_.Clear();
+  EXPECT_EQ(outbox_.bytes(), 0u);
+  EXPECT_EQ(Write(), Frames());
+  EXPECT_TRUE(Send(1, "event"));
+  EXPECT_FALSE(Send(2, "event"));
+  EXPECT_EQ(Write(), Frames{"event: 1 2"});
 }
 
 }  // namespace
