@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "core/common/rpc/loop/manual_sequence.h"
 #include "core/common/rpc/serving/call_context.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 #include "core/common/rpc/testing/recording_call.h"
 #include "examples/window_host/service/browser.h"
 #include "examples/window_host/service/window_service.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/loop/manual_sequence.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 #include "examples/window_host/windows/memory_desktop.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"

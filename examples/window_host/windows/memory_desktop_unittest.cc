@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/common/rpc/loop/manual_sequence.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 

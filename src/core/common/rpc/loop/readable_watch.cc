@@ -9,48 +9,36 @@
 namespace rpc::loop {
 
 // Shared with the wait under way, within which the watch may be destroyed.
-class ReadableWatch::State final : public std::enable_shared_from_this<State> {
- public:
-  State(Loop& loop, int descriptor, Handler handler)
-      : descriptor_(loop.context()), handler_(std::move(handler)) {
-    std::error_code error;
-    descriptor_.assign(descriptor, error);
-    ABSL_CHECK(!error) << "descriptor " << descriptor << ": "
-                       << error.message();
-  }
+struct ReadableWatch::State {
+  asio::posix::stream_descriptor descriptor;
+  Handler handler;
+  bool watching = true;
 
-  void Wait() {
-    descriptor_.async_wait(
-        asio::posix::stream_descriptor::wait_read,
-        [self = shared_from_this()](const std::error_code& error) {
-          if (error || !self->watching_) {
-            return;
-          }
-          self->handler_();
-          if (self->watching_) {
-            self->Wait();
-          }
-        });
+  static void Wait(const std::shared_ptr<State>& state) {
+    state->descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
+                                 [state](const std::error_code&) {
+                                   if (state->watching) {
+                                     state->handler();
+                                   }
+                                   if (state->watching) {
+                                     Wait(state);
+                                   }
+                                 });
   }
-
-  void Stop() {
-    watching_ = false;
-    descriptor_.release();
-  }
-
- private:
-  asio::posix::stream_descriptor descriptor_;
-  const Handler handler_;
-  bool watching_ = true;
 };
 
 ReadableWatch::ReadableWatch(Loop& loop, int descriptor, Handler handler)
-    : state_(std::make_shared<State>(loop, descriptor, std::move(handler))) {
-  state_->Wait();
+    : state_(new State{asio::posix::stream_descriptor(loop.context()),
+                       std::move(handler)}) {
+  std::error_code error;
+  state_->descriptor.assign(descriptor, error);
+  ABSL_CHECK(!error) << "descriptor " << descriptor << ": " << error.message();
+  State::Wait(state_);
 }
 
 ReadableWatch::~ReadableWatch() {
-  state_->Stop();
+  state_->watching = false;
+  state_->descriptor.release();
 }
 
 }  // namespace rpc::loop

@@ -35,8 +35,8 @@ class ReadableWatch {
   ~ReadableWatch();
 
  private:
-  class State;
-  std::shared_ptr<State> state_;
+  struct State;
+  const std::shared_ptr<State> state_;
 };
 
 }  // namespace rpc::loop

@@ -7,8 +7,8 @@
 //   sequence.Post([id] { CloseWindow(id); });
 //   timer_ = sequence.RunAfter(std::chrono::seconds(5), [this] { GiveUp(); });
 //
-// Loop (loop.h) is the one that programs run; ManualSequence
-// (manual_sequence.h) is run by hand, with a clock of its own, for tests.
+// Programs run a Loop (loop.h). Tests run a ManualSequence by hand, which has a
+// clock of its own (testing/manual_sequence.h).
 //
 // Ownership: the program's. It outlives whatever it was handed to; tasks that
 // have not run when it goes are destroyed without being run.

@@ -9,49 +9,38 @@
 namespace rpc::loop {
 
 // Shared with the wait under way, within which the watch may be destroyed.
-class SignalWatch::State final : public std::enable_shared_from_this<State> {
- public:
-  State(Loop& loop, std::initializer_list<int> signals, Handler handler)
-      : signals_(loop.context()), handler_(std::move(handler)) {
-    for (const int signal : signals) {
-      std::error_code error;
-      signals_.add(signal, error);
-      ABSL_CHECK(!error) << "signal " << signal << ": " << error.message();
-    }
-  }
+struct SignalWatch::State {
+  asio::signal_set signals;
+  Handler handler;
+  bool watching = true;
 
-  void Wait() {
-    signals_.async_wait(
-        [self = shared_from_this()](const std::error_code& error, int signal) {
-          if (!error && self->watching_) {
-            self->Wait();
-            self->handler_(signal);
-          }
-        });
+  static void Wait(const std::shared_ptr<State>& state) {
+    state->signals.async_wait([state](const std::error_code&, int signal) {
+      if (state->watching) {
+        Wait(state);
+        state->handler(signal);
+      }
+    });
   }
-
-  void Stop() {
-    watching_ = false;
-    std::error_code ignored;
-    signals_.clear(ignored);
-    signals_.cancel(ignored);
-  }
-
- private:
-  asio::signal_set signals_;
-  const Handler handler_;
-  bool watching_ = true;
 };
 
 SignalWatch::SignalWatch(Loop& loop,
                          std::initializer_list<int> signals,
                          Handler handler)
-    : state_(std::make_shared<State>(loop, signals, std::move(handler))) {
-  state_->Wait();
+    : state_(new State{asio::signal_set(loop.context()), std::move(handler)}) {
+  for (const int signal : signals) {
+    std::error_code error;
+    state_->signals.add(signal, error);
+    ABSL_CHECK(!error) << "signal " << signal << ": " << error.message();
+  }
+  State::Wait(state_);
 }
 
 SignalWatch::~SignalWatch() {
-  state_->Stop();
+  state_->watching = false;
+  std::error_code ignored;
+  state_->signals.clear(ignored);
+  state_->signals.cancel(ignored);
 }
 
 }  // namespace rpc::loop

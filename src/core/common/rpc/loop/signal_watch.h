@@ -34,8 +34,8 @@ class SignalWatch {
   ~SignalWatch();
 
  private:
-  class State;
-  std::shared_ptr<State> state_;
+  struct State;
+  const std::shared_ptr<State> state_;
 };
 
 }  // namespace rpc::loop

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/loop/manual_sequence.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace rpc::serving {

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/loop/manual_sequence.h"
 #include "core/common/rpc/serving/streams.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace rpc::serving {

@@ -1,4 +1,4 @@
-#include "core/common/rpc/loop/manual_sequence.h"
+#include "core/common/rpc/testing/manual_sequence.h"
 
 #include <gtest/gtest.h>
 
