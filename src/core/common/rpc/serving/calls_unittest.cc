@@ -137,8 +137,13 @@ TEST_F(CallsTest, AMethodLearnsWhoCallsAndUntilWhen) {
   EXPECT_TRUE(Start(1, milliseconds(250)).ok());
   EXPECT_EQ(context_->peer(), "tester (pid 4711)");
   EXPECT_EQ(context_->deadline(), sequence_.Now() + milliseconds(250));
+  Closure* const first = done_;
   EXPECT_TRUE(Start(2).ok());
   EXPECT_EQ(context_->deadline(), std::nullopt);
+  RunOn(sequence_, [&] {
+    first->Run();
+    done_->Run();
+  });
 }
 
 TEST_F(CallsTest, ADeadlineEndsTheCallAndTellsTheMethod) {
@@ -221,6 +226,7 @@ TEST_F(CallsTest, AnIdInUseBreaksTheProtocol) {
   EXPECT_EQ(Start(1), absl::InvalidArgumentError("call id 1 is in use"));
   RunOn(sequence_, [&] { done_->Run(); });
   EXPECT_TRUE(Start(1).ok());
+  RunOn(sequence_, [&] { done_->Run(); });
 }
 
 TEST_F(CallsTest, ACallOutlivesItsClientUntilItsMethodIsDone) {
