@@ -13,14 +13,16 @@
 //   answerer.Subscribe(window);
 //
 // The handler may answer at once, or keep the reply handle and answer later, or
-// decline. Handles can be copied and moved; when the last one of a question
-// goes without an answer, that declines, so nobody waits for ever.
+// decline. Handles can be copied and moved. When the last handle of a question
+// is destroyed without an answer, the question is declined, so that the asker
+// does not wait for ever.
 //
 // Ownership, sequence and failure are those of client_stream.h: the answerer is
-// the user's, callbacks run on the loop and may destroy it, and the second one
-// says why there will be no more questions. Reply handles are used and
-// destroyed on the loop too; they may outlive the answerer, and then do
-// nothing. A question that this program cannot read is declined.
+// the user's, callbacks run on the client's sequence and may destroy it, and
+// the end callback says why there will be no more questions. Reply handles are
+// used and destroyed on the same sequence; they may outlive the answerer, and
+// then do nothing. A question that does not parse, or is of an unknown kind, is
+// declined.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
 #define CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
@@ -45,15 +47,16 @@ namespace rpc::transport {
 template <typename T>
 class CallbackAnswerer {
  public:
-  // What the handler settles one question with.
+  // Answers or declines one question.
   class Reply {
    public:
     // Sends `answer`, in which the response must be set; its browser_id is
     // filled in. INVALID_ARGUMENT without a response, FAILED_PRECONDITION when
-    // the question is settled already, UNAVAILABLE when the stream is over or
-    // too much waits to be written. The question is settled only by OK.
+    // the question has been answered or declined already, UNAVAILABLE when the
+    // stream is over or too much waits to be written. Unless this returns OK
+    // the question stays open, and can be answered again.
     absl::Status Answer(T answer) const {
-      // A frame without one would end the process of whoever asked.
+      // An answer without a response would end the process that asked.
       if (answer.body_case() != T::kResponse) {
         return absl::InvalidArgumentError("the answer has no response");
       }
@@ -61,7 +64,7 @@ class CallbackAnswerer {
       return owed_->Answer(answer);
     }
 
-    // Says that there will be no answer.
+    // Tells the server that there will be no answer.
     void Decline() const { owed_->Decline(); }
 
    private:
@@ -92,12 +95,14 @@ class CallbackAnswerer {
   CallbackAnswerer(const CallbackAnswerer&) = delete;
   CallbackAnswerer& operator=(const CallbackAnswerer&) = delete;
 
-  // Answers for `window` from here on, or no longer; the newest answerer has
-  // the window. False when the stream is over.
+  // Starts or stops receiving the questions about `window`. If several
+  // answerers subscribe to a window, the newest gets its questions. False when
+  // it cannot be sent: the stream is over, or too much waits to be written.
   bool Subscribe(const BrowserId& window) { return Send(window, true); }
   bool Unsubscribe(const BrowserId& window) { return Send(window, false); }
 
-  // Wants no more questions; the end callback comes when the server has agreed.
+  // Tells the server that no more questions are wanted. The end callback runs
+  // when the server has ended the stream too.
   void End() { stream_->End(); }
 
  private:
@@ -106,10 +111,11 @@ class CallbackAnswerer {
     T question;
     const bool readable = question.ParseFromString(message.payload()) &&
                           question.body_case() != T::BODY_NOT_SET;
-    T nameplate;
-    *nameplate.mutable_browser_id() = question.browser_id();
+    T refusal;
+    *refusal.mutable_browser_id() = question.browser_id();
+    // Declines when it is destroyed, so also right here.
     auto owed =
-        std::make_shared<OwedAnswer>(stream_, nameplate, message.call_id());
+        std::make_shared<OwedAnswer>(stream_, refusal, message.call_id());
     if (readable) {
       on_question(question, Reply(question.browser_id(), std::move(owed)));
     }
@@ -124,7 +130,7 @@ class CallbackAnswerer {
     return stream_->Send(message);
   }
 
-  // Shared with nobody: reply handles only watch it.
+  // The only owner: reply handles have weak pointers to it.
   const std::shared_ptr<ClientStream> stream_;
 };
 

@@ -40,7 +40,7 @@ absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(loop::Loop& loop,
   fd.Release();
   auto core =
       std::make_shared<ClientCore>(loop, std::move(socket), std::move(options));
-  status = core->Handshake();
+  status = core->RunHandshake();
   std::unique_ptr<Client> client(new Client(std::move(core)));
   if (!status.ok()) {
     return status;

@@ -12,17 +12,17 @@
 //   windows.Show(&controller, &id, &nothing, nullptr);   // blocks
 //
 // With a closure instead of the last nullptr the call is asynchronous: it
-// returns at once, and the closure runs on the loop when the call is over. For
-// streaming methods see event_subscriber.h and callback_answerer.h.
+// returns at once, and the closure runs as a task of the loop when the call is
+// over. For streaming methods see event_subscriber.h and callback_answerer.h.
 //
 // Ownership: the caller's. The loop must outlive the client. Controller,
 // response and closure must live until the call is over; the request only until
-// CallMethod returns. Destroying the client ends its calls with CANCELLED and
-// its streams with them; a closure that it runs may destroy it.
+// CallMethod returns. Destroying the client ends its calls and streams with
+// CANCELLED. A closure that the client runs may destroy it.
 //
 // Sequence: the thread that runs the loop. Blocking operations run the loop
-// themselves, and with it whatever else is ready there; they must not be used
-// inside a closure or handler that the same client runs, and refuse that with
+// themselves, and with it whatever else is ready there. Within a closure or
+// callback that the same client runs, a blocking call fails with
 // FAILED_PRECONDITION.
 //
 // Failure: Connect() and Adopt() say why there is no client; limits that
@@ -54,7 +54,7 @@ class ClientCore;
 struct ClientOptions {
   serving::Limits limits;
 
-  // What the client calls itself, for the server's records.
+  // The client's name for itself, which the server reports.
   std::string name;
 };
 
@@ -69,8 +69,9 @@ class Client final : public google::protobuf::RpcChannel {
   static absl::StatusOr<std::unique_ptr<Client>>
   Adopt(loop::Loop& loop, loop::ScopedFd socket, ClientOptions options = {});
 
-  // The first half of Connect(), for whom it matters whether anybody listens at
-  // `path`: connects and waits for nothing.
+  // The first half of Connect(): connects a socket, without the handshake.
+  // Tells a server that does not listen from one that does not welcome this
+  // client.
   static absl::StatusOr<loop::ScopedFd> OpenSocket(const std::string& path);
 
   Client(const Client&) = delete;
@@ -84,7 +85,7 @@ class Client final : public google::protobuf::RpcChannel {
                   google::protobuf::Message* response,
                   google::protobuf::Closure* done) override;
 
-  // OK while connected, then why no longer.
+  // OK while connected, then why the connection was closed.
   const absl::Status& status() const;
 
   // Called once when the connection is lost, after all calls and streams on it

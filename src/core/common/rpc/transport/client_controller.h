@@ -42,15 +42,15 @@ class ClientController final : public google::protobuf::RpcController {
   // How the call ended; OK before it did.
   const absl::Status& status() const { return status_; }
 
-  // Gives the call up: it ends with CANCELLED on the next turn of the loop,
-  // and the server is told. Does nothing when no call is under way.
+  // Cancels the call: it ends with CANCELLED on the next turn of the loop, and
+  // the server is told. Does nothing when no call is under way.
   void StartCancel() override;
 
   void Reset() override;
   bool Failed() const override;
   std::string ErrorText() const override;
 
-  // The server's side of the interface.
+  // For servers only: these end the process.
   void SetFailed(const std::string& reason) override;
   bool IsCanceled() const override;
   void NotifyOnCancel(google::protobuf::Closure* callback) override;
@@ -61,8 +61,8 @@ class ClientController final : public google::protobuf::RpcController {
   std::optional<std::chrono::milliseconds> timeout_;
   absl::Status status_;
 
-  // While a call is under way: where, and under which id. The core ends all of
-  // its calls before it goes.
+  // The call that is under way: its core, null when there is none, and its id.
+  // The core ends all of its calls before it is destroyed.
   ClientCore* core_ = nullptr;
   uint64_t call_id_ = 0;
 };

@@ -10,9 +10,9 @@
 //   closed.Subscribe(window);
 //
 // Ownership, sequence and failure are those of client_stream.h: the subscriber
-// is the user's, callbacks run on the loop and may destroy it, and the second
-// one says why there will be no more events. An event that does not parse is
-// passed over.
+// is the user's, callbacks run on the client's sequence and may destroy it, and
+// the end callback says why there will be no more events. An event that does
+// not parse is ignored.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
 #define CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
@@ -51,8 +51,8 @@ class EventSubscriber {
             },
             std::move(on_end)) {}
 
-  // From here on, or no longer, events about `key`. False when the stream is
-  // over.
+  // Starts or stops receiving the events about `key`. False when it cannot be
+  // sent: the stream is over, or too much waits to be written.
   bool Subscribe(const BrowserId& key) {
     rpc::EventSubscription subscription;
     *subscription.mutable_subscribe_to() = key;
@@ -64,7 +64,8 @@ class EventSubscriber {
     return Send(subscription);
   }
 
-  // Wants no more events; the end callback comes when the server has agreed.
+  // Tells the server that no more events are wanted. The end callback runs when
+  // the server has ended the stream too.
   void End() { stream_.End(); }
 
  private:

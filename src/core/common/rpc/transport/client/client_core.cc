@@ -18,7 +18,7 @@ using google::protobuf::Closure;
 using google::protobuf::Message;
 using google::protobuf::MethodDescriptor;
 
-// Lets a blocking call see that it is over.
+// Given to a blocking call as its closure: tells when the call is over.
 class Waiter final : public Closure {
  public:
   void Run() override { done_ = true; }
@@ -52,11 +52,12 @@ ClientCore::ClientCore(loop::Loop& loop,
                                                std::move(socket),
                                                options_.limits,
                                                counters_)),
-      streams_(std::make_shared<ClientStreams>(loop, connection_, methods_)) {}
+      streams_(
+          std::make_shared<ClientStreamTable>(loop, connection_, methods_)) {}
 
 ClientCore::~ClientCore() = default;
 
-absl::Status ClientCore::Handshake() {
+absl::Status ClientCore::RunHandshake() {
   connection_->Start(shared_from_this());
   HelloFrame hello;
   hello.set_protocol_version(kProtocolVersion);
@@ -68,19 +69,24 @@ absl::Status ClientCore::Handshake() {
 
   const auto timer = loop_.RunAfter(options_.limits.handshake_timeout,
                                     [this] { OnHandshakeTimeout(); });
-  if (!loop_.RunUntil([this] { return settled_; })) {
+  if (!loop_.RunUntil([this] { return IsHandshakeOver(); })) {
     return LoopStopped();
   }
-  // What the server itself gives as a reason is one.
-  if (absl::IsInvalidArgument(status_) && !goodbye_) {
+  // INVALID_ARGUMENT is what malformed frames close the connection with. A
+  // reason that the server has given in its goodbye is passed on as it is.
+  if (absl::IsInvalidArgument(status_) && handshake_ != Handshake::kGoodbye) {
     return absl::FailedPreconditionError(absl::StrCat(
         "the other side does not speak this protocol: ", status_.message()));
   }
   return status_;
 }
 
+bool ClientCore::IsHandshakeOver() const {
+  return handshake_ != Handshake::kAwaitingWelcome || !status_.ok();
+}
+
 void ClientCore::OnHandshakeTimeout() {
-  if (!settled_) {
+  if (!IsHandshakeOver()) {
     ++counters_->limit_hits.handshake_timeout;
     connection_->Close(absl::DeadlineExceededError(absl::StrCat(
         "the server has not answered the hello within handshake_timeout, ",
@@ -89,18 +95,19 @@ void ClientCore::OnHandshakeTimeout() {
 }
 
 absl::Status ClientCore::OnFrame(const FrameView& frame) {
-  if (welcome_ == (frame.kind == Frame::kWelcome) &&
+  const bool welcomed = handshake_ != Handshake::kAwaitingWelcome;
+  if (welcomed == (frame.kind == Frame::kWelcome) &&
       frame.kind != Frame::kGoodbye) {
     return absl::InvalidArgumentError(
-        welcome_ ? "a second welcome" : "the first frame is not a welcome");
+        welcomed ? "a second welcome" : "the first frame is not a welcome");
   }
-  absl::Status status = Handle(frame);
+  absl::Status status = HandleFrame(frame);
   FreeIfLarge(reply_frame_, frame.body.size());
   FreeIfLarge(data_frame_, frame.body.size());
   return status;
 }
 
-absl::Status ClientCore::Handle(const FrameView& frame) {
+absl::Status ClientCore::HandleFrame(const FrameView& frame) {
   switch (frame.kind) {
     case Frame::kWelcome:
       return OnWelcome(frame.body);
@@ -136,16 +143,15 @@ absl::Status ClientCore::OnWelcome(std::string_view body) {
   }
   connection_->set_peer_max_frame_bytes(welcome.max_frame_bytes());
   methods_.Set(std::move(*welcome.mutable_services()));
-  welcome_ = true;
-  settled_ = true;
+  handshake_ = Handshake::kWelcomed;
   return absl::OkStatus();
 }
 
 absl::Status ClientCore::OnGoodbye(std::string_view body) {
   GoodbyeFrame goodbye;
   absl::Status status = ParseBody(body, &goodbye);
-  goodbye_ = status.ok();
   if (status.ok()) {
+    handshake_ = Handshake::kGoodbye;
     status = FromWire(goodbye.status());
   }
   if (status.ok()) {
@@ -182,7 +188,7 @@ void ClientCore::CallAndWait(const MethodDescriptor* method,
   const uint64_t id = StartCall(method, controller, request, response, &waiter);
   connection_->Write();
   if (!loop_.RunUntil([&waiter] { return waiter.done(); })) {
-    if (IsPending(id)) {
+    if (IsAwaitingReply(id)) {
       AppendCancel(id);
     }
     FinishCall(id, LoopStopped());
@@ -203,9 +209,9 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
       AppendCall(id, method, request, controller->timeout_);
   FreeIfLarge(call_frame_, call_frame_.request().capacity());
   if (!status.ok()) {
-    GiveUp(id, status);
+    FinishCallSoon(id, status);
   } else if (controller->timeout_) {
-    AwaitDeadline(id, *controller->timeout_);
+    StartTimer(id, *controller->timeout_);
   }
   return id;
 }
@@ -245,7 +251,7 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   return absl::OkStatus();
 }
 
-void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
+void ClientCore::StartTimer(uint64_t id, Milliseconds timeout) {
   calls_.at(id).timer = loop_.RunAfter(timeout, [this, id] {
     AppendCancel(id);
     FinishCall(
@@ -254,29 +260,21 @@ void ClientCore::AwaitDeadline(uint64_t id, Milliseconds timeout) {
 }
 
 void ClientCore::CancelCall(uint64_t id) {
-  if (IsPending(id)) {
+  if (IsAwaitingReply(id)) {
     AppendCancel(id);
-    GiveUp(id, absl::CancelledError("the caller has cancelled it"));
+    FinishCallSoon(id, absl::CancelledError("the caller has cancelled it"));
   }
 }
 
-bool ClientCore::IsPending(uint64_t id) const {
+bool ClientCore::IsAwaitingReply(uint64_t id) const {
   const auto call = calls_.find(id);
-  return call != calls_.end() && !call->second.given_up;
+  return call != calls_.end() && !call->second.finish_posted;
 }
 
 void ClientCore::AppendCancel(uint64_t id) {
   CancelFrame cancel;
   cancel.set_call_id(id);
   connection_->Append(Frame::kCancel, cancel);
-}
-
-void ClientCore::GiveUp(uint64_t id, const absl::Status& why) {
-  PendingCall& call = calls_.at(id);
-  call.given_up = true;
-  call.timer.reset();
-  loop_.Post(
-      [self = shared_from_this(), id, why] { self->FinishCall(id, why); });
 }
 
 absl::Status ClientCore::OnReply(std::string_view body) {
@@ -286,13 +284,13 @@ absl::Status ClientCore::OnReply(std::string_view body) {
   }
   const uint64_t id = reply_frame_.call_id();
   const auto call = calls_.find(id);
-  if (call != calls_.end() && !call->second.given_up) {
-    FinishCall(id, TakeResponse(call->second));
+  if (call != calls_.end() && !call->second.finish_posted) {
+    FinishCall(id, ReadReply(call->second));
   }
   return absl::OkStatus();
 }
 
-absl::Status ClientCore::TakeResponse(const PendingCall& call) {
+absl::Status ClientCore::ReadReply(const PendingCall& call) {
   if (reply_frame_.has_status()) {
     return FromWire(reply_frame_.status());
   }
@@ -303,7 +301,6 @@ absl::Status ClientCore::TakeResponse(const PendingCall& call) {
   return absl::OkStatus();
 }
 
-// The closure may destroy anything, this object's Client included.
 void ClientCore::FinishCall(uint64_t id, const absl::Status& status) {
   const auto entry = calls_.find(id);
   if (entry == calls_.end()) {
@@ -314,6 +311,15 @@ void ClientCore::FinishCall(uint64_t id, const absl::Status& status) {
   call.controller->core_ = nullptr;
   call.controller->status_ = status;
   call.done->Run();
+}
+
+void ClientCore::FinishCallSoon(uint64_t id, const absl::Status& status) {
+  PendingCall& call = calls_.at(id);
+  call.finish_posted = true;
+  call.timer.reset();
+  loop_.Post([self = shared_from_this(), id, status] {
+    self->FinishCall(id, status);
+  });
 }
 
 void ClientCore::FinishAllCalls(const absl::Status& status) {
@@ -330,7 +336,7 @@ void ClientCore::FinishAllCalls(const absl::Status& status) {
 absl::Status ClientCore::OnStreamData(std::string_view body) {
   absl::Status status = ParseBody(body, &data_frame_);
   if (status.ok()) {
-    streams_->OnData(data_frame_);
+    streams_->OnDataFrame(data_frame_);
   }
   return status;
 }
@@ -339,16 +345,15 @@ absl::Status ClientCore::OnStreamEnd(std::string_view body) {
   StreamEndFrame end;
   absl::Status status = ParseBody(body, &end);
   if (status.ok()) {
-    streams_->OnEnd(end);
+    streams_->OnEndFrame(end);
   }
   return status;
 }
 
 void ClientCore::OnClosed(const absl::Status& why) {
   status_ = why;
-  settled_ = true;
   FinishAllCalls(why);
-  streams_->CloseAll(why);
+  streams_->FinishAll(why);
   if (const ClosedCallback on_closed = std::exchange(on_closed_, nullptr)) {
     on_closed(why);
   }
@@ -358,7 +363,7 @@ void ClientCore::Close() {
   on_closed_ = nullptr;
   const absl::Status why = absl::CancelledError("the client was destroyed");
   FinishAllCalls(why);
-  streams_->CloseAll(why);
+  streams_->FinishAll(why);
   connection_->Close(why);
 }
 

@@ -1,14 +1,19 @@
-// The insides of a Client: the handshake, and the calls on its connection.
+// The implementation of Client: runs the handshake, sends calls and completes
+// them, and hands stream frames to the ClientStreamTable. It is an object of
+// its own because it must live on while a callback destroys the Client.
 //
-// Call ids are never used twice, so a reply to a call that is given up is told
-// by its id being unknown, and ignored.
+// Call ids are never reused. A reply with an unknown id is to a call that has
+// been cancelled or has timed out, and is ignored.
 //
-// Ownership: shared between the Client, its streams, turns of the loop to come,
+// Ownership: shared between the Client, its streams, tasks posted to the loop,
 // and the connection as long as that is open. Points to the controllers,
 // responses and closures of calls, which are the callers'.
 //
-// Sequence: the loop's. Closures run on turns of the loop, never within the
-// operation that they are given to; each of them may destroy the Client.
+// Sequence: that of the loop. The closure of a call never runs within the
+// CallMethod() that it is given to; any closure may destroy the Client.
+//
+// Failure: a call fails by its controller's status. When the connection closes,
+// all calls and streams end with the same status, that of status().
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_CLIENT_CORE_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_CLIENT_CORE_H_
@@ -28,7 +33,7 @@
 #include "core/common/rpc/loop/asio.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/transport/client.h"
-#include "core/common/rpc/transport/client/client_streams.h"
+#include "core/common/rpc/transport/client/client_stream_table.h"
 #include "core/common/rpc/transport/client/remote_methods.h"
 #include "core/common/rpc/transport/wire/connection.h"
 #include "rpc/transport/frame.pb.h"
@@ -48,8 +53,9 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   ClientCore& operator=(const ClientCore&) = delete;
   ~ClientCore();
 
-  // Runs the loop until the server has answered the hello.
-  absl::Status Handshake();
+  // Says hello, and runs the loop until the server has answered or the
+  // connection is closed. Fails when the server does not welcome this client.
+  absl::Status RunHandshake();
 
   // Client::CallMethod() and ClientController::StartCancel().
   void Call(const google::protobuf::MethodDescriptor* method,
@@ -59,14 +65,16 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
             google::protobuf::Closure* done);
   void CancelCall(uint64_t id);
 
-  // The Client goes: ends its calls and closes.
+  // The Client is being destroyed: ends its calls and streams with CANCELLED,
+  // and closes the connection.
   void Close();
 
+  // OK while the connection is open, then why it is closed.
   const absl::Status& status() const { return status_; }
   void set_on_closed(ClosedCallback on_closed) {
     on_closed_ = std::move(on_closed);
   }
-  ClientStreams& streams() { return *streams_; }
+  ClientStreamTable& streams() { return *streams_; }
   const serving::Counters& counters() const { return *counters_; }
 
   // Connection::Delegate:
@@ -78,15 +86,20 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
     ClientController* controller;
     google::protobuf::Message* response;
     google::protobuf::Closure* done;
-    // Set where the call has a deadline.
+    // Null when the call has no timeout.
     std::unique_ptr<loop::Timer> timer;
-    // It ends on the next turn, whatever arrives until then. Either it was
-    // never sent or its cancel has been.
-    bool given_up = false;
+    // FinishCallSoon() has decided how the call ends. A reply or a cancel that
+    // comes before it runs is ignored.
+    bool finish_posted = false;
   };
 
+  // What the server has last said about the connection itself. A connection
+  // that is lost changes nothing here, only status_.
+  enum class Handshake { kAwaitingWelcome, kWelcomed, kGoodbye };
+
+  bool IsHandshakeOver() const;
   void OnHandshakeTimeout();
-  absl::Status Handle(const FrameView& frame);
+  absl::Status HandleFrame(const FrameView& frame);
   absl::Status OnWelcome(std::string_view body);
   absl::Status OnGoodbye(std::string_view body);
   absl::Status OnReply(std::string_view body);
@@ -106,12 +119,16 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
                           const google::protobuf::MethodDescriptor* method,
                           const google::protobuf::Message& request,
                           std::optional<Milliseconds> timeout);
-  bool IsPending(uint64_t id) const;
+  bool IsAwaitingReply(uint64_t id) const;
   void AppendCancel(uint64_t id);
-  void AwaitDeadline(uint64_t id, Milliseconds timeout);
-  absl::Status TakeResponse(const PendingCall& call);
-  void GiveUp(uint64_t id, const absl::Status& why);
+  void StartTimer(uint64_t id, Milliseconds timeout);
+  // Parses the response in `reply_frame_` into the caller's. Returns how the
+  // call has ended.
+  absl::Status ReadReply(const PendingCall& call);
+  // Runs the call's closure, now or on a later turn. The closure may destroy
+  // the Client.
   void FinishCall(uint64_t id, const absl::Status& status);
+  void FinishCallSoon(uint64_t id, const absl::Status& status);
   void FinishAllCalls(const absl::Status& status);
 
   loop::Loop& loop_;
@@ -120,21 +137,17 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
       std::make_shared<serving::Counters>();
   RemoteMethods methods_;
   const std::shared_ptr<Connection> connection_;
-  const std::shared_ptr<ClientStreams> streams_;
+  const std::shared_ptr<ClientStreamTable> streams_;
   ClosedCallback on_closed_;
 
-  // The handshake is over, one way or the other; with success.
-  bool settled_ = false;
-  bool welcome_ = false;
-  // The server has said why it ends the connection.
-  bool goodbye_ = false;
-  // Why the connection is closed, once it is.
+  Handshake handshake_ = Handshake::kAwaitingWelcome;
   absl::Status status_;
 
   absl::flat_hash_map<uint64_t, PendingCall> calls_;
   uint64_t last_call_id_ = 0;
 
-  // Used again and again, for the memory that they hold.
+  // Reused for every frame of their kind, so that their memory is allocated
+  // once.
   CallFrame call_frame_;
   ReplyFrame reply_frame_;
   StreamDataFrame data_frame_;

@@ -1,6 +1,6 @@
-// Talks to a client as a server has really talked once, but for messages that
-// have been changed; see conversation_mutator.cc. Whatever it hears, the client
-// keeps to the protocol, and all that it has begun ends once.
+// Replays to a client what a real server once sent, with some frames changed by
+// conversation_mutator.cc. Whatever it receives, the client must keep to the
+// protocol, and each call and stream that it has begun must end exactly once.
 
 #include "core/common/rpc/transport/client/client_core.h"
 
@@ -22,8 +22,8 @@ namespace {
 
 using Socket = asio::local::stream_protocol::socket;
 
-// Says one thing on each turn of the loop, and hangs up at last: nobody waits
-// for a server that has nothing more to say.
+// Sends one frame on each turn of the loop, and closes the socket after the
+// last, so that no client waits for more. Checks what the client sends.
 class Server {
  public:
   Server(loop::Loop& loop, Socket socket, std::string_view bytes)
@@ -49,7 +49,7 @@ class Server {
       max_frame_bytes_ = welcome.max_frame_bytes();
       welcomed_ = true;
     }
-    // A client that takes no more has closed.
+    // If this fails, the client has closed the connection.
     WriteSome(socket_, next.bytes);
     loop_.Post([this] { SayMore(); });
   }

@@ -16,7 +16,7 @@ ClientStream::ClientStream(Client& client,
       id_(core_->streams().Open(method, this)) {}
 
 ClientStream::~ClientStream() {
-  core_->streams().Abandon(id_);
+  core_->streams().EndAndDetach(id_);
 }
 
 bool ClientStream::Send(const StreamMessage& message) {

@@ -1,15 +1,16 @@
-// One stream of a client, without regard to what its messages are: what
-// EventSubscriber and CallbackAnswerer are made of.
+// One open stream of a client, for messages of any type. EventSubscriber and
+// CallbackAnswerer are built on it and give the messages their type.
 //
-// Ownership: the user's. Destroying it ends the stream and tells nobody.
+// Ownership: the user's. Destroying it ends the stream; the end callback is
+// then not called.
 //
-// Sequence: the loop of the client. The callbacks run on turns of the loop,
-// never within an operation of the stream; each may destroy the stream, and the
-// client.
+// Sequence: that of the client. The callbacks run when a frame arrives or the
+// connection closes, never within an operation of the stream; each may destroy
+// the stream and the client.
 //
-// Failure: the end callback says, once, why the stream is over: OK where it was
-// ended as it should, UNIMPLEMENTED where the server has no such stream,
-// CANCELLED where the client was destroyed, UNAVAILABLE where the server has
+// Failure: the end callback runs once and says why the stream is over: OK when
+// both sides have ended it, UNIMPLEMENTED when the server has no such stream,
+// CANCELLED when the client was destroyed, UNAVAILABLE when the server has
 // gone. After that, and after End(), sending returns false.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_CLIENT_STREAM_H_
@@ -23,14 +24,14 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/transport/client.h"
-#include "core/common/rpc/transport/client/client_streams.h"
+#include "core/common/rpc/transport/client/client_stream_table.h"
 #include "rpc/transport/stream_message.pb.h"
 
 namespace rpc::transport {
 
-class ClientStream final : private ClientStreams::Observer {
+class ClientStream final : private ClientStreamTable::Observer {
  public:
-  // A function of the StreamMessage does, too.
+  // May also be a function that takes a StreamMessage.
   using DataCallback = std::function<void(const ReceivedMessage&)>;
   using EndCallback = std::function<void(const absl::Status&)>;
 
@@ -43,23 +44,24 @@ class ClientStream final : private ClientStreams::Observer {
   ClientStream& operator=(const ClientStream&) = delete;
   ~ClientStream();
 
-  // Sends a message, or one that says that a question will not be answered.
-  // False when it is dropped: the stream is over, or too much waits to be
-  // written, which for the second closes the connection.
+  // Send() sends a message, SendError() says that the question named in the
+  // message will not be answered. False when it is dropped: the stream is over,
+  // or too much waits to be written. SendError() then closes the connection,
+  // since the question would stay pending for ever.
   bool Send(const StreamMessage& message);
   bool SendError(const StreamMessage& message);
 
-  // Says that nothing more will be sent. The end callback comes when the server
-  // has agreed; what it has sent before still arrives.
+  // Tells the server that nothing more will be sent. What the server sends
+  // until it ends the stream too still arrives; then the end callback runs.
   void End();
 
  private:
-  // ClientStreams::Observer:
+  // ClientStreamTable::Observer:
   void OnData(const ReceivedMessage& message) override;
   void OnEnd(const absl::Status& status) override;
 
   const std::shared_ptr<ClientCore> core_;
-  // Shared with its own calls, in which it may be given up.
+  // Shared, since the callback may destroy the stream while it runs.
   const std::shared_ptr<const DataCallback> on_data_;
   EndCallback on_end_;
   const uint64_t id_;

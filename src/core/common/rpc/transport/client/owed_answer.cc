@@ -5,11 +5,11 @@
 namespace rpc::transport {
 
 OwedAnswer::OwedAnswer(std::weak_ptr<ClientStream> stream,
-                       const google::protobuf::MessageLite& nameplate,
+                       const google::protobuf::MessageLite& refusal,
                        int64_t call_id)
     : stream_(std::move(stream)) {
-  error_.set_call_id(call_id);
-  nameplate.SerializeToString(error_.mutable_payload());
+  refusal_.set_call_id(call_id);
+  refusal.SerializeToString(refusal_.mutable_payload());
 }
 
 OwedAnswer::~OwedAnswer() {
@@ -21,7 +21,7 @@ absl::Status OwedAnswer::Answer(const google::protobuf::MessageLite& answer) {
     return absl::FailedPreconditionError("the question is settled already");
   }
   StreamMessage message;
-  message.set_call_id(error_.call_id());
+  message.set_call_id(refusal_.call_id());
   answer.SerializeToString(message.mutable_payload());
   const auto stream = stream_.lock();
   if (!stream || !stream->Send(message)) {
@@ -34,7 +34,7 @@ absl::Status OwedAnswer::Answer(const google::protobuf::MessageLite& answer) {
 void OwedAnswer::Decline() {
   const auto stream = stream_.lock();
   if (stream && !std::exchange(settled_, true)) {
-    stream->SendError(error_);
+    stream->SendError(refusal_);
   }
 }
 

@@ -1,11 +1,13 @@
-// The answer that a client owes to a question. Somebody at the other end waits
-// for it, so destroying this without one declines: the server is told that
-// there will be none.
+// The answer that a client owes to a question of the server. The asker waits
+// for it, so an OwedAnswer that is destroyed without an answer declines: it
+// tells the server that there will be none.
 //
-// Ownership: shared by the reply handles of callback_answerer.h. Outlives its
-// stream harmlessly.
+// Ownership: shared by the reply handles of callback_answerer.h. May outlive
+// its stream; then it does nothing.
 //
-// Sequence: the loop of the client.
+// Sequence: that of the client.
+//
+// Failure: Answer() says why the answer was not sent; declining cannot fail.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_OWED_ANSWER_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_OWED_ANSWER_H_
@@ -23,26 +25,27 @@ namespace rpc::transport {
 
 class OwedAnswer final {
  public:
-  // `nameplate` names the window that the question was about, and nothing else;
-  // `call_id` is the question's. That is what declining sends.
+  // Declining sends `refusal`, a message of the method's type with nothing but
+  // the question's browser_id, and `call_id`, that of the question.
   OwedAnswer(std::weak_ptr<ClientStream> stream,
-             const google::protobuf::MessageLite& nameplate,
+             const google::protobuf::MessageLite& refusal,
              int64_t call_id);
   OwedAnswer(const OwedAnswer&) = delete;
   OwedAnswer& operator=(const OwedAnswer&) = delete;
   ~OwedAnswer();
 
-  // Sends the answer. FAILED_PRECONDITION when the question is settled already,
-  // UNAVAILABLE when the answer cannot be sent.
+  // Sends the answer. FAILED_PRECONDITION when the question has been answered
+  // or declined already, UNAVAILABLE when the answer cannot be sent.
   absl::Status Answer(const google::protobuf::MessageLite& answer);
 
-  // Says that there will be no answer. Nothing happens when the question is
-  // settled already.
+  // Tells the server that there will be no answer. Does nothing when the
+  // question has been answered or declined already.
   void Decline();
 
  private:
   const std::weak_ptr<ClientStream> stream_;
-  StreamMessage error_;
+  StreamMessage refusal_;
+  // Answered or declined.
   bool settled_ = false;
 };
 

@@ -1,9 +1,11 @@
-// A message that has arrived for one or several streams of a client, which
-// share what it is parsed into.
+// A message that has arrived for one or several streams of a client. It is
+// parsed once, and the streams share the result.
 //
-// Ownership: refers to a frame, and lives for as long as that is handled.
+// Ownership: refers to a frame, and lives only while that is handled.
 //
-// Sequence: the loop's.
+// Sequence: that of the client.
+//
+// Failure: As() returns null when the payload does not parse.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_RECEIVED_MESSAGE_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_RECEIVED_MESSAGE_H_
@@ -23,11 +25,11 @@ class ReceivedMessage {
   ReceivedMessage(const ReceivedMessage&) = delete;
   ReceivedMessage& operator=(const ReceivedMessage&) = delete;
 
-  // For whoever reads the frame itself.
+  // For callbacks that take the frame's message unparsed.
   operator const StreamMessage&() const { return frame_; }  // NOLINT
 
-  // The payload as a T, parsed for the first stream that asks. Null where it
-  // does not parse.
+  // The payload as a T, parsed when the first stream asks; null if it does not
+  // parse.
   template <typename T>
   const T* As() const {
     if (prototype_ != &T::default_instance()) {
@@ -41,8 +43,9 @@ class ReceivedMessage {
 
  private:
   const StreamMessage& frame_;
-  // Of which type `parsed_` is. Streams of one message are nearly always of one
-  // method, so the last type is enough.
+  // Tells the type that `parsed_` was parsed as; it is null if that failed. The
+  // streams of one message nearly always want the same type, so only the last
+  // one is kept.
   mutable const google::protobuf::MessageLite* prototype_ = nullptr;
   mutable std::unique_ptr<google::protobuf::MessageLite> parsed_;
 };

@@ -1,4 +1,4 @@
-#include "core/common/rpc/transport/client/client_streams.h"
+#include "core/common/rpc/transport/client/client_stream_table.h"
 
 #include <utility>
 
@@ -7,30 +7,31 @@
 
 namespace rpc::transport {
 
-ClientStreams::ClientStreams(loop::Sequence& sequence,
-                             std::shared_ptr<Connection> connection,
-                             RemoteMethods& methods)
+ClientStreamTable::ClientStreamTable(loop::Sequence& sequence,
+                                     std::shared_ptr<Connection> connection,
+                                     RemoteMethods& methods)
     : sequence_(sequence),
       connection_(std::move(connection)),
       methods_(methods) {}
 
-ClientStreams::~ClientStreams() = default;
+ClientStreamTable::~ClientStreamTable() = default;
 
-uint64_t ClientStreams::Open(const google::protobuf::MethodDescriptor* method,
-                             Observer* observer) {
+uint64_t ClientStreamTable::Open(
+    const google::protobuf::MethodDescriptor* method,
+    Observer* observer) {
   const uint64_t id = ++last_id_;
   streams_.emplace(id, Stream{observer});
   const absl::Status status = AppendOpen(id, method);
   if (!status.ok()) {
-    // There is nothing at the server to end.
-    streams_.at(id).ended = true;
+    // The server knows no such stream, so no end frame may be sent for it.
+    streams_.at(id).can_send = false;
     sequence_.Post(
         [self = shared_from_this(), id, status] { self->Finish(id, status); });
   }
   return id;
 }
 
-absl::Status ClientStreams::AppendOpen(
+absl::Status ClientStreamTable::AppendOpen(
     uint64_t id,
     const google::protobuf::MethodDescriptor* method) {
   if (!closed_.ok()) {
@@ -54,7 +55,7 @@ absl::Status ClientStreams::AppendOpen(
   return absl::OkStatus();
 }
 
-bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
+bool ClientStreamTable::SendData(uint64_t id, const StreamMessage& message) {
   if (!CanSend(id)) {
     return false;
   }
@@ -66,7 +67,7 @@ bool ClientStreams::SendData(uint64_t id, const StreamMessage& message) {
          connection_->Append(Frame::kStreamData, data, size);
 }
 
-bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
+bool ClientStreamTable::SendError(uint64_t id, const StreamMessage& message) {
   if (!CanSend(id)) {
     return false;
   }
@@ -81,19 +82,19 @@ bool ClientStreams::SendError(uint64_t id, const StreamMessage& message) {
   return connection_->Append(Frame::kStreamError, error, size);
 }
 
-bool ClientStreams::CanSend(uint64_t id) const {
+bool ClientStreamTable::CanSend(uint64_t id) const {
   const auto stream = streams_.find(id);
-  return stream != streams_.end() && !stream->second.ended;
+  return stream != streams_.end() && stream->second.can_send;
 }
 
-void ClientStreams::End(uint64_t id) {
+void ClientStreamTable::End(uint64_t id) {
   const auto stream = streams_.find(id);
   if (stream != streams_.end()) {
     AppendEnd(stream);
   }
 }
 
-void ClientStreams::Abandon(uint64_t id) {
+void ClientStreamTable::EndAndDetach(uint64_t id) {
   const auto stream = streams_.find(id);
   if (stream != streams_.end()) {
     stream->second.observer = nullptr;
@@ -101,8 +102,8 @@ void ClientStreams::Abandon(uint64_t id) {
   }
 }
 
-void ClientStreams::AppendEnd(Streams::iterator stream) {
-  if (std::exchange(stream->second.ended, true)) {
+void ClientStreamTable::AppendEnd(Streams::iterator stream) {
+  if (!std::exchange(stream->second.can_send, false)) {
     return;
   }
   StreamEndFrame end;
@@ -110,7 +111,7 @@ void ClientStreams::AppendEnd(Streams::iterator stream) {
   connection_->Append(Frame::kStreamEnd, end);
 }
 
-void ClientStreams::OnData(const StreamDataFrame& frame) {
+void ClientStreamTable::OnDataFrame(const StreamDataFrame& frame) {
   const ReceivedMessage message(frame.message());
   for (const uint64_t id : frame.stream_ids()) {
     const auto stream = streams_.find(id);
@@ -120,7 +121,7 @@ void ClientStreams::OnData(const StreamDataFrame& frame) {
   }
 }
 
-void ClientStreams::OnEnd(const StreamEndFrame& frame) {
+void ClientStreamTable::OnEndFrame(const StreamEndFrame& frame) {
   const auto stream = streams_.find(frame.stream_id());
   if (stream != streams_.end()) {
     AppendEnd(stream);
@@ -128,7 +129,7 @@ void ClientStreams::OnEnd(const StreamEndFrame& frame) {
   }
 }
 
-void ClientStreams::Finish(uint64_t id, const absl::Status& status) {
+void ClientStreamTable::Finish(uint64_t id, const absl::Status& status) {
   const auto stream = streams_.find(id);
   if (stream == streams_.end()) {
     return;
@@ -140,7 +141,7 @@ void ClientStreams::Finish(uint64_t id, const absl::Status& status) {
   }
 }
 
-void ClientStreams::CloseAll(const absl::Status& why) {
+void ClientStreamTable::FinishAll(const absl::Status& why) {
   closed_ = why;
   while (!streams_.empty()) {
     Finish(streams_.begin()->first, why);
