@@ -47,8 +47,8 @@ class AbstractStream {
     return channel_.Send(frame);
   }
 
-  // Ends the stream on the transport's side. The transport may destroy the
-  // stream from here on: the caller touches no member afterwards.
+  // Tells the transport that the stream has ended. The transport may destroy
+  // the stream within this call, so the caller must touch no member afterwards.
   void Complete() { channel_.Complete(); }
 
  private:

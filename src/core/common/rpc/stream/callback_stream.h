@@ -7,7 +7,7 @@
 //   message T {
 //     BrowserId browser_id = 1;
 //     oneof body {
-//       bool subscribe = 2;    // client: I answer for this window / no longer
+//       bool subscribe = 2;    // client: start or stop answering for it
 //       Question question = 3; // browser
 //       Response response = 4; // client
 //     }
@@ -88,7 +88,7 @@ class CallbackStream : public AbstractStream {
   using StreamMap = std::
       map<const google::protobuf::Message*, CallbackStream*, MessageComparator>;
 
-  // `service` and `method` must outlive the stream. Subscribes nothing.
+  // `service` and `method` must outlive the stream.
   CallbackStream(Service* service,
                  const google::protobuf::MethodDescriptor* method,
                  StreamChannel channel)
@@ -96,12 +96,12 @@ class CallbackStream : public AbstractStream {
         service_(service),
         method_(method) {}
 
-  // Calls still pending end without any callback; there are none after
-  // OnCompleted.
+  // Calls no callback of calls that are still pending; after OnCompleted there
+  // are none.
   ~CallbackStream() override = default;
 
-  // Puts `question` to the client that answers for the question's window.
-  // Returns false at once, with `call` unused, when none can be reached.
+  // Sends `question` to the client that answers for the question's window. When
+  // no client can be reached, returns false and calls none of the callbacks.
   static bool Ask(const T& question, StreamCall call) {
     const auto entry = stream_map_.find(&question.browser_id());
     if (entry == stream_map_.end())
@@ -142,7 +142,7 @@ class CallbackStream : public AbstractStream {
 
   void OnCompleted() override {
     is_completing_ = true;
-    // Both loops below remove the entries that the lists name.
+    // Collected first, since both loops below remove entries from the maps.
     std::vector<const google::protobuf::Message*> pending;
     for (const auto& [key, calls] : pending_calls_)
       pending.push_back(key);
@@ -159,7 +159,7 @@ class CallbackStream : public AbstractStream {
     Complete();
   }
 
-  // Nobody answers for `key` now, whichever stream did. Pending calls stay.
+  // Removes `key`, whichever stream answered for it. Pending calls stay.
   void Unsubscribe(const google::protobuf::Message& key) {
     const auto entry = stream_map_.find(&key);
     if (entry != stream_map_.end())
@@ -167,7 +167,7 @@ class CallbackStream : public AbstractStream {
   }
 
   // Ends all pending calls about `key` with kCancelled, in the order of their
-  // ids. `key` may be the table's own and is then deleted.
+  // ids. `key` may be the key that the table owns; it is then deleted.
   void CancelPendingRequests(const google::protobuf::Message& key) {
     const auto entry = pending_calls_.find(&key);
     if (entry == pending_calls_.end())
@@ -179,9 +179,9 @@ class CallbackStream : public AbstractStream {
     EraseWithKey(pending_calls_, entry);
   }
 
-  // Makes this stream the one that answers for `key`, which is copied where it
-  // is new. The newest subscriber takes a window over; the stream that had it
-  // is not told and keeps its pending calls.
+  // Makes this stream the one that answers for `key`, of which the registry
+  // keeps a copy. A stream that answered for it until now is not told, and
+  // keeps its pending calls.
   void Subscribe(const google::protobuf::Message& key) {
     const auto entry = stream_map_.find(&key);
     if (entry == stream_map_.end()) {
@@ -190,19 +190,19 @@ class CallbackStream : public AbstractStream {
     }
     if (entry->second == this)
       return;
-    // Log readers know this record by its place: it stays on line 194.
+    // Log readers find this record by its line: it must stay on line 194.
     LOG(WARNING) << "The subscriber is already associated with another stream. "
                  << key.ShortDebugString();
     entry->second = this;
   }
 
-  // Which stream answers for which window, by content of the key.
+  // The registry: which stream answers for which window.
   static StreamMap stream_map_;
 
  private:
   friend struct CallbackStreamTestPeer;
 
-  // No entry is without calls.
+  // By window, then by call id. The inner map is never empty.
   using PendingCalls = std::map<const google::protobuf::Message*,
                                 std::map<int64_t, StreamCall>,
                                 MessageComparator>;
@@ -230,10 +230,10 @@ class CallbackStream : public AbstractStream {
   }
 
   bool Put(const T& question, StreamCall call) {
-    // What is asked now would wait for an answer that nobody sends.
+    // OnCompleted has begun: a question asked now would never be answered.
     if (is_completing_)
       return false;
-    // A copy, since the write may end whatever the question belongs to.
+    // A copy, since `question` may be destroyed by what Send() leads to.
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const auto key = question.browser_id();
     const int64_t call_id = next_call_id_++;
@@ -241,17 +241,19 @@ class CallbackStream : public AbstractStream {
     frame.set_call_id(call_id);
     question.SerializeToString(frame.mutable_payload());
 
-    // Recorded first, so that even an immediate answer finds its call.
+    // Recorded before sending, since the answer may come within Send().
     auto entry = pending_calls_.find(&key);
     if (entry == pending_calls_.end())
       entry = pending_calls_.try_emplace(OwnedCopy(key)).first;
     entry->second.emplace(call_id, std::move(call));
-    // A call that the write itself has ended was put all the same.
+    // When Send() fails, the call is removed unused. If it is gone already, it
+    // ended within Send(), its callback has run, and the question counts as
+    // put.
     return Send(frame) || !EndCall(key, call_id, [](const StreamCall&) {});
   }
 
-  // Passes the pending call, if there is one, to `settle` and then removes it.
-  // Returns whether there was one.
+  // Passes the pending call to `settle` and then removes it. Returns false when
+  // there is no such call.
   template <typename Settle>
   bool EndCall(const google::protobuf::Message& key,
                int64_t call_id,

@@ -27,7 +27,7 @@ BrowserId Window(int64_t number) {
   return id;
 }
 
-// Remembers which question came last.
+// Keeps the call id of the last question, so that it can be answered.
 class AskedEndpoint final : public StreamChannel::Endpoint {
  public:
   explicit AskedEndpoint(int64_t* call_id) : call_id_(call_id) {}
@@ -68,7 +68,8 @@ class Client {
   Stream stream_;
 };
 
-// About one window among this many that the client answers for.
+// Asks about one of the windows that the client answers for; the argument is
+// how many these are.
 void AskAndAnswer(benchmark::State& state) {
   Client client;
   for (int i = 0; i < state.range(0); ++i)
@@ -89,7 +90,7 @@ void AskAndAnswer(benchmark::State& state) {
   }
 }
 
-// With this many windows subscribed by another client.
+// The argument is the number of windows that another client has subscribed to.
 void OpenSubscribeComplete(benchmark::State& state) {
   Client other;
   for (int i = 0; i < state.range(0); ++i)

@@ -1,5 +1,5 @@
-// Operations on callback streams that the input chooses, held against the model
-// after each.
+// The input chooses operations on callback streams; after each, their state is
+// compared with a model.
 
 #include "core/common/rpc/stream/callback_stream_model.h"
 #include "core/common/rpc/testing/fuzzer.h"

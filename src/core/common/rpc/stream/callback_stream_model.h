@@ -1,5 +1,5 @@
-// Operations on callback streams, held after each step against a model
-// that is simple enough to be believed.
+// Does operations on callback streams and the same on a simple model, and
+// compares the two after each step.
 
 #ifndef CORE_COMMON_RPC_STREAM_CALLBACK_STREAM_MODEL_H_
 #define CORE_COMMON_RPC_STREAM_CALLBACK_STREAM_MODEL_H_
@@ -26,7 +26,8 @@ namespace torvane {
 class CallbackStreamModel {
  public:
   explicit CallbackStreamModel(Choice choice) : choice_(std::move(choice)) {
-    // Take-overs are common here.
+    // Each window that changes streams is logged as a warning, and here that
+    // happens all the time.
     logging::SetMinLogLevel(logging::LOGGING_ERROR);
     for (Slot& slot : slots_)
       Open(slot);

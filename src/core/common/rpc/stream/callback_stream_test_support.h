@@ -17,8 +17,8 @@
 
 namespace torvane {
 
-// Looks into the table of pending calls, and fills it with ids of the test's
-// choice.
+// Reads the table of pending calls, and adds calls with ids that the test
+// chooses.
 struct CallbackStreamTestPeer {
   template <typename T>
   static auto& PendingCalls(CallbackStream<T>& stream) {
@@ -43,8 +43,8 @@ class CallbackStreamTest : public testing::Test {
   using Stream = CallbackStream<rpc::CloseWindow>;
   using Frame = rpc::transport::StreamMessage;
 
-  // Descriptors are made when they are first needed, which tests that count
-  // allocations must not see.
+  // Builds the descriptor now: it is built on first use, which would disturb
+  // tests that count allocations.
   CallbackStreamTest() { EXPECT_NE(BrowserId::descriptor(), nullptr); }
 
   ~CallbackStreamTest() override {
@@ -53,8 +53,8 @@ class CallbackStreamTest : public testing::Test {
     Stream::stream_map_.clear();
   }
 
-  // Streams free no keys of calls that are still pending when they are
-  // destroyed. Tests that do not complete a stream need this.
+  // Frees the keys of pending calls, which the stream's destructor does not:
+  // for tests that destroy a stream without completing it.
   struct Discard {
     void operator()(Stream* stream) const {
       auto& pending_calls = CallbackStreamTestPeer::PendingCalls(*stream);

@@ -1,9 +1,9 @@
 // A stream on which the browser pushes events to clients.
 //
 // The browser does not know who wants to hear of an event. A client opens an
-// event stream and says, frame by frame, about which keys it wants to be told;
-// all streams of one event type T enter themselves into one registry, and
-// whoever has an event looks the key up there:
+// event stream and subscribes, frame by frame, to the keys it wants to be told
+// about. All streams of one event type T share one registry, in which Publish
+// looks the key up:
 //
 //   client ── rpc::EventSubscription ──> OnNext ──> stream_map_[key] += stream
 //   client <── T ── stream <── stream_map_[key] <── Publish(key, event)
@@ -14,10 +14,10 @@
 //
 // Ownership: the transport owns the stream, which must see OnCompleted before
 // it is destroyed. The registry owns its keys, copies made by Subscribe, and
-// points to streams that it does not own. A stream that completes leaves only
-// the keys that it alone held; where others share the key, its address stays
-// behind in the set. Such a subscription has lapsed: Publish passes over it,
-// also when a new stream is given the address.
+// points to streams that it does not own. A stream that completes removes the
+// keys that it alone is subscribed to. From the set of a key that other streams
+// share, its address is not removed: the subscription has lapsed, and Publish
+// ignores it, also when a new stream is created at the same address.
 //
 // Sequence: everything here, destruction and Publish included, runs on the one
 // sequence of the service. Nothing is locked.
@@ -48,7 +48,7 @@
 
 namespace torvane {
 
-// T is the event, a protobuf message type. It only names the registry.
+// T is the event, a protobuf message type. Each T has a registry of its own.
 template <typename T>
 class EventStream : public AbstractStream {
  public:
@@ -56,7 +56,7 @@ class EventStream : public AbstractStream {
                              std::set<EventStream*>,
                              MessageComparator>;
 
-  // `service` and `method` must outlive the stream. Subscribes nothing.
+  // `service` and `method` must outlive the stream.
   EventStream(Service* service,
               const google::protobuf::MethodDescriptor* method,
               StreamChannel channel)
@@ -66,8 +66,8 @@ class EventStream : public AbstractStream {
 
   ~EventStream() override = default;
 
-  // Writes `event` to every stream subscribed to `key` and returns to how many
-  // it was written. The event is serialised once. A stream whose client can no
+  // Writes `event`, serialised once, to every stream subscribed to `key`.
+  // Returns the number of streams that have taken it; one whose client can no
   // longer be reached does not count. `key` stays the caller's.
   static size_t Publish(const google::protobuf::Message& key, const T& event) {
     const auto entry = stream_map_.find(&key);
@@ -76,8 +76,9 @@ class EventStream : public AbstractStream {
 
     rpc::transport::StreamMessage frame;
     event.SerializeToString(frame.mutable_payload());
-    // A copy, since a write may have the transport complete streams. Those that
-    // are no longer subscribed by then get nothing.
+    // A copy, since Send() may make the transport complete streams and so
+    // change the set. A stream that is no longer subscribed by its turn gets
+    // nothing.
     std::vector<EventStream*> streams(entry->second.size());
     std::copy(entry->second.begin(), entry->second.end(), streams.begin());
     const uint64_t changes_before = changes_;
@@ -115,7 +116,7 @@ class EventStream : public AbstractStream {
   void OnError(rpc::transport::StreamMessage*) override {}
 
   void OnCompleted() override {
-    // Unsubscribe removes entries, so the walk only collects.
+    // Collected first, since Unsubscribe removes entries from the map.
     std::set<const google::protobuf::Message*> held_alone;
     for (const auto& [key, streams] : stream_map_) {
       std::set<EventStream*> others = streams;
@@ -130,8 +131,8 @@ class EventStream : public AbstractStream {
     Complete();
   }
 
-  // Adds this stream to the subscribers of `key`, once however often it is
-  // called. `key` is copied where it is new.
+  // Adds this stream to the subscribers of `key`; a second time changes
+  // nothing. A new key is copied into the registry.
   void Subscribe(const google::protobuf::Message& key) {
     auto entry = stream_map_.find(&key);
     if (entry == stream_map_.end()) {
@@ -143,8 +144,8 @@ class EventStream : public AbstractStream {
     Renew(entry->first);
   }
 
-  // Removes this stream from the subscribers of `key`, and the key with its
-  // last subscriber. Where no stream holds an equal key, `key` itself is
+  // Removes this stream from the subscribers of `key`, and with the last
+  // subscriber the key. If the registry has no equal key, `key` itself is
   // deleted: it must be a heap object that nobody else deletes.
   void Unsubscribe(const google::protobuf::Message& key) {
     const auto entry = stream_map_.try_emplace(&key).first;
@@ -158,23 +159,23 @@ class EventStream : public AbstractStream {
     delete stored_key;
   }
 
-  // Who is subscribed to what, by content of the key. No set is empty.
+  // The registry: which streams are subscribed to which key. No set is empty.
   static StreamMap stream_map_;
 
  private:
-  // A key of the registry and an address in its set.
+  // A key of the registry, and the address of a stream in its set.
   using Subscription =
       std::pair<const google::protobuf::Message*, const EventStream*>;
 
-  // The message that a frame is parsed into. Nobody ever frees it: Unsubscribe
-  // may have deleted the key inside it. Never inlined, so that leak detectors
-  // can tell this one allocation by name.
+  // The message that a frame is parsed into. It is leaked on purpose, because
+  // Unsubscribe may have deleted the key inside it. Never inlined, so that leak
+  // detectors can name this function as the one to ignore.
   [[gnu::noinline]] static google::protobuf::Message* NewRequest(
       const google::protobuf::Message& prototype) {
     return prototype.New();
   }
 
-  // This stream stays in the set of `key`, but is over.
+  // The stream is over, and its address stays in the set of `key`.
   void Lapse(const google::protobuf::Message* key) {
     ++changes_;
     if (!lapsed_)
@@ -182,7 +183,7 @@ class EventStream : public AbstractStream {
     lapsed_->emplace(key, this);
   }
 
-  // What this stream's address stands for in the set of `key` begins anew.
+  // Forgets that an earlier stream at this address had lapsed for `key`.
   void Renew(const google::protobuf::Message* key) {
     ++changes_;
     if (lapsed_)
@@ -201,10 +202,11 @@ class EventStream : public AbstractStream {
            !HasLapsed(entry->first, stream);
   }
 
-  // The subscriptions that have lapsed; null while there was none. Never
-  // freed, since streams may outlive any static.
+  // The subscriptions that have lapsed; null until there is one. Never freed,
+  // since streams may be destroyed after static objects are.
   static inline constinit std::set<Subscription>* lapsed_ = nullptr;
-  // Counts what may have changed who is subscribed.
+  // Goes up with every change of subscriptions. While it stays the same,
+  // Publish need not look a stream up again before it writes.
   static inline constinit uint64_t changes_ = 0;
 
   const raw_ptr<Service> service_;

@@ -1,8 +1,8 @@
 // Event streams in one process: what subscribing, publishing and completing
 // cost without a transport.
 //
-// The endpoint copies each payload into a buffer that is there already, the
-// least that any transport must do; CopyPayload is that copy alone.
+// The endpoint copies each payload into an allocated buffer, the least that any
+// transport must do. CopyPayload measures that copy alone.
 
 #include "core/common/rpc/stream/event_stream.h"
 
@@ -58,7 +58,7 @@ rpc::BrowserWindowClosed Event() {
   return event;
 }
 
-// Streams as a transport holds them, each with a buffer of its own.
+// Owns the streams as a transport does, each with a buffer of its own.
 class Streams {
  public:
   explicit Streams(size_t count) : buffers_(count) {
@@ -113,7 +113,7 @@ void CopyPayload(benchmark::State& state) {
   }
 }
 
-// Among this many windows that others have subscribed to.
+// The argument is the number of windows that others have subscribed to.
 void SubscribeAndUnsubscribe(benchmark::State& state) {
   Streams streams(2);
   for (int i = 0; i < state.range(0); ++i)

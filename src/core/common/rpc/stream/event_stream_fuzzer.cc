@@ -1,5 +1,5 @@
-// Operations on event streams that the input chooses, held against the model
-// after each.
+// The input chooses operations on event streams; after each, their state is
+// compared with a model.
 
 #include "core/common/rpc/stream/event_stream_model.h"
 #include "core/common/rpc/testing/fuzzer.h"

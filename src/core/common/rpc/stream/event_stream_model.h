@@ -1,5 +1,5 @@
-// Operations on event streams, held after each step against a model that
-// is simple enough to be believed.
+// Does operations on event streams and the same on a simple model, and compares
+// the two after each step.
 
 #ifndef CORE_COMMON_RPC_STREAM_EVENT_STREAM_MODEL_H_
 #define CORE_COMMON_RPC_STREAM_EVENT_STREAM_MODEL_H_
@@ -61,7 +61,7 @@ class EventStreamModel {
     }
   }
 
-  // The registry, by window, as the model has it and as it is.
+  // Compares the registry with the model, window by window.
   void Check() const {
     std::map<int64_t, std::set<Stream*>> actual;
     for (const auto& [key, streams] : Stream::stream_map_) {
@@ -77,14 +77,14 @@ class EventStreamModel {
   static constexpr int kStreams = 5;
   static constexpr int kWindows = 4;
 
-  // Streams live in few places, so that new ones meet what old ones left
-  // behind. A place without a stream must not be touched.
+  // Streams are created at few addresses, so that new ones meet the lapsed
+  // subscriptions of old ones. A slot without a stream must not be touched.
   struct Slot {
     alignas(Stream) char places[2][sizeof(Stream)];
     Stream* stream = nullptr;
     std::shared_ptr<FakeClient> client;
-    // The windows that it has asked for, other than what the registry still
-    // says of its address.
+    // The windows that this stream has subscribed to. The registry may have its
+    // address for others as well: lapsed subscriptions of an earlier stream.
     std::set<int64_t> windows;
     size_t events = 0;
   };

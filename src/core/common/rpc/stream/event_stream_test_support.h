@@ -28,8 +28,8 @@ class EventStreamTest : public testing::Test {
     return id;
   }
 
-  // Descriptors are made when they are first needed, which tests that count
-  // allocations must not see.
+  // Builds the descriptor now: it is built on first use, which would disturb
+  // tests that count allocations.
   EventStreamTest() { EXPECT_NE(BrowserId::descriptor(), nullptr); }
 
   ~EventStreamTest() override {
@@ -45,8 +45,7 @@ class EventStreamTest : public testing::Test {
         MakeChannel(std::move(client)));
   }
 
-  // A frame as the transport delivers it. Frames must outlive their handling
-  // only.
+  // Delivers a frame as a transport does, and destroys it afterwards.
   static void Deliver(Stream& stream, const std::string& payload) {
     rpc::transport::StreamMessage frame;
     frame.set_payload(payload);

@@ -10,9 +10,8 @@
 
 #include "core/common/rpc/stream/message_comparator_maps.h"
 
-// Messages come in the order of, first, the size of their deterministic
-// serialisation, then its bytes, then the name of their type. Sizes are quick
-// to get, and names hardly ever matter.
+// Compares the size of the deterministic serialisation first, then its bytes,
+// then the name of the type: cheap comparisons come before expensive ones.
 
 namespace torvane {
 
@@ -24,14 +23,15 @@ using google::protobuf::io::EpsCopyOutputStream;
 // Up to this size keys are compared without allocating.
 constexpr size_t kInlineBytes = 256;
 
-// Two map entries at the least: tag and length, tag and value of the key, tag
-// and value of the value, each in a byte. In less there is nothing to sort.
+// The least that two map entries take: each has tag and length, tag and value
+// of the key, tag and value of the value, one byte each. A smaller message has
+// at most one entry, and nothing to sort.
 constexpr size_t kTwoMapEntries = 12;
 
-// What protobuf tells generated classes apart by: an address that is unique to
-// the class, or null for a message without generated code. Far quicker to get
-// than a descriptor, which may have to be built first. Being protected, it is
-// reached through a derived class, of which there are no objects.
+// Reads protobuf's ClassData: an address unique to each generated class, null
+// for a message without generated code. That is far quicker than the
+// descriptor, which may have to be built first. The accessor is protected,
+// hence the derived class, of which there are no objects.
 struct GeneratedClass : Message {
   static const void* Of(const Message& message) {
     constexpr auto get = &GeneratedClass::GetClassData;
@@ -86,8 +86,9 @@ class Serialization {
   return a.GetDescriptor()->full_name() < b.GetDescriptor()->full_name();
 }
 
-// Does not leave the bytes to memcmp, whose wide loads would have to wait until
-// the single bytes just written have reached the cache.
+// Compares byte by byte instead of with memcmp: the bytes have just been
+// written one by one, and a wide load would stall until those stores have
+// completed.
 bool SmallLess(const Message& a, const Message& b, size_t size) {
   uint8_t bytes_a[kTwoMapEntries];
   uint8_t bytes_b[kTwoMapEntries];

@@ -19,7 +19,7 @@
 // Keys are compared in every step of a look-up, so keys of up to 256 bytes are
 // compared without allocating, except for what protobuf itself allocates:
 // - the descriptors of a type, when keys of 12 bytes or more are first
-// compared;
+//   compared;
 // - for messages without generated code of their own (dynamic ones and those of
 //   optimize_for = CODE_SIZE);
 // - for maps of two or more entries, if extensions are set, or if the type of
@@ -32,8 +32,7 @@
 //
 // Sequence: any, also on several at once with the same message.
 //
-// Failure: none. Messages beyond the 2 GiB that protobuf can serialise are no
-// keys.
+// Failure: none. A key must not exceed the 2 GiB that protobuf can serialise.
 
 #ifndef CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_H_
 #define CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_H_

@@ -1,9 +1,9 @@
-// Look-ups among BrowserId keys, held against a map of plain integers and
-// against the comparison that is easiest to write.
+// Look-ups among BrowserId keys, compared with a map of plain integers and with
+// the comparison that is easiest to write.
 //
-// Each benchmark looks its keys up in two orders. Where the order is always the
-// same, the processor learns the way to each key by heart, and all look-ups
-// take far less time than in a program that does anything besides.
+// Each benchmark looks its keys up in two orders, one that repeats and one that
+// does not. When the order repeats, the processor's branch prediction learns
+// it, and look-ups take far less time than they would in a real program.
 
 #include <benchmark/benchmark.h>
 #include <google/protobuf/io/coded_stream.h>

@@ -21,7 +21,8 @@ using google::protobuf::Reflection;
 using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 
-// Bounds the walk through types that contain each other in many ways.
+// Limits the recursion, since types may contain each other in very many ways.
+// Types nested deeper count as MapUse::kHidden.
 constexpr int kMaxTypeDepth = 4;
 
 // A type within the types that contain it.
@@ -49,7 +50,8 @@ MapUse UseOfMaps(const FieldDescriptor& field, const TypeNesting& outer) {
 MapUse UseOfMaps(const Descriptor& type, const TypeNesting* outer) {
   int depth = 0;
   for (const TypeNesting* i = outer; i; i = i->outer, ++depth) {
-    // Its fields are just being looked at. Until then, assume the more.
+    // A recursive type, whose fields an outer call is just looking at. Assume
+    // that it has maps, which is safe.
     if (&i->type == &type)
       return MapUse::kSortable;
   }
@@ -65,8 +67,8 @@ MapUse UseOfMaps(const Descriptor& type, const TypeNesting* outer) {
   return use;
 }
 
-// A map entry's key, such that < is the order of protobuf's deterministic mode.
-// A numeric key leaves `text` empty, a string `number` zero.
+// A map entry's key. Its < is the order of protobuf's deterministic mode. A
+// numeric key leaves `text` empty, a string key `number` zero.
 struct MapKey {
   uint64_t number = 0;
   std::string_view text;
@@ -176,8 +178,8 @@ const Message& SubMessage(const Message& message,
              : reflection.GetMessage(message, &field);
 }
 
-// Walks a message and its serialisation side by side. The message is needed to
-// tell known fields from unknown ones, which may bear the same numbers.
+// Walks a message and its serialisation side by side. The message tells which
+// fields are known: unknown fields may have the same numbers.
 class MapSorter {
  public:
   MapSorter(uint8_t* data, size_t size)

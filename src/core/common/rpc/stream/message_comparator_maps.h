@@ -2,8 +2,7 @@
 //
 // Maps serialise in the order of their hash tables, so equal maps may differ
 // in their bytes. protobuf's deterministic mode sorts them, but in memory of
-// its own. Here the entries are sorted where they stand, into the very same
-// order:
+// its own. Here the entries are sorted in place, into the same order:
 //
 //   if (UseOfMaps(*message.GetDescriptor()) == MapUse::kSortable) {
 //     ... serialise `message` to `data`, without the deterministic mode ...
@@ -11,7 +10,9 @@
 //       ... `data` holds the deterministic serialisation ...
 //   }
 //
-// A part of MessageComparator. Everything is stateless and may run anywhere.
+// Used by MessageComparator only.
+//
+// Ownership: none. Sequence: any. Failure: SortMaps() returns false.
 
 #ifndef CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_MAPS_H_
 #define CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_MAPS_H_
@@ -33,12 +34,13 @@ enum class MapUse {
               // or very deep.
 };
 
-// Where messages of `type` may hold maps.
+// Where a message of `type` may contain maps.
 MapUse UseOfMaps(const google::protobuf::Descriptor& type);
 
-// Sorts the entries of all maps within the `size` bytes at `data`, which
-// `message`, of generated code and a sortable type, has serialised to. Returns
-// false, with the bytes in no particular order, when extensions may hide maps.
+// Sorts the entries of all maps within the `size` bytes at `data`, the
+// serialisation of `message`. The message must have generated code and its type
+// be kSortable. Returns false when extensions may contain maps; the bytes are
+// then partly sorted and of no use.
 bool SortMaps(const google::protobuf::Message& message,
               uint8_t* data,
               size_t size);

@@ -1,4 +1,4 @@
-// What the tests of MessageComparator hold it against.
+// What the tests compare MessageComparator with.
 
 #ifndef CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_TEST_SUPPORT_H_
 #define CORE_COMMON_RPC_STREAM_MESSAGE_COMPARATOR_TEST_SUPPORT_H_

@@ -12,8 +12,8 @@ using google::protobuf::OneofDescriptor;
 
 constexpr char kEventRequest[] = "rpc.EventSubscription";
 
-// The stream template reads these fields; a deprecated one would not compile
-// without warnings.
+// CallbackStream reads these fields. Reading a deprecated one gives a compiler
+// warning in generated code.
 bool IsUsable(const FieldDescriptor* field) {
   return field && !field->options().deprecated();
 }

@@ -1,8 +1,8 @@
 // How a method is served: called, or opened as one of the two kinds of stream.
 //
-// The method's shape decides, by its descriptor. Generator, transports and
-// tools all ask here. The generated code itself goes by the method's index
-// alone.
+// The descriptor decides: which sides stream, and which messages they send.
+// Generator, transports and tools all use this function. Generated code does
+// not need it: it dispatches by the method's index.
 
 #ifndef CORE_COMMON_RPC_STREAM_METHOD_KIND_H_
 #define CORE_COMMON_RPC_STREAM_METHOD_KIND_H_
@@ -24,8 +24,8 @@ enum class MethodKind {
   kCallbackStream,
 };
 
-// The kind of `method`, or nothing where no kind fits: a stream that only its
-// own service knows how to open.
+// The kind of `method`; nullopt if it streams in a way that fits no kind. Only
+// a hand-written service can serve such a method.
 std::optional<MethodKind> KindOf(
     const google::protobuf::MethodDescriptor& method);
 

@@ -19,8 +19,8 @@
 // the subclass that implements the methods. The other operations may run on any
 // thread.
 //
-// Failure: handing a method to the wrong one of the two operations, or a method
-// index that the service does not have, ends the process.
+// Failure: passing a streaming method to CallMethod, a unary one to OpenStream,
+// or a method index that the service does not have ends the process.
 
 #ifndef CORE_COMMON_RPC_STREAM_SERVICE_H_
 #define CORE_COMMON_RPC_STREAM_SERVICE_H_

@@ -35,10 +35,9 @@ class StreamChannel {
     Endpoint& operator=(const Endpoint&) = delete;
     virtual ~Endpoint() = default;
 
-    // Takes `frame` for delivery to the client, after all frames taken before
-    // it. `frame` stays the caller's. Returns false, and drops the frame, when
-    // the stream can no longer be written to. Destroys no stream before it
-    // returns.
+    // Queues `frame` for the client, behind all earlier frames. `frame` stays
+    // the caller's. Returns false, and drops the frame, when the stream can no
+    // longer be written to. Must not destroy the stream before it returns.
     virtual bool Send(const rpc::transport::StreamMessage& frame) = 0;
 
     // The stream is over: nothing follows. May destroy the stream, and with it
