@@ -1,12 +1,11 @@
-// Ends the process on the spot, for states that must not be survived.
+// Crashes the process at once, for states in which it must not go on.
 //
 //   if (message.body_case() == kImpossible)
 //     base::ImmediateCrash();
 //
 // It writes nothing, runs no handler and no destructor, and allocates nothing,
-// so it works whatever state the process is in. Whoever wants a text writes a
-// LOG(FATAL) record instead, see base/logging.h. It may be called on any
-// sequence.
+// so it works whatever state the process is in. To crash with a message, use
+// LOG(FATAL) of base/logging.h. It may be called on any sequence.
 
 #ifndef BASE_IMMEDIATE_CRASH_H_
 #define BASE_IMMEDIATE_CRASH_H_

@@ -17,7 +17,8 @@ namespace logging {
 
 namespace {
 
-// Constant-initialised: records may be made while the program loads.
+// Constant-initialised, since records may be logged during static
+// initialisation.
 constinit std::atomic<int> g_min_log_level = LOGGING_INFO;
 constinit std::atomic<LogMessageHandlerFunction> g_handler = nullptr;
 
@@ -48,7 +49,7 @@ void WriteTime(std::ostream& out) {
   out << text << fraction;
 }
 
-// One write as far as the system allows: what it leaves over follows.
+// One write(); more only if the system writes part of the record.
 void WriteToStandardError(std::string_view record) {
   while (!record.empty()) {
     const ssize_t written = write(STDERR_FILENO, record.data(), record.size());

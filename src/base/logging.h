@@ -7,14 +7,14 @@
 //   [1120/074833.123456:WARNING:src/core/x.cc(194)] Window 7 is already ...
 //
 // month and day, local time with microseconds, severity, file and line as the
-// compiler named them. LOG is an expression and needs no braces in an if. What
-// stands right of it is evaluated only if the record is created.
+// compiler named them. LOG is an expression and needs no braces in an if. The
+// operands of << are evaluated only if the record is created.
 //
 // Ownership: a record lives within its LOG expression. Handlers are plain
 // functions and file names are literals, so nobody owns anything.
 //
 // Sequence: everything here may be used on any thread at any time. Records of
-// different threads do not mix.
+// different threads do not interleave.
 //
 // Failure: a record that cannot be written is lost. A FATAL record ends the
 // process.
@@ -39,14 +39,15 @@ inline constexpr LogSeverity LOGGING_FATAL = 3;
 // are. Initially everything from INFO on is created.
 void SetMinLogLevel(int level);
 
-// What LOG consults.
+// Whether LOG creates records of this severity.
 bool ShouldCreateLogMessage(int severity);
 
 // Called with each finished record before it is written: `str` is the whole
-// line with its line break, and the text starts at `message_start`. Returning
-// true swallows the record. A FATAL record ends the process all the same.
+// line with its line break, and the text starts at `message_start`. If it
+// returns true, the record is not written. A FATAL record ends the process all
+// the same.
 //
-// A handler runs on the thread that logs and may be entered on several at once.
+// A handler runs on the thread that logs, so on several at once.
 using LogMessageHandlerFunction = bool (*)(int severity,
                                            const char* file,
                                            int line,

@@ -1,21 +1,21 @@
 // A pointer member that does not own what it points to.
 //
-// A plain pointer leaves open who owns its target and keeps its last value for
-// whoever looks at the object after its death. raw_ptr says that somebody else
-// owns the target, and never holds a stale value of its own: it is null from
-// the start, after it was moved from, and after its destruction.
+// A plain pointer does not say who owns its target, and keeps its value when
+// the object around it is destroyed. raw_ptr says that somebody else owns the
+// target. It is null from the start, after it was moved from, and after its
+// destruction, so a use after free finds null.
 //
 //   class Stream {
 //     raw_ptr<Service> service_;  // Outlives the stream.
 //   };
 //
-// It converts to and from T*, upwards along T's bases too, and is compared
-// through that conversion. To forget the target, assign nullptr. It points to
-// one object, so there is no arithmetic.
+// It converts to and from T*, also to T's base classes, and is compared through
+// that conversion. To forget the target, assign nullptr. It points to one
+// object, so there is no arithmetic.
 //
-// Ownership: none. The target must outlive every use of the pointer; nothing
-// checks that here, but the browser's own raw_ptr, which takes this one's
-// place, does.
+// Ownership: none. The target must outlive every use of the pointer. This
+// stand-in does not check that; the browser's own raw_ptr, which replaces it
+// there, does.
 //
 // Sequence: as for a plain pointer.
 
@@ -52,8 +52,8 @@ class raw_ptr {
     other = nullptr;
   }
 
-  // A compiler may take this store for dead, since the object's life is over;
-  // GCC needs -fno-lifetime-dse to keep it.
+  // A compiler may remove this store, since the object's lifetime ends here;
+  // GCC keeps it only with -fno-lifetime-dse.
   constexpr ~raw_ptr() { target_ = nullptr; }
 
   constexpr raw_ptr& operator=(const raw_ptr&) noexcept = default;

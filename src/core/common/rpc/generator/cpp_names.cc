@@ -47,8 +47,8 @@ constexpr std::string_view kKeywords[] = {
 };
 
 // Macros of the headers that generated code includes, and of compilers: those
-// with lower-case letters in their names, and the few others that a package
-// might well be called.
+// with lower-case letters in their names, and a few others that somebody might
+// name a package after. LooksLikeMacro() covers the rest.
 constexpr std::string_view kMacros[] = {
     "EOF",
     "INFINITY",
@@ -101,7 +101,7 @@ constexpr std::string_view kMacros[] = {
     "unix",
 };
 
-// Names with a meaning in every service class.
+// Members of every service class that a method must not hide.
 constexpr std::string_view kBaseClassNames[] = {
     "CallMethod",           "GetDescriptor", "GetRequestPrototype",
     "GetResponsePrototype", "OpenStream",    "descriptor",
@@ -112,20 +112,20 @@ bool Contains(const std::string_view (&names)[size], std::string_view name) {
   return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
-// Names without a lower-case letter are left to macros, of which the headers
-// have some two thousand.
+// The headers define some two thousand macros. Instead of listing them, every
+// name without a lower-case letter counts as one.
 bool LooksLikeMacro(std::string_view name) {
   return std::none_of(name.begin(), name.end(),
                       [](char c) { return c >= 'a' && c <= 'z'; });
 }
 
-// Identifiers that C++ leaves to the compiler, predefined macros among them.
+// Identifiers that C++ reserves for the compiler, such as predefined macros.
 bool BelongsToCompiler(std::string_view name) {
   return name.find("__") != name.npos || (name.size() > 1 && name[0] == '_' &&
                                           name[1] >= 'A' && name[1] <= 'Z');
 }
 
-// In ASCII, whatever the locale.
+// For ASCII, independently of the locale.
 bool IsAlphanumeric(unsigned char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') ||
          (c >= 'a' && c <= 'z');

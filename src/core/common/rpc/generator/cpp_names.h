@@ -1,8 +1,10 @@
 // The C++ names of what a proto file declares.
 //
-// Message code and service code are compiled together, so the names of messages
-// come from protobuf's own C++ generator. What it does not offer for use
-// outside of it is made here by its rules.
+// Service code refers to message code, so both must use the same names. They
+// come from protobuf's own C++ generator where it exports a function for them;
+// otherwise its rules are repeated here.
+//
+// Ownership: none. Sequence: any. Failure: none.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_CPP_NAMES_H_
 #define CORE_COMMON_RPC_GENERATOR_CPP_NAMES_H_
@@ -31,13 +33,13 @@ std::string MessageClass(const google::protobuf::Descriptor& message);
 // The service's name followed by Rpc.
 std::string ServiceClass(const google::protobuf::ServiceDescriptor& service);
 
-// The method's name, or that name with an underscore appended where C++ or the
-// service's base class claim it, or where it is or looks like a macro: without
-// any lower-case letter.
+// The method's name. An underscore is appended if it is a C++ keyword, a member
+// of the service's base class, or a macro; a name without any lower-case letter
+// counts as a macro.
 std::string MethodFunction(const google::protobuf::MethodDescriptor& method);
 
-// Whether `name` can't be used as an identifier in C++ as it stands, being a
-// keyword or a well-known macro.
+// Whether `name` can't be used as an identifier in C++, because it is a keyword
+// or a well-known macro.
 bool IsReservedWord(const std::string& name);
 
 }  // namespace torvane::generator

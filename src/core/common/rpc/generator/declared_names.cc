@@ -50,7 +50,7 @@ void DeclaredNames::AddFile(const FileDescriptor& file) {
     AddFile(*file.dependency(i));
 }
 
-// "b" in "a", and "a" in the global namespace, for the package a.b.
+// For the package a.b: "b" in "a", and "a" in the global namespace.
 void DeclaredNames::AddPackage(const std::string& package) {
   packages_.insert(package);
   std::string rest = package;
@@ -63,7 +63,7 @@ void DeclaredNames::AddPackage(const std::string& package) {
   }
 }
 
-// Nested types become names of the package, Outer_Inner.
+// protobuf's C++ code declares nested types in the package, as Outer_Inner.
 void DeclaredNames::AddMessage(const Descriptor& message) {
   declarations_.emplace(message.file()->package(), cpp::ClassName(&message));
   for (int i = 0; i < message.nested_type_count(); ++i)

@@ -1,8 +1,10 @@
 // Which C++ names a proto file and its imports declare, by namespace.
 //
-// Generated service code adds names of its own to the namespace of its file, to
-// the global one, and uses those of the headers that it includes. This knows
-// what is there already.
+// Generated service code declares names of its own in the namespace of its file
+// and in the global one, and uses names of the headers that it includes. The
+// validator asks here whether the proto files declare one of these as well.
+//
+// Ownership: points to descriptors, which the pool owns. Sequence: any one.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_DECLARED_NAMES_H_
 #define CORE_COMMON_RPC_GENERATOR_DECLARED_NAMES_H_
@@ -17,19 +19,19 @@ namespace torvane::generator {
 
 class DeclaredNames {
  public:
-  // Of `file` and everything that it imports, directly or not. What else its
-  // pool holds does not count.
+  // Collects the names of `file` and of everything that it imports, directly or
+  // not, but not those of other files of its pool.
   explicit DeclaredNames(const google::protobuf::FileDescriptor& file);
 
-  // Whether `package`, empty for none, has a declaration or a sub-package of
-  // that name.
+  // Whether `package` has a declaration or a sub-package called `name`. An
+  // empty `package` is the global namespace.
   bool Has(const std::string& package, const std::string& name) const;
 
-  // The same without sub-packages.
+  // Whether it has a declaration called `name`.
   bool HasDeclaration(const std::string& package,
                       const std::string& name) const;
 
-  // Whether one of the files is of exactly that package.
+  // Whether one of the files is in exactly this package.
   bool HasPackage(const std::string& package) const;
 
  private:

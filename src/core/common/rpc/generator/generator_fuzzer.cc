@@ -1,6 +1,7 @@
-// Takes any text for a proto file. What protobuf's own compiler accepts of it
-// is either refused with a fault in every line, or made into code that is
-// whole: the same each time, with every bracket, literal and condition closed.
+// Compiles any text as a proto file. If protobuf's own parser accepts it, the
+// generator must either refuse it with one fault in each line of its error, or
+// make code that is the same each time, with every bracket, literal and
+// preprocessor condition closed.
 
 #include <google/protobuf/compiler/parser.h>
 #include <google/protobuf/descriptor.h>
@@ -36,8 +37,8 @@ class Silent final : public google::protobuf::io::ErrorCollector,
                 const std::string&) override {}
 };
 
-// What a file may import: the messages that streams are told by, and protobuf's
-// own files.
+// The files that a fuzzed file may import. The calls make sure that those of
+// the stream messages are linked in and registered.
 const DescriptorPool* Imports() {
   BrowserId::descriptor();
   rpc::EventSubscription::descriptor();
@@ -61,7 +62,7 @@ class ProtoFile {
     }
   }
 
-  // Null where it is no proto file.
+  // Null when the text is not a valid proto file.
   const FileDescriptor* get() const { return file_; }
 
  private:

@@ -1,5 +1,5 @@
-// What the generator's tests share: proto files in, generated files out, all in
-// memory.
+// Helpers for the generator's tests: import proto files, run the generator, and
+// keep the generated files in memory.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_GENERATOR_TEST_SUPPORT_H_
 #define CORE_COMMON_RPC_GENERATOR_GENERATOR_TEST_SUPPORT_H_
@@ -17,12 +17,12 @@ namespace torvane::generator {
 // Reads proto files from the import roots that the build names.
 class ProtoFiles : private google::protobuf::compiler::MultiFileErrorCollector {
  public:
-  // `first_root` is looked into before all others.
+  // `first_root` is searched before all others.
   explicit ProtoFiles(const std::string& first_root);
   ~ProtoFiles() override;
 
-  // The file as protoc would hand it to a plugin. Fails the test where it does
-  // not parse.
+  // The file as protoc would pass it to a plugin. Fails the test if it does not
+  // parse.
   const google::protobuf::FileDescriptor* Import(const std::string& name);
 
  private:

@@ -22,7 +22,8 @@ using google::protobuf::ServiceDescriptor;
 using google::protobuf::compiler::GeneratorContext;
 using google::protobuf::io::Printer;
 
-// For a string literal, or a comment. Question marks could make trigraphs.
+// Escapes text for a string literal or a comment. Question marks are escaped
+// because they could form trigraphs.
 std::string Escaped(const std::string& text) {
   return google::protobuf::StringReplace(google::protobuf::CEscape(text), "?",
                                          "\\?", true);

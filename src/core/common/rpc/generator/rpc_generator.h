@@ -3,11 +3,13 @@
 //   protoc --cpp_out=gen --plugin=protoc-gen-rpc --rpc_out=gen foo/bar.proto
 //
 // writes gen/foo/bar.rpc.h and gen/foo/bar.rpc.cc with a class for each service
-// that the file declares, and the two files without a class where it declares
-// none, so that a build can name the outputs beforehand. The code compiles
-// against the stream framework and the message code of the same file.
+// that the file declares. A file without services gets both files too, without
+// a class, so that a build knows the outputs beforehand. The code includes
+// headers of the stream framework and of the message code of the same file.
 //
 // The output depends on the descriptors alone. There are no parameters.
+//
+// Ownership: none. Sequence: any one at a time. Failure: an error text.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_RPC_GENERATOR_H_
 #define CORE_COMMON_RPC_GENERATOR_RPC_GENERATOR_H_

@@ -1,4 +1,4 @@
-// The time to generate the service's code, held against the time that protoc's
+// Compares the time to generate the service's code with the time that protoc's
 // own C++ generator takes for the messages of the same file. Both run in this
 // process on the same descriptors and keep their output in memory.
 
@@ -25,7 +25,7 @@ class FilesInMemory : public google::protobuf::compiler::GeneratorContext {
     return new google::protobuf::io::StringOutputStream(&contents_[name]);
   }
 
-  // protoc's generator marks places for plugins to insert at; there are none.
+  // protoc's generator opens insertion points for plugins; nothing is inserted.
   google::protobuf::io::ZeroCopyOutputStream* OpenForInsert(
       const std::string& name,
       const std::string&) override {

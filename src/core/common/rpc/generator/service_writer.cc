@@ -106,8 +106,9 @@ void ServiceWriter::WriteDescriptorFunctions() {
   }
 }
 
-// Refuses in one place, after the switch: compilers would set up a frame for
-// records within it in every call.
+// The generated code logs fatal records after the switch, through `refuse`.
+// With the records inside the switch, every call would set up their stack
+// frame.
 void ServiceWriter::WriteCallMethod() {
   Print(has_unary_ ? R"(
 void $class$::CallMethod(const ::google::protobuf::MethodDescriptor* method,

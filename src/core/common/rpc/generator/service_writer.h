@@ -1,8 +1,10 @@
 // Writes the base class of one service.
 //
-// The templates in the source read like the code that they make. All type names
-// in generated code begin with "::", so that no package, message or method of
-// any name can capture them.
+// All type names in generated code begin with "::", so that a package, message
+// or method of the same name cannot hide them.
+//
+// Ownership: none. Sequence: any one. Failure: none, since the file has been
+// validated.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_SERVICE_WRITER_H_
 #define CORE_COMMON_RPC_GENERATOR_SERVICE_WRITER_H_
@@ -19,8 +21,8 @@ namespace torvane::generator {
 
 class ServiceWriter {
  public:
-  // `service` and `printer` must outlive the writer. Every method of the
-  // service has a kind.
+  // `service` and `printer` must outlive the writer. KindOf() must return a
+  // kind for every method of the service.
   ServiceWriter(const google::protobuf::ServiceDescriptor& service,
                 google::protobuf::io::Printer& printer);
 
@@ -37,7 +39,7 @@ class ServiceWriter {
   void WriteDefaultBodies();
 
   // Calls `write` for each method, or for each unary or each streaming one, in
-  // order of their indices, with the method's names as variables.
+  // the order of indices. Meanwhile Print() knows the method's names.
   template <typename Write>
   void ForEachMethod(Write write);
   template <typename Write>
@@ -45,7 +47,8 @@ class ServiceWriter {
   template <typename Write>
   void ForEachStreaming(Write write);
 
-  // Prints `text` with the service's and the current method's names.
+  // Prints `text`, in which $variables$ stand for the names of the service and
+  // of the current method.
   void Print(const char* text);
 
   const google::protobuf::ServiceDescriptor& service_;

@@ -21,7 +21,7 @@ using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
 using google::protobuf::SourceLocation;
 
-// What is wrong with a method that has no kind, for its author to read.
+// The error text for a method for which KindOf() returns nothing.
 std::string WhyNoKind(const MethodDescriptor& method) {
   const std::string accepted =
       " Accepted are an event stream, (stream rpc.EventSubscription) returns "
@@ -69,7 +69,7 @@ class Validator {
             "Services need descriptors, which 'optimize_for = LITE_RUNTIME' "
             "leaves out.");
     }
-    // The two names that are no service's own, where they are defined.
+    // Generated once for each file, not for each service.
     CheckFree(file_.package(), "AssignDescriptors");
     CheckFree("", "init_service_descriptors_flag");
     for (const char* name : kForeignNames) {

@@ -1,7 +1,10 @@
-// Finds what service code can't be made of.
+// Finds everything in a proto file that service code cannot be generated for.
 //
-// Output that does not compile would send the author of a proto file into
-// generated C++ for the reason; he is told here instead, at the declaration.
+// Without this, generated code would not compile, and the author of the proto
+// file would have to find the reason in it. Instead the fault is reported at
+// the declaration that causes it.
+//
+// Ownership: none. Sequence: any.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_VALIDATOR_H_
 #define CORE_COMMON_RPC_GENERATOR_VALIDATOR_H_
@@ -14,8 +17,8 @@
 namespace torvane::generator {
 
 // One line "file:line:column: message" for each fault of `file` in the order of
-// declaration, none when code can be generated. Lines and columns count from 1;
-// they are left out where the descriptor carries no source positions.
+// declaration; empty when code can be generated. Lines and columns count from
+// 1, and are left out when the descriptor has no source positions.
 std::vector<std::string> Validate(const google::protobuf::FileDescriptor& file);
 
 }  // namespace torvane::generator

@@ -1,4 +1,4 @@
-// Whether C++ code is whole, as far as that can be told without a compiler.
+// Checks C++ code for what is cut off or left open, without a compiler.
 
 #ifndef CORE_COMMON_RPC_GENERATOR_WHOLE_CODE_H_
 #define CORE_COMMON_RPC_GENERATOR_WHOLE_CODE_H_
@@ -8,10 +8,10 @@
 
 namespace torvane::generator {
 
-// What is not closed, or is closed without having been opened: a bracket, a
-// literal, a comment, a condition of the preprocessor. Or what the generator's
-// printer has left of a variable. Empty where nothing is wrong. Knows no raw
-// strings.
+// Says which bracket, literal, comment or preprocessor condition is not closed,
+// or is closed without having been opened, or that a $variable$ of the
+// generator's printer was not replaced. Empty if nothing is wrong. Does not
+// support raw strings.
 std::string WhyNotWhole(std::string_view code);
 
 }  // namespace torvane::generator

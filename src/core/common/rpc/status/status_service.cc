@@ -17,7 +17,7 @@ using google::protobuf::util::TimeUtil;
 using serving::ConnectionReport;
 using serving::QuestionReport;
 
-// Counts are bounded by the server's limits, far below.
+// The server's limits keep all counts far below the maximum of uint32_t.
 uint32_t ToCount(size_t size) {
   return static_cast<uint32_t>(size);
 }

@@ -1,16 +1,17 @@
-// Tells clients what a server is doing, as one more of its services.
+// A service that tells clients what the server is doing.
 //
 //   rpc::status::StatusService status([&server] { return server.Report(); });
 //   rpc::transport::Server server(loop);
 //   server.AddService(&status);
 //
-// Whoever may connect may ask. rpc/status/server_status.proto says what they
-// are told.
+// Every client that may connect may ask. What it is told is described in
+// rpc/status/server_status.proto.
 //
-// Ownership: the caller's, who sees to it that the server lives when it is
-// called; services outlive their server, so the service comes first.
+// Ownership: the caller's. Like any service it must outlive the server. The
+// function that it is given refers to the server, but is called only while the
+// server runs.
 //
-// Sequence: the loop's, as for every service.
+// Sequence: that of the server.
 //
 // Failure: none.
 

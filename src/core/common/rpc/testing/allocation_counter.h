@@ -1,5 +1,5 @@
-// Counts what a test program allocates and frees through the global operators.
-// Linking this replaces them.
+// Counts what a test program allocates and frees with new and delete. Linking
+// this replaces the global operators.
 
 #ifndef CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
 #define CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
@@ -12,7 +12,7 @@ struct AllocationCounts {
   size_t allocations = 0;
   size_t unsized_deletes = 0;
   size_t sized_deletes = 0;
-  // What the blocks allocated and not freed take, as far as the allocator says.
+  // Bytes in blocks not yet freed, by the allocator's usable sizes.
   size_t live_bytes = 0;
 
   // Blocks allocated and not freed.

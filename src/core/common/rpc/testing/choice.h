@@ -1,4 +1,4 @@
-// Where a model test takes its decisions from.
+// The decisions of a model test: random ones, or the bytes of a fuzzer's input.
 
 #ifndef CORE_COMMON_RPC_TESTING_CHOICE_H_
 #define CORE_COMMON_RPC_TESTING_CHOICE_H_

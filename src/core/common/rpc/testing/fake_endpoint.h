@@ -1,4 +1,4 @@
-// A stream's channel with the test at its other end.
+// A stream channel whose other end is the test.
 
 #ifndef CORE_COMMON_RPC_TESTING_FAKE_ENDPOINT_H_
 #define CORE_COMMON_RPC_TESTING_FAKE_ENDPOINT_H_
@@ -12,16 +12,16 @@
 
 namespace torvane {
 
-// What happened at the other end. Shared by the test and the endpoint, since
-// either may go first.
+// Records what the endpoint was given. Shared by the test and the endpoint,
+// since either may be destroyed first.
 struct FakeClient {
   std::vector<rpc::transport::StreamMessage> frames;
   int completions = 0;
   int endpoints_destroyed = 0;
 
-  // Whether frames can be written.
+  // What Send() returns.
   bool reachable = true;
-  // Run within Send and Complete, where set.
+  // If set, run within Send() and Complete().
   std::function<void(const rpc::transport::StreamMessage&)> on_frame;
   std::function<void()> on_complete;
 };

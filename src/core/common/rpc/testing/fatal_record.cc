@@ -40,7 +40,7 @@ class PipeSink : public absl::LogSink {
 };
 
 [[noreturn]] void RunInChild(const std::function<void()>& code, int pipe) {
-  // The record that Abseil itself prints is not of interest.
+  // Keeps the record that Abseil itself prints out of the test's output.
   dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
   absl::AddLogSink(new PipeSink(pipe));
   code();

@@ -1,7 +1,7 @@
 // A method descriptor with any index.
 //
-// No descriptor pool makes a method with an index that its service does not
-// have, yet the code that goes by indices promises to refuse it.
+// Generated code promises to end the process when a method's index is out of
+// range. A descriptor pool never makes such a method, so tests forge one.
 
 #ifndef CORE_COMMON_RPC_TESTING_FORGED_METHOD_H_
 #define CORE_COMMON_RPC_TESTING_FORGED_METHOD_H_
@@ -14,8 +14,8 @@ namespace torvane {
 
 class ForgedMethod {
  public:
-  // `model` is any method; it must outlive the forgery, which looks like it but
-  // for its index. Only index() of the result may be relied on.
+  // Copies `model`, any method, which must outlive the copy, and gives it
+  // `index`. Only index() of the result may be used.
   ForgedMethod(const google::protobuf::MethodDescriptor* model, int index);
   ~ForgedMethod();
 

@@ -1,9 +1,8 @@
-// What a fuzzer defines, and what it finds there.
+// What a fuzzer's source includes and defines.
 //
-// A fuzzer is a source with TestOneInput() and with GoogleTest's assertions in
-// it, none of which may fail whatever the input is. cmake/Fuzzing.cmake makes a
-// program of it: one that makes inputs of its own, or one that replays those
-// that are kept beside it.
+// It defines LLVMFuzzerTestOneInput(), which uses GoogleTest's assertions; none
+// may fail, whatever the input is. cmake/Fuzzing.cmake makes a program of it:
+// one that makes inputs of its own, or one that replays stored inputs.
 
 #ifndef CORE_COMMON_RPC_TESTING_FUZZER_H_
 #define CORE_COMMON_RPC_TESTING_FUZZER_H_

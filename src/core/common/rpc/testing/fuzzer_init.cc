@@ -1,4 +1,4 @@
-// What libFuzzer calls before the first input.
+// Defines LLVMFuzzerInitialize(), which libFuzzer calls before the first input.
 
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 
 namespace {
 
-// A failed assertion ends the process, in a way that libFuzzer takes for a
-// fault: it keeps the input.
+// Aborts when an assertion fails. libFuzzer then reports a fault and stores the
+// input.
 class AbortOnFailure final : public testing::EmptyTestEventListener {
  public:
   void OnTestPartResult(const testing::TestPartResult& result) override {
@@ -22,7 +22,7 @@ class AbortOnFailure final : public testing::EmptyTestEventListener {
 
 }  // namespace
 
-// What the code warns of is what it is given on purpose here.
+// Turns logging off: warnings about bad input are expected here.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   testing::UnitTest::GetInstance()->listeners().Append(new AbortOnFailure);
   logging::SetMinLogLevel(logging::LOGGING_FATAL);

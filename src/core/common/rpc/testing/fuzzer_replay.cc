@@ -1,5 +1,5 @@
-// Runs a fuzzer over the inputs that are kept beside it, one test for each.
-// Which these are stands beside the program, in <program>.inputs.
+// main() of a fuzzer that runs each stored input as one test. The file
+// <program>.inputs beside the program lists them.
 
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>

@@ -9,8 +9,8 @@
 //     }
 //   });
 //
-// Ownership: the test's. The process is killed and reaped with this object, and
-// killed where the thread that made it ends first.
+// Ownership: the test's. The process is killed and reaped when this object is
+// destroyed, and killed when the thread that made it ends.
 //
 // Failure: a host that ends before it is ready ends the test's process.
 
@@ -31,8 +31,8 @@ namespace torvane {
 
 class HostProcess {
  public:
-  // What the process runs. It calls `ready` once clients can reach it, which
-  // the constructor waits for; when it returns the process is over.
+  // Runs in the process, which ends when it returns. It must call `ready` when
+  // clients can connect; the constructor waits for that.
   using Host = std::function<void(const std::function<void()>& ready)>;
 
   explicit HostProcess(const Host& host) {

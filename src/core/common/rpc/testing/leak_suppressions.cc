@@ -1,4 +1,4 @@
-// Names the allocations that LeakSanitizer passes over.
+// Names the allocations that LeakSanitizer must not report.
 
 // An event stream never frees the message that a frame is parsed into. See
 // event_stream.h.

@@ -1,4 +1,5 @@
-// Runs a model test: many steps, and a comparison after each.
+// Runs a model test: many random steps, after each of which the real objects
+// are compared with a model.
 //
 // A Model is constructed from a Choice and has Step() and Check(), which report
 // through GoogleTest's assertions.
@@ -45,7 +46,7 @@ void RunModel() {
   }
 }
 
-// Each byte is a choice, and the last step the one in which they run out.
+// Takes each choice from one byte. Stops after the step that uses the last one.
 template <typename Model>
 void RunModelOn(std::span<const uint8_t> choices) {
   size_t made = 0;

@@ -1,10 +1,10 @@
-// A folder for this user alone, as a server's socket needs it. It goes with its
-// owner, and with it all that is in it.
+// A folder that only this user may use, as a server's socket needs it.
+// Destroying the object removes the folder and its contents.
 //
 //   const torvane::PrivateFolder folder;
 //   server.Listen(folder.File("socket"));
 //
-// It lies in /tmp, wherever else tests keep their files: a socket's path must
+// It is in /tmp and not in the test's own folder, because a socket's path must
 // not be longer than 107 bytes.
 
 #ifndef CORE_COMMON_RPC_TESTING_PRIVATE_FOLDER_H_

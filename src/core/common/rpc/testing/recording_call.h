@@ -11,7 +11,7 @@
 
 namespace torvane {
 
-// Keeps the failure text and counts failures. Knows no cancellation.
+// Keeps the failure text and counts failures. It is never cancelled.
 class RecordingController : public google::protobuf::RpcController {
  public:
   void Reset() override { text_.clear(); }
@@ -32,7 +32,7 @@ class RecordingController : public google::protobuf::RpcController {
   int failures_ = 0;
 };
 
-// Counts its runs and stays the test's own.
+// Counts its runs. Does not delete itself: the test owns it.
 class RecordingClosure : public google::protobuf::Closure {
  public:
   explicit RecordingClosure(std::function<void()> on_run = [] {})

@@ -1,4 +1,4 @@
-// Where a virtual operation stands in its class's table.
+// The position of a virtual function in its class's virtual table.
 
 #ifndef CORE_COMMON_RPC_TESTING_VIRTUAL_SLOT_H_
 #define CORE_COMMON_RPC_TESTING_VIRTUAL_SLOT_H_

@@ -1,8 +1,8 @@
-// Dispatch and prototypes, held against a plain virtual call and against the
+// Compares dispatch and prototypes with a plain virtual call and with the
 // generic service that Protocol Buffers itself generates from the same file.
 //
-// "Fixed" takes one method over and over; "Random" all that can be called (for
-// prototypes, all) in an order that the processor cannot learn.
+// "Fixed" uses one method over and over; "Random" all unary methods (for
+// prototypes, all methods) in an order that the branch predictor cannot learn.
 
 #include <benchmark/benchmark.h>
 #include <google/protobuf/descriptor.h>
@@ -32,8 +32,8 @@ constexpr int kUnaryMethods = 37;
 constexpr int kMethods = 41;
 constexpr int kFixedMethod = 1;
 
-// Overrides every unary method with one that only says it was reached. Each has
-// a body of its own, so that the linker cannot make them one.
+// Overrides every unary method with one that records that it was called. The
+// bodies differ, so that the linker cannot merge them.
 template <typename Base>
 class Ignoring final : public Base {
  public:
@@ -104,7 +104,7 @@ std::vector<const MethodDescriptor*> RandomMethods(int below) {
   return methods;
 }
 
-// Takes the methods in turn.
+// Returns the methods in turn.
 class Cycle {
  public:
   explicit Cycle(std::vector<const MethodDescriptor*> methods)
@@ -145,7 +145,7 @@ void DispatchFixed(benchmark::State& state) {
   }
 }
 
-// The messages are of the wrong types for most methods. They are not looked at.
+// Most methods get messages of the wrong type, which they do not use.
 template <typename ServiceType>
 void DispatchRandom(benchmark::State& state) {
   ServiceType concrete;

@@ -1,4 +1,4 @@
-// A service that implements every unary method by writing down its call.
+// A service that implements every unary method by recording its call.
 
 #ifndef CORE_COMMON_RPC_PROTO_RPC_BROWSER_BROWSER_WINDOW_EVERY_UNARY_METHOD_H_
 #define CORE_COMMON_RPC_PROTO_RPC_BROWSER_BROWSER_WINDOW_EVERY_UNARY_METHOD_H_

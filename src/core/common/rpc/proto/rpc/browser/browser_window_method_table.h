@@ -1,6 +1,6 @@
 // The contract, restated by hand: what each method of the service is called,
-// what it takes and returns, and how it is served. Tests hold the proto file
-// and the generated code against it.
+// what it takes and returns, and how it is served. Tests compare the proto file
+// and the generated code with it.
 
 #ifndef CORE_COMMON_RPC_PROTO_RPC_BROWSER_BROWSER_WINDOW_METHOD_TABLE_H_
 #define CORE_COMMON_RPC_PROTO_RPC_BROWSER_BROWSER_WINDOW_METHOD_TABLE_H_
