@@ -12,13 +12,14 @@ namespace {
 
 constexpr int kCannotExecute = 127;
 
-// Runs in the new process, between fork and exec, where only functions that are
-// safe in a signal handler may be called.
+// Runs in the new process between fork and exec, so it may call only functions
+// that are safe in a signal handler.
 [[noreturn]] void Become(char* const* argv,
                          const std::vector<InheritedDescriptor>& descriptors,
                          pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // A parent that ended before prctl() took effect kills nobody any more.
+  // If the parent ended before prctl() took effect, nothing will kill this
+  // process, so it ends itself.
   if (getppid() != parent)
     _exit(kCannotExecute);
   for (const auto& [ours, theirs] : descriptors) {

@@ -1,16 +1,16 @@
-// Starts a program in a process that does not outlive the one that started it,
-// however that one ends.
+// Starts a program in a child process that is killed when its parent ends,
+// however that happens.
 //
 //   pid_t pid = cli::StartProcess({"/path/to/windowctl", "methods"},
 //                                 {{pipe_end, STDOUT_FILENO}});
 //
-// Ownership: the caller waits for the process.
+// Ownership: the caller must wait for the process.
 //
-// Sequence: a thread that does not end early, such as the main one: the process
+// Sequence: a thread that does not end early, such as the main one: the child
 // is killed when the thread that has started it ends.
 //
-// Failure: ends this process when there can be no other. A program that can't
-// be executed makes the new one end with exit code 127.
+// Failure: ends this process when none can be forked. A program that can't be
+// executed makes the child end with exit code 127.
 
 #ifndef TOOLS_CLI_CHILD_PROCESS_H_
 #define TOOLS_CLI_CHILD_PROCESS_H_
@@ -29,8 +29,8 @@ struct InheritedDescriptor {
   int theirs;
 };
 
-// The first word is the program's path. The process gets the descriptors named,
-// in this order, besides those that have no close-on-exec flag.
+// The first word is the program's path. `descriptors` are passed on in this
+// order; those without a close-on-exec flag are inherited anyway.
 pid_t StartProcess(const std::vector<std::string>& words,
                    const std::vector<InheritedDescriptor>& descriptors);
 

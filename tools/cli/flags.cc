@@ -77,7 +77,7 @@ void Flags::AddSeconds(const std::string& name,
   const double most = Seconds(maximum).count();
   flags_[name].set = [=](const std::string& text) -> std::string {
     double seconds;
-    // Written so that "nan", which compares with nothing, is a fault as well.
+    // Negated, so that "nan", for which every comparison is false, is a fault.
     if (!absl::SimpleAtod(text, &seconds) ||
         !(seconds >= least && seconds <= most)) {
       return absl::StrCat("is not a number of seconds from ", least, " to ",
@@ -111,8 +111,8 @@ absl::StatusOr<std::vector<std::string>> Flags::Parse(
   return arguments;
 }
 
-// `flag` is what follows the dashes; `next` is behind it and moves on over a
-// value of its own.
+// `flag` is the text behind the dashes, `next` the word after it. If that is
+// the flag's value, `next` is moved past it.
 absl::Status Flags::Set(std::string_view flag,
                         const char* const*& next,
                         const char* const* end) const {

@@ -1,7 +1,7 @@
-// Reads the command line of a program whose exit codes mean something.
+// Reads a program's command line.
 //
-// Abseil's flags end the process with their own exit code on --help and on
-// errors, and list flags of the libraries; here the program decides.
+// Unlike Abseil's flags, this never ends the process with an exit code of its
+// own, and --help does not list flags of the libraries.
 //
 //   std::string socket = cli::DefaultSocketPath();
 //   int windows = 3;
@@ -41,12 +41,12 @@ namespace cli {
 
 class Flags {
  public:
-  // What is taken as a time where nothing else is said.
+  // The range of AddSeconds() unless another is given.
   static constexpr std::chrono::milliseconds kMinSeconds{1};
   static constexpr std::chrono::milliseconds kMaxSeconds =
       std::chrono::hours(24);
 
-  // A flag that is there or not, and takes no value.
+  // A flag without a value: true if it is given.
   void AddSwitch(const std::string& name, bool* is_set);
 
   void AddText(const std::string& name, std::string* value);
@@ -62,7 +62,7 @@ class Flags {
                size_t maximum,
                size_t* value);
 
-  // Seconds, with a fraction if need be.
+  // Seconds, also with a fraction.
   void AddSeconds(const std::string& name,
                   std::chrono::milliseconds* value,
                   std::chrono::milliseconds minimum = kMinSeconds,
@@ -76,7 +76,7 @@ class Flags {
  private:
   struct Flag {
     bool takes_value = true;
-    // Returns what is wrong with the value, or nothing.
+    // Returns what is wrong with the value; empty if it was set.
     std::function<std::string(const std::string&)> set;
   };
 

@@ -23,8 +23,8 @@ std::string FlagName(const LimitInfo& limit) {
   return absl::StrReplaceAll(limit.name, {{"_", "-"}});
 }
 
-// `value` as it is typed: the table has times in milliseconds, flags in
-// seconds.
+// `value` as the user types it: times are milliseconds in the table, but
+// seconds in flags.
 std::string ValueText(const LimitInfo& limit, int64_t value) {
   return limit.size != nullptr
              ? absl::StrCat(value)
@@ -50,7 +50,7 @@ absl::Status CheckLimits(const Limits& limits) {
   const absl::Status fault = rpc::serving::Validate(limits);
   if (fault.ok())
     return fault;
-  // The text names limits; the user knows them by their flags.
+  // Replaces the names of limits in the text by those of their flags.
   std::vector<std::pair<std::string, std::string>> flags;
   for (const LimitInfo& limit : kLimitTable)
     flags.emplace_back(limit.name, absl::StrCat("--", FlagName(limit)));

@@ -1,6 +1,6 @@
-// A server's limits on the command line: a flag for each row of the limit
-// table, named like it with dashes for underscores. A limit that is added to
-// the table needs no line here.
+// Flags for a server's limits: one for each row of the limit table, with the
+// limit's name but dashes for underscores. A limit that is added to the table
+// needs no line here.
 //
 //   rpc::serving::Limits limits;
 //   cli::Flags flags;
@@ -27,11 +27,12 @@ namespace cli {
 
 void AddLimitFlags(Flags& flags, rpc::serving::Limits* limits);
 
-// Checks, after parsing, that limits which are each within their range also go
-// together: rpc::serving::Validate() in the user's words.
+// To be called after parsing: each limit is in its range then, and this checks
+// that they also fit each other. As rpc::serving::Validate(), but the text
+// names flags.
 absl::Status CheckLimits(const rpc::serving::Limits& limits);
 
-// What --help says of the flags: meaning, unit, range and default of each.
+// The --help text: meaning, unit, range and default of each flag.
 std::string LimitHelp();
 
 }  // namespace cli

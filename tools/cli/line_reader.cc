@@ -12,8 +12,8 @@
 namespace cli {
 namespace {
 
-// Of the calling thread. Signals must reach the main thread. With SIGTTIN
-// blocked, reading a terminal from the background is an error.
+// Blocks them in the calling thread, so that the main thread gets them. With
+// SIGTTIN blocked, read() fails in a background job instead of stopping it.
 void BlockSignals() {
   sigset_t all;
   sigfillset(&all);
@@ -69,8 +69,8 @@ bool LineReader::ReadMore(std::string& buffer) {
 
 void LineReader::Post(std::optional<std::string> line) {
   sequence_.Post([handler = handler_, line = std::move(line)]() mutable {
-    // Called through a copy: the handler may destroy the reader, which empties
-    // the shared one.
+    // Copied: the handler may destroy the reader, whose destructor empties the
+    // shared handler while it runs.
     if (const Handler handle = *handler)
       handle(std::move(line));
   });

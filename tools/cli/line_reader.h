@@ -1,22 +1,22 @@
-// Reads lines from a terminal, pipe or file without holding up a sequence.
+// Reads lines from a terminal, pipe or file without blocking a sequence.
 //
 //   cli::LineReader reader(loop, STDIN_FILENO,
 //                          [](std::optional<std::string> line) {
 //                            line ? Obey(*line) : StopListening();
 //                          });
 //
-// A thread of the reader's own waits and reads, and posts each line. A watch on
-// the descriptor would not do: it can't wait for a file. Nor would non-blocking
-// mode, which every process that shares the terminal would get as well. Reading
-// the terminal from a shell's background job ends the input, where it would
-// otherwise stop the process.
+// The reader has a thread that reads, and posts each line to the sequence. A
+// watch on the descriptor can't wait for a file, and non-blocking mode would
+// also affect every other process that shares the terminal. In a shell's
+// background job, reading the terminal ends the input instead of stopping the
+// process.
 //
 // Ownership: the descriptor stays the caller's. The sequence must outlive the
-// reader. A loop is not kept running by a reader that waits.
+// reader. A waiting reader does not keep a loop running.
 //
-// Sequence: made and destroyed on the given one; the handler runs there too,
-// never inside the constructor, and no more once the reader is destroyed. It
-// may destroy the reader.
+// Sequence: created and destroyed on the given one. The handler runs there too,
+// never inside the constructor or after the destructor, and may destroy the
+// reader.
 //
 // Failure: an error ends the input.
 
@@ -46,7 +46,8 @@ class LineReader {
 
  private:
   void Run();
-  // Blocks; false at the end of the input and when the reader is destroyed.
+  // Blocks until there is more. False at the end of the input, or when the
+  // reader is destroyed.
   bool ReadMore(std::string& buffer);
   void Post(std::optional<std::string> line);
 

@@ -32,8 +32,8 @@ size_t Distance(std::string_view a, std::string_view b) {
 std::optional<std::string> NearestName(
     std::string_view name,
     const std::vector<std::string>& candidates) {
-  // A third of the letters wrong, or two letters swapped in a short name, is
-  // still a slip; more is another word.
+  // Accepts a third of the letters being wrong, or two letters swapped in a
+  // short name. With more differences it is probably another word.
   size_t nearest_distance = std::max<size_t>(2, name.size() / 3) + 1;
   std::optional<std::string> nearest;
   for (const std::string& candidate : candidates) {

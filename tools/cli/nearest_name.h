@@ -1,10 +1,10 @@
-// Finds what somebody probably meant who has mistyped a name.
+// Finds the name that somebody who has mistyped it probably meant.
 //
 //   NearestName("mximize", {"Maximize", "Minimize"})   "Maximize"
 //
 // Sequence: any thread.
 //
-// Failure: nothing, when no candidate is similar enough to be worth suggesting.
+// Failure: nullopt when no candidate is similar enough.
 
 #ifndef TOOLS_CLI_NEAREST_NAME_H_
 #define TOOLS_CLI_NEAREST_NAME_H_
@@ -17,12 +17,12 @@
 namespace cli {
 
 // The candidate that takes the fewest insertions, deletions and replacements of
-// letters to reach, upper and lower case being the same; of equals, the first.
+// letters to reach, ignoring case; the first of several equal ones.
 std::optional<std::string> NearestName(
     std::string_view name,
     const std::vector<std::string>& candidates);
 
-// " Did you mean NAME?", or nothing: for the end of an error message.
+// Returns " Did you mean NAME?", for the end of an error message, or nothing.
 std::string DidYouMean(std::string_view name,
                        const std::vector<std::string>& candidates);
 

@@ -1,8 +1,10 @@
 // Where the example host listens and its clients look for it.
 //
-// Each user has a host of their own, so the socket lies in a folder that only
+// Each user has a host of their own, so the socket is in a folder that only
 // this user may enter: that of the login session or, without one, a folder in
-// /tmp that is used only if nobody else has made it.
+// /tmp that is refused if it belongs to another user.
+//
+// Failure: PERMISSION_DENIED for such a folder.
 //
 // Sequence: any thread, as long as nobody changes the environment meanwhile.
 

@@ -5,12 +5,12 @@
 //   client.Continue();
 //   client.Kill();       // at once, whatever it is doing
 //
-// No client outlives the process that has started it, however that one ends.
+// The client is killed when the process that has started it ends.
 //
-// Ownership: kills its process when it is destroyed.
+// Ownership: the caller's. The destructor kills the process.
 //
-// Sequence: the main thread, since a client also goes when the thread that has
-// started it ends.
+// Sequence: the main thread, since the client is killed when the thread that
+// has started it ends.
 //
 // Failure: a process that cannot be started ends this one.
 
@@ -43,7 +43,7 @@ class ClientProcess {
 
   bool stopped() const { return stopped_; }
 
-  // Whether it has ended by itself, which none should.
+  // Whether it has ended by itself, which no client should.
   bool HasEnded();
 
  private:

@@ -101,7 +101,7 @@ int Main(int argc, char** argv) {
   bool is_client = false;
   int clients = 16;
   size_t seed = std::random_device()();
-  // Between the host and its clients.
+  // Passed by the host to the client processes that it starts.
   ClientOptions client;
   size_t number = 0;
   std::string manner;

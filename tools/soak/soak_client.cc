@@ -27,12 +27,12 @@ namespace {
 using google::protobuf::MethodDescriptor;
 using rpc::transport::Client;
 
-// Chances, in a hundred.
+// Probabilities in percent.
 constexpr int kHeldQuestions = 20;
 constexpr int kDeclinedQuestions = 5;
 constexpr int kCallsPerQuestion = 25;
 
-// Questions that are kept for later.
+// The most questions that a client keeps for later.
 constexpr size_t kMostHeld = 8;
 
 constexpr std::chrono::milliseconds kBreak{1};
@@ -122,8 +122,8 @@ class SoakClient {
     Answer(question, reply);
   }
 
-  // Repeats what the question holds, so that the host knows the answer from
-  // that to another question.
+  // Copies fields of the question into the answer, by which the host checks
+  // that the answer is not one to another question.
   void Answer(const rpc::ShowContextMenu& question, const Reply& reply) {
     rpc::ShowContextMenu answer;
     auto* const ids = answer.mutable_response()->mutable_omitted_command_ids();

@@ -1,5 +1,5 @@
-// What a client process of a soak does: answers for its windows and hears of
-// them, until somebody kills it or the host goes.
+// A client process of a soak: subscribes to events and answers questions about
+// its windows, until it is killed or the host ends.
 //
 // Ownership: nothing outlives RunClient().
 //
@@ -15,10 +15,10 @@
 
 namespace soak {
 
-// Each client has windows of its own, which no other ever answers for.
+// Each client has windows of its own, which no other client ever subscribes to.
 inline constexpr int64_t kWindowsPerClient = 4;
 
-// The window `index` of the client `number`, and whose window it is.
+// The window `index` of the client `number`, and the client of a window.
 constexpr int64_t WindowOf(int64_t number, int64_t index) {
   return number * kWindowsPerClient + index;
 }
@@ -28,8 +28,7 @@ constexpr int64_t ClientOf(int64_t window) {
 
 enum class Manner {
   // Answers most questions at once, some later and out of order, declines a
-  // few,
-  // and calls the host now and then.
+  // few, and calls the host now and then.
   kLively,
   // The same, but takes a break before each answer.
   kSlow,
@@ -42,7 +41,7 @@ struct ClientOptions {
   int64_t number = 0;
   uint64_t seed = 0;
   Manner manner = Manner::kLively;
-  // The inherited descriptor of the tally that is shared with the host.
+  // The inherited descriptor of the SharedTally.
   int tally = -1;
 };
 

@@ -35,24 +35,24 @@ namespace {
 using rpc::ShowContextMenu;
 using rpc::serving::QuestionOutcome;
 
-// Questions that wait for one client at a time. A client keeps fewer than that
-// for later, so that there is always one that it answers at once.
+// Questions that are pending for one client at a time. It is more than a client
+// keeps for later, so there is always one that the client answers at once.
 constexpr size_t kQuestionsPerClient = 32;
 
-// What the host does follows from questions that settle. On average it kills a
-// client each time that so many have settled, and so on.
+// The host acts whenever questions settle. On average it kills one client for
+// each kSettledPerKill questions that have settled, and so on.
 constexpr int kSettledPerKill = 500;
 constexpr int kSettledPerStop = 100;
 constexpr int kSettledPerContinue = 100;
 constexpr int kSettledPerEvent = 4;
 
-// On average, of so many clients one is slow, and so many questions one is
-// given up after HostOptions::patience.
+// On average one of this many clients is slow, and one of this many questions
+// is cancelled after HostOptions::patience.
 constexpr int kClientsPerSlowOne = 4;
 constexpr int kQuestionsPerImpatientOne = 4;
 
 uint64_t ResidentBytes() {
-  // Gives memory that is free, but that malloc keeps, back to the system.
+  // Returns to the system the free memory that malloc keeps.
   malloc_trim(0);
   uint64_t total_pages = 0;
   uint64_t resident_pages = 0;
@@ -60,7 +60,7 @@ uint64_t ResidentBytes() {
   return resident_pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
-// A folder that is gone with this object.
+// A folder that the destructor removes.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -93,14 +93,14 @@ class Host {
  private:
   struct Client {
     std::unique_ptr<ClientProcess> process;
-    // It has subscribed to all its windows.
+    // True once it has subscribed to all its windows.
     bool ready = false;
     size_t pending = 0;
   };
-  // By number, which no other client of the soak has had.
+  // By number. Numbers are never reused.
   using Clients = std::map<int64_t, Client>;
 
-  // Whom a question has been put to, and what its answer must repeat.
+  // The client that was asked, and what its answer must repeat.
   struct Question {
     int64_t client;
     int32_t x;
@@ -119,7 +119,7 @@ class Host {
   void OnReady(int64_t window);
   // Ends the process if a client has ended by itself.
   void CheckClients();
-  // One of those that `fits`; null when there is none.
+  // A random client for which `fits` is true; null when there is none.
   template <typename Predicate>
   Client* AnyClient(Predicate fits);
   size_t RunningClients() const;
@@ -237,7 +237,7 @@ Host::Client* Host::AnyClient(Predicate fits) {
   return fitting[any(random_)];
 }
 
-// On a later turn, since this is called in a question's callback, where asking
+// Acts on a later turn. This is called in a question's callback, where asking
 // about the same window is not allowed.
 void Host::ActSoon() {
   if (std::exchange(act_scheduled_, true))
@@ -285,7 +285,8 @@ size_t Host::RunningClients() const {
 }
 
 void Host::Stop() {
-  // Questions must go on settling: nothing else makes the host act.
+  // Enough clients must go on answering, since the host acts only when
+  // questions settle.
   if (RunningClients() <= (options_.clients + 1) / 2)
     return;
   Client* const client = AnyClient(
@@ -358,7 +359,7 @@ bool Host::Ask(int64_t number) {
                            ? outcome_.declined
                            : outcome_.cancelled);
            }});
-  // The client has ended its subscription or is being disconnected.
+  // Then the client has ended its subscription or is being disconnected.
   if (!asked) {
     pending_.erase(id);
     --outcome_.asked;
@@ -394,7 +395,7 @@ void Host::OnOutcome(uint64_t id,
   }
 }
 
-// The question has ended in the way that `count` counts.
+// `count` is the counter of the way in which the question has ended.
 void Host::OnEnd(uint64_t id, uint64_t& count) {
   const auto question = pending_.find(id);
   if (question == pending_.end()) {
@@ -410,8 +411,8 @@ void Host::OnEnd(uint64_t id, uint64_t& count) {
   ActSoon();
 }
 
-// When the last connection is closed, nothing is left that could end a
-// question.
+// Kills all clients and waits until their connections are closed. A question
+// that has not ended then is lost.
 void Host::EndAll() {
   clients_.clear();
   ABSL_CHECK(loop_.RunUntil(

@@ -1,6 +1,6 @@
-// A host whose clients are killed, stopped and slowed down at random while it
-// asks them questions, publishes events and answers calls; and which records
-// how every question ends.
+// A host that kills, stops and slows down its clients at random while it asks
+// them questions, publishes events and answers calls. It records how every
+// question ends.
 //
 //   soak::HostOptions options;
 //   options.program = "/path/to/soak";
@@ -8,11 +8,11 @@
 //   const soak::Outcome outcome = soak::RunHost(options);
 //   EXPECT_EQ(outcome.lost, 0u);
 //
-// The seed and the order in which questions settle decide what it does to which
-// client, never the clock. Since only questions that settle make it act, it
-// never stops more than half of its clients.
+// What it does to which client depends only on the seed and on the order in
+// which questions settle, never on the clock. It acts only when questions
+// settle, so it never stops more than half of its clients.
 //
-// Ownership: nothing outlives RunHost(); no client process does, either.
+// Ownership: nothing outlives RunHost(), no client process either.
 //
 // Sequence: one thread, which runs a loop of its own. One at a time in a
 // process, since streams have process-wide registries.
@@ -32,7 +32,7 @@
 namespace soak {
 
 struct HostOptions {
-  // The program that is a client when it is started with "--client".
+  // The program to start as a client, with the flag "--client".
   std::string program;
 
   // How many clients there are at a time.
@@ -40,18 +40,18 @@ struct HostOptions {
 
   uint64_t seed = 1;
 
-  // The end: so many questions asked, or so much time gone, whichever comes
-  // first. One must be set.
+  // The soak ends after this many questions or this much time, whichever comes
+  // first. At least one must be set.
   std::optional<uint64_t> questions;
   std::optional<std::chrono::seconds> duration;
 
-  // Every fourth question is given up after this time, if set. Others wait for
-  // as long as their client lives.
+  // If set, about one question in four is cancelled after this time. The others
+  // wait for as long as their client lives.
   std::optional<std::chrono::milliseconds> patience;
 };
 
 struct Outcome {
-  // Done to clients.
+  // What was done to clients.
   uint64_t clients_started = 0;
   uint64_t clients_slow = 0;
   uint64_t kills = 0;
@@ -59,7 +59,7 @@ struct Outcome {
   uint64_t stops = 0;
   uint64_t continues = 0;
 
-  // Questions, by how they ended. Lost ones never ended and doubled ones ended
+  // Questions, by how they ended. Lost ones never ended, doubled ones ended
   // more than once: both must be zero.
   uint64_t asked = 0;
   uint64_t answered = 0;
@@ -68,11 +68,11 @@ struct Outcome {
   uint64_t too_late = 0;
   uint64_t lost = 0;
   uint64_t doubled = 0;
-  // Answers to another question than the one that they came for. Must be zero.
+  // Answers that belong to another question. Must be zero.
   uint64_t wrong = 0;
 
-  // What clients have counted themselves. This includes what the host never
-  // heard of, because the client was killed.
+  // Counted by the clients. Includes messages that the host never received,
+  // because the client was killed.
   uint64_t answers_sent = 0;
   uint64_t questions_declined = 0;
   uint64_t events_received = 0;

@@ -1,4 +1,4 @@
-// The service of a soak's host, as far as its clients call it.
+// The service of a soak's host: implements only the methods that clients call.
 
 #ifndef TOOLS_SOAK_SOAK_SERVICE_H_
 #define TOOLS_SOAK_SOAK_SERVICE_H_

@@ -1,6 +1,5 @@
-// What the client processes of a soak have done, counted in memory that they
-// share with the host, so that a client may be killed at any moment and its
-// counts remain.
+// Counts what the client processes of a soak have done, in memory shared with
+// the host, so that the counts of a killed client remain.
 //
 //   absl::StatusOr<soak::SharedTally> tally = soak::SharedTally::Create();
 //   ... start processes that inherit tally->descriptor() ...
@@ -29,7 +28,7 @@ struct Tally {
   // Questions that were declined.
   std::atomic<uint64_t> declined;
   std::atomic<uint64_t> events;
-  // Calls that have succeeded, and others.
+  // Calls that have succeeded, and that have failed.
   std::atomic<uint64_t> calls;
   std::atomic<uint64_t> failed_calls;
 };
@@ -38,7 +37,8 @@ static_assert(std::atomic<uint64_t>::is_always_lock_free,
 
 class SharedTally {
  public:
-  // New memory, or that behind an inherited descriptor, which is taken over.
+  // Makes new memory, or maps that of an inherited descriptor, and takes the
+  // descriptor over.
   static absl::StatusOr<SharedTally> Create();
   static absl::StatusOr<SharedTally> Open(int descriptor);
 
@@ -50,7 +50,7 @@ class SharedTally {
 
   Tally& get() const { return *tally_; }
 
-  // Not inherited unless whoever starts a process sees to that.
+  // Has the close-on-exec flag: pass it on explicitly, see child_process.h.
   int descriptor() const { return descriptor_; }
 
  private:

@@ -28,7 +28,7 @@ std::unique_ptr<AnswerSource> MakeSource(const Options& options,
 }
 
 // T is the message of the method. A question without a usable answer is
-// declined, so that the host need not wait for its deadline.
+// declined, so that the host does not wait for it until its deadline.
 template <typename T>
 class QuestionAnswerer {
  public:
@@ -57,8 +57,8 @@ class QuestionAnswerer {
     const std::string json = ToJson(question);
     PrintLine(json);
     source_->Answer(json, [reply](const absl::StatusOr<std::string>& answer) {
-      // A question that is not answered is declined when its last reply handle
-      // goes: this one.
+      // If this fails, `reply`, the last handle, is destroyed, and that
+      // declines the question.
       if (absl::Status sent = Send(reply, answer); !sent.ok())
         Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
     });
@@ -73,8 +73,8 @@ class QuestionAnswerer {
     return parsed.ok() ? reply.Answer(std::move(answer)) : parsed;
   }
 
-  // Stands before the stream, to be destroyed after it. Reply handles that the
-  // source still keeps do nothing then, where they would decline each question.
+  // Declared before the stream, so that it is destroyed after it: the reply
+  // handles in it do nothing then, instead of declining each question.
   const std::unique_ptr<AnswerSource> source_;
   Stream stream_;
 };

@@ -60,10 +60,10 @@ class LineAnswers final : public AnswerSource {
   }
 
   rpc::loop::Sequence& sequence_;
-  // Empty once posted.
+  // Empty once it has been posted.
   std::function<void()> on_exhausted_;
-  // Questions that wait for lines, or lines that wait for questions: one of the
-  // two is empty.
+  // Questions that wait for lines, and lines that wait for questions. At least
+  // one of the two is empty.
   std::deque<Take> questions_;
   std::deque<std::string> lines_;
   bool ended_ = false;
@@ -89,7 +89,8 @@ class CommandAnswers final : public AnswerSource {
  private:
   rpc::loop::Loop& loop_;
   const std::string command_;
-  // Each command removes itself when it has ended, by its place.
+  // A list, since each command keeps an iterator by which it removes itself
+  // when it has ended.
   std::list<std::optional<ShellCommand>> running_;
 };
 

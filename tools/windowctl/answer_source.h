@@ -3,9 +3,10 @@
 // Ownership: the caller's. A source keeps the functions that it is given until
 // it has called them; those that are left when it is destroyed are not called.
 //
-// Sequence: the loop's. A function must not destroy the source that calls it.
+// Sequence: that of the loop. A function must not destroy the source that calls
+// it.
 //
-// Failure: a question for which no answer can be had gets a status instead.
+// Failure: a question for which there is no answer gets a status instead.
 
 #ifndef TOOLS_WINDOWCTL_ANSWER_SOURCE_H_
 #define TOOLS_WINDOWCTL_ANSWER_SOURCE_H_
@@ -21,7 +22,7 @@ namespace windowctl {
 
 class AnswerSource {
  public:
-  // Takes the answer in JSON.
+  // Gets the answer in JSON.
   using Take = std::function<void(const absl::StatusOr<std::string>& answer)>;
 
   virtual ~AnswerSource() = default;
@@ -41,8 +42,8 @@ std::unique_ptr<AnswerSource> MakeLineAnswers(
     int descriptor,
     std::function<void()> on_exhausted);
 
-// What `command` prints, run by the shell for each question, with the question
-// as its input. Commands run side by side.
+// The output of `command`, which the shell runs for each question with the
+// question as its input. Several commands may run at the same time.
 std::unique_ptr<AnswerSource> MakeCommandAnswers(rpc::loop::Loop& loop,
                                                  std::string command);
 

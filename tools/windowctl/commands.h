@@ -33,11 +33,13 @@ ExitCode Answer(const Options& options, const Arguments& arguments);
 // status
 ExitCode Status(const Options& options, const Arguments& arguments);
 
-// Writes a line to standard output at once, for whoever waits for it.
+// Writes a line to standard output and flushes it, since a script may wait for
+// it.
 void PrintLine(const std::string& line);
 
-// Say on standard error what is wrong, and return `exit_code`: a text of our
-// own, or the code and text that a call or a stream has ended with.
+// Print to standard error what is wrong, and return `exit_code`: a text of our
+// own, or the code and text of the status that a call or a stream has ended
+// with.
 ExitCode Fail(ExitCode exit_code, std::string_view text);
 ExitCode Fail(ExitCode exit_code, const absl::Status& status);
 

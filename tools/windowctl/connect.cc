@@ -34,13 +34,14 @@ absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
   rpc::transport::ClientOptions options;
   options.name = "windowctl";
   auto client = Client::Adopt(loop, *std::move(connected), std::move(options));
-  // No hint: there is a host, which has said why it does not serve us.
+  // Without the hint to start a host: there is one, and it has said why it does
+  // not serve us.
   if (!client.ok())
     return NoConnection(client.status(), "");
   return client;
 }
 
-// The loss of the connection ends calls and streams with the client's status.
+// A lost connection ends calls and streams with the same status as the client.
 ExitCode FailOn(const Client& client, const absl::Status& status) {
   return Fail(status == client.status() ? kNoConnection : kCallFailed, status);
 }

@@ -19,8 +19,8 @@ absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
     rpc::loop::Loop& loop,
     const std::string& socket);
 
-// Says why a call or a stream of `client` has failed, and returns whether that
-// was the end of the connection, kNoConnection, or not, kCallFailed.
+// Prints why a call or a stream of `client` has failed. Returns kNoConnection
+// if that was because the connection is lost, otherwise kCallFailed.
 ExitCode FailOn(const rpc::transport::Client& client,
                 const absl::Status& status);
 

@@ -51,7 +51,7 @@ class EndToEndTest : public ::testing::Test {
     return RunToEnd(ClientWords(std::move(words)));
   }
 
-  // A client with a stream. Returns when it is subscribed.
+  // Starts a windowctl that opens a stream. Returns when it is subscribed.
   Process& StartClient(std::vector<std::string> words) {
     clients_.push_back(
         std::make_unique<Process>(ClientWords(std::move(words))));
@@ -59,7 +59,7 @@ class EndToEndTest : public ::testing::Test {
     return *clients_.back();
   }
 
-  // A call that succeeds; returns what it prints.
+  // Expects the call to succeed, and returns what it prints.
   std::string Call(const std::string& method, const std::string& json) const {
     const Process::Result result = RunClient({"call", method, json});
     EXPECT_EQ(kSuccess, result.exit_code);

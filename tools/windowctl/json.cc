@@ -28,7 +28,7 @@ std::string ToJson(const google::protobuf::Message& message) {
   std::string json;
   const auto status =
       google::protobuf::util::MessageToJsonString(message, &json, options);
-  // Only Any can fail, and well-known types out of range.
+  // Fails only for Any, and for well-known types that are out of range.
   return status.ok() ? json : message.ShortDebugString();
 }
 

@@ -70,7 +70,7 @@ ExitCode FailUsage(std::string_view text) {
   return Fail(kUsage, absl::StrCat(text, " 'windowctl --help' says more."));
 }
 
-// What is wrong with the flags for `command`, or nothing.
+// What is wrong with the flags for `command`; empty if they are right.
 std::string FlagFault(const Options& options, const std::string& command) {
   const struct {
     const char* flag;

@@ -15,7 +15,7 @@ using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
 using torvane::MethodKind;
 
-// The kind of a method, and what to do with one, as a person reads them.
+// What is printed for a kind of method, and the command that handles it.
 struct KindText {
   const char* name;
   std::string advice;

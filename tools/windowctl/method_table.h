@@ -1,7 +1,7 @@
-// What a service offers, as a person asks for it.
+// Lists the methods of a service, and finds one by the name that a user types.
 //
-// Everything is read from descriptors, so that the tool knows whatever the
-// contract has.
+// Everything is read from descriptors, so a method that is added to the
+// contract needs no line here.
 //
 // Ownership: descriptors belong to Protocol Buffers and live as long as the
 // process.
@@ -24,7 +24,7 @@
 namespace windowctl {
 
 // One line for each method, in the order of the contract: name, request,
-// response and kind, which is "stream" where it is none that we know.
+// response and kind, or "stream" if KindOf() knows no kind.
 std::string ListMethods(const google::protobuf::ServiceDescriptor& service);
 
 // The method of that name and kind. The error suggests a similar name, or says

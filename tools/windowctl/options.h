@@ -1,4 +1,4 @@
-// What the flags of windowctl say.
+// The values of windowctl's flags.
 
 #ifndef TOOLS_WINDOWCTL_OPTIONS_H_
 #define TOOLS_WINDOWCTL_OPTIONS_H_
@@ -14,16 +14,16 @@ namespace windowctl {
 struct Options {
   std::string socket = cli::DefaultSocketPath();
 
-  // How long a call may take, of a stream those that precede it. The host's own
-  // limit for asking somebody whether a window may close is shorter, so that
-  // its answer comes first.
+  // How long a call may take, including those made before a stream. It is
+  // longer than the host waits for a client's answer whether a window may
+  // close, so the host's reply to Close comes first.
   std::chrono::milliseconds timeout{10'000};
 
-  // How 'answer' finds its answers; without both, from standard input.
+  // Where 'answer' takes its answers from; if neither is set, standard input.
   std::optional<std::string> with;
   std::optional<std::string> exec;
 
-  // Whether 'status' is for programs to read.
+  // Whether 'status' prints JSON.
   bool json = false;
 };
 

@@ -15,7 +15,8 @@
 namespace windowctl {
 namespace {
 
-// Ends the test program on failure: without the process nothing can be tested.
+// Ends the test program on failure, since no test can go on without the
+// process.
 void Check(bool success, const char* what) {
   if (success)
     return;
@@ -23,7 +24,8 @@ void Check(bool success, const char* what) {
   std::abort();
 }
 
-// Waits until there is something to read or the other end is closed.
+// Waits until there is something to read or the other end is closed. False if
+// that takes too long.
 bool AwaitReadable(int descriptor) {
   constexpr int kLongMilliseconds = 60'000;
   pollfd polled = {descriptor, POLLIN, 0};
@@ -32,7 +34,7 @@ bool AwaitReadable(int descriptor) {
   return readable;
 }
 
-// Appends what comes until the end. False when the end does not come.
+// Appends everything up to the end of the stream. False if that takes too long.
 bool ReadAll(int descriptor, std::string& text) {
   char buffer[4096];
   while (AwaitReadable(descriptor)) {
@@ -55,7 +57,7 @@ std::string ReadLineOf(int descriptor) {
 }  // namespace
 
 Process::Process(const std::vector<std::string>& words) {
-  // A process that goes away must not take the test with it.
+  // Writing to a process that has ended must not end the test.
   signal(SIGPIPE, SIG_IGN);
   int input[2];
   int output[2];

@@ -1,6 +1,6 @@
 // A process that a test starts, talks to and waits for.
 //
-// What it writes must fit into a pipe until somebody reads it.
+// What it writes must fit into a pipe's buffer until the test reads it.
 //
 //   Process host({WINDOW_HOST, "--windows", "1"});
 //   host.ReadLine();                 // blocks until it is ready
@@ -23,7 +23,7 @@ class Process {
   struct Result {
     // Negative: the signal that has ended the process.
     int exit_code;
-    // What ReadLine() and ReadErrorLine() have not returned.
+    // The rest, after what ReadLine() and ReadErrorLine() have returned.
     std::string output;
     std::string errors;
   };
@@ -32,7 +32,7 @@ class Process {
   explicit Process(const std::vector<std::string>& words);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
-  // Kills a process that nobody has waited for.
+  // Kills the process unless Wait() has been called.
   ~Process();
 
   // To its standard input.
@@ -59,7 +59,7 @@ class Process {
   int errors_ = -1;
 };
 
-// A process that runs to its end.
+// Starts a process and waits for it.
 Process::Result RunToEnd(const std::vector<std::string>& words);
 
 }  // namespace windowctl

@@ -19,9 +19,9 @@ namespace {
 
 using rpc::loop::ScopedFd;
 
-// A file in memory that is read from its beginning. Unlike a pipe it takes any
-// size at once, so nothing has to be written while the command reads. Invalid
-// on failure.
+// The command's input, as a file in memory. Unlike a pipe it takes any size at
+// once, so nothing has to be written while the command runs. Invalid on
+// failure.
 ScopedFd MakeInput(const std::string& text) {
   ScopedFd file(memfd_create("input", MFD_CLOEXEC));
   if (!file.is_valid() ||
@@ -46,7 +46,7 @@ int Spawn(const std::string& command, int input, int output, pid_t* pid) {
   return error;
 }
 
-// The wrapper in glibc 2.36 cannot be linked from C++.
+// pidfd_open(). The wrapper in glibc 2.36 cannot be linked from C++.
 ScopedFd OpenProcess(pid_t pid) {
   return ScopedFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
 }

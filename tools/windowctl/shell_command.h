@@ -1,17 +1,18 @@
-// Runs a command with the shell and gets what it prints, without holding up the
+// Runs a command with the shell and gets what it prints, without blocking the
 // loop.
 //
 //   ShellCommand command(loop, "jq .question", "{...}\n",
 //                        [](const absl::StatusOr<std::string>& output) {...});
 //
-// Ownership: the caller's, the loop must outlive it. Destroying it while the
-// command runs leaves the command to itself and calls nothing.
+// Ownership: the caller's; the loop must outlive it. If it is destroyed while
+// the command runs, the command runs on, and the handler is not called.
 //
-// Sequence: the loop's. The handler runs once, on a later turn, and may destroy
-// the object.
+// Sequence: that of the loop. The handler runs once, on a later turn, and may
+// destroy the object.
 //
-// Failure: the status says that the command could not be started, or with which
-// code or signal it ended. Its standard error is the process's own.
+// Failure: the handler gets a status that says that the command could not be
+// started, or with which code or signal it ended. The command inherits standard
+// error.
 
 #ifndef TOOLS_WINDOWCTL_SHELL_COMMAND_H_
 #define TOOLS_WINDOWCTL_SHELL_COMMAND_H_
@@ -57,9 +58,10 @@ class ShellCommand {
   pid_t pid_ = 0;
   std::string text_;
   rpc::loop::ScopedFd output_;
-  // Becomes readable when the process ends.
+  // A pidfd, which becomes readable when the process ends.
   rpc::loop::ScopedFd process_;
-  // Of the output until that ends, then of the process. Goes before them.
+  // Watches the output until that ends, then the process. Declared after both,
+  // since it must be destroyed before them.
   std::optional<rpc::loop::ReadableWatch> watch_;
   // Reports on a later turn that the command could not be started.
   std::unique_ptr<rpc::loop::Timer> failure_;

@@ -34,7 +34,7 @@ struct PendingQuestion {
   const Question* question;
 };
 
-// Of all connections, the oldest first.
+// The pending questions of all connections, the oldest first.
 std::vector<PendingQuestion> OldestQuestions(const StatusReport& report) {
   std::vector<PendingQuestion> oldest;
   for (const Connection& connection : report.connections()) {

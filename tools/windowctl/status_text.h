@@ -1,4 +1,4 @@
-// A server's status as a person reads it.
+// Formats a server's status for the terminal.
 
 #ifndef TOOLS_WINDOWCTL_STATUS_TEXT_H_
 #define TOOLS_WINDOWCTL_STATUS_TEXT_H_

@@ -40,12 +40,12 @@ ExitCode StreamSession::Run(const std::function<void()>& end) {
     if (ExitCode fault = AwaitWindow(window); fault != kSuccess)
       return fault;
   }
-  // The host may have ended the stream before it replied.
+  // The host may have ended the stream before it replied; handles that now.
   loop_.RunReady();
   if (ended_)
     return OutcomeOf(*ended_);
-  // Until here a signal ends the process, and so does a second one, in case the
-  // host does not react to the end of the stream.
+  // Until here a signal ends the process. Later the first one ends the stream,
+  // and a second one the process, in case the host does not react.
   std::optional<rpc::loop::SignalWatch> signals;
   signals.emplace(loop_, std::initializer_list<int>{SIGINT, SIGTERM}, [&](int) {
     signals.reset();
@@ -71,7 +71,7 @@ ExitCode StreamSession::AwaitWindow(const BrowserId& window) {
   google::protobuf::BoolValue visible;
   rpc::BrowserWindow_Stub(client_.get())
       .IsVisible(&controller, &window, &visible, nullptr);
-  // A host without this method has heard of the subscription all the same.
+  // UNIMPLEMENTED also shows that the host has handled the subscription.
   if (controller.status().ok() || absl::IsUnimplemented(controller.status()))
     return kSuccess;
   return FailOn(*client_, controller.status());

@@ -48,8 +48,8 @@ class StreamSession {
   const std::vector<BrowserId>& windows() const { return windows_; }
 
  private:
-  // Calls the host, which answers after it has handled the subscription that
-  // was sent before. The answer also tells whether there is such a window.
+  // Makes a call about the window. The host replies after it has handled the
+  // subscription that was sent before, and says whether there is such a window.
   ExitCode AwaitWindow(const BrowserId& window);
   ExitCode OutcomeOf(const absl::Status& end);
 
@@ -57,7 +57,7 @@ class StreamSession {
   rpc::loop::Loop loop_;
   std::vector<BrowserId> windows_;
   std::unique_ptr<rpc::transport::Client> client_;
-  // How the stream has ended.
+  // Set when the stream has ended.
   std::optional<absl::Status> ended_;
 };
 

@@ -1,4 +1,4 @@
-// Columns of text under each other, each as wide as its widest cell.
+// Aligns text in columns, each as wide as its widest cell.
 //
 //   TextTable table({{"NAME"}, {"PID", TextTable::kRight}});
 //   table.AddRow({"painter", "4711"});
