@@ -16,7 +16,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using rpc::serving::CallContext;
 
-// Stands in for the transport's closure; deletes itself when it is run.
+// Passed on in place of the transport's closure. Logs the call, runs that
+// closure and deletes itself.
 class LoggingClosure final : public google::protobuf::Closure {
  public:
   LoggingClosure(const google::protobuf::MethodDescriptor& method,
@@ -36,7 +37,7 @@ class LoggingClosure final : public google::protobuf::Closure {
     LOG(INFO) << context_.peer() << ": " << method_.name() << " {"
               << request_.ShortDebugString() << "} " << Outcome() << " in "
               << absl::FormatDuration(duration);
-    // Request, response and context are gone after this.
+    // The transport frees request, response and context within Run().
     done_->Run();
   }
 

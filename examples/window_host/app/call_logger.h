@@ -1,11 +1,11 @@
-// A service in front of another one that records each unary call.
+// A service that passes everything on to another one and logs each unary call.
 //
 //   window_host::CallLogger logger(*service);
 //   server.AddService(&logger);
 //
 // For each call that completes it writes one INFO record: who called, what,
-// with which request, how it ended and how long that took. A Close that waits
-// for somebody's answer shows the time that it has waited.
+// with which request, how it ended and how long that took. The time of a Close
+// includes the wait for a client's answer.
 //
 // Ownership: the service behind it is the caller's and must outlive it.
 //

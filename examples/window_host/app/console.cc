@@ -34,7 +34,7 @@ std::string Describe(const WindowView& view) {
                       "\": ", absl::StrJoin(words, ", "));
 }
 
-// The end of a sentence that tells what happened.
+// The end of a printed sentence: why something was done or not.
 std::string Because(bool allowed, QuestionOutcome ground) {
   switch (ground) {
     case QuestionOutcome::kAnswered:

@@ -1,15 +1,16 @@
-// Plays the user in front of the windows: a line is what the user does.
+// Simulates the user in front of the windows: each line is something that the
+// user does.
 //
 //   window_host::Console console(windows, browser, print);
 //   console.Obey("close 1");     // prints "Window 1 is closed."
 //
 // Ownership: windows and browser are the caller's and must outlive the console,
-// which must outlive the sequence's last task.
+// which must outlive the last task of the sequence.
 //
-// Sequence: the browser's. The outcome of what clients are asked about is
-// printed later than Obey() returns.
+// Sequence: that of the browser. When clients have to be asked first, the
+// outcome is printed later than Obey() returns.
 //
-// Failure: whatever goes wrong is printed.
+// Failure: errors are printed.
 
 #ifndef EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_
 #define EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_

@@ -76,7 +76,7 @@ TEST_F(ConsoleTest, ClosingSaysOnWhatGround) {
       ElementsAre("Window 1 stays open: its client does not allow that."));
 
   Obey("close 1");
-  client.Refuse();
+  client.Decline();
   host_.sequence.Run();
   EXPECT_THAT(printed_,
               ElementsAre("Window 1 is closed: its client could not answer."));

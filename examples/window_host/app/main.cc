@@ -68,7 +68,7 @@ int Fail(int exit_code, std::string_view text) {
   return exit_code;
 }
 
-// Other processes wait for these lines.
+// Flushed, since other processes wait for these lines.
 void Print(const std::string& line) {
   std::puts(line.c_str());
   std::fflush(stdout);
@@ -110,8 +110,8 @@ class Host {
   }
 
  private:
-  // Clients hear that the windows are closed before the server says goodbye. A
-  // second signal finds nobody watching and ends the process.
+  // Closes the windows first, so that clients hear of it before the server says
+  // goodbye. Signals are no longer watched: a second one ends the process.
   void Stop() {
     stop_signals_.reset();
     input_.reset();

@@ -11,12 +11,12 @@
 namespace window_host {
 namespace {
 
-// A command's id is its place here, counted from 1.
+// A command's id is its position here, counted from 1.
 constexpr const char* kCommands[] = {"back", "forward", "reload",
                                      "copy", "paste",   "print",
                                      "find", "zoom_in", "zoom_out"};
 
-// The first of them make up the context menu.
+// The context menu has the first of these commands, this many.
 constexpr int kMenuLength = 6;
 
 rpc::WindowCommand MakeCommand(int id) {
@@ -36,7 +36,7 @@ absl::StatusOr<rpc::WindowCommand> FindCommand(const std::string& name) {
       cli::DidYouMean(name, {std::begin(kCommands), std::end(kCommands)})));
 }
 
-// A question about the window, yet without the question.
+// A message that names the window; the caller fills in the question.
 template <typename T>
 T About(int64_t id) {
   T question;
@@ -57,7 +57,7 @@ std::vector<std::string> Remaining(const rpc::ShowContextMenu& question,
   return names;
 }
 
-// Without an answer there is nobody to object.
+// Without an answer everything is allowed.
 bool IsAllowed(QuestionOutcome ground, bool answer) {
   return ground != QuestionOutcome::kAnswered || answer;
 }

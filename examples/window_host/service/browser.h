@@ -1,5 +1,5 @@
-// The browser around the windows: it asks clients before it does what users and
-// other clients want, and tells them which windows have closed.
+// The browser around the windows: it asks clients before it does what users or
+// other clients request, and tells them which windows have closed.
 //
 //   window_host::Browser browser(sequence, windows, std::chrono::seconds(5));
 //   browser.CloseWindow(7, rpc::WINDOW_CLOSE_REASON_USER,
@@ -7,15 +7,15 @@
 //
 // Closing a window, executing a command and opening a context menu are put to
 // the client that answers for the window. Without an answer in time the browser
-// goes on as if there had been none to ask: the window closes, the command is
-// executed, the menu opens as it is.
+// does what it does without such a client: the window closes, the command is
+// executed, the menu opens unchanged.
 //
 // Ownership: sequence and windows are the caller's and must outlive the
-// browser, which must outlive the sequence's last task. The browser is the
-// windows' observer.
+// browser, which must outlive the last task of the sequence. The browser is the
+// observer of the windows.
 //
-// Sequence: that of the windows. Functions run there, on a later turn except
-// for faults that are known at once.
+// Sequence: that of the windows. The functions passed in run there: at once for
+// errors that are known at once, otherwise on a later turn.
 //
 // Failure: NOT_FOUND for a window that is not open, also when it went away
 // while the question was under way; INVALID_ARGUMENT for an unknown command;
@@ -40,13 +40,13 @@ namespace window_host {
 
 using rpc::serving::QuestionOutcome;
 
-// What was decided, and on what ground: an answer, or the lack of one.
+// Whether it was allowed, and how the question to the client has ended.
 struct Decision {
   bool allowed = false;
   QuestionOutcome ground = QuestionOutcome::kAnswered;
 };
 
-// A context menu as it opened: the browser's, or one that the client shows.
+// A context menu: how it has opened, or that the client shows one itself.
 struct Menu {
   bool is_clients = false;
   std::vector<std::string> commands;
@@ -71,7 +71,7 @@ class Browser final : private WindowObserver {
                    rpc::WindowCloseReason reason,
                    const Then<Decision>& then);
 
-  // Executes the command if that is allowed, as the user's wish.
+  // Executes the command for the user, if that is allowed.
   void ExecuteCommand(int64_t id,
                       const std::string& name,
                       const Then<Decision>& then);

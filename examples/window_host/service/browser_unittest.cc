@@ -94,7 +94,7 @@ TEST_F(BrowserTest, WindowClosesWhenItsClientFails) {
   TestStream<rpc::CloseWindow> client(*host_.service, kOnCloseWindow);
   client.AnswerFor(1);
   UserCloses(1);
-  client.Refuse();
+  client.Decline();
   host_.sequence.Run();
   EXPECT_TRUE(closed_->allowed);
   EXPECT_EQ(QuestionOutcome::kClientFailed, closed_->ground);

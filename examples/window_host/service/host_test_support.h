@@ -1,5 +1,5 @@
-// A host without a socket and without a screen, and clients that hold the other
-// end of its streams.
+// A host without a socket and without a screen, and clients with the other end
+// of its streams, all in the test's process.
 
 #ifndef EXAMPLES_WINDOW_HOST_SERVICE_HOST_TEST_SUPPORT_H_
 #define EXAMPLES_WINDOW_HOST_SERVICE_HOST_TEST_SUPPORT_H_
@@ -71,7 +71,7 @@ class TestStream {
     Send(subscription);
   }
 
-  // For callback streams: subscribes, or settles the latest question.
+  // For callback streams: subscribes; answers or declines the latest question.
   void AnswerFor(int64_t id) {
     T subscription;
     subscription.mutable_browser_id()->set_value(id);
@@ -85,7 +85,7 @@ class TestStream {
     *answer.mutable_response() = response;
     Send(answer, client_->frames.back().call_id());
   }
-  void Refuse() {
+  void Decline() {
     T error;
     *error.mutable_browser_id() = Received().back().browser_id();
     rpc::transport::StreamMessage frame =
@@ -113,7 +113,7 @@ struct TestHost {
   explicit TestHost(std::chrono::milliseconds patience = std::chrono::hours(1))
       : browser(sequence, windows, patience) {}
 
-  // Changes a window as its desktop would, with no call of a client.
+  // Changes a window without a call of a client.
   void Change(int64_t id, WindowChange change) {
     windows.Change(id, std::move(change), [](const absl::Status& status) {
       EXPECT_EQ(absl::OkStatus(), status);
@@ -130,7 +130,7 @@ struct TestHost {
       MakeWindowService(windows, browser);
 };
 
-// A call of one method of the service, as a transport makes it.
+// Calls one method of the service, as a transport does.
 template <typename Request, typename Response>
 struct TestCall {
   using Method =

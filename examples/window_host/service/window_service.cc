@@ -27,14 +27,14 @@ absl::Status NoSuch(const char* field, int value) {
       absl::StrCat("There is no ", field, " ", value, "."));
 }
 
-// Clients may send numbers that the enumeration does not have.
+// An open proto3 enum may hold any number that a client sends.
 absl::Status CheckChoice(const char* field, int value, bool (*is_valid)(int)) {
   if (value == 0)
     return Missing(field);
   return is_valid(value) ? absl::OkStatus() : NoSuch(field, value);
 }
 
-// Whether a request is complete, apart from its window.
+// Checks that a request is complete, apart from its browser_id.
 template <typename Request>
 absl::Status Check(const Request&) {
   return absl::OkStatus();
@@ -70,7 +70,7 @@ absl::Status Check(const rpc::BrowserVibrancy& request) {
   return material;
 }
 
-// What a request asks the desktop to change.
+// The change of the desktop that a request asks for.
 template <typename Request>
 const Request& ChangeOf(const Request& request) {
   return request;
@@ -307,15 +307,15 @@ class WindowService final : public rpc::BrowserWindowRpc {
                                                    : fault;
   }
 
-  // The call ends when the change has completed. Until the closure is run
-  // nothing of the call goes away.
+  // Ends the call when the change has completed. The arguments of the call live
+  // until its closure is run.
   void Change(Call* call, Id& id, WindowChange change, Done* done) {
     windows_.Change(
         id.value(), std::move(change),
         [=](const absl::Status& status) { End(call, done, status); });
   }
 
-  // The same for a request that says what to change.
+  // The same for a request that has fields for what to change.
   template <typename Request>
   void Set(Call* call, const Request& request, Done* done) {
     if (absl::Status fault = CheckWhole(request); !fault.ok())
@@ -323,7 +323,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
     Change(call, request.browser_id(), ChangeOf(request), done);
   }
 
-  // Passes the window to the function, if there is such a window.
+  // Passes the window to `fill`, if there is such a window.
   template <typename Fill>
   void Read(Call* call, Id& id, Done* done, Fill fill) {
     const absl::StatusOr<WindowView> window = windows_.Inspect(id.value());
@@ -332,7 +332,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
     End(call, done, window.status());
   }
 
-  // Answers with the value that the function, or the member, has of the window.
+  // Answers with `get` of the window: a function or a member.
   template <typename Value, typename Get>
   void Read(Call* call, Id& id, Value* value, Done* done, Get get) {
     Read(call, id, done, [=](const WindowView& window) {
@@ -349,7 +349,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
          [=](const WindowView& window) { return window.state == state; });
   }
 
-  // Answers with the member, which is a message that names its window.
+  // Answers with the member, a message, in which it sets the browser_id.
   template <typename Message>
   void ReadMessage(Call* call,
                    Id& id,

@@ -5,14 +5,14 @@
 //       window_host::MakeWindowService(windows, browser);
 //   server.AddService(service.get());
 //
-// It implements every unary method of the contract; what the methods mean is
-// said there, in rpc/browser/browser_window.proto. A method that reads answers
-// at once. One that changes a window answers when the change has completed,
-// Close when whoever answers for the window has been asked before.
+// It implements every unary method of the contract; see
+// rpc/browser/browser_window.proto for what they do. A method that reads
+// answers at once. One that changes a window answers when the change has
+// completed. Close first asks the client that answers for the window.
 //
 // Ownership: windows and browser are the caller's and must outlive the service.
 //
-// Sequence: that of the windows, which is the one of the service's streams.
+// Sequence: that of the windows, which must also be that of the server.
 //
 // Failure: calls fail with the status of the windows, or with INVALID_ARGUMENT
 // for an incomplete request. The controller must be a CallContext.

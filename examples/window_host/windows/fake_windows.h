@@ -1,5 +1,5 @@
-// A desktop in memory that does to changes what a test wants: it keeps them
-// until the test confirms or refuses them, and it loses windows.
+// A desktop in memory that a test controls: it holds changes back until the
+// test confirms or refuses them, and it can lose a window.
 //
 //   FakeWindows windows(sequence);
 //   windows.Open();
@@ -24,7 +24,7 @@ class FakeWindows final : public MemoryDesktop {
   explicit FakeWindows(rpc::loop::Sequence& sequence)
       : MemoryDesktop(sequence, Display{}), sequence_(sequence) {}
 
-  // Keeps all changes from now on. Before, they are made as they are requested.
+  // Holds back all changes from now on. Before, they are made at once.
   void Hold() { holds_ = true; }
 
   void Change(int64_t id, WindowChange change, Completion done) override {
@@ -36,7 +36,7 @@ class FakeWindows final : public MemoryDesktop {
 
   size_t held() const { return held_.size(); }
 
-  // Settle the oldest change of those that are kept.
+  // Makes or refuses the oldest change that is held back.
   void Confirm() {
     Request request = TakeOldest();
     MemoryDesktop::Change(request.id, std::move(request.change),
@@ -44,7 +44,7 @@ class FakeWindows final : public MemoryDesktop {
   }
   void Refuse(const absl::Status& status) { Complete(TakeOldest(), status); }
 
-  // The window vanishes, and what is kept for it with it.
+  // Closes the window. Changes of it that are held back end with NOT_FOUND.
   void Lose(int64_t id) {
     MemoryDesktop::Change(id, Close{}, [](const absl::Status&) {});
     for (std::deque<Request> held = std::exchange(held_, {}); !held.empty();
@@ -56,7 +56,7 @@ class FakeWindows final : public MemoryDesktop {
     }
   }
 
-  // The user wants to close the window: the observer is told.
+  // Tells the observer that the user wants to close the window.
   void WishToClose(int64_t id) {
     sequence_.Post([this, id] { observer()->OnCloseWish(id); });
   }

@@ -11,7 +11,7 @@ namespace {
 constexpr int kFirstWidth = 1024;
 constexpr int kFirstHeight = 700;
 
-// New windows step down and to the right, so that none covers another's title.
+// Offset of each new window, so that it does not cover another's title bar.
 constexpr int kCascadeStep = 32;
 constexpr int kCascadeLength = 8;
 
@@ -43,7 +43,7 @@ absl::Status CheckLength(const char* name, std::optional<int> length) {
                                                  ": it must not be negative."));
 }
 
-// Sets in `view` what a message says.
+// Copies the fields of a message into `view`.
 struct Setter {
   void Set(const rpc::WindowTitle& m) { view.title = m.title(); }
   void Set(const rpc::WindowTitleVisibility& m) {
@@ -175,8 +175,8 @@ absl::Status MemoryDesktop::Apply(Window& window, WindowAction action) {
   return absl::OkStatus();
 }
 
-// Changes the normal bounds: a window that is not normal gets them when it
-// becomes so.
+// Changes the normal bounds, which a window that is maximized, minimized or
+// full screen gets when it becomes normal again.
 absl::Status MemoryDesktop::Apply(Window& window, const BoundsChange& change) {
   if (absl::Status width = CheckLength("width", change.width); !width.ok())
     return width;
@@ -228,7 +228,8 @@ void MemoryDesktop::Restore(Window& window) {
     window.maximized = false;
 }
 
-// A window larger than the work area keeps its title bar on the screen.
+// max(): the title bar of a window larger than the work area stays on the
+// screen.
 void MemoryDesktop::Center(Window& window) {
   const Rect& area = display_.work_area;
   Rect& bounds = window.normal_bounds;

@@ -1,8 +1,8 @@
 // A desktop with one display, kept in memory.
 //
-// It lets the example host behave towards its clients as a window manager
-// would, without a screen: states, bounds, stacking and activation depend on
-// each other here as they do there.
+// With it the example host behaves towards its clients as with a real window
+// manager, but without a screen: states, bounds, stacking and activation depend
+// on each other in the same way.
 //
 //   MemoryDesktop desktop(sequence, Display{});
 //   int64_t id = desktop.Open();
@@ -15,8 +15,8 @@
 // goes away, the next such window in stacking order takes its place, unless its
 // activation is independent.
 //
-// A change is made at once, so that the next one builds on it. The observer is
-// told and the change completed later, as for any desktop.
+// A change is made at once, so that the next one builds on it. On later turns
+// the observer is told and the completion runs, as for any desktop.
 //
 // Ownership, sequence: see window_system.h.
 //
@@ -37,12 +37,12 @@ namespace window_host {
 
 struct Display {
   Rect bounds = {0, 0, 1920, 1080};
-  // What the desktop's own bars leave free.
+  // The part that the task bar leaves free.
   Rect work_area = {0, 32, 1920, 1000};
 };
 
-// Smaller sizes are raised to this one: a title bar with its buttons stays
-// usable.
+// Smaller sizes are raised to this one, so that the buttons of the title bar
+// stay usable.
 inline constexpr int kMinimumWidth = 160;
 inline constexpr int kMinimumHeight = 120;
 
@@ -51,8 +51,8 @@ class MemoryDesktop : public WindowSystem {
   // The sequence is the caller's and must outlive the desktop.
   MemoryDesktop(rpc::loop::Sequence& sequence, const Display& display);
 
-  // Opens a window, shows and activates it. Ids begin with 1 and are not used
-  // again.
+  // Opens a window, shows and activates it. Ids begin with 1 and are never
+  // reused.
   int64_t Open();
 
   // WindowSystem:
@@ -62,8 +62,8 @@ class MemoryDesktop : public WindowSystem {
 
  private:
   struct Window {
-    // What a client may set, and the id; View() adds what follows from the
-    // rest.
+    // Only the id and what a client may set; View() fills in the state, which
+    // follows from the members below.
     WindowView view;
     bool shown = true;
     bool minimized = false;
@@ -81,7 +81,7 @@ class MemoryDesktop : public WindowSystem {
   absl::Status Apply(Window& window, WindowAction action);
   absl::Status Apply(Window& window, const BoundsChange& change);
   absl::Status Apply(Window& window, const Close& close);
-  // The messages set what nothing else depends on.
+  // For the messages, which set properties that nothing else depends on.
   template <typename Message>
   absl::Status Apply(Window& window, const Message& message);
 
@@ -101,7 +101,7 @@ class MemoryDesktop : public WindowSystem {
   std::map<int64_t, Window> windows_;
   std::vector<int64_t> stacking_;
   int64_t last_id_ = 0;
-  // Zero where there is none.
+  // Zero when no window is active.
   int64_t active_ = 0;
   bool page_has_keyboard_ = false;
 };

@@ -1,8 +1,8 @@
 // The windows of a browser, on whatever desktop they are shown.
 //
-// A desktop does not obey at once: its window manager confirms a change later,
-// or refuses it, and meanwhile the window may vanish. So a change is a request
-// with a completion, and what is read is what was confirmed last:
+// On a real desktop the window manager makes a change later, or refuses it, and
+// meanwhile the window may vanish. So Change() only requests a change and takes
+// a completion, and Inspect() returns what was confirmed last:
 //
 //   windows.Change(7, WindowAction::kMaximize, [](const absl::Status& status) {
 //     ...
@@ -17,14 +17,14 @@
 //   NOT_FOUND          "No window 7.": there is no such window, or it went away
 //                      before the change was done;
 //   DEADLINE_EXCEEDED  the desktop did not confirm the change in time;
-//   another error      the change was refused; the text says why, and by whom
-//   if
-//                      it was the window manager. The window is as it was.
+//   another error      the change was refused, and the window is as it was; the
+//                      text says why, and names the window manager if it was
+//                      the one that refused.
 //
-// Ownership: the windows are the implementation's. It must outlive the last
-// task of the sequence.
+// Ownership: the implementation owns the windows. It must outlive the last task
+// of the sequence.
 //
-// Sequence: everything belongs to one.
+// Sequence: one, on which everything is used.
 
 #ifndef EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_
 #define EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_
@@ -43,7 +43,7 @@
 
 namespace window_host {
 
-// In device-independent pixels, as all lengths here.
+// All lengths here are in device-independent pixels.
 struct Rect {
   int x = 0;
   int y = 0;
@@ -55,7 +55,7 @@ struct Rect {
 
 enum class WindowState { kNormal, kMaximized, kFullScreen, kMinimized };
 
-// How a window is.
+// The state of a window.
 struct WindowView {
   int64_t id = 0;
   WindowState state = WindowState::kNormal;
@@ -65,22 +65,23 @@ struct WindowView {
   bool page_has_keyboard = false;
   Rect bounds;
 
-  // What a client may set at will. Nothing else depends on it, except that an
-  // independent window is not activated in another's place.
+  // Properties that a client may set in any state. Nothing else depends on
+  // them, except that an independent window is not activated when another one
+  // goes.
   std::string title;
   bool title_visible = true;
   bool titlebar_visible = true;
   std::set<rpc::WindowButton::Kind> hidden_buttons;
   bool activation_independent = false;
-  // The windows that these name mean nothing.
+  // The browser_id of these messages is not used.
   rpc::WindowStyleFlags style;
   rpc::BrowserWindowDisplayPolicy display_policy;
   rpc::WindowAnimationBehavior animation;
   rpc::BrowserVibrancy vibrancy;
 };
 
-// Changes that need no more than their name. What they do is what the methods
-// of the same names do, in rpc/browser/browser_window.proto.
+// Changes without parameters. They do what the methods of the same names in
+// rpc/browser/browser_window.proto do.
 enum class WindowAction {
   kShow,
   kHide,
@@ -95,7 +96,7 @@ enum class WindowAction {
   kCenter
 };
 
-// What is absent stays as it is.
+// Members without a value stay as they are.
 struct BoundsChange {
   std::optional<int> x = std::nullopt;
   std::optional<int> y = std::nullopt;
@@ -103,13 +104,13 @@ struct BoundsChange {
   std::optional<int> height = std::nullopt;
 };
 
-// Closes the window without asking anybody.
+// Closes the window without asking its client.
 struct Close {
   rpc::WindowCloseReason reason = rpc::WINDOW_CLOSE_REASON_UNSPECIFIED;
 };
 
-// A message is what the method that takes it is to change. The window that it
-// names is ignored: Change() is told which one is meant.
+// A message stands for the change that the method with this request makes. Its
+// browser_id is not used, since Change() gets the window's id.
 using WindowChange = std::variant<WindowAction,
                                   BoundsChange,
                                   Close,
@@ -125,22 +126,21 @@ using WindowChange = std::variant<WindowAction,
 
 using Completion = absl::AnyInvocable<void(const absl::Status&)>;
 
-// Hears what happens to the windows, whoever made it happen. Each call is a
-// task of the sequence, never from within Change(). What a change brings about
-// is told before the change completes.
+// Is told what happens to the windows, whoever has caused it. Called from tasks
+// of the sequence, never within Change(). Of the effects of a change it is told
+// before the change's completion runs.
 class WindowObserver {
  public:
   virtual ~WindowObserver() = default;
 
-  // What Inspect() says of an open window may have changed, or the window is
-  // new.
+  // The window is new, or what Inspect() returns for it may have changed.
   virtual void OnWindowChanged(int64_t) {}
 
   // The user or the window manager wants to close the window. It stays open
   // until a change closes it.
   virtual void OnCloseWish(int64_t id) = 0;
 
-  // The window is gone. `last` says how it was before.
+  // The window is closed. `last` is its state before.
   virtual void OnWindowGone(const WindowView& last,
                             rpc::WindowCloseReason reason) = 0;
 };
@@ -149,8 +149,8 @@ class WindowSystem {
  public:
   virtual ~WindowSystem() = default;
 
-  // How the window is, as far as the desktop has confirmed it. NOT_FOUND for a
-  // window that is not open.
+  // The state of the window, as the desktop has last confirmed it. NOT_FOUND
+  // for a window that is not open.
   virtual absl::StatusOr<WindowView> Inspect(int64_t id) const = 0;
 
   // The open windows, the frontmost first.
@@ -158,8 +158,8 @@ class WindowSystem {
 
   virtual void Change(int64_t id, WindowChange change, Completion done) = 0;
 
-  // There is one observer; null for none. It is the caller's and must stay
-  // until another takes its place.
+  // Sets the only observer; null for none. The caller owns it and must replace
+  // it before destroying it.
   void set_observer(WindowObserver* observer) { observer_ = observer; }
 
  protected:
