@@ -26,7 +26,8 @@ MICRO_BENCHMARKS = (
 )
 MICRO_SECONDS = 0.05
 
-# A run that has had less of its time than this on its core has shared that.
+# A run that got less than this share of its core's time has not had the core to
+# itself.
 BUSY = 0.9
 
 
@@ -141,7 +142,7 @@ def run_round(build, measurements):
 
 def measure(build, rounds):
     measurements = Measurements()
-    # What a program that fails leaves behind goes with the folder.
+    # Programs that fail leave files behind, which are removed with this folder.
     with tempfile.TemporaryDirectory() as folder:
         os.environ["TMPDIR"] = folder
         for number in range(1, rounds + 1):

@@ -19,7 +19,7 @@ class Row:
     ours: str
     theirs: str  # Empty where `ours` is a ratio already.
     reach: float = 0  # 0: no goal.
-    # The ratio is one of rates: more is better, though the series are times.
+    # The series are times, but the ratio is one of rates: more is better.
     at_least: bool = False
 
     def ratio_of(self, ours, theirs):

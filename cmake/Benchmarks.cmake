@@ -1,9 +1,9 @@
 # torvane_add_benchmark(<name> [SOURCES <file>...] [LIBS <target>...])
 #
 # A Google Benchmark program. SOURCES defaults to <name>.cc. Benchmarks are left
-# out of the ordinary build; the target "benchmarks" builds them all. Peers of
-# other makes are among them only where TORVANE_BENCHMARKS is on, since they
-# need packages that nothing else does. scripts/bench does it all.
+# out of the ordinary build; the target "benchmarks" builds them all. Those of
+# other RPC systems, the peers, need packages that nothing else does, and are
+# among them only if TORVANE_BENCHMARKS is on. scripts/bench does it all.
 option(TORVANE_BENCHMARKS "Build the peers that the service is held against" OFF)
 if(TORVANE_BENCHMARKS)
   find_package(benchmark REQUIRED)

@@ -16,15 +16,14 @@ target_compile_options(torvane_options INTERFACE
   -Wall -Wextra -Werror
   -fno-exceptions
   -fno-rtti
-  # Deleting through a virtual destructor must reach the unsized global
-  # operator delete.
+  # Makes delete through a virtual destructor call the unsized global operator
+  # delete.
   -fno-sized-deallocation
-  # File names in records are relative to the source root, or, of generated
-  # sources, to the generated one (RpcGenerate.cmake).
+  # Makes file names in log records relative to the source root. Those of
+  # generated sources are relative to the generated root (RpcGenerate.cmake).
   -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # GCC otherwise drops the store that nulls a checked pointer in its
-  # destructor.
+  # GCC otherwise removes the store by which raw_ptr's destructor nulls it.
   target_compile_options(torvane_options INTERFACE -fno-lifetime-dse)
   # GCC 12 warns of overlapping copies inside std::string's operator+ where
   # there are none (its bug 105329).
@@ -32,8 +31,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 if(TORVANE_SANITIZER STREQUAL "address")
-  # Tail calls would drop the frames by which leak suppressions know their
-  # allocations.
+  # Tail calls would remove the stack frames that leak suppressions name.
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer -fno-optimize-sibling-calls)
   add_link_options(-fsanitize=address,undefined)
@@ -53,8 +51,8 @@ endif()
 option(TORVANE_COVERAGE "Count how often each line runs; needs Clang" OFF)
 if(TORVANE_COVERAGE)
   set(profile_flag -fprofile-instr-generate=${PROJECT_BINARY_DIR}/unnamed.profraw)
-  # The counters are relocatable, for LLVM to map them to the file that they
-  # belong in: what a process counts is kept however it ends.
+  # Relocatable counters let LLVM map them to their file, so that they are kept
+  # however the process ends.
   target_compile_options(torvane_options INTERFACE
     ${profile_flag} -fcoverage-mapping
     "SHELL:-mllvm -runtime-counter-relocation")

@@ -1,6 +1,6 @@
-# Everything that the build takes from outside. scripts/setup installs it.
+# The libraries and programs that the build needs. scripts/setup installs them.
 
-# For a project that takes this one in as a subfolder.
+# Global, for a project that adds this one with add_subdirectory().
 set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
 
 find_package(Threads REQUIRED)
@@ -9,9 +9,9 @@ if(NOT TARGET protobuf::libprotoc)
   message(FATAL_ERROR "libprotoc is missing: run scripts/setup")
 endif()
 
-# Abseil: the system's own where it has absl/log, else the one that
+# Abseil: the system's own if it has absl/log, otherwise the one that
 # scripts/setup has built. A sanitizer needs an Abseil built with it, since
-# containers are inlined across the border.
+# Abseil's containers are partly inlined into our code.
 if(DEFINED ENV{TORVANE_CACHE_DIR})
   set(torvane_cache_dir $ENV{TORVANE_CACHE_DIR})
 elseif(DEFINED ENV{XDG_CACHE_HOME})
@@ -36,9 +36,9 @@ else()
   endif()
 endif()
 
-# Stand-alone Asio, without exceptions and run-time type information. Whoever
-# includes it must do so through core/common/rpc/loop/asio.h, which supplies what
-# Asio then asks of its user. Its own code is compiled in loop/asio.cc.
+# Stand-alone Asio, without exceptions and run-time type information. Always
+# include it through core/common/rpc/loop/asio.h, which defines the function
+# that Asio calls instead of throwing. Its own code is compiled in loop/asio.cc.
 find_path(TORVANE_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(torvane_asio INTERFACE)
 target_include_directories(torvane_asio SYSTEM INTERFACE ${TORVANE_ASIO_INCLUDE_DIR})

@@ -1,14 +1,14 @@
 # torvane_add_fuzzer(<name> LABEL <label> SEEDS <glob>... [SOURCES <file>...]
 #                    [MUTATOR <file>] [DICTIONARY <file>] [LIBS <target>...])
 #
-# A libFuzzer program. SOURCES defaults to <name>.cc. Its inputs are the files
-# that SEEDS names and those of testdata/regressions/<name>, which have once
-# found a fault.
+# A libFuzzer program. SOURCES defaults to <name>.cc. Its stored inputs are the
+# files that SEEDS names and those in testdata/regressions/<name>, each of which
+# has once found a fault.
 #
-# Where TORVANE_FUZZING is on, as in the preset fuzz, it makes inputs of its own,
-# with the help of MUTATOR and DICTIONARY, and the target "fuzzers" builds all;
-# scripts/fuzz runs them. In every other build it is a test program with a test
-# for each input, so that no fault comes back.
+# If TORVANE_FUZZING is on, as in the preset fuzz, it makes inputs of its own,
+# with the help of MUTATOR and DICTIONARY; the target "fuzzers" builds all
+# fuzzers, and scripts/fuzz runs them. In every other build it is a test program
+# with one test for each stored input, so that no fault comes back.
 set(TORVANE_FUZZER_DIR ${PROJECT_BINARY_DIR}/fuzzers)
 set(TORVANE_FUZZING_DIR ${PROJECT_SOURCE_DIR}/src/core/common/rpc/testing)
 add_custom_target(fuzzers)
@@ -25,7 +25,7 @@ function(torvane_add_fuzzer name)
   if(NOT inputs)
     message(FATAL_ERROR "torvane_add_fuzzer(${name}): no file is named by SEEDS")
   endif()
-  # As -seed_inputs of libFuzzer takes it.
+  # A comma-separated list, for libFuzzer's option -seed_inputs.
   list(JOIN inputs "," joined_inputs)
   file(CONFIGURE OUTPUT ${TORVANE_FUZZER_DIR}/${name}.inputs
        CONTENT "${joined_inputs}" @ONLY)

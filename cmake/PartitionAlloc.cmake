@@ -16,8 +16,8 @@ if(NOT TORVANE_PARTITION_ALLOC_DIR)
 endif()
 block()
 
-# A sanitizer may come from us, from the command line, or from a project that
-# takes ours in. Of what comes later than this, raw_ptr.h refuses most.
+# A sanitizer may be turned on by us, on the command line, or by a project that
+# includes ours. If it is turned on later, raw_ptr.h refuses most of them.
 string(TOUPPER "${CMAKE_BUILD_TYPE}" config)
 get_directory_property(compile_options COMPILE_OPTIONS)
 get_directory_property(link_options LINK_OPTIONS)
@@ -47,8 +47,8 @@ endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${build_gn})
 message(STATUS "PartitionAlloc: ${partition_alloc_dir}")
 
-# Build flags. Their names are the release's, from BUILD.gn; their values are
-# ours, and what is not listed here is off.
+# Build flags. The names are those of BUILD.gn in the release, the values are
+# ours. Flags that are not listed here are off.
 
 # Without these the checked pointer would silently protect less, or nothing.
 set(essential_flags
@@ -63,7 +63,7 @@ set(essential_flags
   USE_PARTITION_ALLOC=1
   USE_PARTITION_ALLOC_AS_MALLOC=1
   USE_RAW_PTR_BACKUP_REF_IMPL=1)
-# As the browser sets them, where the release still has them.
+# As the browser sets them, if the release still has them.
 set(flags
   ${essential_flags}
   BACKUP_REF_PTR_EXTRA_OOB_CHECKS=1
@@ -110,9 +110,9 @@ set(gen_dir ${PROJECT_BINARY_DIR}/gen/partition_alloc)
 file(CONFIGURE OUTPUT ${gen_dir}/partition_alloc/buildflags.h
      CONTENT "${buildflags}" @ONLY)
 
-# Sources: everything but tests, other platforms and what another kind of build
-# takes in place of ours. Filtered by their paths within the release: the folder
-# that it lies in may have any name.
+# Sources: everything except tests, other platforms and files for other kinds of
+# build. Filtered by their paths within the release, since the folder around it
+# may have any name.
 file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${partition_alloc_dir}
      ${partition_alloc_dir}/src/partition_alloc/*.cc)
 list(FILTER sources EXCLUDE REGEX "_(unittest|perftest|for_test|for_testing)\\.cc$")
@@ -127,14 +127,13 @@ list(TRANSFORM sources PREPEND ${partition_alloc_dir}/)
 
 set(glue_dir ${CMAKE_CURRENT_LIST_DIR}/partition_alloc)
 add_library(torvane_partition_alloc STATIC ${sources} ${glue_dir}/startup.cc)
-# The glue comes first: it takes the place of one of the shim's headers.
+# The glue comes first, since it replaces one of the shim's headers.
 target_include_directories(torvane_partition_alloc SYSTEM
   PRIVATE ${glue_dir}
   PUBLIC ${partition_alloc_dir}/src ${gen_dir})
 target_compile_options(torvane_partition_alloc
   PRIVATE -w -fno-exceptions -fno-rtti
-  # GCC otherwise drops the store that nulls a checked pointer in its
-  # destructor.
+  # GCC otherwise removes the store by which raw_ptr's destructor nulls it.
   PUBLIC $<$<CXX_COMPILER_ID:GNU>:-fno-lifetime-dse>)
 target_link_libraries(torvane_partition_alloc
   PUBLIC Threads::Threads ${CMAKE_DL_LIBS})

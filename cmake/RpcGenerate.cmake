@@ -12,9 +12,9 @@
 # keeps its place: <build>/gen/<import root>/rpc/browser/browser_window.rpc.h.
 # An import root outside of the project is found under gen/external/<name>.
 #
-# Works for this project and for one that takes it in with add_subdirectory().
-# Subclasses must be compiled without run-time type information, which linking
-# <name> sees to.
+# Works for this project and for one that includes it with add_subdirectory().
+# Subclasses of the service classes must be compiled without run-time type
+# information; targets that link <name> get that flag.
 function(rpc_generate)
   cmake_parse_arguments(arg "" "TARGET;IMPORT_ROOT" "MESSAGES;SERVICES;IMPORTS;DEPENDS" ${ARGN})
   if(NOT arg_TARGET OR NOT arg_IMPORT_ROOT OR arg_UNPARSED_ARGUMENTS)
@@ -65,10 +65,10 @@ function(rpc_generate)
       VERBATIM)
   endforeach()
 
-  # Our warnings are not for protobuf's own generated code.
+  # No warnings for protobuf's own generated code.
   set_source_files_properties(${message_sources} PROPERTIES COMPILE_OPTIONS -w)
-  # Records carry the path below gen, the same on every machine. Here, since the
-  # last map that fits counts.
+  # Log records then have the path below gen, the same on every machine. It is
+  # set here because the last map that fits is the one that counts.
   set_source_files_properties(${service_sources} PROPERTIES
     COMPILE_OPTIONS -fmacro-prefix-map=${gen_root}/=)
 
@@ -79,8 +79,8 @@ function(rpc_generate)
     PRIVATE torvane_options)
   if(arg_SERVICES)
     target_link_libraries(${arg_TARGET} PUBLIC torvane_stream absl::absl_log)
-    # The base class has no run-time type information for a subclass to refer
-    # to.
+    # The base class has no run-time type information, to which that of a
+    # subclass would refer.
     target_compile_options(${arg_TARGET} INTERFACE -fno-rtti)
   endif()
 endfunction()

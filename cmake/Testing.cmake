@@ -3,29 +3,28 @@
 #
 # A GoogleTest program whose tests CTest lists one by one, under one of the
 # labels system, generator, base, transport and apps. SOURCES defaults to
-# <name>.cc. THREADED programs are those that ThreadSanitizer has something to
-# say on; the target threaded_tests builds them. Their label is
+# <name>.cc. THREADED programs use several threads and are also run under
+# ThreadSanitizer; the target threaded_tests builds them. Their label is
 # <label>-threaded, which both "ctest -L <label>" and "ctest -L threaded" select.
 #
-# Two thirds of a build are the tests' own sources, so these are compiled without
-# optimisation, on top of a precompiled header (test_prelude.h). OPTIMISED
-# programs are compiled as the libraries are: those that test what optimisation
-# may break.
+# Test sources are two thirds of a build. To make it faster they are compiled
+# without optimisation and with a precompiled header (test_prelude.h). OPTIMISED
+# programs, which test what optimisation may break, are compiled like libraries.
 include(GoogleTest)
 
-# A fuzzer that makes inputs of its own has to be quick.
+# Fuzzers that make inputs of their own must be fast, so they are optimised.
 if(TORVANE_FUZZING)
   set(TORVANE_TEST_OPTIMISATION)
 else()
   set(TORVANE_TEST_OPTIMISATION -O0)
 endif()
 
-# Compiles the target's sources as those of tests.
+# Compiles the target's sources like those of tests.
 function(torvane_compile_as_test target)
   target_link_libraries(${target} PRIVATE torvane_test_libraries)
   target_compile_options(${target} PRIVATE ${TORVANE_TEST_OPTIMISATION})
-  # The header fits only what is compiled with the same flags, in libraries and
-  # programs alike.
+  # The precompiled header can only be used with the flags that it was compiled
+  # with, so libraries and programs must agree on this one.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   if(NOT target STREQUAL "torvane_test_prelude")
     target_precompile_headers(${target} REUSE_FROM torvane_test_prelude)

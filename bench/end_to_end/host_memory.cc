@@ -1,8 +1,9 @@
-// What a host's heap grows by for each connection, stream, subscription and
-// pending question of its clients. The kernel's buffers are not in it.
+// Measures by how much a host's heap grows for each connection, stream,
+// subscription and pending question of its clients, without the kernel's
+// buffers.
 //
-// The client builds up one thing after the other and calls Focus in between;
-// the host looks at its heap whenever it is called.
+// The client makes one kind of thing after the other and calls Focus in
+// between. The host measures its heap at each of these calls.
 
 #include <malloc.h>
 
@@ -27,7 +28,7 @@ using bench::Fail;
 using bench::ProcessPair;
 using rpc::transport::Client;
 
-// How many connections, and how many of every other thing, are built up.
+// How many connections, and how many of each other kind of thing, are made.
 constexpr int kConnections = 100;
 constexpr int kThings = 1'000;
 
@@ -53,7 +54,7 @@ class Host final : public rpc::BrowserWindowRpc {
  public:
   explicit Host(ProcessPair& pair) : pair_(pair) {}
 
-  // The client has built up what it wanted to.
+  // The client has made all things of one kind.
   void Focus(google::protobuf::RpcController*,
              const BrowserId*,
              google::protobuf::Empty*,
@@ -110,7 +111,7 @@ std::unique_ptr<Client> Connect(rpc::loop::Loop& loop,
   return *std::move(client);
 }
 
-// Answered when the host has done all that was asked of it before.
+// Returns when the host has handled everything that was sent before.
 void Focus(Client& client) {
   rpc::transport::ClientController controller;
   google::protobuf::Empty nothing;

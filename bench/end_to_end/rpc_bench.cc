@@ -1,5 +1,5 @@
-// The service between two processes, over the reference transport as it comes:
-// default options, default limits.
+// The service between two processes, over the reference transport with default
+// options and limits.
 
 #include <chrono>
 #include <cstdint>
@@ -90,8 +90,9 @@ rpc::CloseWindow Question(int64_t window) {
   return question;
 }
 
-// Asks one question after the other, about two windows by turns. Each is sent
-// in the turn of the loop in which the answer to the one before has come.
+// Asks one question after the other, each in the callback of the last answer.
+// Alternates between two windows, since that callback must not ask about its
+// own.
 class Questions {
  public:
   Questions(ProcessPair& pair, rpc::loop::Loop& loop)
@@ -113,7 +114,7 @@ class Questions {
       Fail("nobody answers");
   }
 
-  // The same with a deadline, as a browser would.
+  // The same with a deadline, as a browser would ask.
   void AskNextWithin() {
     if (!measurement_.Next()) {
       measurement_.Print();
@@ -181,7 +182,7 @@ void MeasureUnary(ProcessPair& pair, Client& client) {
   measurement.Print();
 }
 
-// Starts itself again when it is over.
+// Calls again each time that it is over.
 class Call final : public Closure {
  public:
   using OnDone = std::function<bool()>;
@@ -262,7 +263,7 @@ void MeasureFanout(ProcessPair& pair, rpc::loop::Loop& loop) {
           [&received](const rpc::BrowserWindowClosed&) { ++received; }));
       subscribers.back()->Subscribe(Window());
     }
-    // Answered only after all that was sent before.
+    // The reply shows that everything sent before has been handled.
     BoolValue visible;
     ClientController controller;
     const BrowserId window = Window();

@@ -191,7 +191,7 @@ void AnswerQuestions(kj::AsyncIoContext& io, peer::Windows::Client windows) {
   request.send().wait(io.waitScope);
 }
 
-// Tells its maker of the last event that is missing.
+// Fulfils a promise when the last event that was expected has come.
 class WatcherServer final : public peer::Watcher::Server {
  public:
   WatcherServer(int& missing, kj::Own<kj::PromiseFulfiller<void>>& done)

@@ -1,8 +1,8 @@
-// The limit: a protocol without any content, on sockets and epoll alone.
+// The lower bound: frames without content, on sockets and epoll alone.
 //
-// Frames have the sizes that the service's have on the wire and are echoed
-// unread. Both sides wait with epoll, as whoever has more than one connection
-// must. An event leaves in one write for each connection.
+// Frames are as long as those of the service on the wire, and are echoed
+// without being parsed. Both sides wait with epoll, as every program with more
+// than one connection must. An event is one write for each connection.
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -25,7 +25,7 @@ using bench::Measurement;
 using bench::Mode;
 using bench::ProcessPair;
 
-// A call with a BrowserId; the reply to it is shorter by three.
+// A call with a BrowserId. Its reply is three bytes shorter.
 constexpr size_t kCallBytes = 13;
 // A question about closing a window, or its answer.
 constexpr size_t kQuestionBytes = 22;
@@ -44,7 +44,7 @@ class Poller {
       FailWithErrno("epoll_ctl");
   }
 
-  // Reads once from each socket that has something, and passes on the bytes.
+  // Reads once from each readable socket, and passes the bytes to `on_data`.
   template <typename OnData>
   void Poll(OnData on_data) {
     epoll_event events[64];
@@ -122,7 +122,7 @@ void Echo(Poller& poller) {
   }
 }
 
-// Whatever comes is the wish for an event.
+// Anything that is read is a request for an event.
 void Publish(Poller& poller, const std::vector<int>& sockets) {
   const std::vector<char> event(kEventBytes);
   for (;;) {

@@ -1,6 +1,6 @@
-// gRPC as its users take it for speed: completion queues, one thread in each
-// process, an insecure channel over a Unix domain socket, optimised code, no
-// channel argument but the one that keeps connections apart.
+// gRPC in its fastest usual form: completion queues, one thread in each
+// process, an insecure channel over a Unix domain socket, optimised code. The
+// only channel argument is the one that gives each channel its own connection.
 
 #include <google/protobuf/wrappers.pb.h>
 #include <grpcpp/grpcpp.h>
@@ -25,10 +25,10 @@ using bench::Mode;
 using bench::ProcessPair;
 using google::protobuf::BoolValue;
 
-// Requests that the server has asked for in advance, so that none waits.
+// How many calls the server accepts in advance, so that no client waits.
 constexpr int kPostedRequests = 2 * bench::kCallsInFlight;
 
-// What a completion queue hands back.
+// The tag of an operation, which the completion queue returns.
 class Event {
  public:
   virtual ~Event() = default;
@@ -55,7 +55,7 @@ struct ServerContext {
   std::unique_ptr<grpc::ServerCompletionQueue> queue;
 };
 
-// One call of IsVisible after the other.
+// Serves one call of IsVisible after the other.
 class UnaryRequest final : public Event {
  public:
   explicit UnaryRequest(ServerContext& server) : server_(server) { Request(); }
@@ -87,7 +87,8 @@ class UnaryRequest final : public Event {
   std::unique_ptr<grpc::ServerAsyncResponseWriter<BoolValue>> writer_;
 };
 
-// One watcher; takes the next one's place in the queue when it is opened.
+// The stream to one watcher. When it is opened, it creates the object for the
+// next watcher.
 class EventStream final : public Event {
  public:
   EventStream(ServerContext& server, std::vector<EventStream*>& streams)
@@ -133,7 +134,8 @@ class EventStream final : public Event {
   grpc::ServerAsyncWriter<rpc::BrowserWindowClosed> writer_;
   bool open_ = false;
   bool writing_ = false;
-  // A write that waits for the one before it. The callers wait for each event.
+  // `event_` waits for the write before it. One such place is enough, since the
+  // client waits for each event before it requests the next.
   bool waiting_ = false;
   rpc::BrowserWindowClosed event_;
 };
@@ -180,8 +182,8 @@ class PublishRequest final : public Event {
   std::unique_ptr<grpc::ServerAsyncResponseWriter<BoolValue>> writer_;
 };
 
-// The stream on which the server asks. An answer has both its own event and
-// that of the question's write before it; the next question follows the answer.
+// The stream on which the server asks. Each question makes two events, one for
+// its write and one for reading the answer; then comes the next question.
 class QuestionStream final : public Event {
  public:
   QuestionStream(ServerContext& server, const ProcessPair& pair)
@@ -279,7 +281,7 @@ std::unique_ptr<peer::Windows::Stub> Connect(const ProcessPair& pair) {
                                 grpc::InsecureChannelCredentials(), arguments));
 }
 
-// A unary call that says when it is over.
+// A unary call that runs a function when it is over.
 class Call final : public Event {
  public:
   using OnDone = std::function<void()>;
@@ -341,7 +343,7 @@ void MeasureUnary(ProcessPair& pair,
 }
 
 void AnswerQuestions(peer::Windows::Stub& stub, grpc::CompletionQueue& queue) {
-  // There is only ever one operation in flight, so events need no names.
+  // Only one operation is in flight at a time, so all tags are null.
   grpc::ClientContext context;
   const auto stream = stub.AsyncOnCloseWindow(&context, &queue, nullptr);
   void* event = nullptr;
@@ -371,7 +373,8 @@ class Watcher final : public Event {
                                                 this);
   }
 
-  // The first time, the call has been sent; the second, the server knows it.
+  // Called when the call has been sent, when the server has accepted it, and
+  // then for each event.
   void Happen(bool ok) override {
     if (!ok)
       Fail("a stream ended");

@@ -12,7 +12,8 @@ namespace {
 constexpr int64_t kWarmUpNanoseconds = 100'000'000;
 constexpr int64_t kNanoseconds = 400'000'000;
 
-// More laps than any peer makes, so that none pays for growth.
+// Reserved in advance: more laps than any peer makes, so that none pays for
+// growing the vector.
 constexpr size_t kLaps = 2'000'000;
 
 int64_t Now() {

@@ -1,14 +1,14 @@
-// Times an operation that is repeated until there is enough of it.
+// Repeats an operation until it has been measured for long enough.
 //
 //   Measurement measurement(pair);
 //   while (measurement.Next())
 //     Operate();
 //   measurement.Print();
 //
-// Where operations end in callbacks, Next() belongs there. The first operations
-// warm caches and allocators up and are not counted. Print() writes one line of
-// JSON: nanoseconds for an operation (mean, median, 99th percentile), CPU time
-// of both processes for it, and operations per second.
+// For operations that end in a callback, call Next() there. The first
+// operations warm up caches and allocators and are not counted. Print() writes
+// one line of JSON: nanoseconds for an operation (mean, median, 99th
+// percentile), CPU time of both processes for it, and operations per second.
 
 #ifndef BENCH_SUPPORT_MEASUREMENT_H_
 #define BENCH_SUPPORT_MEASUREMENT_H_
@@ -25,7 +25,8 @@ class Measurement {
   // Next() is called once for `operations_per_lap` operations.
   explicit Measurement(const ProcessPair& pair, int operations_per_lap = 1);
 
-  // An operation has ended, or is the first. True when another is to begin.
+  // Call it before the first operation and after each. True if another one is
+  // to begin.
   bool Next();
 
   void Print();

@@ -62,13 +62,14 @@ Arguments ReadArguments(int argc, char** argv, const Halves& halves) {
   WrongUsage(argv[0], halves);
 }
 
-// The browser asks questions, and it is its memory that counts.
+// In these modes the server starts the operations, or its memory is measured.
 bool ServerMeasures(Mode mode) {
   return mode == Mode::kQuestion || mode == Mode::kTimedQuestion ||
          mode == Mode::kMemory;
 }
 
-// The last one that this process may use: the first has more interrupts.
+// Takes the last core that this process may use, since the first ones handle
+// more interrupts.
 void BindToOneCore() {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof(allowed), &allowed) != 0)
@@ -91,8 +92,8 @@ double CpuTimeOf(clockid_t clock) {
          static_cast<double>(time.tv_nsec);
 }
 
-// The socket and its folder. The process that measures has made the folder and
-// removes both; empty in the other one.
+// The socket and its folder. The process that measures makes the folder and
+// removes both; in the other process the paths are empty.
 struct Paths {
   std::string folder;
   std::string socket;
@@ -110,15 +111,15 @@ void MakePaths() {
   paths.socket = paths.folder + "/socket";
 }
 
-// Does nothing that a signal handler must not do.
+// Called in a signal handler.
 [[noreturn]] void Exit(int code) {
   unlink(OwnPaths().socket.c_str());
   rmdir(OwnPaths().folder.c_str());
   _exit(code);
 }
 
-// The other process may end when it has done its part, but not in any other
-// way.
+// Handles SIGCHLD. The other process may end with success; if it ends in
+// another way, the benchmark has failed.
 void OnChildEnded(int) {
   int status = 0;
   if (waitpid(-1, &status, WNOHANG) <= 0 || status == 0)
@@ -129,7 +130,7 @@ void OnChildEnded(int) {
   Exit(1);
 }
 
-// As fork() does, but never fails.
+// fork(), but ends the process on failure.
 pid_t ForkOther() {
   signal(SIGCHLD, OnChildEnded);
   const pid_t child = fork();

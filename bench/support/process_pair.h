@@ -6,13 +6,13 @@
 //         .call = [](bench::ProcessPair& pair) { pair.Await(); ... }});
 //   }
 //
-// The program forks before anything else runs, so that libraries which start
-// threads do so in each process on their own. The process that measures is the
-// parent, which ends the other one when it is done; the mode says which half
-// that is. Both are bound to one core unless told otherwise: then no reading
-// depends on how long the machine takes to wake another core.
+// The program forks before anything else runs, so that a library that starts
+// threads has its own in each process. The parent is the process that measures;
+// the mode decides whether that is the server or the client. It ends the other
+// one when it is done. Unless told otherwise, both are bound to one core, so
+// that no figure depends on how long the machine takes to wake another core.
 //
-// Failure: ends the process with a message, and the other one with it.
+// Failure: ends both processes with a message.
 
 #ifndef BENCH_SUPPORT_PROCESS_PAIR_H_
 #define BENCH_SUPPORT_PROCESS_PAIR_H_
@@ -34,13 +34,13 @@ enum class Mode {
   kMemory
 };
 
-// What is asked of every peer alike.
+// Every peer is measured with these.
 inline constexpr int kCallsInFlight = 64;
 inline constexpr int kConnections = 10;
 inline constexpr int kStreamsPerConnection = 100;
 inline constexpr int kStreams = kConnections * kStreamsPerConnection;
 
-// Of the window that all calls, questions and events are about.
+// The window that all calls, questions and events are about.
 inline constexpr int kWindow = 1000;
 inline constexpr char kTitle[] = "A page about nothing in particular";
 
@@ -53,15 +53,15 @@ class ProcessPair {
   // Where the server listens.
   const std::string& socket_path() const { return socket_path_; }
 
-  // Tells the other process, and waits to be told.
+  // Signal() lets Await() of the other process return.
   void Signal();
   void Await();
 
-  // CPU time of both processes in nanoseconds. Only the measuring one may ask.
+  // CPU time of both processes in nanoseconds. Only for the one that measures.
   double CpuTime() const;
 
-  // Ends the other process, if this one measures, and then this one: without
-  // farewells between peers, and without destructors that wait for them.
+  // Ends this process, and the other one if this one measures, without running
+  // destructors, which would wait for the connection to close.
   [[noreturn]] void End();
 
  private:
@@ -73,11 +73,11 @@ class ProcessPair {
 };
 
 struct Halves {
-  // Returns, or calls End(), when it has measured; else when it likes, or
-  // never.
+  // The half that measures returns, or calls End(), when it has measured. The
+  // other half may return at any time or never.
   std::function<void(ProcessPair&)> serve;
   std::function<void(ProcessPair&)> call;
-  // Those that the program has.
+  // The modes that this program supports.
   std::vector<Mode> modes = {Mode::kUnary, Mode::kPipelined, Mode::kQuestion,
                              Mode::kFanout};
 };

@@ -1,17 +1,17 @@
-// Turns the protection on. malloc's partition has it off until it is configured
-// once, early and on one thread.
+// Turns the protection on. It is off until malloc's partition is configured,
+// which must happen once, early and on one thread.
 //
-// Run ahead of all C++ initialisers of the program, so that every object that
-// the program itself makes is protected, and main() need not know.
+// This runs before all C++ initialisers of the program, so that every object
+// that the program makes is protected, and main() need not do anything.
 
 #include "partition_alloc/shim/allocator_shim_default_dispatch_to_partition_alloc.h"
 
 namespace {
 
-// The first priority that is not the implementation's own.
+// 101 is the first priority that is not reserved for the implementation.
 [[gnu::constructor(101)]] void ProtectMalloc() {
-  // Of the configuring functions, this is the one that is kept stable for
-  // builds outside of the browser.
+  // The only configuring function that is kept stable for builds outside of the
+  // browser.
   allocator_shim::ConfigurePartitionsForTesting();
 }
 

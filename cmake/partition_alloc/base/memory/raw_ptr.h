@@ -1,5 +1,5 @@
-// The browser's own raw_ptr, under the path and the guard that the browser's
-// base library gives it. On the include path only where the build has
+// The browser's own raw_ptr, with the path and the include guard that it has in
+// the browser's base library. On the include path only in builds with
 // PartitionAlloc.
 
 #ifndef BASE_MEMORY_RAW_PTR_H_

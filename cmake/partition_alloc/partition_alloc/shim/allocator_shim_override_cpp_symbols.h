@@ -1,5 +1,6 @@
-// Nothing, in place of the shim's own operators new and delete.
+// Empty on purpose: replaces the header with the shim's operators new and
+// delete.
 //
-// Those of the C++ library call malloc and free, which the shim does replace,
-// and leave a program free to replace them in turn; two definitions in one
-// program would not link.
+// The C++ library's operators call malloc and free, which the shim replaces, so
+// they are protected too. A program may then define operators of its own; next
+// to the shim's that would not link.
