@@ -105,7 +105,7 @@ ROWS = (
         "generating the service's code / protoc's C++ code for the file",
         GENERATOR + "Generate<RpcGenerator>",
         GENERATOR + "Generate<ProtocsCpp>", 1.0),
-    # Without a goal.
+    # These have no goal.
     Row("protoc_run_vs_protoc",
         "a whole run of protoc with the plugin / for messages",
         "protoc.rpc", "protoc.cpp"),

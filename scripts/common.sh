@@ -1,5 +1,5 @@
-# What the scripts share; sourced, not run. Leaves the shell in the source root,
-# and ends the script where it is asked for help.
+# What the scripts share; sourced, not run. Changes to the source root. If the
+# script is called with --help, prints its help and ends it.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -10,24 +10,25 @@ die() {
   exit 1
 }
 
-# wrong_usage WORD...: as die, with the exit status for a wrong command line.
+# wrong_usage WORD...: like die, with the exit status for a wrong command line.
 wrong_usage() {
   printf '%s: %s; see --help\n' "$(basename "$0")" "$*" >&2
   exit 2
 }
 
-# no_more_arguments [ARGUMENT...]: there must be none.
+# no_more_arguments [ARGUMENT...]: ends the script if there is any.
 no_more_arguments() { [ $# = 0 ] || wrong_usage "unknown argument '$1'"; }
 
-# need_value OPTION [VALUE]: there must be one, and no other option.
+# need_value OPTION [VALUE]: ends the script if the value is missing or an option.
 need_value() { [[ "${2:-}" =~ ^[^-] ]] || wrong_usage "$1 needs a value"; }
 
-# need_number NAME [VALUE]: there must be one, a whole number from 1.
+# need_number NAME [VALUE]: ends the script if the value is not a whole number
+# from 1.
 need_number() {
   [[ "${2:-}" =~ ^[1-9][0-9]*$ ]] || wrong_usage "$1 needs a whole number from 1${2:+, not '$2'}"
 }
 
-# Help is the comment that the script opens with.
+# Help is the comment at the top of the script.
 for argument; do
   case $argument in
     -h | --help)
@@ -39,15 +40,15 @@ done
 
 torvane_cache_dir=${TORVANE_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/torvane}
 
-# A compiler cache is used where it is installed, by what is configured from here
-# on. It passes on what is compiled with a precompiled header: told to keep that
-# as well (CCACHE_SLOPPINESS=pch_defines), it overlooks macros that have changed.
+# Configures builds with ccache if it is installed. It does not cache what is
+# compiled with a precompiled header. With CCACHE_SLOPPINESS=pch_defines it would,
+# but would then overlook macros that have changed.
 if command -v ccache >/dev/null; then
   export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
 fi
 
-# build PRESET [TARGET...]: configures where needed and builds, or ends the
-# script. All that the tools print is in build/PRESET/build.log.
+# build PRESET [TARGET...]: configures if needed and builds; ends the script on
+# failure. All output of the tools goes to build/PRESET/build.log.
 build() {
   mkdir -p "build/$1"
   with_progress "build/$1/build.log" configure_and_build "$@" || die "the build failed ($1)"
@@ -60,8 +61,8 @@ configure_and_build() {
   cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 
-# with_progress LOG COMMAND...: runs a command that builds. Shows only how far it
-# is and, where it fails, what else it has printed.
+# with_progress LOG COMMAND...: runs a command that builds. Shows only its
+# progress and, if it fails, its other output.
 with_progress() {
   local log=$1
   shift
@@ -69,8 +70,8 @@ with_progress() {
     { grep -vE '^\[[0-9]+/[0-9]+\] ' "$log" >&2; return 1; }
 }
 
-# Reads what a build prints, and shows how many of its steps are done: on a
-# terminal in one line that changes, elsewhere a line for each tenth of the way.
+# Reads the output of a build, and shows how many of its steps are done: on a
+# terminal in one line that changes, elsewhere with one line for each tenth.
 show_progress() {
   local line step steps tenth=0
   while IFS= read -r line; do
@@ -87,8 +88,8 @@ show_progress() {
 }
 
 # fetch_source PACKAGE INTO [SUITE]: downloads the original source of Debian's
-# source package, of this system's own suite where none is given, into the
-# folder INTO. It comes from the archive that apt already uses.
+# source package into the folder INTO, from the archive that apt already uses.
+# SUITE defaults to this system's own.
 fetch_source() {
   local package=$1 into=$2 suite=${3:-} uri own_suite apt_dir fetched=0
   read -r own_suite uri < <(

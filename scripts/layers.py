@@ -10,15 +10,16 @@ import subprocess
 import sys
 
 RPC = 'src/core/common/rpc/'
-# The system, which knows no transport, and what stands on it.
+# The stream framework, which knows no transport; and with the layers on it that
+# any transport uses.
 SYSTEM = 'base proto stream'
 LIBRARY = SYSTEM + ' loop serving'
 WIRE = LIBRARY + ' asio'
-# All that a program may use.
+# Everything that a program may include.
 PUBLIC = LIBRARY + ' status transport'
 
-# layer, the paths that begin like this, the other layers that it may include.
-# The first line that fits a path counts.
+# Name of the layer, prefix of its paths, the other layers that it may include.
+# The first line whose prefix fits a path counts.
 LAYERS = [
     ('base', 'src/base/', ''),
     ('proto', RPC + 'proto/', 'base stream'),
@@ -45,15 +46,17 @@ LAYERS = [
     ('partition_alloc', 'cmake/partition_alloc/', 'base'),
 ]
 
-# Tests and what only they use. They may include anything, except for the
-# helpers that tests of all layers share; only tests may include them.
+# Tests and what only they use. They may include anything, and only tests may
+# include them. The exception are the helpers that tests of all layers share:
+# what they may include is in the table.
 TEST = re.compile(r'(^|/)(bench|conformance|fuzzing|testdata|testing)/'
                   r'|_(unittest|benchmark|fuzzer|model|test_support)\.(h|cc)$')
 SHARED_HELPERS = 'testing'
 
 INCLUDE = re.compile(r'\s*#\s*include\s*["<]([^">]+)[">]')
 
-# A tree to test the rules on, and what they must say of its files' includes.
+# A made-up tree to test the rules on, and what they must say about includes in
+# it.
 TREE = [
     RPC + 'loop/asio.h',
     RPC + 'loop/loop.h',
