@@ -3,7 +3,9 @@
 //
 // Ownership: nothing outlives RunClient().
 //
-// Sequence: one thread.
+// Sequence: one thread, which runs a loop of its own.
+//
+// Failure: RunClient() says why the connection has ended.
 
 #ifndef TOOLS_SOAK_SOAK_CLIENT_H_
 #define TOOLS_SOAK_SOAK_CLIENT_H_

@@ -126,7 +126,7 @@ class Host {
 
   void ActSoon();
   void Act();
-  void Provoke();
+  void MaybeDisturbClients();
   void Kill();
   void Stop();
   void Continue();
@@ -135,12 +135,12 @@ class Host {
   void AskAll();
   bool Ask(int64_t number);
   void OnAnswer(uint64_t id, const ShowContextMenu& answer);
-  void OnEnd(uint64_t id, uint64_t& count);
+  void RecordEnd(uint64_t id, uint64_t& counter);
   void OnOutcome(uint64_t id,
                  QuestionOutcome how,
                  const ShowContextMenu& answer);
 
-  void EndAll();
+  void KillAllClients();
   Outcome Summary();
 
   const HostOptions options_;
@@ -188,7 +188,7 @@ Outcome Host::Run() {
       StartClient();
     ABSL_CHECK(loop_.RunUntil([this] { return IsOver(); }));
   }
-  EndAll();
+  KillAllClients();
   return Summary();
 }
 
@@ -250,11 +250,11 @@ void Host::ActSoon() {
 
 void Host::Act() {
   for (; settled_ > 0; --settled_)
-    Provoke();
+    MaybeDisturbClients();
   AskAll();
 }
 
-void Host::Provoke() {
+void Host::MaybeDisturbClients() {
   if (OneIn(kSettledPerKill))
     Kill();
   if (OneIn(kSettledPerStop))
@@ -355,9 +355,9 @@ bool Host::Ask(int64_t number) {
            [this, id](ShowContextMenu& answer) { OnAnswer(id, answer); },
        .error_callback =
            [this, id](torvane::StreamCallError error) {
-             OnEnd(id, error == torvane::StreamCallError::kRemoteError
-                           ? outcome_.declined
-                           : outcome_.cancelled);
+             RecordEnd(id, error == torvane::StreamCallError::kRemoteError
+                               ? outcome_.declined
+                               : outcome_.cancelled);
            }});
   // Then the client has ended its subscription or is being disconnected.
   if (!asked) {
@@ -376,7 +376,7 @@ void Host::OnAnswer(uint64_t id, const ShowContextMenu& answer) {
                       repeated[1] == question->second.y;
     outcome_.wrong += fits ? 0 : 1;
   }
-  OnEnd(id, outcome_.answered);
+  RecordEnd(id, outcome_.answered);
 }
 
 void Host::OnOutcome(uint64_t id,
@@ -386,17 +386,17 @@ void Host::OnOutcome(uint64_t id,
     case QuestionOutcome::kAnswered:
       return OnAnswer(id, answer);
     case QuestionOutcome::kClientFailed:
-      return OnEnd(id, outcome_.declined);
+      return RecordEnd(id, outcome_.declined);
     case QuestionOutcome::kTooLate:
-      return OnEnd(id, outcome_.too_late);
+      return RecordEnd(id, outcome_.too_late);
     case QuestionOutcome::kNobodyAnswers:
     case QuestionOutcome::kClientLeft:
-      return OnEnd(id, outcome_.cancelled);
+      return RecordEnd(id, outcome_.cancelled);
   }
 }
 
-// `count` is the counter of the way in which the question has ended.
-void Host::OnEnd(uint64_t id, uint64_t& count) {
+// `counter` counts the questions that have ended in this way.
+void Host::RecordEnd(uint64_t id, uint64_t& counter) {
   const auto question = pending_.find(id);
   if (question == pending_.end()) {
     ++outcome_.doubled;
@@ -406,14 +406,14 @@ void Host::OnEnd(uint64_t id, uint64_t& count) {
   if (client != clients_.end())
     --client->second.pending;
   pending_.erase(question);
-  ++count;
+  ++counter;
   ++settled_;
   ActSoon();
 }
 
 // Kills all clients and waits until their connections are closed. A question
 // that has not ended then is lost.
-void Host::EndAll() {
+void Host::KillAllClients() {
   clients_.clear();
   ABSL_CHECK(loop_.RunUntil(
       [this] { return server_.counters().connections_now == 0; }));

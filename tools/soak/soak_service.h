@@ -1,4 +1,6 @@
-// The service of a soak's host: implements only the methods that clients call.
+// The service of a soak's host: implements only the method that clients call.
+//
+// Ownership: the host's. Sequence: that of its server. Failure: none.
 
 #ifndef TOOLS_SOAK_SOAK_SERVICE_H_
 #define TOOLS_SOAK_SOAK_SERVICE_H_

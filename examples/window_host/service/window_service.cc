@@ -236,7 +236,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
                              const rpc::WindowButton* button,
                              BoolValue* value,
                              Done* done) override {
-    if (absl::Status fault = CheckWhole(*button); !fault.ok())
+    if (absl::Status fault = CheckComplete(*button); !fault.ok())
       return End(call, done, fault);
     Read(call, button->browser_id(), value, done,
          [=](const WindowView& window) {
@@ -301,7 +301,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
   }
 
   template <typename Request>
-  static absl::Status CheckWhole(const Request& request) {
+  static absl::Status CheckComplete(const Request& request) {
     absl::Status fault = Check(request);
     return fault.ok() && !request.has_browser_id() ? Missing("browser_id")
                                                    : fault;
@@ -318,7 +318,7 @@ class WindowService final : public rpc::BrowserWindowRpc {
   // The same for a request that has fields for what to change.
   template <typename Request>
   void Set(Call* call, const Request& request, Done* done) {
-    if (absl::Status fault = CheckWhole(request); !fault.ok())
+    if (absl::Status fault = CheckComplete(request); !fault.ok())
       return End(call, done, fault);
     Change(call, request.browser_id(), ChangeOf(request), done);
   }
