@@ -1,7 +1,8 @@
 // The commands of windowctl, each in a source of its own.
 //
-// A command takes its words without its own name, prints results to standard
-// output and faults to standard error, and returns what the process exits with.
+// A command gets its arguments without its own name, prints results to standard
+// output and errors to standard error, and returns the exit code of the
+// process. It runs on the main thread, with a loop of its own if it needs one.
 
 #ifndef TOOLS_WINDOWCTL_COMMANDS_H_
 #define TOOLS_WINDOWCTL_COMMANDS_H_

@@ -1,4 +1,6 @@
-// The connection to the host, and what to tell a person when there is none.
+// Connects to the host, and explains to the user why that or a call has failed.
+//
+// Ownership: the client is the caller's. Sequence: that of the loop.
 
 #ifndef TOOLS_WINDOWCTL_CONNECT_H_
 #define TOOLS_WINDOWCTL_CONNECT_H_

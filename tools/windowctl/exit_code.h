@@ -7,7 +7,7 @@ namespace windowctl {
 
 enum ExitCode {
   kSuccess = 0,
-  // The host was reached and refused, or did not answer in time.
+  // The host was reached, but refused the call or did not answer in time.
   kCallFailed = 1,
   // The command line is wrong; nothing was tried.
   kUsage = 2,

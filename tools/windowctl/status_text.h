@@ -10,7 +10,7 @@
 namespace windowctl {
 
 // Aligned tables of connections, of pending questions if there are any, and of
-// refusals by limit.
+// refusals by limit. Any thread may call it; it cannot fail.
 std::string StatusText(const rpc::status::StatusReport& report);
 
 }  // namespace windowctl

@@ -1,5 +1,5 @@
-// What 'watch' and 'answer' have in common: a connection with one stream on it
-// that lasts until somebody interrupts it.
+// What 'watch' and 'answer' have in common: a connection with one stream on it,
+// which they keep open until the user interrupts them.
 //
 //   StreamSession session(options);
 //   if (ExitCode code = session.Open(arguments)) return code;
@@ -10,6 +10,8 @@
 // Ownership: the session must outlive the stream.
 //
 // Sequence: one thread; Run() runs the loop.
+//
+// Failure: Open() and Run() print why, and return the exit code.
 
 #ifndef TOOLS_WINDOWCTL_STREAM_SESSION_H_
 #define TOOLS_WINDOWCTL_STREAM_SESSION_H_

@@ -7,6 +7,8 @@
 // Cells are taken to be ASCII. No line ends in blanks. A table whose headings
 // are all empty has no line of headings.
 //
+// Sequence: any one.
+//
 // Failure: a row with another number of cells than there are columns ends the
 // process.
 

@@ -37,7 +37,7 @@ namespace window_host {
 
 struct Display {
   Rect bounds = {0, 0, 1920, 1080};
-  // The part that the task bar leaves free.
+  // The part that the desktop's own bars leave free.
   Rect work_area = {0, 32, 1920, 1000};
 };
 

@@ -25,6 +25,8 @@
 // of the sequence.
 //
 // Sequence: one, on which everything is used.
+//
+// Failure: the status of the completion or of Inspect(), as above.
 
 #ifndef EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_
 #define EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_

@@ -3,7 +3,7 @@
 // A plain pointer does not say who owns its target, and keeps its value when
 // the object around it is destroyed. raw_ptr says that somebody else owns the
 // target. It is null from the start, after it was moved from, and after its
-// destruction, so a use after free finds null.
+// destruction, so that nobody finds a stale address in it.
 //
 //   class Stream {
 //     raw_ptr<Service> service_;  // Outlives the stream.

@@ -3,6 +3,8 @@
 // The descriptor decides: which sides stream, and which messages they send.
 // Generator, transports and tools all use this function. Generated code does
 // not need it: it dispatches by the method's index.
+//
+// Ownership: none. Sequence: any. Failure: nullopt.
 
 #ifndef CORE_COMMON_RPC_STREAM_METHOD_KIND_H_
 #define CORE_COMMON_RPC_STREAM_METHOD_KIND_H_

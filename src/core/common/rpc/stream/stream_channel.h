@@ -13,6 +13,8 @@
 //
 // Sequence: a channel is used and destroyed on the sequence that its stream
 // runs on. See service.h.
+//
+// Failure: Send() returns false when the client can no longer be reached.
 
 #ifndef CORE_COMMON_RPC_STREAM_STREAM_CHANNEL_H_
 #define CORE_COMMON_RPC_STREAM_STREAM_CHANNEL_H_

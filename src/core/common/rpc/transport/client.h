@@ -94,7 +94,7 @@ class Client final : public google::protobuf::RpcChannel {
 
   const serving::Counters& counters() const;
 
-  // For the stream classes of this folder.
+  // For ClientStream.
   const std::shared_ptr<ClientCore>& core() const { return core_; }
 
  private:

@@ -1,13 +1,15 @@
-// The methods of the server at the other end: from a method of this program's
-// contract to the id that stands for it on one connection.
+// The methods that the server offers on one connection: maps a method of this
+// program's contract to the id that the server has given it.
 //
-// Methods are matched by full name and kind, never by their place in a
-// contract, so that programs built from different ages of it cannot reach a
-// wrong method.
+// Methods are matched by name and by whether they stream, never by their index:
+// client and server may be built from different versions of the contract, and
+// must not reach a wrong method.
 //
 // Ownership: the client's. Descriptors live as long as the process.
 //
 // Sequence: the client's.
+//
+// Failure: Find() says what the server lacks.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CLIENT_REMOTE_METHODS_H_
 #define CORE_COMMON_RPC_TRANSPORT_CLIENT_REMOTE_METHODS_H_
