@@ -22,7 +22,7 @@ RIGHT = 110
 
 
 class Canvas:
-    """Elements from top to bottom, and the height that they take."""
+    """Collects SVG elements from top to bottom; `y` is where the next one goes."""
 
     def __init__(self):
         self.elements = []
@@ -121,7 +121,7 @@ def draw_lookups(measurements, when, machine, path):
 
 
 def draw_goals(rows, measurements, when, machine, path):
-    """How far each goal is reached: a full bar is exactly there."""
+    """Draws a bar for each goal, and a line at the place of the goal."""
     canvas = Canvas()
     canvas.heading("Goals",
                    f"{when}, {machine}. The line is the goal; left of it is "

@@ -1,8 +1,8 @@
-"""Runs every benchmark, interleaved, and keeps what each run said.
+"""Runs every benchmark several times, and keeps the figures of each run.
 
-A sample is a number of nanoseconds (or bytes). Programs of peers run in turn,
-round by round, so that whatever slows the machine down for a while slows all of
-them down.
+A sample is a number of nanoseconds (or bytes). The programs run round by round,
+peer after peer, so that what slows the machine down for a while affects all of
+them.
 """
 
 import json
@@ -104,7 +104,7 @@ def run_pair(program, name, mode, measurements, *flags):
 
 
 def run_protoc(build, measurements):
-    """Whole runs of protoc: with the plugin, and for messages alone."""
+    """Measures whole runs of protoc: with the plugin, and for messages alone."""
     protos = pathlib.Path(__file__).parent.parent / "src/core/common/rpc/proto"
     plugin = build / "src/core/common/rpc/generator/protoc-gen-rpc"
     outputs = {
@@ -124,7 +124,7 @@ def run_protoc(build, measurements):
 
 
 def run_round(build, measurements):
-    """Everything once, in an order that puts peers side by side."""
+    """Runs everything once; programs that are compared run one after the other."""
     folder = build / "bench"
     for mode in MODES:
         for peer in PEERS:

@@ -1,4 +1,4 @@
-"""What is compared with what, and how far it should reach."""
+"""Which figures are compared with which, and the goal of each comparison."""
 
 from dataclasses import dataclass
 
@@ -12,12 +12,12 @@ def duration(nanoseconds):
 
 @dataclass(frozen=True)
 class Row:
-    """The ratio of two figures. Both ends name series of the measurements."""
+    """The ratio of two figures, ours and a peer's, by the names of their series."""
 
     name: str
     what: str
     ours: str
-    theirs: str  # Empty where `ours` is a ratio already.
+    theirs: str  # Empty if `ours` is a ratio already.
     reach: float = 0  # 0: no goal.
     # The series are times, but the ratio is one of rates: more is better.
     at_least: bool = False
@@ -31,7 +31,7 @@ class Row:
         return self.ratio_of(ours, theirs)
 
     def range(self, measurements):
-        """The ratio in each round: the lowest and the highest."""
+        """The lowest and the highest ratio of any round."""
         ours = measurements[self.ours].samples
         theirs = measurements[self.theirs].samples if self.theirs else [1] * len(
             ours)
@@ -39,7 +39,7 @@ class Row:
         return min(ratios), max(ratios)
 
     def show(self, value):
-        """A figure of ours, as text."""
+        """Formats one of our figures."""
         return duration(value) if self.theirs else f"{value:.2f}"
 
     def goal(self):

@@ -20,7 +20,7 @@ ROOT = pathlib.Path(__file__).parent.parent
 
 
 def machine():
-    """The kind of machine, without its name."""
+    """The number of cores and the processor's model."""
     model = platform.machine()
     with open("/proc/cpuinfo", encoding="utf-8") as cpuinfo:
         for line in cpuinfo:

@@ -1,6 +1,6 @@
 """Writes the tables of pages in Markdown, from the measurements of one run.
 
-What a run rewrites stands between two comments, the first of which names it:
+A run replaces the blocks between two such comments; the first has its name:
 
     <!-- measured: goals -->
     ...
@@ -79,7 +79,7 @@ def heap(measurements):
 
 
 def rewrite(path, blocks):
-    """Replaces what stands between the comments that each block's key names."""
+    """Replaces the blocks of a page. `blocks` has their new lines, by name."""
     page = path.read_text(encoding="utf-8")
     for name, lines in blocks.items():
         start = f"<!-- measured: {name} -->"

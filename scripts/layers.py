@@ -1,7 +1,7 @@
 """Checks that every #include points where the layers allow it to.
 
-Run by "scripts/lint --layers", in the source root. Prints what does not and
-then exits with 1.
+Run by "scripts/lint --layers", in the source root. Prints each that does not,
+and then exits with 1.
 """
 
 import pathlib
@@ -98,7 +98,7 @@ class Tree:
         self.files = set(files)
 
     def resolve(self, file, name):
-        """The path in this tree that an include means; None for others' headers."""
+        """The path of an included file in this tree; None if it is not in it."""
         if name.startswith('asio/') or name == 'asio.hpp':
             return RPC + 'loop/asio.h'
         folder = file.rpartition('/')[0]
@@ -113,7 +113,7 @@ class Tree:
         return None
 
     def check(self, file, name):
-        """Who may not do this include of a file; None where that is right."""
+        """Says who may not include `name`; None if `file` may."""
         layer, may_include = layer_of(file)
         target = self.resolve(file, name)
         if target is None:

@@ -11,7 +11,7 @@
 // The server knows no service by name: it works on descriptors. Unary methods
 // go to CallMethod, methods that stream on either side to OpenStream. A method
 // may run its closure before it returns or at any later time, on any thread.
-// The controller that it is given is a serving::CallContext.
+// The controller that it gets is a serving::CallContext.
 //
 // Ownership: services are the caller's and must outlive the server. The server
 // owns its connections and the streams opened on them. The loop must outlive
@@ -19,14 +19,14 @@
 //
 // Sequence: everything happens on the thread that runs the loop, of which there
 // is one: the server's own operations, every call into a service or a stream,
-// and destruction. On other threads only closures may be run, and what
-// serving::CallContext allows. The destructor must not be run from within a
-// service or a stream; Stop() may be.
+// and destruction. Only closures, and the operations of serving::CallContext
+// that say so, may be used on other threads. The destructor must not be run
+// from within a service or a stream; Stop() may be.
 //
 // Failure: limits that serving::Validate() refuses end the process when the
-// server is made. Listen() says why it cannot. What a client does wrong is
-// answered to that client, counted, and harms nobody else. A closure that is
-// run twice ends the process.
+// server is made. Listen() says why it cannot. If a client breaks the protocol
+// or a limit, that client is told, the server counts it, and other clients are
+// not affected. A closure that is run twice ends the process.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_H_
@@ -62,30 +62,30 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Closes all connections: streams get their OnCompleted and are destroyed,
-  // unanswered calls are cancelled.
+  // Closes all connections: streams get OnCompleted and are destroyed, and
+  // calls that are not answered yet are cancelled.
   ~Server();
 
   // Offers `service` to clients that connect from now on. Its full name must
   // differ from that of the others.
   void AddService(torvane::Service* service);
 
-  // Accepts connections on a socket at `path`, which only this user may use, in
-  // a folder that only this user may use. A socket that a dead process has left
-  // there is replaced. At most once.
+  // Accepts connections on a socket at `path`, which only this user may use.
+  // Its folder must be one that only this user may use. Replaces a socket that
+  // a dead process has left there. Call it at most once.
   absl::Status Listen(const std::string& path);
 
   // Serves a connected Unix socket, such as one end of a socket pair.
   void Adopt(loop::ScopedFd socket);
 
-  // Stops listening and removes the socket file; on the next turn says goodbye
-  // to all clients and closes their connections. A client that does not read
-  // gets no goodbye, since nobody waits for it.
+  // Stops listening and removes the socket file; on the next turn sends all
+  // clients a goodbye and closes their connections. The server does not wait
+  // for a client that does not read: its goodbye is dropped.
   void Stop();
 
   const serving::Counters& counters() const;
 
-  // What goes on right now.
+  // A snapshot of the connections and what is under way on them.
   serving::ServerReport Report() const;
 
  private:
