@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/testing/private_folder.h"
 #include "gtest/gtest.h"
 
 namespace cli {
@@ -13,13 +14,10 @@ namespace {
 
 class SocketPathTest : public ::testing::Test {
  protected:
-  SocketPathTest() {
-    EXPECT_NE(nullptr, mkdtemp(folder_.data()));
-    unsetenv("XDG_RUNTIME_DIR");
-  }
-  ~SocketPathTest() override { rmdir(folder_.c_str()); }
+  SocketPathTest() { unsetenv("XDG_RUNTIME_DIR"); }
 
-  std::string folder_ = testing::TempDir() + "socket_path.XXXXXX";
+  const torvane::PrivateFolder private_folder_;
+  const std::string& folder_ = private_folder_.path();
 };
 
 TEST_F(SocketPathTest, DefaultLiesInTheFolderOfTheLoginSession) {
@@ -41,7 +39,6 @@ TEST_F(SocketPathTest, MissingFolderIsMadeForThisUserAlone) {
   struct stat info;
   ASSERT_EQ(0, stat(folder.c_str(), &info));
   EXPECT_EQ(0700u, info.st_mode & 0777);
-  rmdir(folder.c_str());
 }
 
 TEST_F(SocketPathTest, ExistingFolderIsUsedAsItIs) {

@@ -2,11 +2,9 @@
 // are pending.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +12,7 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/transport/server.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/soak/client_process.h"
@@ -41,7 +40,6 @@ class KilledClient : public ::testing::Test {
             {tally_->descriptor(), tally_->descriptor()}});
     RunUntil([this] { return client_is_ready_; });
   }
-  ~KilledClient() override { std::filesystem::remove_all(folder_); }
 
   template <typename Condition>
   void RunUntil(Condition condition) {
@@ -65,8 +63,8 @@ class KilledClient : public ::testing::Test {
   int answered_ = 0;
   int cancelled_ = 0;
   bool client_is_ready_ = false;
-  std::string folder_ = "/tmp/soak_unittest.XXXXXX";
-  const std::string socket_ = std::string(mkdtemp(folder_.data())) + "/socket";
+  const torvane::PrivateFolder folder_;
+  const std::string socket_ = folder_.File("socket");
   const absl::StatusOr<SharedTally> tally_ = SharedTally::Create();
   rpc::loop::Loop loop_;
   SoakService service_{[this](const BrowserId&) { client_is_ready_ = true; }};

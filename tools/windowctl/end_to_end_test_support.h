@@ -4,14 +4,13 @@
 #define TOOLS_WINDOWCTL_END_TO_END_TEST_SUPPORT_H_
 
 #include <signal.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "core/common/rpc/testing/private_folder.h"
 #include "gtest/gtest.h"
 #include "tools/windowctl/exit_code.h"
 #include "tools/windowctl/process_test_support.h"
@@ -20,13 +19,6 @@ namespace windowctl {
 
 class EndToEndTest : public ::testing::Test {
  protected:
-  ~EndToEndTest() override {
-    clients_.clear();
-    host_.reset();
-    unlink(socket_.c_str());
-    rmdir(folder_.c_str());
-  }
-
   std::vector<std::string> HostWords(std::vector<std::string> flags) const {
     flags.insert(flags.begin(), {WINDOW_HOST, "--socket", socket_});
     return flags;
@@ -67,9 +59,8 @@ class EndToEndTest : public ::testing::Test {
     return result.output;
   }
 
-  std::string folder_ = "/tmp/end_to_end.XXXXXX";
-  const std::string socket_ =
-      std::string(mkdtemp(folder_.data())) + "/host.sock";
+  const torvane::PrivateFolder folder_;
+  const std::string socket_ = folder_.File("host.sock");
   std::unique_ptr<Process> host_;
   std::vector<std::unique_ptr<Process>> clients_;
 };

@@ -124,7 +124,7 @@ TEST_F(EndToEndTest, HostThatRefusesIsNotTakenForAbsent) {
 
 TEST_F(EndToEndTest, SocketInAFolderOfAnotherUserIsNotTrusted) {
   constexpr uid_t kNobody = 65534;
-  if (chown(folder_.c_str(), kNobody, -1) != 0)
+  if (chown(folder_.path().c_str(), kNobody, -1) != 0)
     GTEST_SKIP() << "only root can give a folder away";
   const Process::Result client = RunClient({"call", "Show", "{}"});
   EXPECT_EQ(kNoConnection, client.exit_code);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/common/rpc/testing/private_folder.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 
@@ -59,8 +60,8 @@ TEST(ShellCommand, FailureSaysHowTheCommandEnded) {
 }
 
 TEST(ShellCommand, CommandThatClosesItsOutputIsWaitedFor) {
-  const std::string pipe = testing::TempDir() + "shell_command_unittest_pipe";
-  unlink(pipe.c_str());
+  const torvane::PrivateFolder folder;
+  const std::string pipe = folder.File("pipe");
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   rpc::loop::Loop loop;
   int ended = 0;
@@ -79,13 +80,12 @@ TEST(ShellCommand, CommandThatClosesItsOutputIsWaitedFor) {
   close(writer);
   loop.Run();
   EXPECT_EQ(1, ended);
-  unlink(pipe.c_str());
 }
 
 TEST(ShellCommand, SeveralRunAtOnce) {
   // The first to start can only end once the second runs as well.
-  const std::string pipe = testing::TempDir() + "shell_command_unittest_both";
-  unlink(pipe.c_str());
+  const torvane::PrivateFolder folder;
+  const std::string pipe = folder.File("pipe");
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   rpc::loop::Loop loop;
   std::vector<std::string> outputs;
@@ -96,12 +96,11 @@ TEST(ShellCommand, SeveralRunAtOnce) {
   const ShellCommand writer(loop, "echo hello >" + pipe, "", keep);
   loop.Run();
   EXPECT_THAT(outputs, UnorderedElementsAre("", "hello\n"));
-  unlink(pipe.c_str());
 }
 
 TEST(ShellCommand, DestroyedWhileTheCommandRunsItCallsNothing) {
-  const std::string pipe = testing::TempDir() + "shell_command_unittest_left";
-  unlink(pipe.c_str());
+  const torvane::PrivateFolder folder;
+  const std::string pipe = folder.File("pipe");
   ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
   rpc::loop::Loop loop;
   bool called = false;
@@ -113,7 +112,6 @@ TEST(ShellCommand, DestroyedWhileTheCommandRunsItCallsNothing) {
   close(writer);
   loop.Run();
   EXPECT_FALSE(called);
-  unlink(pipe.c_str());
 }
 
 TEST(ShellCommand, HandlerMayDestroyIt) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/logging.h"
+#include "core/common/rpc/testing/log_capture.h"
 #include "examples/window_host/service/host_test_support.h"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
@@ -16,35 +17,21 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-std::vector<std::string>& Records() {
-  static std::vector<std::string> records;
-  return records;
-}
-
-bool KeepRecord(int severity,
-                const char*,
-                int,
-                size_t message_start,
-                const std::string& record) {
-  EXPECT_EQ(logging::LOGGING_INFO, severity);
-  Records().push_back(record.substr(message_start));
-  return true;
-}
-
 class CallLoggerTest : public ::testing::Test {
  protected:
-  CallLoggerTest() {
-    Records().clear();
-    logging::SetLogMessageHandler(KeepRecord);
-    host_.windows.Open();
+  CallLoggerTest() { host_.windows.Open(); }
+
+  std::vector<std::string> TakeRecords() {
+    for (const torvane::LogRecord& record : log_.records())
+      EXPECT_EQ(logging::LOGGING_INFO, record.severity);
+    return log_.TakeTexts();
   }
-  ~CallLoggerTest() override { logging::SetLogMessageHandler(nullptr); }
 
   // A call as a transport makes it, to the logger.
   template <typename Response>
   struct LoggedCall {
     LoggedCall(CallLogger& logger, const char* name, int64_t id)
-        : request(MakeId(id)) {
+        : request(torvane::WindowId(id)) {
       const auto* const method = logger.GetDescriptor()->FindMethodByName(name);
       context.Start(*method, "tester (pid 4711)", std::nullopt);
       logger.CallMethod(method, &context, &request, &response, &done);
@@ -53,9 +40,10 @@ class CallLoggerTest : public ::testing::Test {
     const BrowserId request;
     Response response;
     rpc::serving::CallContext context;
-    torvane::RecordingClosure done;
+    torvane::CountingClosure done;
   };
 
+  torvane::LogCapture log_;
   TestHost host_;
   CallLogger logger_{*host_.service};
 };
@@ -64,10 +52,10 @@ TEST_F(CallLoggerTest, SuccessIsRecordedWithRequestResponseAndDuration) {
   LoggedCall<google::protobuf::BoolValue> call(logger_, "IsVisible", 1);
   EXPECT_EQ(1, call.done.runs());
   EXPECT_TRUE(call.response.value());
-  EXPECT_THAT(Records(),
+  EXPECT_THAT(TakeRecords(),
               ElementsAre(MatchesRegex(
                   "tester \\(pid 4711\\): IsVisible \\{value: 1\\} OK "
-                  "\\{value: true\\} in [0-9.]+[mun]?s\n")));
+                  "\\{value: true\\} in [0-9.]+[mun]?s")));
 }
 
 TEST_F(CallLoggerTest, FailureIsRecordedWithItsStatus) {
@@ -75,9 +63,10 @@ TEST_F(CallLoggerTest, FailureIsRecordedWithItsStatus) {
   host_.sequence.Run();
   EXPECT_EQ(1, call.done.runs());
   EXPECT_EQ(absl::NotFoundError("No window 7."), call.context.status());
-  EXPECT_THAT(Records(), ElementsAre(MatchesRegex(
-                             ".*: Show \\{value: 7\\} NOT_FOUND: No window 7. "
-                             "in [0-9.]+[mun]?s\n")));
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(MatchesRegex(
+                  ".*: Show \\{value: 7\\} NOT_FOUND: No window 7. "
+                  "in [0-9.]+[mun]?s")));
 }
 
 TEST_F(CallLoggerTest, CallThatWaitsIsRecordedWhenItCompletes) {
@@ -85,13 +74,13 @@ TEST_F(CallLoggerTest, CallThatWaitsIsRecordedWhenItCompletes) {
   answerer.AnswerFor(1);
   LoggedCall<google::protobuf::BoolValue> call(logger_, "Close", 1);
   host_.sequence.Run();
-  EXPECT_THAT(Records(), IsEmpty());
+  EXPECT_THAT(TakeRecords(), IsEmpty());
   answerer.Answer({});
   host_.sequence.Run();
   EXPECT_EQ(1, call.done.runs());
-  EXPECT_THAT(Records(),
+  EXPECT_THAT(TakeRecords(),
               ElementsAre(MatchesRegex(".*: Close \\{value: 1\\} OK "
-                                       "\\{\\} in [0-9.]+[mun]?s\n")));
+                                       "\\{\\} in [0-9.]+[mun]?s")));
 }
 
 TEST_F(CallLoggerTest, EverythingElseIsThatOfTheServiceBehindIt) {

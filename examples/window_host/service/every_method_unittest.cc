@@ -54,7 +54,7 @@ struct AnyCall {
   const std::unique_ptr<Message> request;
   const std::unique_ptr<Message> response;
   rpc::serving::CallContext context;
-  torvane::RecordingClosure done;
+  torvane::CountingClosure done;
 };
 
 // The host has window 1.

@@ -14,6 +14,7 @@
 #include "core/common/rpc/testing/fake_endpoint.h"
 #include "core/common/rpc/testing/manual_sequence.h"
 #include "core/common/rpc/testing/recording_call.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "examples/window_host/service/browser.h"
 #include "examples/window_host/service/window_service.h"
 #include "examples/window_host/windows/fake_windows.h"
@@ -21,12 +22,6 @@
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace window_host {
-
-inline BrowserId MakeId(int64_t value) {
-  BrowserId id;
-  id.set_value(value);
-  return id;
-}
 
 // The methods' indices in the contract.
 enum StreamMethod {
@@ -67,7 +62,7 @@ class TestStream {
   // For event streams: subscribes.
   void Watch(int64_t id) {
     rpc::EventSubscription subscription;
-    *subscription.mutable_subscribe_to() = MakeId(id);
+    *subscription.mutable_subscribe_to() = torvane::WindowId(id);
     Send(subscription);
   }
 
@@ -147,7 +142,7 @@ struct TestCall {
   const Request request;
   Response response;
   rpc::serving::CallContext context;
-  torvane::RecordingClosure done;
+  torvane::CountingClosure done;
 };
 
 }  // namespace window_host

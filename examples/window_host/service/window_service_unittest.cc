@@ -44,9 +44,11 @@ class WindowServiceTest : public ::testing::Test {
   using Query = TestCall<BrowserId, BoolValue>::Method;
 
   void Do(Command command, int64_t id) {
-    EXPECT_EQ(absl::OkStatus(), Call(command, MakeId(id)).status());
+    EXPECT_EQ(absl::OkStatus(), Call(command, torvane::WindowId(id)).status());
   }
-  bool Ask(Query query, int64_t id) { return Call(query, MakeId(id))->value(); }
+  bool Ask(Query query, int64_t id) {
+    return Call(query, torvane::WindowId(id))->value();
+  }
 
   // The request with the window filled in.
   template <typename Request>
@@ -99,7 +101,7 @@ TEST_F(WindowServiceTest, StatesReachTheDesktopAndExcludeEachOther) {
 
 TEST_F(WindowServiceTest, BoundsAreMovedResizedSetAndCentred) {
   auto bounds = [this] {
-    return Call(&Service::GetBounds, MakeId(1))->ShortDebugString();
+    return Call(&Service::GetBounds, torvane::WindowId(1))->ShortDebugString();
   };
   rpc::WindowBounds all;
   all.mutable_bounds()->set_x(10);
@@ -142,14 +144,16 @@ TEST_F(WindowServiceTest, IncompleteBoundsAreRefused) {
 }
 
 TEST_F(WindowServiceTest, TitleIsSetAndRead) {
-  EXPECT_EQ("Window 1", Call(&Service::GetTitle, MakeId(1))->value());
+  EXPECT_EQ("Window 1",
+            Call(&Service::GetTitle, torvane::WindowId(1))->value());
   rpc::WindowTitle title;
   title.set_title("Inbox");
   ASSERT_TRUE(Call(&Service::SetTitle, For(1, title)).ok());
-  EXPECT_EQ("Inbox", Call(&Service::GetTitle, MakeId(1))->value());
-  EXPECT_EQ("Window 2", Call(&Service::GetTitle, MakeId(2))->value());
+  EXPECT_EQ("Inbox", Call(&Service::GetTitle, torvane::WindowId(1))->value());
+  EXPECT_EQ("Window 2",
+            Call(&Service::GetTitle, torvane::WindowId(2))->value());
   ASSERT_TRUE(Call(&Service::SetTitle, For<rpc::WindowTitle>(1)).ok());
-  EXPECT_EQ("", Call(&Service::GetTitle, MakeId(1))->value());
+  EXPECT_EQ("", Call(&Service::GetTitle, torvane::WindowId(1))->value());
 }
 
 TEST_F(WindowServiceTest, TitleAndTitlebarAreShownAndHiddenSeparately) {
@@ -189,27 +193,29 @@ TEST_F(WindowServiceTest, EachButtonIsShownAndHiddenByItself) {
 }
 
 TEST_F(WindowServiceTest, StyleFlagsAreReadAsTheyAreSet) {
-  rpc::WindowStyleFlags flags = *Call(&Service::GetWindowStyleFlags, MakeId(1));
+  rpc::WindowStyleFlags flags =
+      *Call(&Service::GetWindowStyleFlags, torvane::WindowId(1));
   EXPECT_EQ(1, flags.browser_id().value());
   EXPECT_TRUE(flags.closable());
   flags.set_closable(false);
   flags.set_utility(true);
   ASSERT_TRUE(Call(&Service::SetWindowStyleFlags, flags).ok());
   EXPECT_TRUE(MessageDifferencer::Equals(
-      flags, *Call(&Service::GetWindowStyleFlags, MakeId(1))));
-  EXPECT_TRUE(Call(&Service::GetWindowStyleFlags, MakeId(2))->closable());
+      flags, *Call(&Service::GetWindowStyleFlags, torvane::WindowId(1))));
+  EXPECT_TRUE(
+      Call(&Service::GetWindowStyleFlags, torvane::WindowId(2))->closable());
 }
 
 TEST_F(WindowServiceTest, DisplayPolicyIsReadAsItIsSet) {
   rpc::BrowserWindowDisplayPolicy policy =
-      *Call(&Service::GetWindowDisplayPolicy, MakeId(1));
+      *Call(&Service::GetWindowDisplayPolicy, torvane::WindowId(1));
   EXPECT_EQ(1, policy.browser_id().value());
   EXPECT_EQ(rpc::BrowserWindowDisplayPolicy::POLICY_ONE_WORKSPACE,
             policy.policy());
   policy.set_policy(rpc::BrowserWindowDisplayPolicy::POLICY_ALL_WORKSPACES);
   ASSERT_TRUE(Call(&Service::SetWindowDisplayPolicy, policy).ok());
   EXPECT_TRUE(MessageDifferencer::Equals(
-      policy, *Call(&Service::GetWindowDisplayPolicy, MakeId(1))));
+      policy, *Call(&Service::GetWindowDisplayPolicy, torvane::WindowId(1))));
 }
 
 TEST_F(WindowServiceTest, AnimationAndVibrancyAreKept) {
@@ -276,7 +282,8 @@ TEST_F(WindowServiceTest, ChoicesThatAreMissingOrUnknownAreRefused) {
 TEST_F(WindowServiceTest, CloseAnswersWhenTheQuestionIsSettled) {
   TestStream<rpc::CloseWindow> client(*host_.service, kOnCloseWindow);
   client.AnswerFor(1);
-  TestCall<BrowserId, BoolValue> refused(host_, &Service::Close, MakeId(1));
+  TestCall<BrowserId, BoolValue> refused(host_, &Service::Close,
+                                         torvane::WindowId(1));
   host_.sequence.Run();
   EXPECT_EQ(0, refused.done.runs());
   EXPECT_EQ(rpc::WINDOW_CLOSE_REASON_CALL,
@@ -289,7 +296,8 @@ TEST_F(WindowServiceTest, CloseAnswersWhenTheQuestionIsSettled) {
   EXPECT_TRUE(host_.IsOpen(1));
 
   client.End();
-  TestCall<BrowserId, BoolValue> allowed(host_, &Service::Close, MakeId(1));
+  TestCall<BrowserId, BoolValue> allowed(host_, &Service::Close,
+                                         torvane::WindowId(1));
   host_.sequence.Run();
   EXPECT_EQ(1, allowed.done.runs());
   EXPECT_TRUE(allowed.response.value());
@@ -303,7 +311,7 @@ class SlowDesktopTest : public WindowServiceTest {
 
   // What Close answers if its client allows that and the desktop is asked.
   TestCall<BrowserId, BoolValue> CallClose() {
-    return {host_, &Service::Close, MakeId(1)};
+    return {host_, &Service::Close, torvane::WindowId(1)};
   }
 
   const absl::Status refusal_ =
@@ -311,7 +319,8 @@ class SlowDesktopTest : public WindowServiceTest {
 };
 
 TEST_F(SlowDesktopTest, ReadingTellsWhatIsConfirmedAndNotWhatIsRequested) {
-  TestCall<BrowserId, Empty> call(host_, &Service::Maximize, MakeId(1));
+  TestCall<BrowserId, Empty> call(host_, &Service::Maximize,
+                                  torvane::WindowId(1));
   host_.sequence.Run();
   EXPECT_FALSE(Ask(&Service::IsMaximized, 1));
   host_.windows.Confirm();
@@ -320,7 +329,8 @@ TEST_F(SlowDesktopTest, ReadingTellsWhatIsConfirmedAndNotWhatIsRequested) {
 }
 
 TEST_F(SlowDesktopTest, RefusedChangeLeavesTheWindowAsItWas) {
-  TestCall<BrowserId, Empty> call(host_, &Service::Maximize, MakeId(1));
+  TestCall<BrowserId, Empty> call(host_, &Service::Maximize,
+                                  torvane::WindowId(1));
   host_.windows.Refuse(refusal_);
   host_.sequence.Run();
   EXPECT_FALSE(Ask(&Service::IsMaximized, 1));
@@ -328,15 +338,18 @@ TEST_F(SlowDesktopTest, RefusedChangeLeavesTheWindowAsItWas) {
 
 TEST_F(SlowDesktopTest, UnconfirmedChangeFailsTheCallAsTooLate) {
   const absl::Status late = absl::DeadlineExceededError("Not confirmed.");
-  TestCall<BrowserId, Empty> call(host_, &Service::Maximize, MakeId(1));
+  TestCall<BrowserId, Empty> call(host_, &Service::Maximize,
+                                  torvane::WindowId(1));
   host_.windows.Refuse(late);
   host_.sequence.Run();
   EXPECT_EQ(late, call.context.status());
 }
 
 TEST_F(SlowDesktopTest, CallsOfOtherWindowsOutliveAWindowThatVanishes) {
-  TestCall<BrowserId, Empty> lost(host_, &Service::Maximize, MakeId(1));
-  TestCall<BrowserId, Empty> kept(host_, &Service::Maximize, MakeId(2));
+  TestCall<BrowserId, Empty> lost(host_, &Service::Maximize,
+                                  torvane::WindowId(1));
+  TestCall<BrowserId, Empty> kept(host_, &Service::Maximize,
+                                  torvane::WindowId(2));
   host_.windows.Lose(1);
   host_.sequence.Run();
   EXPECT_EQ(1, lost.done.runs());
@@ -348,7 +361,8 @@ TEST_F(SlowDesktopTest, CallsOfOtherWindowsOutliveAWindowThatVanishes) {
 }
 
 TEST_F(SlowDesktopTest, ChangeForAClientThatHasLeftIsMadeAndEndsItsCall) {
-  TestCall<BrowserId, Empty> call(host_, &Service::Maximize, MakeId(1));
+  TestCall<BrowserId, Empty> call(host_, &Service::Maximize,
+                                  torvane::WindowId(1));
   call.context.Cancel();
   host_.windows.Confirm();
   host_.sequence.Run();
@@ -388,7 +402,8 @@ TEST_F(SlowDesktopTest, CloseFindsAWindowGoneThatVanishesMeanwhile) {
 TEST_F(WindowServiceTest, CloseFindsAWindowGoneThatVanishesDuringTheQuestion) {
   TestStream<rpc::CloseWindow> client(*host_.service, kOnCloseWindow);
   client.AnswerFor(1);
-  TestCall<BrowserId, BoolValue> call(host_, &Service::Close, MakeId(1));
+  TestCall<BrowserId, BoolValue> call(host_, &Service::Close,
+                                      torvane::WindowId(1));
   host_.windows.Lose(1);
   rpc::CloseWindow::Response allowed;
   allowed.set_allowed(true);
@@ -403,10 +418,10 @@ TEST_F(WindowServiceTest, ClientsHearOfAClosedWindowBeforeCloseAnswers) {
                                                kWhenBrowserWindowClosed);
   watcher.Watch(1);
   size_t heard = 0;
-  const BrowserId id = MakeId(1);
+  const BrowserId id = torvane::WindowId(1);
   BoolValue closed;
   rpc::serving::CallContext context;
-  torvane::RecordingClosure done([&] { heard = watcher.Received().size(); });
+  torvane::CountingClosure done([&] { heard = watcher.Received().size(); });
   host_.service->Close(&context, &id, &closed, &done);
   host_.sequence.Run();
   EXPECT_EQ(1, done.runs());

@@ -2,13 +2,15 @@
 // go over the loop, so that a client never runs inside a stream.
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "core/common/rpc/conformance/scripted_service.h"
 #include "core/common/rpc/conformance/transport_under_test.h"
+#include "core/common/rpc/serving/call_context.h"
 #include "core/common/rpc/stream/abstract_stream.h"
 #include "core/common/rpc/stream/stream_channel.h"
-#include "core/common/rpc/testing/recording_call.h"
 
 namespace rpc::conformance {
 namespace {
@@ -22,19 +24,20 @@ class InProcessCall final : public LinkCall, private google::protobuf::Closure {
       : LinkCall(method), loop_(loop), request_(request.New()) {
     request_->CopyFrom(request);
     loop_.Post([this, &service, method] {
-      service.CallMethod(Method(method), &controller_, request_.get(),
+      context_.Start(*Method(method), "the test", std::nullopt);
+      service.CallMethod(Method(method), &context_, request_.get(),
                          response.get(), this);
     });
   }
 
  private:
   void Run() override {
-    loop_.Post([this] { End(controller_.ErrorText()); });
+    loop_.Post([this] { End(std::string(context_.status().message())); });
   }
 
   loop::Loop& loop_;
   const std::unique_ptr<google::protobuf::Message> request_;
-  torvane::RecordingController controller_;
+  serving::CallContext context_;
 };
 
 // Both ends of a stream.

@@ -15,6 +15,7 @@
 #include "core/common/rpc/loop/scoped_fd.h"
 #include "core/common/rpc/testing/host_process.h"
 #include "core/common/rpc/testing/private_folder.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream.h"
 #include "core/common/rpc/transport/client_controller.h"
@@ -85,19 +86,13 @@ class SocketLink final : public Link {
   std::unique_ptr<transport::Client> client_;
 };
 
-std::pair<ScopedFd, ScopedFd> NewSocketPair() {
-  int ends[2];
-  ABSL_PCHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
-  return {ScopedFd(ends[0]), ScopedFd(ends[1])};
-}
-
 // Server and client in one process, on one loop.
 class SocketPair : public Host {
  public:
   SocketPair() { server_.AddService(&service_); }
 
   std::unique_ptr<Link> Connect() override {
-    auto [client_end, server_end] = NewSocketPair();
+    auto [client_end, server_end] = torvane::SocketPair();
     return Connect(std::move(client_end), std::move(server_end));
   }
   void Stop() override { server_.Stop(); }
@@ -155,8 +150,8 @@ class BytePump {
 class ByteByByte final : public SocketPair {
  public:
   std::unique_ptr<Link> Connect() override {
-    auto [client_end, left] = NewSocketPair();
-    auto [right, server_end] = NewSocketPair();
+    auto [client_end, left] = torvane::SocketPair();
+    auto [right, server_end] = torvane::SocketPair();
     pumps_.push_back(
         std::make_unique<BytePump>(loop_, std::move(left), std::move(right)));
     return SocketPair::Connect(std::move(client_end), std::move(server_end));

@@ -10,6 +10,9 @@
 #include "awkward-names.v1.rpc.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/recording_call.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "deep_package.rpc.h"
 #include "foreign_types.rpc.h"
 #include "generic_services.rpc.h"
@@ -25,45 +28,17 @@ namespace {
 
 using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
-
-class Controller : public google::protobuf::RpcController {
- public:
-  void Reset() override {}
-  bool Failed() const override { return !text_.empty(); }
-  std::string ErrorText() const override { return text_; }
-  void StartCancel() override {}
-  void SetFailed(const std::string& text) override { text_ = text; }
-  bool IsCanceled() const override { return false; }
-  void NotifyOnCancel(google::protobuf::Closure*) override {}
-
- private:
-  std::string text_;
-};
-
-class NullEndpoint : public torvane::StreamChannel::Endpoint {
- public:
-  bool Send(const rpc::transport::StreamMessage&) override { return true; }
-  void Complete() override {}
-};
-
-torvane::StreamChannel MakeChannel() {
-  return torvane::StreamChannel(std::make_unique<NullEndpoint>());
-}
+using torvane::MakeChannel;
 
 // Calls a method with prototypes of its own and returns the failure text.
 std::string Call(torvane::Service& service, const MethodDescriptor* method) {
   const std::unique_ptr<google::protobuf::Message> response(
       service.GetResponsePrototype(method).New());
-  Controller controller;
-  bool completed = false;
-  struct Done : google::protobuf::Closure {
-    explicit Done(bool& completed) : completed(completed) {}
-    void Run() override { completed = true; }
-    bool& completed;
-  } done(completed);
+  torvane::RecordingController controller;
+  torvane::CountingClosure done;
   service.CallMethod(method, &controller, &service.GetRequestPrototype(method),
                      response.get(), &done);
-  EXPECT_TRUE(completed);
+  EXPECT_EQ(done.runs(), 1);
   return controller.ErrorText();
 }
 
@@ -123,8 +98,7 @@ TEST(GeneratedCode, OpensTheKindOfStreamThatTheMethodDeclares) {
       descriptor->FindMethodByName("WhenTick"), MakeChannel());
   const auto more_events = service.OpenStream(
       descriptor->FindMethodByName("WhenTickAgain"), MakeChannel());
-  BrowserId key;
-  key.set_value(1);
+  const BrowserId key = torvane::WindowId(1);
   static_cast<TickStream&>(*events).Subscribe(key);
   static_cast<TickStream&>(*more_events).Subscribe(key);
   EXPECT_EQ(TickStream::Publish(key, interleaved::Tick()), 2u);
@@ -161,7 +135,7 @@ TEST(GeneratedCode, AMethodNamedLikeAKeywordCanBeOverridden) {
 TEST(GeneratedCodeDeathTest, RefusesUnknownIndicesEvenWithoutMethods) {
   several::EmptyRpc service;
   const MethodDescriptor* method = several::FirstRpc::descriptor()->method(0);
-  Controller controller;
+  torvane::RecordingController controller;
   EXPECT_DEATH(
       service.CallMethod(method, &controller, nullptr, nullptr, nullptr),
       "Bad method index; this should never happen.");

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <array>
 #include <cstdio>
@@ -10,6 +9,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include "core/common/rpc/testing/private_folder.h"
 
 namespace {
 
@@ -34,16 +35,10 @@ Result RunShell(const std::string& command) {
 
 class Plugin : public testing::Test {
  protected:
-  Plugin() {
-    std::string folder = testing::TempDir() + "plugin_unittest.XXXXXX";
-    folder_ = mkdtemp(folder.data());
-  }
-  ~Plugin() override { std::filesystem::remove_all(folder_); }
-
   Result Protoc(const std::string& root, const std::string& proto) {
     return RunShell(
         std::string(PROTOC) + " -I" + root + " -I" TORVANE_PROTO_ROOT +
-        " --plugin=protoc-gen-rpc=" PLUGIN " --rpc_out=" + folder_.string() +
+        " --plugin=protoc-gen-rpc=" PLUGIN " --rpc_out=" + folder_.path() +
         " " + proto);
   }
 
@@ -53,24 +48,24 @@ class Plugin : public testing::Test {
     return content.str();
   }
 
-  std::filesystem::path folder_;
+  const torvane::PrivateFolder folder_;
 };
 
 TEST_F(Plugin, WritesWhatTheGoldenFilesHold) {
   const Result result = Protoc(TESTDATA, "interleaved.proto");
   ASSERT_EQ(result.status, 0) << result.output;
   for (const char* name : {"interleaved.rpc.h", "interleaved.rpc.cc"}) {
-    const std::string written = Read(folder_ / name);
+    const std::string written = Read(folder_.File(name));
     EXPECT_FALSE(written.empty());
     EXPECT_EQ(written, Read(std::filesystem::path(TESTDATA) / "golden" / name));
   }
 }
 
 TEST_F(Plugin, AcceptsOptionalFieldsOfProto3) {
-  std::ofstream(folder_ / "presence.proto")
+  std::ofstream(folder_.File("presence.proto"))
       << "syntax = 'proto3'; message M { optional int32 n = 1; }"
          "service S { rpc Call(M) returns (M); }";
-  const Result result = Protoc(folder_.string(), "presence.proto");
+  const Result result = Protoc(folder_.path(), "presence.proto");
   EXPECT_EQ(result.status, 0) << result.output;
 }
 
@@ -80,7 +75,7 @@ TEST_F(Plugin, FailsWithThePositionOfTheFault) {
   EXPECT_THAT(result.output,
               StartsWith("--rpc_out: unknown_stream_shape.proto:9:3: "
                          "Streaming method 'Talk'"));
-  EXPECT_TRUE(std::filesystem::is_empty(folder_));
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path()));
 }
 
 TEST_F(Plugin, ExplainsItself) {

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "core/common/rpc/serving/limit_table.h"
+#include "core/common/rpc/testing/recording_call.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::status {
@@ -30,9 +31,9 @@ class StatusServiceTest : public ::testing::Test {
   static StatusReport Say(const ServerReport& report) {
     StatusService service([&report] { return report; });
     StatusReport response;
-    transport::Done done;
+    torvane::CountingClosure done;
     service.GetStatus(nullptr, nullptr, &response, &done);
-    EXPECT_EQ(done.runs, 1);
+    EXPECT_EQ(done.runs(), 1);
     return response;
   }
 };

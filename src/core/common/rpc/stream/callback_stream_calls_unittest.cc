@@ -68,7 +68,7 @@ TEST_F(CallsTest, AnAnswerReachesItsCallWholeAndOnce) {
   const auto stream = Open();
   std::optional<rpc::CloseWindow> answer;
   CallbackStreamTestPeer::Add(
-      *stream, Window(7), 3,
+      *stream, WindowId(7), 3,
       {.response_callback =
            [&](rpc::CloseWindow& message) {
              answer = message;
@@ -124,15 +124,15 @@ TEST_F(CallsTest, TheLastAnswerRemovesTheWindowAndItsKey) {
     return Stream::StreamCall{.response_callback = [](rpc::CloseWindow&) {},
                               .error_callback = [](StreamCallError) {}};
   };
-  CallbackStreamTestPeer::Add(*stream, Window(7), 1, silent());
-  CallbackStreamTestPeer::Add(*stream, Window(7), 2, silent());
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 1, silent());
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 2, silent());
   Answer(*stream, 7, 1);
   EXPECT_EQ(PendingCalls(*stream, 7), 1u);
   Answer(*stream, 7, 2);
   EXPECT_EQ(PendingWindows(*stream), 0u);
   EXPECT_EQ(CountAllocations().live(), before);
 
-  CallbackStreamTestPeer::Add(*stream, Window(7), 3, silent());
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 3, silent());
   EXPECT_EQ(PendingCalls(*stream, 7), 1u);
   Fail(*stream, 7, 3);
   EXPECT_EQ(PendingWindows(*stream), 0u);
@@ -143,7 +143,7 @@ TEST_F(CallsTest, AnAnsweredCallIsDestroyedAfterItsCallback) {
   const auto stream = Open();
   std::vector<std::string> events;
   CallbackStreamTestPeer::Add(
-      *stream, Window(7), 1,
+      *stream, WindowId(7), 1,
       {.response_callback =
            [&events, f = Farewell(events, "response destroyed")](
                rpc::CloseWindow&) { events.push_back("answered"); },
@@ -158,7 +158,7 @@ TEST_F(CallsTest, AnErrorFrameFailsItsCallOnce) {
   const auto stream = Open();
   size_t pending_in_callback = 0;
   CallbackStreamTestPeer::Add(
-      *stream, Window(7), 3,
+      *stream, WindowId(7), 3,
       {.response_callback = [](rpc::CloseWindow&) { ADD_FAILURE(); },
        .error_callback =
            [&](StreamCallError error) {
@@ -227,7 +227,7 @@ TEST_F(CallsTest, CancellationGoesByAscendingSignedIds) {
   const auto stream = Open();
   for (const int64_t id : {7, 3, 5, 0, -1})
     Pend(*stream, 7, id);
-  stream->CancelPendingRequests(Window(7));
+  stream->CancelPendingRequests(WindowId(7));
   EXPECT_THAT(endings_, ElementsAre("-1 error 1", "0 error 1", "3 error 1",
                                     "5 error 1", "7 error 1"));
   EXPECT_EQ(PendingWindows(*stream), 0u);
@@ -237,8 +237,8 @@ TEST_F(CallsTest, CancellationIsForOneWindow) {
   const auto stream = Open();
   Pend(*stream, 7, 1);
   Pend(*stream, 8, 2);
-  stream->CancelPendingRequests(Window(9));
-  stream->CancelPendingRequests(Window(7));
+  stream->CancelPendingRequests(WindowId(9));
+  stream->CancelPendingRequests(WindowId(7));
   EXPECT_THAT(endings_, ElementsAre("1 error 1"));
   EXPECT_EQ(PendingCalls(*stream, 8), 1u);
 }
@@ -248,7 +248,7 @@ TEST_F(CallsTest, CancellationKeepsTheEntriesMeanwhile) {
   std::vector<std::string> events;
   for (const int64_t id : {1, 2}) {
     CallbackStreamTestPeer::Add(
-        *stream, Window(7), id,
+        *stream, WindowId(7), id,
         {.response_callback = [](rpc::CloseWindow&) { ADD_FAILURE(); },
          .error_callback =
              [&, id, f = Farewell(events, std::to_string(id) + " destroyed")](
@@ -257,7 +257,7 @@ TEST_F(CallsTest, CancellationKeepsTheEntriesMeanwhile) {
                events.push_back(std::to_string(id) + " cancelled");
              }});
   }
-  stream->CancelPendingRequests(Window(7));
+  stream->CancelPendingRequests(WindowId(7));
   ASSERT_EQ(events.size(), 4u);
   EXPECT_EQ(events[0], "1 cancelled");
   EXPECT_EQ(events[1], "2 cancelled");
@@ -276,20 +276,20 @@ TEST_F(CallsTest, CancellationRunsOnACopyOfTheCallable) {
   const auto stream = Open();
   bool called_as_copy = false;
   for (const int64_t id : {1, 2}) {
-    CallbackStreamTestPeer::Add(*stream, Window(7), id,
+    CallbackStreamTestPeer::Add(*stream, WindowId(7), id,
                                 {.response_callback = [](rpc::CloseWindow&) {},
                                  .error_callback = CopyAware(called_as_copy)});
   }
   Fail(*stream, 7, 1);
   EXPECT_FALSE(called_as_copy);
-  stream->CancelPendingRequests(Window(7));
+  stream->CancelPendingRequests(WindowId(7));
   EXPECT_TRUE(called_as_copy);
 }
 
 TEST_F(CallsTest, CancellationMayBeGivenTheTablesOwnKey) {
   const auto stream = Open();
   const ptrdiff_t before = CountAllocations().live();
-  CallbackStreamTestPeer::Add(*stream, Window(7), 1,
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 1,
                               {.response_callback = [](rpc::CloseWindow&) {},
                                .error_callback = [](StreamCallError) {}});
   const auto& table = CallbackStreamTestPeer::PendingCalls(*stream);
@@ -321,7 +321,7 @@ TEST_F(CallsTest, CompletionCancelsTheCallsOfEveryWindow) {
 TEST_F(CallsTest, DestructionDiscardsCallsWithoutCallingThem) {
   auto stream = Open();
   std::vector<std::string> gone;
-  const auto* key = new BrowserId(Window(7));
+  const auto* key = new BrowserId(WindowId(7));
   CallbackStreamTestPeer::PendingCalls(*stream)[key].emplace(
       1, Stream::StreamCall{
              .response_callback = [f = Farewell(gone, "discarded")](
@@ -338,7 +338,7 @@ class AskTest : public CallbackStreamTest {
  protected:
   static rpc::CloseWindow QuestionAbout(int64_t window) {
     rpc::CloseWindow message;
-    *message.mutable_browser_id() = Window(window);
+    *message.mutable_browser_id() = WindowId(window);
     message.mutable_question();
     return message;
   }
@@ -419,7 +419,7 @@ TEST_F(AskTest, ACallThatAFailedWriteHasEndedWasAskedAllTheSame) {
   Stream stream(&service_, rpc::BrowserWindowRpc::descriptor()->method(40),
                 StreamChannel(std::move(endpoint)));
   broken->stream = &stream;
-  stream.Subscribe(Window(7));
+  stream.Subscribe(WindowId(7));
   EXPECT_TRUE(Stream::Ask(QuestionAbout(7), Recorded("question")));
   EXPECT_THAT(endings_, ElementsAre("question error 1"));
 }
@@ -430,7 +430,7 @@ TEST_F(AskTest, IsRefusedByAStreamThatIsCompleting) {
   Subscription(*stream, 7, true);
   Subscription(*stream, 8, true);
   bool asked = true;
-  CallbackStreamTestPeer::Add(*stream, Window(7), 1,
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 1,
                               {.response_callback = [](rpc::CloseWindow&) {},
                                .error_callback =
                                    [&](StreamCallError) {

@@ -13,6 +13,7 @@
 
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace torvane {
@@ -72,12 +73,6 @@ class CallbackStreamTest : public testing::Test {
                    MakeChannel(std::move(client))));
   }
 
-  static BrowserId Window(int64_t value) {
-    BrowserId id;
-    id.set_value(value);
-    return id;
-  }
-
   static Frame FrameOf(const rpc::CloseWindow& message, int64_t call_id = 0) {
     Frame frame;
     message.SerializeToString(frame.mutable_payload());
@@ -87,7 +82,7 @@ class CallbackStreamTest : public testing::Test {
 
   static void Subscription(Stream& stream, int64_t window, bool subscribe) {
     rpc::CloseWindow message;
-    *message.mutable_browser_id() = Window(window);
+    *message.mutable_browser_id() = WindowId(window);
     message.set_subscribe(subscribe);
     Frame frame = FrameOf(message);
     stream.OnNext(&frame);
@@ -95,7 +90,7 @@ class CallbackStreamTest : public testing::Test {
 
   static rpc::CloseWindow AnswerAbout(int64_t window) {
     rpc::CloseWindow message;
-    *message.mutable_browser_id() = Window(window);
+    *message.mutable_browser_id() = WindowId(window);
     message.mutable_response();
     return message;
   }
@@ -107,14 +102,14 @@ class CallbackStreamTest : public testing::Test {
 
   static void Fail(Stream& stream, int64_t window, int64_t call_id) {
     rpc::CloseWindow message;
-    *message.mutable_browser_id() = Window(window);
+    *message.mutable_browser_id() = WindowId(window);
     Frame frame = FrameOf(message, call_id);
     stream.OnError(&frame);
   }
 
   // The stream that answers for a window, null where none does.
   static Stream* StreamOf(int64_t window) {
-    const BrowserId key = Window(window);
+    const BrowserId key = WindowId(window);
     const auto entry = Stream::stream_map_.find(&key);
     return entry == Stream::stream_map_.end() ? nullptr : entry->second;
   }
@@ -126,7 +121,7 @@ class CallbackStreamTest : public testing::Test {
   }
 
   static size_t PendingCalls(Stream& stream, int64_t window) {
-    const BrowserId key = Window(window);
+    const BrowserId key = WindowId(window);
     auto& table = CallbackStreamTestPeer::PendingCalls(stream);
     const auto entry = table.find(&key);
     return entry == table.end() ? 0 : entry->second.size();
@@ -148,7 +143,7 @@ class CallbackStreamTest : public testing::Test {
 
   // Makes a call pending under an id of the test's choice, which names it.
   void Pend(Stream& stream, int64_t window, int64_t call_id) {
-    CallbackStreamTestPeer::Add(stream, Window(window), call_id,
+    CallbackStreamTestPeer::Add(stream, WindowId(window), call_id,
                                 Recorded(std::to_string(call_id)));
   }
 

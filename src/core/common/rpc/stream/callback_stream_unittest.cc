@@ -16,6 +16,7 @@
 #include "core/common/rpc/stream/callback_stream_test_support.h"
 #include "core/common/rpc/testing/allocation_counter.h"
 #include "core/common/rpc/testing/fatal_record.h"
+#include "core/common/rpc/testing/log_capture.h"
 #include "core/common/rpc/testing/virtual_slot.h"
 
 namespace torvane {
@@ -24,43 +25,6 @@ namespace {
 using google::protobuf::Message;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-struct LogRecord {
-  int severity;
-  std::string file;
-  int line;
-  std::string text;
-};
-
-// Takes the place of the log while it lives.
-class LogCapture {
- public:
-  LogCapture() {
-    records_.clear();
-    logging::SetLogMessageHandler(&Handle);
-  }
-  ~LogCapture() {
-    logging::SetLogMessageHandler(nullptr);
-    logging::SetMinLogLevel(logging::LOGGING_INFO);
-  }
-
-  const std::vector<LogRecord>& records() const { return records_; }
-
- private:
-  static bool Handle(int severity,
-                     const char* file,
-                     int line,
-                     size_t message_start,
-                     const std::string& str) {
-    std::string text = str.substr(message_start);
-    while (text.ends_with('\n'))
-      text.pop_back();
-    records_.push_back({severity, file, line, text});
-    return true;
-  }
-
-  static inline std::vector<LogRecord> records_;
-};
 
 TEST_F(CallbackStreamTest, OverridesTheOperationsOfItsBaseAndAddsNone) {
   EXPECT_EQ(SlotOf(&Stream::OnNext), kDestructorSlots);
@@ -87,7 +51,7 @@ TEST_F(CallbackStreamTest, ASubscribeFrameBindsTheWindowToTheStream) {
 
 TEST_F(CallbackStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
   const auto stream = Open();
-  BrowserId key = Window(7);
+  BrowserId key = WindowId(7);
   stream->Subscribe(key);
   const Message* stored = Stream::stream_map_.begin()->first;
   EXPECT_NE(stored, &key);
@@ -101,9 +65,9 @@ TEST_F(CallbackStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
 TEST_F(CallbackStreamTest, SubscribingTwiceOnOneStreamChangesNothing) {
   const LogCapture log;
   const auto stream = Open();
-  stream->Subscribe(Window(7));
+  stream->Subscribe(WindowId(7));
   const Message* stored = Stream::stream_map_.begin()->first;
-  const BrowserId equal = Window(7);
+  const BrowserId equal = WindowId(7);
   const auto before = CountAllocations().allocations;
   stream->Subscribe(equal);
   EXPECT_EQ(CountAllocations().allocations, before);
@@ -213,7 +177,7 @@ TEST_F(CallbackStreamTest, UnsubscribingAnUnknownWindowDoesNothing) {
 
 TEST_F(CallbackStreamTest, DestroysTheKeyCopyWithTheBinding) {
   const auto stream = Open();
-  const BrowserId key = Window(7);
+  const BrowserId key = WindowId(7);
   const ptrdiff_t before = CountAllocations().live();
   stream->Subscribe(key);
   EXPECT_GT(CountAllocations().live(), before);
@@ -223,9 +187,9 @@ TEST_F(CallbackStreamTest, DestroysTheKeyCopyWithTheBinding) {
 
 TEST_F(CallbackStreamTest, UnsubscribeItselfLeavesPendingCallsAlone) {
   const auto stream = Open();
-  stream->Subscribe(Window(7));
+  stream->Subscribe(WindowId(7));
   Pend(*stream, 7, 1);
-  stream->Unsubscribe(Window(7));
+  stream->Unsubscribe(WindowId(7));
   EXPECT_EQ(PendingCalls(*stream, 7), 1u);
   EXPECT_THAT(endings_, IsEmpty());
 }
@@ -235,7 +199,7 @@ TEST_F(CallbackStreamTest, AnUnsubscribeFrameCancelsAfterTheWindowIsReleased) {
   Subscription(*stream, 7, true);
   Stream* bound_at_cancellation = stream.get();
   CallbackStreamTestPeer::Add(
-      *stream, Window(7), 1,
+      *stream, WindowId(7), 1,
       {.response_callback = [](rpc::CloseWindow&) {},
        .error_callback =
            [&](StreamCallError) { bound_at_cancellation = StreamOf(7); }});
@@ -269,7 +233,7 @@ TEST_F(CallbackStreamTest, DecodesFramesWithTheResponsePrototype) {
 TEST_F(CallbackStreamTest, HandlesAFrameAsFarAsItParsed) {
   const auto stream = Open();
   rpc::CloseWindow message;
-  *message.mutable_browser_id() = Window(7);
+  *message.mutable_browser_id() = WindowId(7);
   message.set_subscribe(true);
   Frame frame = FrameOf(message);
   // A field that announces more bytes than there are.
@@ -282,7 +246,7 @@ TEST_F(CallbackStreamTest, LeavesTheFrameToItsOwnerAndFreesTheMessage) {
   const auto stream = Open();
   Subscription(*stream, 7, true);
   rpc::CloseWindow message;
-  *message.mutable_browser_id() = Window(7);
+  *message.mutable_browser_id() = WindowId(7);
   message.set_subscribe(true);
   Frame frame = FrameOf(message, 3);
   const std::string bytes = frame.SerializeAsString();
@@ -299,7 +263,7 @@ TEST_F(CallbackStreamTest, CompletionCancelsThenUnbindsThenCompletes) {
   Subscription(*stream, 7, true);
   Subscription(*stream, 8, true);
   size_t bindings_at_cancellation = 0;
-  CallbackStreamTestPeer::Add(*stream, Window(7), 1,
+  CallbackStreamTestPeer::Add(*stream, WindowId(7), 1,
                               {.response_callback = [](rpc::CloseWindow&) {},
                                .error_callback =
                                    [&](StreamCallError error) {
@@ -321,10 +285,10 @@ TEST_F(CallbackStreamTest, CompletionCancelsThenUnbindsThenCompletes) {
 TEST_F(CallbackStreamTest, CompletionLeavesNothingAllocated) {
   const auto stream = Open();
   const ptrdiff_t before = CountAllocations().live();
-  stream->Subscribe(Window(7));
-  stream->Subscribe(Window(8));
+  stream->Subscribe(WindowId(7));
+  stream->Subscribe(WindowId(8));
   for (const int64_t window : {7, 8, 9}) {
-    CallbackStreamTestPeer::Add(*stream, Window(window), 1,
+    CallbackStreamTestPeer::Add(*stream, WindowId(window), 1,
                                 {.response_callback = [](rpc::CloseWindow&) {},
                                  .error_callback = [](StreamCallError) {}});
   }
@@ -370,7 +334,7 @@ FatalRecord Delivery(torvane::AbstractStream& stream,
 TEST_F(CallbackStreamDeathTest, AFrameThatSaysNothingEndsTheProcess) {
   const auto stream = Open();
   rpc::CloseWindow message;
-  *message.mutable_browser_id() = Window(7);
+  *message.mutable_browser_id() = WindowId(7);
   EXPECT_NE(Delivery(*stream, FrameOf(message)).signal, 0);
   EXPECT_NE(Delivery(*stream, Frame()).signal, 0);
 }

@@ -21,7 +21,7 @@ class PublishTest : public EventStreamTest {
  protected:
   static rpc::BrowserWindowClosed Closed(int64_t window) {
     rpc::BrowserWindowClosed event;
-    *event.mutable_browser_id() = Window(window);
+    *event.mutable_browser_id() = WindowId(window);
     return event;
   }
 };
@@ -37,7 +37,7 @@ TEST_F(PublishTest, WritesTheEventToEveryStreamOfTheKey) {
   Subscribe(*other, 7);
   Subscribe(*unconcerned, 8);
 
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 2u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 2u);
   for (const auto& client : {first, second}) {
     ASSERT_EQ(client->frames.size(), 1u);
     EXPECT_EQ(client->frames[0].payload(), Closed(7).SerializeAsString());
@@ -49,7 +49,7 @@ TEST_F(PublishTest, WritesTheEventToEveryStreamOfTheKey) {
 TEST_F(PublishTest, ReachesNobodyWhereNobodySubscribed) {
   const auto stream = Open();
   Subscribe(*stream, 8);
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 0u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 0u);
   EXPECT_EQ(Entries(), 1u);
 }
 
@@ -60,7 +60,7 @@ TEST_F(PublishTest, DoesNotCountClientsThatCanNoLongerBeReached) {
   Subscribe(*stream, 7);
   Subscribe(*other, 7);
   client->reachable = false;
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
 }
 
 TEST_F(PublishTest, PassesOverStreamsThatCompletedUnderASharedKey) {
@@ -70,9 +70,9 @@ TEST_F(PublishTest, PassesOverStreamsThatCompletedUnderASharedKey) {
   Subscribe(*stream, 7);
   Subscribe(*other, 7);
   stream->OnCompleted();
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
   stream.reset();
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
   EXPECT_TRUE(client->frames.empty());
 }
 
@@ -82,8 +82,8 @@ TEST_F(PublishTest, ANewStreamDoesNotInheritTheKeysOfItsAddress) {
   const auto other = Open();
   Stream* stream = new (memory) Stream(&service_, method, MakeChannel());
   for (const int64_t window : {1, 2, 3}) {
-    stream->Subscribe(Window(window));
-    other->Subscribe(Window(window));
+    stream->Subscribe(WindowId(window));
+    other->Subscribe(WindowId(window));
   }
   stream->OnCompleted();
   stream->~Stream();
@@ -92,17 +92,17 @@ TEST_F(PublishTest, ANewStreamDoesNotInheritTheKeysOfItsAddress) {
   const auto client = std::make_shared<FakeClient>();
   stream = new (memory) Stream(&service_, method, MakeChannel(client));
   EXPECT_EQ(SubscribersOf(1), (Streams{stream, other.get()}));
-  EXPECT_EQ(Stream::Publish(Window(1), Closed(1)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(1), Closed(1)), 1u);
   EXPECT_TRUE(client->frames.empty());
 
-  stream->Subscribe(Window(2));
-  EXPECT_EQ(Stream::Publish(Window(2), Closed(2)), 2u);
+  stream->Subscribe(WindowId(2));
+  EXPECT_EQ(Stream::Publish(WindowId(2), Closed(2)), 2u);
   EXPECT_EQ(client->frames.size(), 1u);
 
-  stream->Unsubscribe(Window(3));
+  stream->Unsubscribe(WindowId(3));
   EXPECT_EQ(SubscribersOf(3), Streams{other.get()});
-  stream->Subscribe(Window(3));
-  EXPECT_EQ(Stream::Publish(Window(3), Closed(3)), 2u);
+  stream->Subscribe(WindowId(3));
+  EXPECT_EQ(Stream::Publish(WindowId(3), Closed(3)), 2u);
   stream->OnCompleted();
   stream->~Stream();
 }
@@ -112,8 +112,8 @@ TEST_F(PublishTest, OpeningAStreamDoesNotTouchTheRegistry) {
   alignas(Stream) char memory[sizeof(Stream)];
   const auto* method = rpc::BrowserWindowRpc::descriptor()->method(37);
   Stream* stream = new (memory) Stream(&service_, method, MakeChannel());
-  stream->Subscribe(Window(1));
-  other->Subscribe(Window(1));
+  stream->Subscribe(WindowId(1));
+  other->Subscribe(WindowId(1));
   stream->OnCompleted();
   stream->~Stream();
   const auto before = Stream::stream_map_;
@@ -139,16 +139,16 @@ TEST_F(PublishTest, SerialisesTheEventOnceForAllStreams) {
   CountedStream second(&service_, nullptr, MakeChannel(client));
   CountedStream third(&service_, nullptr, MakeChannel(client));
   for (CountedStream* stream : {&first, &second, &third})
-    stream->Subscribe(Window(7));
+    stream->Subscribe(WindowId(7));
   const CountedEvent event;
-  EXPECT_EQ(CountedStream::Publish(Window(7), event), 3u);
+  EXPECT_EQ(CountedStream::Publish(WindowId(7), event), 3u);
   EXPECT_EQ(event.serialised, 1);
   EXPECT_EQ(client->frames.back().payload(), "event");
 
-  EXPECT_EQ(CountedStream::Publish(Window(8), event), 0u);
+  EXPECT_EQ(CountedStream::Publish(WindowId(8), event), 0u);
   EXPECT_EQ(event.serialised, 1);
   for (CountedStream* stream : {&first, &second, &third})
-    stream->Unsubscribe(Window(7));
+    stream->Unsubscribe(WindowId(7));
 }
 
 TEST_F(PublishTest, PassesOverThoseWhoAreNoLongerSubscribedByAWrite) {
@@ -164,11 +164,11 @@ TEST_F(PublishTest, PassesOverThoseWhoAreNoLongerSubscribedByAWrite) {
       return;
     // The last one is then the only subscriber, and leaves the set as it
     // completes.
-    streams[0]->Unsubscribe(Window(7));
-    streams[1]->Unsubscribe(Window(7));
+    streams[0]->Unsubscribe(WindowId(7));
+    streams[1]->Unsubscribe(WindowId(7));
     streams[2]->OnCompleted();
   };
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
   EXPECT_EQ(client->frames.size(), 1u);
 }
 
@@ -185,7 +185,7 @@ TEST_F(PublishTest, SurvivesStreamsThatAWriteCompletes) {
     for (const auto& stream : streams)
       stream->OnCompleted();
   };
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
   EXPECT_EQ(client->completions, 3);
 }
 
@@ -196,7 +196,7 @@ TEST_F(PublishTest, SurvivesTheLastSubscribersCompletionByAWrite) {
   client->on_frame = [&](const rpc::transport::StreamMessage&) {
     stream->OnCompleted();
   };
-  EXPECT_EQ(Stream::Publish(Window(7), Closed(7)), 1u);
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 1u);
   EXPECT_EQ(Entries(), 0u);
 }
 

@@ -13,6 +13,7 @@
 
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace torvane {
@@ -22,14 +23,8 @@ class EventStreamTest : public testing::Test {
   using Stream = EventStream<rpc::BrowserWindowClosed>;
   using Streams = std::set<Stream*>;
 
-  static BrowserId Window(int64_t value) {
-    BrowserId id;
-    id.set_value(value);
-    return id;
-  }
-
-  // Builds the descriptor now: it is built on first use, which would disturb
-  // tests that count allocations.
+  // Descriptors are made when they are first needed, which tests that count
+  // allocations must not see.
   EventStreamTest() { EXPECT_NE(BrowserId::descriptor(), nullptr); }
 
   ~EventStreamTest() override {
@@ -57,19 +52,19 @@ class EventStreamTest : public testing::Test {
 
   static void Subscribe(Stream& stream, int64_t window) {
     rpc::EventSubscription subscription;
-    *subscription.mutable_subscribe_to() = Window(window);
+    *subscription.mutable_subscribe_to() = WindowId(window);
     Deliver(stream, subscription.SerializeAsString());
   }
 
   static void Unsubscribe(Stream& stream, int64_t window) {
     rpc::EventSubscription subscription;
-    *subscription.mutable_unsubscribe_from() = Window(window);
+    *subscription.mutable_unsubscribe_from() = WindowId(window);
     Deliver(stream, subscription.SerializeAsString());
   }
 
   // The streams subscribed to a window; none where there is no entry.
   static Streams SubscribersOf(int64_t window) {
-    const BrowserId key = Window(window);
+    const BrowserId key = WindowId(window);
     const auto entry = Stream::stream_map_.find(&key);
     if (entry == Stream::stream_map_.end())
       return {};

@@ -43,7 +43,7 @@ TEST_F(EventStreamTest, SubscribesToTheWindowThatAFrameNames) {
 
 TEST_F(EventStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
   const auto stream = Open();
-  BrowserId key = Window(7);
+  BrowserId key = WindowId(7);
   stream->Subscribe(key);
   const Message* stored = Stream::stream_map_.begin()->first;
   EXPECT_NE(stored, &key);
@@ -55,10 +55,10 @@ TEST_F(EventStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
 
 TEST_F(EventStreamTest, HoldsEqualKeysOfOneStreamOnce) {
   const auto stream = Open();
-  stream->Subscribe(Window(7));
+  stream->Subscribe(WindowId(7));
   const Message* stored = Stream::stream_map_.begin()->first;
   const auto before = CountAllocations().allocations;
-  const BrowserId equal = Window(7);
+  const BrowserId equal = WindowId(7);
   stream->Subscribe(equal);
   EXPECT_EQ(CountAllocations().allocations, before);
   EXPECT_EQ(Entries(), 1u);
@@ -68,15 +68,15 @@ TEST_F(EventStreamTest, HoldsEqualKeysOfOneStreamOnce) {
 
 TEST_F(EventStreamTest, OneUnsubscribeUndoesAnyNumberOfSubscribes) {
   const auto stream = Open();
-  stream->Subscribe(Window(7));
-  stream->Subscribe(Window(7));
-  stream->Unsubscribe(Window(7));
+  stream->Subscribe(WindowId(7));
+  stream->Subscribe(WindowId(7));
+  stream->Unsubscribe(WindowId(7));
   EXPECT_EQ(Entries(), 0u);
 }
 
 TEST_F(EventStreamTest, DestroysTheKeyCopyWithTheEntry) {
   const auto stream = Open();
-  const BrowserId key = Window(7);
+  const BrowserId key = WindowId(7);
   const ptrdiff_t before = CountAllocations().live();
   stream->Subscribe(key);
   EXPECT_GT(CountAllocations().live(), before);
@@ -112,7 +112,7 @@ TEST_F(EventStreamTest, UnsubscribingFromAKeyHeldOnlyByOthersChangesNothing) {
 
 TEST_F(EventStreamTest, UnsubscribingFromAnUnknownKeyDestroysTheKeyPassed) {
   const auto stream = Open();
-  BrowserId* const key = new BrowserId(Window(7));
+  BrowserId* const key = new BrowserId(WindowId(7));
   const ptrdiff_t before = CountAllocations().live();
   stream->Unsubscribe(*key);
   EXPECT_EQ(CountAllocations().live(), before - 1);
@@ -137,7 +137,7 @@ TEST_F(EventStreamTest, FramesThatAskForNothingChangeNothing) {
 TEST_F(EventStreamTest, APayloadCountsAsFarAsItParsed) {
   const auto stream = Open();
   rpc::EventSubscription subscription;
-  *subscription.mutable_subscribe_to() = Window(7);
+  *subscription.mutable_subscribe_to() = WindowId(7);
   // A field that announces more bytes than there are.
   Deliver(*stream, subscription.SerializeAsString() + "\x1a\x7f");
   EXPECT_EQ(SubscribersOf(7), Streams{stream.get()});
@@ -161,15 +161,15 @@ TEST_F(EventStreamTest, NeverFreesTheRequestOfAFrame) {
   EXPECT_EQ(BlocksLeftBy(*stream, {}), 1);
 
   rpc::EventSubscription subscribe;
-  *subscribe.mutable_subscribe_to() = Window(7);
-  stream->Subscribe(Window(7));
+  *subscribe.mutable_subscribe_to() = WindowId(7);
+  stream->Subscribe(WindowId(7));
   // The request and the key in it.
   EXPECT_EQ(BlocksLeftBy(*stream, subscribe), 2);
 
   rpc::EventSubscription unsubscribe;
-  *unsubscribe.mutable_unsubscribe_from() = Window(7);
+  *unsubscribe.mutable_unsubscribe_from() = WindowId(7);
   const auto other = Open();
-  other->Subscribe(Window(7));
+  other->Subscribe(WindowId(7));
   EXPECT_EQ(BlocksLeftBy(*other, unsubscribe), 2 - 1)
       << "the request, its key, less the place in the set";
 }
@@ -177,7 +177,7 @@ TEST_F(EventStreamTest, NeverFreesTheRequestOfAFrame) {
 TEST_F(EventStreamTest, AnUnsubscribeFrameForAnUnknownKeyDestroysItsKey) {
   const auto stream = Open();
   rpc::EventSubscription unsubscribe;
-  *unsubscribe.mutable_unsubscribe_from() = Window(7);
+  *unsubscribe.mutable_unsubscribe_from() = WindowId(7);
   // The request is left, without the key that it carried.
   EXPECT_EQ(BlocksLeftBy(*stream, unsubscribe), 1);
 }
@@ -187,7 +187,7 @@ TEST_F(EventStreamTest, IgnoresErrorsOfTheClient) {
   const auto stream = Open(client);
   Subscribe(*stream, 7);
   rpc::EventSubscription subscription;
-  *subscription.mutable_unsubscribe_from() = Window(7);
+  *subscription.mutable_unsubscribe_from() = WindowId(7);
   rpc::transport::StreamMessage frame;
   subscription.SerializeToString(frame.mutable_payload());
   stream->OnError(&frame);
@@ -202,9 +202,9 @@ TEST_F(EventStreamTest, LeavesTheKeysThatItAloneHeldAndThenCompletes) {
   client->on_complete = [&] { entries_at_completion = Entries(); };
   const auto stream = Open(client);
   const ptrdiff_t before = CountAllocations().live();
-  stream->Subscribe(Window(1));
-  stream->Subscribe(Window(2));
-  stream->Subscribe(Window(3));
+  stream->Subscribe(WindowId(1));
+  stream->Subscribe(WindowId(2));
+  stream->Subscribe(WindowId(3));
   stream->OnCompleted();
   EXPECT_EQ(entries_at_completion, 0u);
   EXPECT_EQ(client->completions, 1);
@@ -219,7 +219,7 @@ TEST_F(EventStreamTest, StaysInTheKeysThatItSharesWhenItCompletes) {
   Subscribe(*stream, 2);
   Subscribe(*other, 2);
   const Message* shared = [] {
-    const BrowserId key = Window(2);
+    const BrowserId key = WindowId(2);
     return Stream::stream_map_.find(&key)->first;
   }();
   stream->OnCompleted();

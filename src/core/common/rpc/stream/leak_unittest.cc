@@ -10,6 +10,7 @@
 
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace torvane {
@@ -44,9 +45,7 @@ TEST(LeakTest, TheRequestsOfFramesArePassedOver) {
 // Forgets the key that a subscription has copied.
 void LeakAKey(torvane::Service& service) {
   const auto stream = Open(service);
-  BrowserId key;
-  key.set_value(7);
-  stream->Subscribe(key);
+  stream->Subscribe(WindowId(7));
   Stream::stream_map_.clear();
 }
 

@@ -10,6 +10,7 @@
 #include "comparator_proto3.pb.h"
 #include "core/common/rpc/stream/message_comparator_test_support.h"
 #include "core/common/rpc/testing/allocation_counter.h"
+#include "core/common/rpc/testing/window_id.h"
 
 namespace torvane {
 namespace {
@@ -49,9 +50,8 @@ TEST(MessageComparatorAllocation, CountsWhatIsAllocated) {
 
 // Not even for descriptors, if nobody else has asked for them.
 TEST(MessageComparatorAllocation, NothingForTheFirstComparisonOfWindows) {
-  BrowserId id, other;
-  id.set_value(7);
-  other.set_value(8);
+  const BrowserId id = WindowId(7);
+  BrowserId other = WindowId(8);
   bool ordered = false;
   EXPECT_EQ(AllocationsOf([&] { ordered = Ordered(id, other); }), 0u);
   EXPECT_TRUE(ordered);
@@ -61,11 +61,8 @@ TEST(MessageComparatorAllocation, NothingForTheFirstComparisonOfWindows) {
 }
 
 TEST(MessageComparatorAllocation, NothingForAWindow) {
-  BrowserId id, other;
-  id.set_value(7);
-  other.set_value(8);
-  ExpectNoAllocation(id, other);
-  ExpectNoAllocation(id, BrowserId());
+  ExpectNoAllocation(WindowId(7), WindowId(8));
+  ExpectNoAllocation(WindowId(7), BrowserId());
 }
 
 TEST(MessageComparatorAllocation, NothingUpToTheVeryLimit) {

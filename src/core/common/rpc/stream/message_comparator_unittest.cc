@@ -16,6 +16,7 @@
 #include "comparator_proto2.pb.h"
 #include "comparator_proto3.pb.h"
 #include "core/common/rpc/stream/message_comparator_test_support.h"
+#include "core/common/rpc/testing/window_id.h"
 
 namespace torvane {
 namespace {
@@ -28,12 +29,6 @@ using google::protobuf::Message;
 static_assert(std::is_empty_v<MessageComparator>);
 static_assert(std::is_trivially_default_constructible_v<MessageComparator>);
 
-BrowserId Window(int64_t value) {
-  BrowserId id;
-  id.set_value(value);
-  return id;
-}
-
 template <typename T>
 T Parsed(const std::string& bytes) {
   T message;
@@ -44,20 +39,20 @@ T Parsed(const std::string& bytes) {
 // --- Order and identity ------------------------------------------------------
 
 TEST(MessageComparator, NoMessageComesBeforeItself) {
-  const BrowserId id = Window(7);
+  const BrowserId id = WindowId(7);
   EXPECT_FALSE(Less(id, id));
 }
 
 TEST(MessageComparator, EqualContentInDistinctObjectsIsEquivalent) {
-  EXPECT_TRUE(Equivalent(Window(7), Window(7)));
-  EXPECT_TRUE(Ordered(Window(7), Window(8)));
+  EXPECT_TRUE(Equivalent(WindowId(7), WindowId(7)));
+  EXPECT_TRUE(Ordered(WindowId(7), WindowId(8)));
 }
 
 TEST(MessageComparator, LookUpFindsTheEntryStoredUnderAnEqualKey) {
-  const BrowserId stored = Window(7), other = Window(8);
+  const BrowserId stored = WindowId(7), other = WindowId(8);
   std::map<const Message*, int, MessageComparator> map = {{&stored, 1},
                                                           {&other, 2}};
-  const BrowserId sought = Window(7), absent = Window(9);
+  const BrowserId sought = WindowId(7), absent = WindowId(9);
   ASSERT_NE(map.find(&sought), map.end());
   EXPECT_EQ(map.find(&sought)->second, 1);
   EXPECT_EQ(map.find(&absent), map.end());
@@ -65,8 +60,8 @@ TEST(MessageComparator, LookUpFindsTheEntryStoredUnderAnEqualKey) {
 
 TEST(MessageComparator, DefaultInstanceIsEquivalentToAnEmptyMessage) {
   EXPECT_TRUE(Equivalent(BrowserId::default_instance(), BrowserId()));
-  EXPECT_TRUE(Equivalent(BrowserId::default_instance(), Window(0)));
-  EXPECT_TRUE(Ordered(BrowserId::default_instance(), Window(1)));
+  EXPECT_TRUE(Equivalent(BrowserId::default_instance(), WindowId(0)));
+  EXPECT_TRUE(Ordered(BrowserId::default_instance(), WindowId(1)));
 }
 
 TEST(MessageComparator, TypesWithEqualBytesAreNotEquivalent) {
@@ -260,7 +255,7 @@ TEST(MessageComparator, MinusZeroIsNotZero) {
 // --- Unknown fields and extensions -------------------------------------------
 
 TEST(MessageComparator, UnknownFieldsCount) {
-  const BrowserId known = Window(7);
+  const BrowserId known = WindowId(7);
   BrowserId more = known, other = known;
   more.GetReflection()->MutableUnknownFields(&more)->AddVarint(9, 1);
   other.GetReflection()->MutableUnknownFields(&other)->AddVarint(9, 2);

@@ -10,6 +10,7 @@
 #include "core/common/rpc/stream/abstract_stream.h"
 #include "core/common/rpc/stream/service.h"
 #include "core/common/rpc/testing/fake_endpoint.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "streams_only.pb.h"
 
 namespace {
@@ -75,8 +76,7 @@ TEST(SharedRegistry, IsSeenByEitherLibraryWhicheverSubscribed) {
   torvane::StreamChannel channel = torvane::MakeChannel();
   const std::unique_ptr<torvane::AbstractStream> stream(
       first.Get<Open>("OpenInModule")(nullptr, &channel));
-  BrowserId window;
-  window.set_value(7);
+  const BrowserId window = torvane::WindowId(7);
   first.Get<Subscribe>("SubscribeInModule")(stream.get(), &window);
   EXPECT_EQ(second.bindings(), 1u);
   stream->OnCompleted();

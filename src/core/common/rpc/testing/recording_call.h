@@ -32,10 +32,11 @@ class RecordingController : public google::protobuf::RpcController {
   int failures_ = 0;
 };
 
-// Counts its runs. Does not delete itself: the test owns it.
-class RecordingClosure : public google::protobuf::Closure {
+// Counts its runs, and does what the test says in each. Unlike the closures of
+// protobuf it is not deleted by a run.
+class CountingClosure final : public google::protobuf::Closure {
  public:
-  explicit RecordingClosure(std::function<void()> on_run = [] {})
+  explicit CountingClosure(std::function<void()> on_run = [] {})
       : on_run_(std::move(on_run)) {}
 
   void Run() override {

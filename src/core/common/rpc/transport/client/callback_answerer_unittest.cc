@@ -9,21 +9,18 @@
 #include <vector>
 
 #include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
 namespace {
 
+using torvane::WindowId;
+
 using Answerer = CallbackAnswerer<lab::Decision>;
 
 const google::protobuf::MethodDescriptor* Decide() {
   return lab::Lab::descriptor()->FindMethodByName("Decide");
-}
-
-BrowserId Window(int64_t value) {
-  BrowserId id;
-  id.set_value(value);
-  return id;
 }
 
 lab::Decision Response(const std::string& text) {
@@ -38,7 +35,7 @@ class Asker {
  public:
   void Ask(int64_t window, const std::string& text) {
     lab::Decision question;
-    *question.mutable_browser_id() = Window(window);
+    *question.mutable_browser_id() = WindowId(window);
     question.mutable_question()->set_text(text);
     const bool asked = torvane::CallbackStream<lab::Decision>::Ask(
         question, {.response_callback =
@@ -85,28 +82,34 @@ using Outcomes = std::map<std::string, std::string>;
 
 class Questions : public ::testing::Test {
  protected:
+  // Has the decider answer for window 1, and then asks about it.
+  void AskDecider(const std::vector<std::string>& texts) {
+    decider.answerer->Subscribe(WindowId(1));
+    lab.RunReady();
+    for (const std::string& text : texts) {
+      asker.Ask(1, text);
+    }
+    lab.RunReady();
+  }
+
   Asker asker;
   Lab lab;
   std::unique_ptr<Client> client = lab.NewClient();
+  Decider decider{*client};
 };
 
 TEST_F(Questions, AreAnsweredAtOnce) {
-  Decider decider(*client);
   decider.meanwhile = [&] {
     EXPECT_TRUE(decider.replies.back().Answer(Response("yes")).ok());
   };
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "may I?");
-  lab.RunReady();
+  AskDecider({"may I?"});
   EXPECT_EQ(decider.questions, std::vector<std::string>{"may I?"});
   EXPECT_EQ(asker.outcomes, (Outcomes{{"may I?", "=yes"}}));
 }
 
 TEST_F(Questions, AreAnsweredLaterAndInAnyOrder) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  decider.answerer->Subscribe(Window(2));
+  decider.answerer->Subscribe(WindowId(1));
+  decider.answerer->Subscribe(WindowId(2));
   lab.RunReady();
   asker.Ask(1, "a");
   asker.Ask(2, "b");
@@ -122,12 +125,7 @@ TEST_F(Questions, AreAnsweredLaterAndInAnyOrder) {
 }
 
 TEST_F(Questions, AreRefused) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  asker.Ask(1, "b");
-  lab.RunReady();
+  AskDecider({"a", "b"});
   decider.replies[0].Decline();
   decider.replies[0].Decline();
   EXPECT_EQ(decider.replies[0].Answer(Response("too late")),
@@ -138,11 +136,7 @@ TEST_F(Questions, AreRefused) {
 }
 
 TEST_F(Questions, AreRefusedWhenTheLastHandleIsDropped) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   std::optional<Answerer::Reply> copy = decider.replies[0];
   decider.replies.clear();
   lab.RunReady();
@@ -153,11 +147,7 @@ TEST_F(Questions, AreRefusedWhenTheLastHandleIsDropped) {
 }
 
 TEST_F(Questions, AreAnsweredOnceByAllCopiesOfAHandle) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   const Answerer::Reply copy = decider.replies[0];
   EXPECT_TRUE(copy.Answer(Response("yes")).ok());
   EXPECT_TRUE(
@@ -168,11 +158,7 @@ TEST_F(Questions, AreAnsweredOnceByAllCopiesOfAHandle) {
 }
 
 TEST_F(Questions, TakeNoAnswerWithoutAResponse) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   EXPECT_EQ(decider.replies[0].Answer(lab::Decision()),
             absl::InvalidArgumentError("the answer has no response"));
   EXPECT_TRUE(decider.replies[0].Answer(Response("yes")).ok());
@@ -181,25 +167,17 @@ TEST_F(Questions, TakeNoAnswerWithoutAResponse) {
 }
 
 TEST_F(Questions, AnswerTheWindowThatWasAskedAbout) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   lab::Decision answer = Response("yes");
-  *answer.mutable_browser_id() = Window(99);
+  *answer.mutable_browser_id() = WindowId(99);
   EXPECT_TRUE(decider.replies[0].Answer(answer).ok());
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "=yes"}}));
 }
 
 TEST_F(Questions, AreCancelledByTheEndOfTheSubscription) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
-  decider.answerer->Unsubscribe(Window(1));
+  AskDecider({"a"});
+  decider.answerer->Unsubscribe(WindowId(1));
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}}));
   asker.Ask(1, "b");
@@ -210,11 +188,7 @@ TEST_F(Questions, AreCancelledByTheEndOfTheSubscription) {
 }
 
 TEST_F(Questions, AreCancelledByTheEndOfTheStream) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   decider.answerer->End();
   EXPECT_EQ(decider.replies[0].Answer(Response("late")),
             absl::UnavailableError("the answer cannot be sent"));
@@ -224,11 +198,7 @@ TEST_F(Questions, AreCancelledByTheEndOfTheStream) {
 }
 
 TEST_F(Questions, AreCancelledByTheEndOfTheAnswerer) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  lab.RunReady();
+  AskDecider({"a"});
   decider.answerer.reset();
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}}));
@@ -236,20 +206,14 @@ TEST_F(Questions, AreCancelledByTheEndOfTheAnswerer) {
 }
 
 TEST_F(Questions, AreCancelledByTheEndOfTheClient) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
-  asker.Ask(1, "a");
-  asker.Ask(1, "b");
-  lab.RunReady();
+  AskDecider({"a", "b"});
   client.reset();
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}, {"b", "cancelled"}}));
 }
 
 TEST_F(Questions, AreCancelledByTheStopOfTheServer) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
+  decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   asker.Ask(1, "a");
   lab.server.reset();
@@ -257,38 +221,31 @@ TEST_F(Questions, AreCancelledByTheStopOfTheServer) {
 }
 
 TEST_F(Questions, TheAnswererMayBeDestroyedByAQuestion) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
-  lab.RunReady();
   decider.meanwhile = [&] { decider.answerer.reset(); };
-  asker.Ask(1, "a");
-  asker.Ask(1, "b");
-  lab.RunReady();
+  AskDecider({"a", "b"});
   EXPECT_EQ(decider.questions, std::vector<std::string>{"a"});
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}, {"b", "cancelled"}}));
 }
 
 TEST_F(Questions, GoToTheNewestAnswererOfTheWindow) {
   const auto other_client = lab.NewClient();
-  Decider first(*client);
-  Decider second(*other_client);
-  first.answerer->Subscribe(Window(1));
+  Decider newest(*other_client);
+  decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
-  second.answerer->Subscribe(Window(1));
+  newest.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   asker.Ask(1, "a");
   lab.RunReady();
-  EXPECT_TRUE(first.questions.empty());
-  EXPECT_EQ(second.questions, std::vector<std::string>{"a"});
+  EXPECT_TRUE(decider.questions.empty());
+  EXPECT_EQ(newest.questions, std::vector<std::string>{"a"});
 }
 
 TEST_F(Questions, ThatCannotBeReadAreRefused) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
+  decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   // A question of a kind that this program does not know.
   lab::Decision question;
-  *question.mutable_browser_id() = Window(1);
+  *question.mutable_browser_id() = WindowId(1);
   bool failed = false;
   EXPECT_TRUE(torvane::CallbackStream<lab::Decision>::Ask(
       question, {.response_callback = [](lab::Decision&) { FAIL(); },
@@ -303,8 +260,7 @@ TEST_F(Questions, ThatCannotBeReadAreRefused) {
 }
 
 TEST_F(Questions, MayBeAskedWhileEventsPileUp) {
-  Decider decider(*client);
-  decider.answerer->Subscribe(Window(1));
+  decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   decider.meanwhile = [&] {
     EXPECT_TRUE(decider.replies.back().Answer(Response("yes")).ok());

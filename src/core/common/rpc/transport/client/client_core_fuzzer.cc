@@ -12,6 +12,7 @@
 
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/testing/fuzzer.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/fuzzing/client_conversation.h"
 #include "core/common/rpc/transport/fuzzing/conversation.h"
@@ -133,7 +134,7 @@ ClientOptions Options() {
 
 void Talk(std::string_view bytes) {
   loop::Loop loop;
-  auto [ours, theirs] = SocketPair();
+  auto [ours, theirs] = torvane::SocketPair();
   Server server(loop, Watch(loop, std::move(ours)), bytes);
   auto client = Client::Adopt(loop, std::move(theirs), Options());
   if (!client.ok()) {

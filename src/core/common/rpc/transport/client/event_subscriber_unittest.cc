@@ -10,25 +10,22 @@
 #include <vector>
 
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
 namespace {
 
+using torvane::WindowId;
+
 const google::protobuf::MethodDescriptor* Watch() {
   return lab::Lab::descriptor()->FindMethodByName("Watch");
-}
-
-BrowserId Window(int64_t value) {
-  BrowserId id;
-  id.set_value(value);
-  return id;
 }
 
 size_t Publish(int64_t window, const std::string& text) {
   lab::Text event;
   event.set_text(text);
-  return torvane::EventStream<lab::Text>::Publish(Window(window), event);
+  return torvane::EventStream<lab::Text>::Publish(WindowId(window), event);
 }
 
 // A subscriber that keeps what it gets.
@@ -71,9 +68,9 @@ class Events : public ::testing::Test {
 TEST_F(Events, ReachTheSubscribersOfTheirKey) {
   Listener first(*client);
   Listener second(*client);
-  first.subscriber->Subscribe(Window(1));
-  second.subscriber->Subscribe(Window(2));
-  second.subscriber->Subscribe(Window(1));
+  first.subscriber->Subscribe(WindowId(1));
+  second.subscriber->Subscribe(WindowId(2));
+  second.subscriber->Subscribe(WindowId(1));
   lab.RunReady();
   EXPECT_EQ(Publish(1, "a"), 2u);
   EXPECT_EQ(Publish(2, "b"), 1u);
@@ -85,9 +82,9 @@ TEST_F(Events, ReachTheSubscribersOfTheirKey) {
 
 TEST_F(Events, StopWithTheSubscription) {
   Listener listener(*client);
-  listener.subscriber->Subscribe(Window(1));
-  listener.subscriber->Subscribe(Window(2));
-  listener.subscriber->Unsubscribe(Window(1));
+  listener.subscriber->Subscribe(WindowId(1));
+  listener.subscriber->Subscribe(WindowId(2));
+  listener.subscriber->Unsubscribe(WindowId(1));
   lab.RunReady();
   EXPECT_EQ(Publish(1, "a"), 0u);
   EXPECT_EQ(Publish(2, "b"), 1u);
@@ -97,11 +94,11 @@ TEST_F(Events, StopWithTheSubscription) {
 
 TEST_F(Events, SentBeforeTheEndStillArriveAndThenTheEnd) {
   Listener listener(*client);
-  listener.subscriber->Subscribe(Window(1));
+  listener.subscriber->Subscribe(WindowId(1));
   lab.RunReady();
   Publish(1, "last");
   listener.subscriber->End();
-  EXPECT_FALSE(listener.subscriber->Subscribe(Window(2)));
+  EXPECT_FALSE(listener.subscriber->Subscribe(WindowId(2)));
   EXPECT_TRUE(listener.ends.empty());
   lab.RunReady();
   EXPECT_EQ(listener.events, std::vector<std::string>{"last"});
@@ -112,7 +109,7 @@ TEST_F(Events, SentBeforeTheEndStillArriveAndThenTheEnd) {
 TEST_F(Events, ADestroyedSubscriberLeavesNothingBehind) {
   {
     Listener listener(*client);
-    listener.subscriber->Subscribe(Window(1));
+    listener.subscriber->Subscribe(WindowId(1));
     lab.RunReady();
     EXPECT_EQ(Publish(1, "unheard"), 1u);
   }
@@ -124,8 +121,8 @@ TEST_F(Events, ADestroyedSubscriberLeavesNothingBehind) {
 TEST_F(Events, ASubscriberMayBeDestroyedByItsOwnEvent) {
   Listener listener(*client);
   Listener other(*client);
-  listener.subscriber->Subscribe(Window(1));
-  other.subscriber->Subscribe(Window(1));
+  listener.subscriber->Subscribe(WindowId(1));
+  other.subscriber->Subscribe(WindowId(1));
   lab.RunReady();
   listener.meanwhile = [&] { listener.subscriber.reset(); };
   Publish(1, "a");
@@ -138,8 +135,8 @@ TEST_F(Events, ASubscriberMayBeDestroyedByItsOwnEvent) {
 TEST_F(Events, ASubscriberMayBeDestroyedByTheEventOfAnother) {
   Listener listener(*client);
   Listener other(*client);
-  listener.subscriber->Subscribe(Window(1));
-  other.subscriber->Subscribe(Window(1));
+  listener.subscriber->Subscribe(WindowId(1));
+  other.subscriber->Subscribe(WindowId(1));
   listener.meanwhile = [&] { other.subscriber.reset(); };
   other.meanwhile = [&] { listener.subscriber.reset(); };
   lab.RunReady();
@@ -150,7 +147,7 @@ TEST_F(Events, ASubscriberMayBeDestroyedByTheEventOfAnother) {
 
 TEST_F(Events, TheClientMayBeDestroyedByAnEvent) {
   Listener listener(*client);
-  listener.subscriber->Subscribe(Window(1));
+  listener.subscriber->Subscribe(WindowId(1));
   lab.RunReady();
   listener.meanwhile = [&] { client.reset(); };
   Publish(1, "a");
@@ -168,7 +165,7 @@ TEST_F(Events, TheEndOfTheServerIsTold) {
   lab.RunReady();
   EXPECT_EQ(listener.ends, std::vector<absl::Status>{absl::UnavailableError(
                                "the server is stopping")});
-  EXPECT_FALSE(listener.subscriber->Subscribe(Window(1)));
+  EXPECT_FALSE(listener.subscriber->Subscribe(WindowId(1)));
 }
 
 TEST_F(Events, AMethodThatIsNotOfferedEndsTheStreamSoon) {
@@ -185,7 +182,7 @@ TEST_F(Events, OnALostClientTheStreamEndsSoon) {
   lab.server->Stop();
   lab.RunReady();
   Listener listener(*client);
-  EXPECT_FALSE(listener.subscriber->Subscribe(Window(1)));
+  EXPECT_FALSE(listener.subscriber->Subscribe(WindowId(1)));
   lab.RunReady();
   EXPECT_EQ(listener.ends, std::vector<absl::Status>{absl::UnavailableError(
                                "the server is stopping")});

@@ -5,22 +5,19 @@
 #include <chrono>
 #include <utility>
 
+#include "core/common/rpc/testing/window_id.h"
+
 namespace rpc::transport {
 namespace {
 
 using lab::Lab_Stub;
+using torvane::WindowId;
 
 // How often the host is made to do something.
 constexpr size_t kMakes = 4;
 
 // Never passes while a conversation lasts.
 constexpr std::chrono::hours kLong{1};
-
-BrowserId Window(int64_t number) {
-  BrowserId id;
-  id.set_value(number);
-  return id;
-}
 
 const google::protobuf::MethodDescriptor* Method(const char* name) {
   return lab::Lab::descriptor()->FindMethodByName(name);
@@ -44,10 +41,10 @@ ClientConversation::ClientConversation(Client& client, const Topics& topics)
 
 ClientConversation::~ClientConversation() {
   for (const TextCall& call : calls_) {
-    EXPECT_EQ(call.done.runs, 1);
+    EXPECT_EQ(call.done.runs(), 1);
   }
   for (const TextCall& make : makes_) {
-    EXPECT_EQ(make.done.runs, 1);
+    EXPECT_EQ(make.done.runs(), 1);
   }
   EXPECT_EQ(open_streams_, 0);
 }
@@ -74,8 +71,8 @@ void ClientConversation::BeginEvents() {
   subscriber_.emplace(
       client_, Method("Watch"), [this](const lab::Text&) { OnEvent(); },
       [this](const absl::Status&) { --open_streams_; });
-  subscriber_->Subscribe(Window(1));
-  subscriber_->Subscribe(Window(2));
+  subscriber_->Subscribe(WindowId(1));
+  subscriber_->Subscribe(WindowId(2));
 }
 
 // A call in flight is given up when an event comes.
@@ -93,7 +90,7 @@ void ClientConversation::BeginQuestions() {
         OnQuestion(reply);
       },
       [this](const absl::Status&) { --open_streams_; });
-  answerer_->Subscribe(Window(1));
+  answerer_->Subscribe(WindowId(1));
 }
 
 // Answers, refuses, answers later, never answers.
@@ -130,11 +127,11 @@ void ClientConversation::OnMade() {
     return;
   }
   if (subscriber_) {
-    subscriber_->Unsubscribe(Window(1));
+    subscriber_->Unsubscribe(WindowId(1));
     subscriber_->End();
   }
   if (answerer_) {
-    answerer_->Unsubscribe(Window(1));
+    answerer_->Unsubscribe(WindowId(1));
     answerer_->End();
   }
 }

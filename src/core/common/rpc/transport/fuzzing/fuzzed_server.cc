@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -45,7 +46,7 @@ FuzzedServer::FuzzedServer()
     : server_(std::make_unique<Server>(loop_, Options())),
       socket_(loop_.context()) {
   server_->AddService(&service_);
-  auto [ours, theirs] = SocketPair();
+  auto [ours, theirs] = torvane::SocketPair();
   socket_ = Watch(loop_, std::move(ours));
   server_->Adopt(std::move(theirs));
 }

@@ -7,6 +7,7 @@
 
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 
 namespace rpc::transport {
 namespace {
@@ -37,7 +38,7 @@ class FilteredQuestions final : public Questions {
 FuzzedService::FuzzedService() = default;
 
 FuzzedService::~FuzzedService() {
-  while (!parked_.empty()) {
+  while (!parked.empty()) {
     CompleteOldest();
   }
   for (const int endings : endings_) {
@@ -51,47 +52,30 @@ FuzzedService::~FuzzedService() {
   Events::stream_map_.clear();
 }
 
-void FuzzedService::Echo(google::protobuf::RpcController*,
+void FuzzedService::Park(google::protobuf::RpcController* controller,
                          const lab::Text* request,
                          lab::Text* response,
                          google::protobuf::Closure* done) {
-  response->set_text(request->text());
-  done->Run();
-}
-
-void FuzzedService::Fail(google::protobuf::RpcController* controller,
-                         const lab::Text* request,
-                         lab::Text*,
-                         google::protobuf::Closure* done) {
-  controller->SetFailed(request->text());
-  done->Run();
-}
-
-void FuzzedService::Park(google::protobuf::RpcController* controller,
-                         const lab::Text*,
-                         lab::Text*,
-                         google::protobuf::Closure* done) {
-  const int64_t number = ++last_parked_;
-  parked_.push_back({number, done});
-  controller->NotifyOnCancel(
-      google::protobuf::NewCallback(this, &FuzzedService::Unpark, number));
+  LabService::Park(controller, request, response, done);
+  controller->NotifyOnCancel(google::protobuf::NewCallback(
+      this, &FuzzedService::Unpark, &serving::CallContext::Of(controller)));
 }
 
 // The call is cancelled, or over already.
-void FuzzedService::Unpark(int64_t number) {
-  const auto call = std::find_if(
-      parked_.begin(), parked_.end(),
-      [number](const Parked& one) { return one.number == number; });
-  if (call != parked_.end()) {
-    google::protobuf::Closure* done = call->done;
-    parked_.erase(call);
-    done->Run();
+void FuzzedService::Unpark(serving::CallContext* call) {
+  const auto found = std::ranges::find(parked, call, &Parked::controller);
+  if (found != parked.end()) {
+    Complete(found);
   }
 }
 
 void FuzzedService::CompleteOldest() {
-  google::protobuf::Closure* done = parked_.front().done;
-  parked_.pop_front();
+  Complete(parked.begin());
+}
+
+void FuzzedService::Complete(std::vector<Parked>::iterator call) {
+  google::protobuf::Closure* done = call->done;
+  parked.erase(call);
   done->Run();
 }
 
@@ -99,13 +83,12 @@ void FuzzedService::Make(google::protobuf::RpcController*,
                          const lab::Number* request,
                          lab::Text* response,
                          google::protobuf::Closure* done) {
-  BrowserId window;
-  window.set_value(request->number());
   lab::Text event;
   event.set_text("event");
-  response->set_text(std::to_string(Events::Publish(window, event)));
+  response->set_text(std::to_string(
+      Events::Publish(torvane::WindowId(request->number()), event)));
   Ask(request->number());
-  if (!parked_.empty()) {
+  if (!parked.empty()) {
     CompleteOldest();
   }
   done->Run();

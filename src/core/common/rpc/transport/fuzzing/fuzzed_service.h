@@ -8,30 +8,20 @@
 #include <google/protobuf/service.h>
 
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <vector>
 
-#include "lab.rpc.h"
+#include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
 
-class FuzzedService final : public lab::LabRpc {
+class FuzzedService final : public LabService {
  public:
   FuzzedService();
 
   // The server is gone. Answers the calls that are still parked, checks that
   // every question has ended exactly once, and empties the registries.
   ~FuzzedService() override;
-
-  void Echo(google::protobuf::RpcController* controller,
-            const lab::Text* request,
-            lab::Text* response,
-            google::protobuf::Closure* done) override;
-  void Fail(google::protobuf::RpcController* controller,
-            const lab::Text* request,
-            lab::Text* response,
-            google::protobuf::Closure* done) override;
 
   // Waits until a call of Make() or its cancellation completes it.
   void Park(google::protobuf::RpcController* controller,
@@ -51,17 +41,11 @@ class FuzzedService final : public lab::LabRpc {
       torvane::StreamChannel channel) override;
 
  private:
-  struct Parked {
-    int64_t number;
-    google::protobuf::Closure* done;
-  };
-
-  void Unpark(int64_t number);
+  void Unpark(serving::CallContext* call);
   void CompleteOldest();
+  void Complete(std::vector<Parked>::iterator call);
   void Ask(int64_t window);
 
-  std::deque<Parked> parked_;
-  int64_t last_parked_ = 0;
   // How often each question has ended.
   std::vector<int> endings_;
 };

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/fuzzing/client_conversation.h"
 #include "core/common/rpc/transport/fuzzing/conversation.h"
 #include "core/common/rpc/transport/fuzzing/fuzzed_service.h"
@@ -65,9 +66,6 @@ class Recording {
     server_.emplace(loop_, options);
     server_->AddService(&service_);
     server_->Adopt(std::move(to_server_.second));
-    std::error_code ignored;
-    to_server_.first.non_blocking(true, ignored);
-    to_client_.first.non_blocking(true, ignored);
   }
 
   void Talk(const ClientConversation::Topics& topics) {
@@ -99,11 +97,13 @@ class Recording {
 
   loop::Loop loop_;
   FuzzedService service_;
-  std::pair<Socket, Socket> to_server_ = SocketPair();
-  std::pair<Socket, Socket> to_client_ = SocketPair();
+  std::pair<loop::ScopedFd, loop::ScopedFd> to_server_ = torvane::SocketPair();
+  std::pair<loop::ScopedFd, loop::ScopedFd> to_client_ = torvane::SocketPair();
+  Socket server_tap_ = Watch(loop_, std::move(to_server_.first));
+  Socket client_tap_ = Watch(loop_, std::move(to_client_.first));
   std::optional<Server> server_;
-  Tap client_says_{to_client_.first, to_server_.first};
-  Tap server_says_{to_server_.first, to_client_.first};
+  Tap client_says_{client_tap_, server_tap_};
+  Tap server_says_{server_tap_, client_tap_};
 };
 
 void Record(const std::filesystem::path& folder) {

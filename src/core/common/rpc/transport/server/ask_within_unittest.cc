@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
@@ -50,9 +51,7 @@ class TimedQuestions : public ::testing::Test {
   }
 
   void SetUp() override {
-    BrowserId window;
-    window.set_value(1);
-    answerer->Subscribe(window);
+    answerer->Subscribe(torvane::WindowId(1));
     lab.RunReady();
   }
 

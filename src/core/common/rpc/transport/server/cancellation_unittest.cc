@@ -5,6 +5,7 @@
 #include <chrono>
 #include <string>
 
+#include "core/common/rpc/testing/recording_call.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -12,6 +13,7 @@ namespace {
 
 using lab::Lab_Stub;
 using std::chrono::milliseconds;
+using torvane::CountingClosure;
 
 // A call of Park that has reached the service.
 class Cancellation : public ::testing::Test {
@@ -37,12 +39,12 @@ class Cancellation : public ::testing::Test {
 
 TEST_F(Cancellation, ReachesTheMethodAndEndsTheCall) {
   Park();
-  Done cancelled;
+  CountingClosure cancelled;
   controller().NotifyOnCancel(&cancelled);
   EXPECT_FALSE(controller().IsCanceled());
   call.controller.StartCancel();
   EXPECT_FALSE(call.over());
-  lab.RunUntil([&] { return call.over() && cancelled.runs > 0; });
+  lab.RunUntil([&] { return call.over() && cancelled.runs() > 0; });
   EXPECT_EQ(call.controller.status(),
             absl::CancelledError("the caller has cancelled it"));
   EXPECT_TRUE(controller().IsCanceled());
@@ -50,8 +52,8 @@ TEST_F(Cancellation, ReachesTheMethodAndEndsTheCall) {
   EXPECT_EQ(counters().calls_now, 0u);
   Complete();
   lab.RunReady();
-  EXPECT_EQ(call.done.runs, 1);
-  EXPECT_EQ(cancelled.runs, 1);
+  EXPECT_EQ(call.done.runs(), 1);
+  EXPECT_EQ(cancelled.runs(), 1);
   EXPECT_EQ(counters().results_late, 1u);
 }
 
@@ -59,7 +61,7 @@ TEST_F(Cancellation, BeforeTheCallHasLeftStillEndsIt) {
   call.Start(*client, &Lab_Stub::Echo, "x");
   call.controller.StartCancel();
   lab.RunReady();
-  EXPECT_EQ(call.done.runs, 1);
+  EXPECT_EQ(call.done.runs(), 1);
   EXPECT_EQ(call.controller.status().code(), absl::StatusCode::kCancelled);
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "next").value(), "next");
 }
@@ -70,7 +72,7 @@ TEST_F(Cancellation, AfterTheReplyDoesNothing) {
   call.controller.StartCancel();
   lab.RunReady();
   EXPECT_TRUE(call.controller.status().ok());
-  EXPECT_EQ(call.done.runs, 1);
+  EXPECT_EQ(call.done.runs(), 1);
 }
 
 TEST_F(Cancellation, ThatCrossesTheReplyWins) {
@@ -98,7 +100,7 @@ TEST_F(Cancellation, TwiceIsOnce) {
   call.controller.StartCancel();
   call.controller.StartCancel();
   lab.RunReady();
-  EXPECT_EQ(call.done.runs, 1);
+  EXPECT_EQ(call.done.runs(), 1);
   EXPECT_EQ(counters().calls_cancelled, 1u);
   Complete();
 }
@@ -110,7 +112,7 @@ TEST_F(Cancellation, OfACallThatWasNeverSentIsNotSentEither) {
   call.controller.StartCancel();
   lab.RunReady();
   EXPECT_EQ(client->counters().frames_written, frames);
-  EXPECT_EQ(call.done.runs, 1);
+  EXPECT_EQ(call.done.runs(), 1);
   EXPECT_EQ(call.controller.status(),
             absl::DeadlineExceededError("no time was left for the call"));
 }
@@ -243,22 +245,22 @@ TEST_F(Cancellation, ANotificationComesAtOnceWhereItIsLate) {
   Park();
   call.controller.StartCancel();
   lab.RunUntil([&] { return controller().IsCanceled(); });
-  Done late;
+  CountingClosure late;
   controller().NotifyOnCancel(&late);
-  EXPECT_EQ(late.runs, 1);
+  EXPECT_EQ(late.runs(), 1);
   Complete();
   lab.RunReady();
-  EXPECT_EQ(late.runs, 1);
+  EXPECT_EQ(late.runs(), 1);
 }
 
 TEST_F(Cancellation, ANotificationComesWhenTheCallIsOverUncancelled) {
   Park();
-  Done over;
+  CountingClosure over;
   controller().NotifyOnCancel(&over);
   Complete();
   EXPECT_FALSE(controller().IsCanceled());
   lab.RunUntil([&] { return call.over(); });
-  EXPECT_EQ(over.runs, 1);
+  EXPECT_EQ(over.runs(), 1);
   EXPECT_TRUE(call.controller.status().ok());
 }
 

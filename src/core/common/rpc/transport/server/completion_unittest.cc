@@ -8,12 +8,14 @@
 #include <utility>
 #include <vector>
 
+#include "core/common/rpc/testing/recording_call.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
 namespace {
 
 using lab::Lab_Stub;
+using torvane::CountingClosure;
 
 // A call of Park that has reached the service.
 class ParkedCall {
@@ -59,10 +61,10 @@ TEST(Completion, OnAnotherThreadOnlyHandsTheCallBackToTheLoop) {
   Lab lab;
   ParkedCall parked(lab);
   std::thread::id finished_on;
-  Done finished([&] { finished_on = std::this_thread::get_id(); });
+  CountingClosure finished([&] { finished_on = std::this_thread::get_id(); });
   parked.parked().controller->NotifyOnCancel(&finished);
   std::thread([&] { parked.parked().Complete(); }).join();
-  EXPECT_EQ(finished.runs, 0);
+  EXPECT_EQ(finished.runs(), 0);
   EXPECT_EQ(lab.server->counters().calls_now, 1u);
   lab.RunUntil([&] { return parked.call().over(); });
   EXPECT_EQ(finished_on, std::this_thread::get_id());
@@ -132,10 +134,10 @@ TEST(Completion, OnAnotherThreadAfterTheServerHasGoneItIsDropped) {
 TEST(Completion, AMethodMayCompleteInsideItsCancelCallback) {
   Lab lab;
   ParkedCall parked(lab);
-  Done completing([&] { parked.parked().Complete(); });
+  CountingClosure completing([&] { parked.parked().Complete(); });
   parked.parked().controller->NotifyOnCancel(&completing);
   parked.Disconnect();
-  EXPECT_EQ(completing.runs, 1);
+  EXPECT_EQ(completing.runs(), 1);
   EXPECT_EQ(lab.server->counters().results_late, 1u);
 }
 
@@ -148,7 +150,7 @@ TEST(Completion, AMethodMayCompleteAllCallsInsideOneCancelCallback) {
   }
   lab.RunUntil([&] { return lab.service.parked.size() == 3; });
   bool first = true;
-  Done cancelled([&] {
+  CountingClosure cancelled([&] {
     if (std::exchange(first, false)) {
       for (const auto& parked : lab.service.parked) {
         parked.Complete();
@@ -160,7 +162,7 @@ TEST(Completion, AMethodMayCompleteAllCallsInsideOneCancelCallback) {
   }
   client.reset();
   lab.RunUntil([&] { return lab.server->counters().connections_now == 0; });
-  EXPECT_EQ(cancelled.runs, 3);
+  EXPECT_EQ(cancelled.runs(), 3);
   EXPECT_EQ(lab.server->counters().calls_now, 0u);
   EXPECT_EQ(lab.server->counters().results_late, 1u);
 }

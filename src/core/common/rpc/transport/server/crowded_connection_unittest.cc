@@ -13,6 +13,7 @@
 #include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -20,17 +21,13 @@
 namespace rpc::transport {
 namespace {
 
-using Answerer = CallbackAnswerer<lab::Decision>;
+using torvane::WindowId;
 
-BrowserId Window(int64_t value) {
-  BrowserId window;
-  window.set_value(value);
-  return window;
-}
+using Answerer = CallbackAnswerer<lab::Decision>;
 
 lab::Decision QuestionAbout(int64_t window) {
   lab::Decision question;
-  *question.mutable_browser_id() = Window(window);
+  *question.mutable_browser_id() = WindowId(window);
   question.mutable_question();
   return question;
 }
@@ -48,7 +45,7 @@ class CrowdedConnection : public ::testing::Test {
   static bool Publish(const std::string& text) {
     lab::Text event;
     event.set_text(text);
-    return torvane::EventStream<lab::Text>::Publish(Window(1), event) > 0;
+    return torvane::EventStream<lab::Text>::Publish(WindowId(1), event) > 0;
   }
 
   // Answers all questions about the windows at once.
@@ -61,7 +58,7 @@ class CrowdedConnection : public ::testing::Test {
           EXPECT_TRUE(reply.Answer(answer).ok());
         });
     for (const int64_t window : windows) {
-      answerer->Subscribe(Window(window));
+      answerer->Subscribe(WindowId(window));
     }
     lab->RunReady();
     return answerer;
@@ -117,7 +114,7 @@ TEST_F(CrowdedConnection, AsksQuestionsFromInsideAnswersWhileBothSidesAreFull) {
   EventSubscriber<lab::Text> subscriber(
       *client, lab::Lab::descriptor()->FindMethodByName("Watch"),
       [&](const lab::Text&) { ++events; });
-  subscriber.Subscribe(Window(1));
+  subscriber.Subscribe(WindowId(1));
   lab->RunReady();
 
   // Each answer brings the next question and a bulk of events, and the client
@@ -186,10 +183,10 @@ class UnreadEvents : public CrowdedConnection {
     Open(1, "Watch");
     Open(2, "Decide");
     EventSubscription events;
-    *events.mutable_subscribe_to() = Window(1);
+    *events.mutable_subscribe_to() = WindowId(1);
     Send(1, events);
     lab::Decision questions;
-    *questions.mutable_browser_id() = Window(1);
+    *questions.mutable_browser_id() = WindowId(1);
     questions.set_subscribe(true);
     Send(2, questions);
   }

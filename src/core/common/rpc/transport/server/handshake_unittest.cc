@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "core/common/rpc/serving/client_record.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -235,7 +236,7 @@ TEST(Handshake, AnotherUsersProcessIsRefused) {
 // of the client, which runs only while the client waits.
 class ClientHandshake : public ::testing::Test {
  protected:
-  ClientHandshake() : sockets_(SocketPair()) {}
+  ClientHandshake() : sockets_(torvane::SocketPair()) {}
 
   absl::Status Connect(ClientOptions options = {}) {
     return Client::Adopt(loop_, std::move(sockets_.first), options).status();

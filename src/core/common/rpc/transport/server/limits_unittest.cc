@@ -153,7 +153,7 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheClient) {
   ExpectBystanderIsServed();
 }
 
-// A reply whose frame has `size` bytes.
+// Has the server reply with a frame of `size` bytes.
 void CallForFrameOf(RawPeer& peer, int64_t size) {
   lab::Number text_size;
   text_size.set_number(size - 12);
@@ -163,10 +163,17 @@ void CallForFrameOf(RawPeer& peer, int64_t size) {
   peer.Send(Frame::kCall, call);
 }
 
+void CallPark(RawPeer& peer) {
+  CallFrame call;
+  call.set_call_id(1);
+  call.set_method_id(peer.IdOf("Park"));
+  peer.Send(Frame::kCall, call);
+}
+
 TEST_F(LimitsTest, MaxOutboxBytes) {
   Serve({.max_outbox_bytes = 100'000, .busy_outbox_bytes = 100'000});
   const auto peer = lab_->NewPeer();
-  // With its length of three bytes.
+  // In front of a frame stands its length, which takes three bytes.
   CallForFrameOf(*peer, 99'997);
   const auto reply = peer->Receive();
   ASSERT_TRUE(reply && reply->has_reply());
@@ -182,15 +189,13 @@ TEST_F(LimitsTest, MaxOutboxBytes) {
   ExpectBystanderIsServed();
 }
 
-// A reply that has begun to leave counts whole, with its length of three bytes.
+// The reply of 1,000,000 bytes, with its length of three bytes, counts whole
+// although the socket has taken a part of it. That is as much as may wait.
 TEST_F(LimitsTest, BusyOutboxBytes) {
   Serve({.busy_outbox_bytes = 1'000'003});
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);
-  CallFrame park;
-  park.set_call_id(1);
-  park.set_method_id(peer->IdOf("Park"));
-  peer->Send(Frame::kCall, park);
+  CallPark(*peer);
   lab_->RunReady();
   EXPECT_GT(lab_->server->Report().connections[1].queued_bytes, 0u);
   EXPECT_EQ(lab_->service.parked.size(), 1u);
@@ -198,19 +203,17 @@ TEST_F(LimitsTest, BusyOutboxBytes) {
   lab_->service.parked[0].Complete();
 }
 
+// The same reply is one byte too much: no further call is read.
 TEST_F(LimitsTest, BusyOutboxBytesAndOneMore) {
   Serve({.busy_outbox_bytes = 1'000'002});
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);
-  CallFrame park;
-  park.set_call_id(1);
-  park.set_method_id(peer->IdOf("Park"));
-  peer->Send(Frame::kCall, park);
+  CallPark(*peer);
   lab_->RunReady();
   EXPECT_TRUE(lab_->service.parked.empty());
   EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}}));
   ExpectBystanderIsServed();
-  // It goes on when the client reads.
+  // The call is read once the client has read the reply.
   const auto reply = peer->Receive();
   EXPECT_TRUE(reply && reply->has_reply());
   lab_->RunReady();

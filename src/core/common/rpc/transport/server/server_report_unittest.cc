@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/common/rpc/stream/callback_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -19,6 +20,7 @@ namespace rpc::transport {
 namespace {
 
 using lab::Lab_Stub;
+using torvane::WindowId;
 using Answerer = CallbackAnswerer<lab::Decision>;
 
 ClientOptions Named(const std::string& name) {
@@ -29,12 +31,6 @@ ClientOptions Named(const std::string& name) {
 
 class Reports : public ::testing::Test {
  protected:
-  static BrowserId Window(int64_t value) {
-    BrowserId window;
-    window.set_value(value);
-    return window;
-  }
-
   // A client that answers for the windows, when the test lets it.
   std::unique_ptr<Answerer> AnswerFor(Client& client,
                                       const std::vector<int64_t>& windows) {
@@ -44,14 +40,14 @@ class Reports : public ::testing::Test {
           replies.push_back(std::move(reply));
         });
     for (const int64_t window : windows) {
-      answerer->Subscribe(Window(window));
+      answerer->Subscribe(WindowId(window));
     }
     lab.RunReady();
     return answerer;
   }
   void Ask(int64_t window) {
     lab::Decision question;
-    *question.mutable_browser_id() = Window(window);
+    *question.mutable_browser_id() = WindowId(window);
     question.mutable_question();
     EXPECT_TRUE(torvane::CallbackStream<lab::Decision>::Ask(
         question,
@@ -158,7 +154,7 @@ TEST_F(Reports, HavePendingQuestionsWithTheirAge) {
   replies[2].Decline();
   EXPECT_EQ(Connections().at(0).questions, 1u);
   EXPECT_EQ(settled, 2);
-  first->Unsubscribe(Window(1));
+  first->Unsubscribe(WindowId(1));
   EXPECT_EQ(Connections().at(0).questions, 0u);
   EXPECT_EQ(settled, 3);
 }

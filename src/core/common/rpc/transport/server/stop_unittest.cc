@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/transport/testing/probe_service.h"
 
 namespace rpc::transport {
@@ -22,7 +24,7 @@ class Stop : public ProbeTest {
   void ServeMany() {
     server.emplace(loop);
     server->AddService(&service);
-    ASSERT_TRUE(server->Listen(folder_.socket()).ok());
+    ASSERT_TRUE(server->Listen(path_).ok());
     for (size_t i = 0; i < kClients; ++i) {
       peer = NewPeer();
       for (uint64_t id = 0; id < kStreams / kClients; ++id) {
@@ -70,15 +72,18 @@ class Stop : public ProbeTest {
     EXPECT_EQ(counters().connections_now, 0u);
   }
 
-  const SocketFolder folder_;
+  bool HasSocket() const { return std::filesystem::exists(path_); }
+
+  const torvane::PrivateFolder folder_;
+  const std::string path_ = folder_.File("socket");
   std::vector<std::unique_ptr<RawPeer>> peers_;
 };
 
 TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithinAFewTurns) {
   ServeMany();
-  ASSERT_TRUE(folder_.HasSocket());
+  ASSERT_TRUE(HasSocket());
   server->Stop();
-  EXPECT_FALSE(folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
   RunUntilDisconnected();
   ExpectAllStreamsAreOver();
   for (const auto& client : peers_) {
@@ -92,7 +97,7 @@ TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithinAFewTurns) {
   FillSockets();
   TakeLog();
   server->Stop();
-  EXPECT_FALSE(folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
   RunUntilDisconnected();
   ExpectAllStreamsAreOver();
   // Nobody waits for them.

@@ -13,6 +13,7 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/limits_test_support.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
@@ -67,9 +68,8 @@ class StreamLimits : public LimitsTest {
                    .error_callback = [](torvane::StreamCallError) {}});
   }
   static size_t Publish(int64_t window) {
-    BrowserId id;
-    id.set_value(window);
-    return torvane::EventStream<lab::Text>::Publish(id, lab::Text());
+    return torvane::EventStream<lab::Text>::Publish(torvane::WindowId(window),
+                                                    lab::Text());
   }
   // What the peer hears next, which is why its stream ends.
   static absl::Status AwaitEnd(RawPeer& peer, uint64_t id) {

@@ -313,7 +313,7 @@ TEST(UnaryCall, AControllerMayBeUsedAgainAfterReset) {
   call.controller.Reset();
   EXPECT_FALSE(call.controller.Failed());
   call.Start(*client, &Lab_Stub::Echo, "yes");
-  lab.RunUntil([&] { return call.done.runs == 2; });
+  lab.RunUntil([&] { return call.done.runs() == 2; });
   EXPECT_EQ(call.response.text(), "yes");
 }
 

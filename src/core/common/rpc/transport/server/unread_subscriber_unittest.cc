@@ -8,9 +8,6 @@
 // events.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -25,6 +23,8 @@
 
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/allocation_counter.h"
+#include "core/common/rpc/testing/host_process.h"
+#include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
@@ -100,24 +100,6 @@ class HostService final : public lab::LabRpc {
 
 class UnreadSubscriber : public ::testing::Test {
  protected:
-  UnreadSubscriber() {
-    int ready[2];
-    EXPECT_EQ(pipe(ready), 0);
-    host_ = fork();
-    if (host_ == 0) {
-      Serve(ready[1]);
-    }
-    close(ready[1]);
-    char byte;
-    EXPECT_EQ(read(ready[0], &byte, 1), 1);
-    close(ready[0]);
-    control_ = Client::Connect(loop_, folder_.socket()).value();
-  }
-  ~UnreadSubscriber() override {
-    kill(host_, SIGKILL);
-    waitpid(host_, nullptr, 0);
-  }
-
   size_t AskHost(const std::string& what) {
     const auto answer = CallText(*control_, &Lab_Stub::Echo, what);
     EXPECT_TRUE(answer.ok()) << answer.status();
@@ -133,9 +115,7 @@ class UnreadSubscriber : public ::testing::Test {
     published_ += events;
   }
 
-  loop::ScopedFd Connect() {
-    return Client::OpenSocket(folder_.socket()).value();
-  }
+  loop::ScopedFd Connect() { return Client::OpenSocket(path_).value(); }
 
   // A client that subscribes and then does not read any more.
   std::unique_ptr<RawPeer> NewUnreadSubscriber() {
@@ -172,7 +152,7 @@ class UnreadSubscriber : public ::testing::Test {
   };
   void AddSubscribers() {
     for (size_t i = 0; i < kConnections; ++i) {
-      clients_.push_back(Client::Connect(loop_, folder_.socket()).value());
+      clients_.push_back(Client::Connect(loop_, path_).value());
     }
     for (size_t i = 1; i < kSubscribers; ++i) {
       subscribers_.push_back(
@@ -204,7 +184,7 @@ class UnreadSubscriber : public ::testing::Test {
   std::vector<std::unique_ptr<Subscriber>> subscribers_;
 
  private:
-  [[noreturn]] void Serve(int ready) {
+  void Serve(const std::function<void()>& ready) const {
     loop::Loop loop;
     HostService service;
     ServerOptions options;
@@ -213,17 +193,18 @@ class UnreadSubscriber : public ::testing::Test {
     Server server(loop, options);
     service.server = &server;
     server.AddService(&service);
-    if (!server.Listen(folder_.socket()).ok() || write(ready, "!", 1) != 1) {
-      _exit(1);
+    if (server.Listen(path_).ok()) {
+      ready();
+      loop.Run();
     }
-    loop.Run();
-    _exit(0);
   }
 
-  const SocketFolder folder_;
-  pid_t host_;
+  const torvane::PrivateFolder folder_;
+  const std::string path_ = folder_.File("socket");
+  const torvane::HostProcess host_{[this](const auto& ready) { Serve(ready); }};
   std::array<std::string, kEventsPerRound> texts_;
-  std::unique_ptr<Client> control_;
+  const std::unique_ptr<Client> control_ =
+      Client::Connect(loop_, path_).value();
 };
 
 TEST_F(UnreadSubscriber, CostsItsBoundAndKeepsNothingFromTheOthers) {

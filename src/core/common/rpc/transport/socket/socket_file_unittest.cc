@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <functional>
 #include <string>
 
+#include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/transport/socket/unix_socket.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
@@ -46,8 +48,10 @@ class SocketFile : public ::testing::Test {
     before_unlink = nullptr;
   }
 
-  const SocketFolder folder_;
-  const std::string& path_ = folder_.socket();
+  bool HasSocket() const { return std::filesystem::exists(path_); }
+
+  const torvane::PrivateFolder folder_;
+  const std::string path_ = folder_.File("socket");
 };
 
 // Another server that starts then must not take the file for a dead server's:
@@ -62,7 +66,7 @@ TEST_F(SocketFile, GoesWhileItsServerStillListens) {
   };
   lab.server->Stop();
   EXPECT_TRUE(absl::IsAlreadyExists(other)) << other;
-  EXPECT_FALSE(folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
 }
 
 TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
@@ -71,7 +75,7 @@ TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
   EXPECT_EQ(
       status.message(),
       absl::ErrnoToStatus(ENOBUFS, "cannot listen at " + path_).message());
-  EXPECT_FALSE(folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
 }
 
 }  // namespace

@@ -2,17 +2,19 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/testing/private_folder.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -20,9 +22,11 @@ namespace {
 
 class UnixSocket : public ::testing::Test {
  protected:
-  const SocketFolder socket_folder_;
-  const std::string& folder_ = socket_folder_.path();
-  const std::string& path_ = socket_folder_.socket();
+  bool HasSocket() const { return std::filesystem::exists(path_); }
+
+  const torvane::PrivateFolder private_folder_;
+  const std::string& folder_ = private_folder_.path();
+  const std::string path_ = private_folder_.File("socket");
 };
 
 TEST_F(UnixSocket, ConnectsAClientToAServer) {
@@ -44,9 +48,9 @@ TEST_F(UnixSocket, IsForThisUserOnly) {
 TEST_F(UnixSocket, GoesWhenTheServerStops) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
-  EXPECT_TRUE(socket_folder_.HasSocket());
+  EXPECT_TRUE(HasSocket());
   lab.server->Stop();
-  EXPECT_FALSE(socket_folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
   EXPECT_EQ(Client::Connect(lab.loop, path_).status(),
             absl::UnavailableError("there is no socket at " + path_ +
                                    ": is the server up?"));
@@ -56,7 +60,7 @@ TEST_F(UnixSocket, GoesWithTheServer) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   lab.server.reset();
-  EXPECT_FALSE(socket_folder_.HasSocket());
+  EXPECT_FALSE(HasSocket());
 }
 
 TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
@@ -66,14 +70,14 @@ TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
   const auto second = UnixListener::Open(path_);
   ASSERT_TRUE(second.ok());
   first->RemoveFile();
-  EXPECT_TRUE(socket_folder_.HasSocket());
+  EXPECT_TRUE(HasSocket());
 }
 
 TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
   auto dead = UnixListener::Open(path_);
   ASSERT_TRUE(dead.ok());
   close(dead->Release());
-  ASSERT_TRUE(socket_folder_.HasSocket());
+  ASSERT_TRUE(HasSocket());
   EXPECT_EQ(ConnectToUnixSocket(path_).status(),
             absl::UnavailableError("nobody listens at " + path_ +
                                    ": the server has gone"));
@@ -100,7 +104,7 @@ TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
                 path_ + " exists and is not a socket: choose another path"));
   EXPECT_EQ(ConnectToUnixSocket(path_).status(),
             absl::FailedPreconditionError(path_ + " is not a socket"));
-  EXPECT_TRUE(socket_folder_.HasSocket());
+  EXPECT_TRUE(HasSocket());
 }
 
 TEST_F(UnixSocket, ItsPathHasALimitedLength) {
@@ -132,7 +136,7 @@ TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
                                     "/ of the socket: choose one that is for "
                                     "this user only (mode 0700)"))
         << mode;
-    EXPECT_FALSE(socket_folder_.HasSocket());
+    EXPECT_FALSE(HasSocket());
   }
   ASSERT_EQ(chmod(folder_.c_str(), 0700), 0);
   EXPECT_TRUE(UnixListener::Open(path_).ok());
@@ -153,10 +157,7 @@ TEST_F(UnixSocket, DoesNotLieInAnotherUsersFolder) {
 }
 
 TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  const loop::ScopedFd first(ends[0]);
-  const loop::ScopedFd second(ends[1]);
+  const auto [first, second] = torvane::SocketPair();
   const auto peer = PeerOfUnixSocket(first.get());
   ASSERT_TRUE(peer.ok());
   EXPECT_EQ(peer->pid, getpid());

@@ -1,13 +1,9 @@
 #include "core/common/rpc/transport/testing/lab.h"
 
-#include <stdlib.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <system_error>
 
 #include "absl/log/absl_check.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
 
 namespace rpc::transport {
@@ -70,12 +66,6 @@ absl::StatusOr<std::string> CallText(Client& client,
     return controller.status();
   }
   return response.text();
-}
-
-std::pair<loop::ScopedFd, loop::ScopedFd> SocketPair() {
-  int fds[2];
-  ABSL_PCHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) == 0);
-  return {loop::ScopedFd(fds[0]), loop::ScopedFd(fds[1])};
 }
 
 asio::local::stream_protocol::socket Watch(loop::Loop& loop,
@@ -183,23 +173,8 @@ void RawPeer::Close() {
   socket_.close(error);
 }
 
-SocketFolder::SocketFolder() : path_("/tmp/lab.XXXXXX") {
-  ABSL_PCHECK(mkdtemp(path_.data()) != nullptr) << path_;
-  socket_ = path_ + "/socket";
-}
-
-SocketFolder::~SocketFolder() {
-  unlink(socket_.c_str());
-  rmdir(path_.c_str());
-}
-
-bool SocketFolder::HasSocket() const {
-  struct stat file;
-  return lstat(socket_.c_str(), &file) == 0;
-}
-
 RawServer::RawServer(loop::Loop& loop, ClientOptions options)
-    : RawServer(loop, SocketPair(), std::move(options)) {}
+    : RawServer(loop, torvane::SocketPair(), std::move(options)) {}
 
 RawServer::RawServer(loop::Loop& loop, Sockets sockets, ClientOptions options)
     : peer(loop, std::move(sockets.first)) {
@@ -228,7 +203,7 @@ Lab::Lab(const ServerOptions& options) : server(std::in_place, loop, options) {
 Lab::~Lab() = default;
 
 loop::ScopedFd Lab::Connect() {
-  auto [ours, theirs] = SocketPair();
+  auto [ours, theirs] = torvane::SocketPair();
   server->Adopt(std::move(theirs));
   return std::move(ours);
 }

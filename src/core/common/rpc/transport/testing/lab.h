@@ -15,6 +15,7 @@
 #include "absl/status/status.h"
 #include "core/common/rpc/loop/asio.h"
 #include "core/common/rpc/serving/call_context.h"
+#include "core/common/rpc/testing/recording_call.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/server.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
@@ -24,7 +25,7 @@
 
 namespace rpc::transport {
 
-class LabService final : public lab::LabRpc {
+class LabService : public lab::LabRpc {
  public:
   // A call of Park that goes on.
   struct Parked {
@@ -65,20 +66,6 @@ class LabService final : public lab::LabRpc {
   std::vector<Parked> parked;
 };
 
-// A closure that counts its runs; the test's own.
-class Done final : public google::protobuf::Closure {
- public:
-  explicit Done(std::function<void()> then = [] {}) : then_(std::move(then)) {}
-  void Run() override {
-    ++runs;
-    then_();
-  }
-  int runs = 0;
-
- private:
-  std::function<void()> then_;
-};
-
 // An asynchronous call of one of Lab's text methods and all that belongs to it.
 struct TextCall {
   TextCall() = default;
@@ -90,11 +77,11 @@ struct TextCall {
                                          google::protobuf::Closure*);
   void Start(Client& client, Method method, const std::string& text);
 
-  bool over() const { return done.runs > 0; }
+  bool over() const { return done.runs() > 0; }
 
   ClientController controller;
   lab::Text response;
-  Done done;
+  torvane::CountingClosure done;
 };
 
 // A blocking call.
@@ -155,26 +142,6 @@ class Lab {
   std::optional<Server> server;
 };
 
-// A folder that is this user's only, with the path of a socket in it. Both go
-// with this, whatever has been put at the path.
-class SocketFolder {
- public:
-  SocketFolder();
-  SocketFolder(const SocketFolder&) = delete;
-  SocketFolder& operator=(const SocketFolder&) = delete;
-  ~SocketFolder();
-
-  const std::string& path() const { return path_; }
-  const std::string& socket() const { return socket_; }
-
-  // Whether anything is at the socket's path.
-  bool HasSocket() const;
-
- private:
-  std::string path_;
-  std::string socket_;
-};
-
 // A client whose server is a raw peer, on one loop. The server offers Echo and
 // Watch of the lab, under the ids 0 and 1.
 struct RawServer {
@@ -191,9 +158,6 @@ struct RawServer {
 // A descriptor as a socket of Asio's, which does not block.
 asio::local::stream_protocol::socket Watch(loop::Loop& loop,
                                            loop::ScopedFd socket);
-
-// Two connected sockets.
-std::pair<loop::ScopedFd, loop::ScopedFd> SocketPair();
 
 }  // namespace rpc::transport
 

@@ -19,10 +19,10 @@
 
 #include "absl/status/status.h"
 #include "absl/strings/str_cat.h"
-#include "base/logging.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limit_table.h"
 #include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/testing/log_capture.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -44,12 +44,6 @@ inline Hits HitsOf(const serving::Counters& counters) {
 // others run into.
 class LimitsTest : public ::testing::Test {
  protected:
-  LimitsTest() {
-    records_.clear();
-    logging::SetLogMessageHandler(&Keep);
-  }
-  ~LimitsTest() override { logging::SetLogMessageHandler(nullptr); }
-
   void Serve(const serving::Limits& limits) {
     ServerOptions options;
     options.limits = limits;
@@ -65,7 +59,7 @@ class LimitsTest : public ::testing::Test {
   }
 
   // Texts of the host's records since the last time.
-  std::vector<std::string> TakeRecords() { return std::exchange(records_, {}); }
+  std::vector<std::string> TakeRecords() { return log_.TakeTexts(); }
   // How records name a client.
   static std::string Who(const std::string& name) {
     return absl::StrCat(name, " (", Process(), ")");
@@ -108,17 +102,7 @@ class LimitsTest : public ::testing::Test {
   std::optional<Lab> lab_;
 
  private:
-  static bool Keep(int,
-                   const char*,
-                   int,
-                   size_t message_start,
-                   const std::string& record) {
-    records_.push_back(
-        record.substr(message_start, record.size() - message_start - 1));
-    return true;
-  }
-
-  static inline std::vector<std::string> records_;
+  torvane::LogCapture log_;
   std::unique_ptr<Client> bystander_;
 };
 

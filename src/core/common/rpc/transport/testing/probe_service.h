@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
 namespace rpc::transport {
@@ -105,7 +106,7 @@ class ProbeTest : public ::testing::Test {
     peer = NewPeer();
   }
   std::unique_ptr<RawPeer> NewPeer() {
-    auto [ours, theirs] = SocketPair();
+    auto [ours, theirs] = torvane::SocketPair();
     server->Adopt(std::move(theirs));
     auto peer = std::make_unique<RawPeer>(loop, std::move(ours));
     peer->SendHello();

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/client/client_stream.h"
 #include "core/common/rpc/transport/testing/lab.h"
 
@@ -105,7 +106,7 @@ class HeldWrites : public ::testing::Test, public Connection::Delegate {
   void Append() { connection->Append(Frame::kCancel, CancelFrame()); }
 
   loop::Loop loop;
-  std::pair<loop::ScopedFd, loop::ScopedFd> sockets = SocketPair();
+  std::pair<loop::ScopedFd, loop::ScopedFd> sockets = torvane::SocketPair();
   std::shared_ptr<serving::Counters> counters =
       std::make_shared<serving::Counters>();
   std::shared_ptr<Connection> connection =

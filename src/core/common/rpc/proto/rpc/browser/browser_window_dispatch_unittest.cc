@@ -31,10 +31,10 @@ namespace {
 using google::protobuf::Message;
 using google::protobuf::MethodDescriptor;
 using torvane::CountAllocations;
+using torvane::CountingClosure;
 using torvane::FatalRecord;
 using torvane::FatalRecordOf;
 using torvane::ForgedMethod;
-using torvane::RecordingClosure;
 using torvane::RecordingController;
 
 constexpr char kStreamingText[] =
@@ -82,7 +82,7 @@ TEST(Dispatch, EachUnaryIndexReachesItsOwnMethodWithTheVeryPointersPassed) {
     const std::unique_ptr<Message> response(
         service.GetResponsePrototype(Method(i)).New());
     RecordingController controller;
-    RecordingClosure done;
+    CountingClosure done;
     service.CallMethod(Method(i), &controller, request.get(), response.get(),
                        &done);
     ASSERT_EQ(service.calls.size(), 1u);
@@ -105,7 +105,7 @@ TEST(Dispatch, AMethodOfAnotherServiceIsDispatchedByItsIndexAlone) {
   BrowserId request;
   google::protobuf::Empty response;
   RecordingController controller;
-  RecordingClosure done;
+  CountingClosure done;
   service.CallMethod(foreign.method(3), &controller, &request, &response,
                      &done);
   ASSERT_EQ(service.calls.size(), 1u);
@@ -120,7 +120,7 @@ TEST(Dispatch, AllocatesNothing) {
   EveryUnaryMethod service;
   service.calls.reserve(kUnaryMethodCount);
   RecordingController controller;
-  RecordingClosure done;
+  CountingClosure done;
   const MethodDescriptor* methods[kUnaryMethodCount];
   std::vector<std::unique_ptr<Message>> responses;
   for (int i = 0; i < kUnaryMethodCount; ++i) {
@@ -145,7 +145,7 @@ TEST(DefaultMethods, FailWithTheirNameAndThenComplete) {
         service.GetResponsePrototype(Method(i)).New());
     RecordingController controller;
     std::string text_at_completion;
-    RecordingClosure done([&] { text_at_completion = controller.ErrorText(); });
+    CountingClosure done([&] { text_at_completion = controller.ErrorText(); });
     service.CallMethod(Method(i), &controller,
                        &service.GetRequestPrototype(Method(i)), response.get(),
                        &done);
@@ -164,7 +164,7 @@ TEST(DefaultMethods, LeaveTheResponseAsItCame) {
   google::protobuf::BoolValue response;
   response.set_value(true);
   RecordingController controller;
-  RecordingClosure done;
+  CountingClosure done;
   service.CallMethod(Method(15), &controller, &request, &response, &done);
   EXPECT_EQ(controller.ErrorText(), "Method Close() not implemented.");
   EXPECT_TRUE(response.value());
@@ -173,7 +173,7 @@ TEST(DefaultMethods, LeaveTheResponseAsItCame) {
 TEST(DefaultMethods, LogNothing) {
   BrowserWindowRpc service;
   RecordingController controller;
-  RecordingClosure done;
+  CountingClosure done;
   testing::internal::CaptureStderr();
   service.Show(&controller, nullptr, nullptr, &done);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -182,7 +182,7 @@ TEST(DefaultMethods, LogNothing) {
 TEST(DefaultMethods, DoNotReadTheRequest) {
   BrowserWindowRpc service;
   RecordingController controller;
-  RecordingClosure done;
+  CountingClosure done;
   service.Show(&controller, nullptr, nullptr, &done);
   EXPECT_EQ(controller.ErrorText(), "Method Show() not implemented.");
   EXPECT_EQ(done.runs(), 1);
@@ -258,7 +258,7 @@ FatalRecord RefusedCall(const MethodDescriptor* method) {
       bool IsCanceled() const override { _exit(1); }
       void NotifyOnCancel(google::protobuf::Closure*) override { _exit(1); }
     } controller;
-    RecordingClosure done([] { _exit(1); });
+    CountingClosure done([] { _exit(1); });
     BrowserWindowRpc service;
     service.CallMethod(method, &controller, nullptr, nullptr, &done);
   });

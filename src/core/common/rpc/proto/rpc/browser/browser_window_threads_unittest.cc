@@ -19,7 +19,7 @@ namespace rpc {
 namespace {
 
 using google::protobuf::Message;
-using torvane::RecordingClosure;
+using torvane::CountingClosure;
 using torvane::RecordingController;
 
 TEST(Dispatch, RunsOnAnyThreadAndOnSeveralAtOnce) {
@@ -36,7 +36,7 @@ TEST(Dispatch, RunsOnAnyThreadAndOnSeveralAtOnce) {
         const std::unique_ptr<Message> response(
             service.GetResponsePrototype(method).New());
         RecordingController controller;
-        RecordingClosure done;
+        CountingClosure done;
         service.CallMethod(method, &controller,
                            &service.GetRequestPrototype(method), response.get(),
                            &done);
