@@ -88,7 +88,7 @@ TEST_F(LineReaderTest, LongLineComesWhole) {
   EXPECT_THAT(lines_, ElementsAre(line));
 }
 
-TEST_F(LineReaderTest, FilesAreReadAsWell) {
+TEST_F(LineReaderTest, FilesAreReadLikePipes) {
   char path[] = "/tmp/line_reader.XXXXXX";
   const int file = mkstemp(path);
   unlink(path);

@@ -86,7 +86,7 @@ TEST_F(KilledClient, EndsExactlyItsPendingQuestions) {
   EXPECT_EQ(answered_, 0);
 }
 
-TEST_F(KilledClient, WhileItIsStoppedEndsItsQuestionsAllTheSame) {
+TEST_F(KilledClient, EndsItsQuestionsEvenWhileItIsStopped) {
   client_->Stop();
   for (int64_t i = 0; i < kWindowsPerClient; ++i)
     Ask(WindowOf(1, i));

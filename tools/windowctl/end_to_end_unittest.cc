@@ -207,7 +207,7 @@ TEST_F(EndToEndTest, HostRunsOnWhenItsInputEnds) {
   EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 2})"));
 }
 
-TEST(OutputTest, ThatCannotBeWrittenIsAFailure) {
+TEST(OutputTest, OutputThatCannotBeWrittenIsAFailure) {
   const int status = system(WINDOWCTL " methods >/dev/full 2>/dev/null");
   EXPECT_EQ(WEXITSTATUS(status), 1);
 }

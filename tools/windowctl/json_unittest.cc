@@ -29,7 +29,7 @@ TEST(Json, FieldsAreReadByTheirNames) {
   EXPECT_EQ(-3, bounds.bounds().x());
 }
 
-TEST(Json, NamesOfTheProtoFileAreReadAsWell) {
+TEST(Json, FieldsAreReadByTheirNamesInTheProtoFile) {
   rpc::WindowButton button;
   ASSERT_EQ(absl::OkStatus(),
             FromJson(R"({"browser_id": {"value": 7}, "kind": "KIND_CLOSE"})",

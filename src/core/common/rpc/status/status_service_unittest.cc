@@ -38,7 +38,7 @@ class StatusServiceTest : public ::testing::Test {
   }
 };
 
-TEST_F(StatusServiceTest, AnIdleServerHasOnlyLimitsToNameAndZeroes) {
+TEST_F(StatusServiceTest, AnIdleServerIsReportedWithItsLimitsAndZeroes) {
   const StatusReport report = Say({});
   EXPECT_EQ(report.connections_size(), 0);
   EXPECT_EQ(report.total().streams(), 0u);

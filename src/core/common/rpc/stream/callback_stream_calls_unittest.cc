@@ -424,7 +424,7 @@ TEST_F(AskTest, ACallThatAFailedWriteHasEndedWasAskedAllTheSame) {
   EXPECT_THAT(endings_, ElementsAre("question error 1"));
 }
 
-TEST_F(AskTest, IsRefusedByAStreamThatIsCompleting) {
+TEST_F(AskTest, AStreamThatIsCompletingIsNotAsked) {
   const auto client = std::make_shared<FakeClient>();
   const auto stream = Open(client);
   Subscription(*stream, 7, true);
@@ -444,7 +444,7 @@ TEST_F(AskTest, IsRefusedByAStreamThatIsCompleting) {
   EXPECT_EQ(PendingWindows(*stream), 0u);
 }
 
-TEST_F(AskTest, GoesToTheStreamThatTookTheWindowOver) {
+TEST_F(AskTest, TheStreamThatTookTheWindowOverIsAsked) {
   const auto client = std::make_shared<FakeClient>();
   const auto first = Open();
   const auto second = Open(client);
@@ -455,7 +455,7 @@ TEST_F(AskTest, GoesToTheStreamThatTookTheWindowOver) {
   EXPECT_EQ(PendingWindows(*first), 0u);
 }
 
-TEST_F(AskTest, CanBeAskedAnewAfterTheLastAnswer) {
+TEST_F(AskTest, AWindowMayBeAskedAboutAnewAfterTheLastAnswer) {
   const auto client = std::make_shared<FakeClient>();
   const auto stream = Open(client);
   Subscription(*stream, 7, true);

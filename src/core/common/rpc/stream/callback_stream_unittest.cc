@@ -208,7 +208,7 @@ TEST_F(CallbackStreamTest, AnUnsubscribeFrameCancelsAfterTheWindowIsReleased) {
   EXPECT_EQ(PendingWindows(*stream), 0u);
 }
 
-TEST_F(CallbackStreamTest, AnUnsubscribeFrameCancelsWithoutASubscriptionToo) {
+TEST_F(CallbackStreamTest, AnUnsubscribeFrameCancelsEvenWithoutASubscription) {
   const auto stream = Open();
   Pend(*stream, 7, 1);
   Subscription(*stream, 7, false);
@@ -356,7 +356,7 @@ TEST_F(CallbackStreamDeathTest, TheEndComesWithoutAnyText) {
       [](int status) { return WIFSIGNALED(status); }, IsEmpty());
 }
 
-TEST_F(CallbackStreamDeathTest, FramesThatAreHandledEndNothing) {
+TEST_F(CallbackStreamDeathTest, FramesThatAreHandledDoNotEndTheProcess) {
   const auto stream = Open();
   EXPECT_EQ(Delivery(*stream, FrameOf(AnswerAbout(7))).signal, 0);
 }

@@ -29,7 +29,7 @@ void Deliver(Stream& stream, const rpc::EventSubscription& subscription) {
   stream.OnNext(&frame);
 }
 
-TEST(LeakTest, TheRequestsOfFramesArePassedOver) {
+TEST(LeakTest, RequestsOfFramesAreNotReported) {
   rpc::BrowserWindowRpc service;
   const auto stream = Open(service);
   rpc::EventSubscription subscription;
@@ -49,7 +49,7 @@ void LeakAKey(torvane::Service& service) {
   Stream::stream_map_.clear();
 }
 
-TEST(LeakTest, AKeyThatIsLostIsNot) {
+TEST(LeakTest, ALostKeyIsReported) {
   rpc::BrowserWindowRpc service;
   EXPECT_EXIT(
       {

@@ -49,7 +49,8 @@ TEST(MessageComparatorAllocation, CountsWhatIsAllocated) {
 }
 
 // Not even for descriptors, if nobody else has asked for them.
-TEST(MessageComparatorAllocation, NothingForTheFirstComparisonOfWindows) {
+TEST(MessageComparatorAllocation,
+     AllocatesNothingForTheFirstComparisonOfWindows) {
   const BrowserId id = WindowId(7);
   BrowserId other = WindowId(8);
   bool ordered = false;
@@ -60,12 +61,12 @@ TEST(MessageComparatorAllocation, NothingForTheFirstComparisonOfWindows) {
   EXPECT_FALSE(ordered);
 }
 
-TEST(MessageComparatorAllocation, NothingForAWindow) {
+TEST(MessageComparatorAllocation, AllocatesNothingForAWindow) {
   ExpectNoAllocation(WindowId(7), WindowId(8));
   ExpectNoAllocation(WindowId(7), BrowserId());
 }
 
-TEST(MessageComparatorAllocation, NothingUpToTheVeryLimit) {
+TEST(MessageComparatorAllocation, AllocatesNothingUpToTheVeryLimit) {
   test::Flat key, other;
   key.set_text(std::string(253, 'a'));
   other.set_text(std::string(253, 'b'));
@@ -82,7 +83,8 @@ TEST(MessageComparatorAllocation, NothingUpToTheVeryLimit) {
   ExpectNoAllocation(maps, other_maps);
 }
 
-TEST(MessageComparatorAllocation, NothingForSubMessagesAndPackedFields) {
+TEST(MessageComparatorAllocation,
+     AllocatesNothingForSubMessagesAndPackedFields) {
   test::Nested key, other;
   key.set_number(7);
   key.mutable_inner()->add_packed(1);
@@ -94,7 +96,7 @@ TEST(MessageComparatorAllocation, NothingForSubMessagesAndPackedFields) {
   ExpectNoAllocation(key, other);
 }
 
-TEST(MessageComparatorAllocation, NothingForUnknownFields) {
+TEST(MessageComparatorAllocation, AllocatesNothingForUnknownFields) {
   BrowserId key, other;
   auto* unknown = key.GetReflection()->MutableUnknownFields(&key);
   unknown->AddVarint(9, 1);
@@ -103,13 +105,13 @@ TEST(MessageComparatorAllocation, NothingForUnknownFields) {
   ExpectNoAllocation(key, other);
 }
 
-TEST(MessageComparatorAllocation, NothingForMissingRequiredFields) {
+TEST(MessageComparatorAllocation, AllocatesNothingForMissingRequiredFields) {
   test::Mandatory key;
   key.set_text("a text of more than sixteen bytes");
   ExpectNoAllocation(key, test::Mandatory());
 }
 
-TEST(MessageComparatorAllocation, NothingForMapsOfAnyKeyType) {
+TEST(MessageComparatorAllocation, AllocatesNothingForMapsOfAnyKeyType) {
   test::Maps key;
   for (const int i : {3, 1, 2}) {
     (*key.mutable_strings())[std::string(1, 'a' + i)] = "v";
@@ -139,7 +141,8 @@ TEST(MessageComparatorAllocation, NothingForMapsOfAnyKeyType) {
   ExpectNoAllocation(fixed, other);
 }
 
-TEST(MessageComparatorAllocation, NothingForTheSmallestMapOfTwoEntries) {
+TEST(MessageComparatorAllocation,
+     AllocatesNothingForTheSmallestMapOfTwoEntries) {
   test::Maps key;
   (*key.mutable_int32s())[0] = 0;
   (*key.mutable_int32s())[1] = 0;
@@ -149,7 +152,7 @@ TEST(MessageComparatorAllocation, NothingForTheSmallestMapOfTwoEntries) {
   ExpectNoAllocation(key, other);
 }
 
-TEST(MessageComparatorAllocation, NothingForMapsWithinSubMessages) {
+TEST(MessageComparatorAllocation, AllocatesNothingForMapsWithinSubMessages) {
   test::MapsWithin key;
   for (const int i : {3, 1, 2}) {
     (*key.mutable_maps()->mutable_int32s())[i] = i;
@@ -162,7 +165,7 @@ TEST(MessageComparatorAllocation, NothingForMapsWithinSubMessages) {
   ExpectNoAllocation(key, other);
 }
 
-TEST(MessageComparatorAllocation, NothingForMapsFourTypesDeep) {
+TEST(MessageComparatorAllocation, AllocatesNothingForMapsFourTypesDeep) {
   test::Deep key;
   auto* c = key.mutable_a()->mutable_b()->mutable_c();
   for (const int i : {3, 1, 2})
@@ -170,7 +173,7 @@ TEST(MessageComparatorAllocation, NothingForMapsFourTypesDeep) {
   ExpectNoAllocation(key, test::Deep());
 }
 
-TEST(MessageComparatorAllocation, NothingForMapsInRecursiveTypes) {
+TEST(MessageComparatorAllocation, AllocatesNothingForMapsInRecursiveTypes) {
   test::Tree key;
   test::Tree* child = key.add_children()->add_children();
   for (const int i : {3, 1, 2}) {
@@ -180,7 +183,8 @@ TEST(MessageComparatorAllocation, NothingForMapsInRecursiveTypes) {
   ExpectNoAllocation(key, test::Tree());
 }
 
-TEST(MessageComparatorAllocation, NothingForGroupsAndExtensionsWithoutMaps) {
+TEST(MessageComparatorAllocation,
+     AllocatesNothingForGroupsAndExtensionsWithoutMaps) {
   test::Extensible key;
   key.set_number(1);
   (*key.mutable_colours())[1] = test::RED;

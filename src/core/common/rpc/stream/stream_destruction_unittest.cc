@@ -77,7 +77,8 @@ TEST(StreamDestruction, AnEventStreamReleasesMethodThenServiceThenChannel) {
   EXPECT_THAT(events, ElementsAre("method", "service", "channel"));
 }
 
-TEST(StreamDestruction, ACallbackStreamDiscardsItsCallsBeforeThat) {
+TEST(StreamDestruction,
+     ACallbackStreamDiscardsItsCallsBeforeItReleasesAnything) {
   const BrowserId key;
   std::shared_ptr<void> farewell(nullptr,
                                  [](void*) { events.push_back("calls"); });

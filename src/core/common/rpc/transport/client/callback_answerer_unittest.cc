@@ -98,7 +98,7 @@ class Questions : public ::testing::Test {
   Decider decider{*client};
 };
 
-TEST_F(Questions, AreAnsweredAtOnce) {
+TEST_F(Questions, AQuestionMayBeAnsweredAtOnce) {
   decider.meanwhile = [&] {
     EXPECT_TRUE(decider.replies.back().Answer(Response("yes")).ok());
   };
@@ -107,7 +107,7 @@ TEST_F(Questions, AreAnsweredAtOnce) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"may I?", "=yes"}}));
 }
 
-TEST_F(Questions, AreAnsweredLaterAndInAnyOrder) {
+TEST_F(Questions, QuestionsMayBeAnsweredLaterAndInAnyOrder) {
   decider.answerer->Subscribe(WindowId(1));
   decider.answerer->Subscribe(WindowId(2));
   lab.RunReady();
@@ -124,7 +124,7 @@ TEST_F(Questions, AreAnsweredLaterAndInAnyOrder) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "=0"}, {"b", "=1"}, {"c", "=2"}}));
 }
 
-TEST_F(Questions, AreRefused) {
+TEST_F(Questions, ADeclinedQuestionFailsOnce) {
   AskDecider({"a", "b"});
   decider.replies[0].Decline();
   decider.replies[0].Decline();
@@ -135,7 +135,7 @@ TEST_F(Questions, AreRefused) {
   EXPECT_TRUE(decider.replies[1].Answer(Response("yes")).ok());
 }
 
-TEST_F(Questions, AreRefusedWhenTheLastHandleIsDropped) {
+TEST_F(Questions, AQuestionFailsWhenItsLastHandleIsDropped) {
   AskDecider({"a"});
   std::optional<Answerer::Reply> copy = decider.replies[0];
   decider.replies.clear();
@@ -146,7 +146,7 @@ TEST_F(Questions, AreRefusedWhenTheLastHandleIsDropped) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "failed"}}));
 }
 
-TEST_F(Questions, AreAnsweredOnceByAllCopiesOfAHandle) {
+TEST_F(Questions, AllCopiesOfAHandleAnswerOnce) {
   AskDecider({"a"});
   const Answerer::Reply copy = decider.replies[0];
   EXPECT_TRUE(copy.Answer(Response("yes")).ok());
@@ -157,7 +157,7 @@ TEST_F(Questions, AreAnsweredOnceByAllCopiesOfAHandle) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "=yes"}}));
 }
 
-TEST_F(Questions, TakeNoAnswerWithoutAResponse) {
+TEST_F(Questions, AnAnswerWithoutAResponseIsRefused) {
   AskDecider({"a"});
   EXPECT_EQ(decider.replies[0].Answer(lab::Decision()),
             absl::InvalidArgumentError("the answer has no response"));
@@ -166,7 +166,7 @@ TEST_F(Questions, TakeNoAnswerWithoutAResponse) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "=yes"}}));
 }
 
-TEST_F(Questions, AnswerTheWindowThatWasAskedAbout) {
+TEST_F(Questions, AnAnswerIsAboutTheWindowOfItsQuestion) {
   AskDecider({"a"});
   lab::Decision answer = Response("yes");
   *answer.mutable_browser_id() = WindowId(99);
@@ -175,7 +175,7 @@ TEST_F(Questions, AnswerTheWindowThatWasAskedAbout) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "=yes"}}));
 }
 
-TEST_F(Questions, AreCancelledByTheEndOfTheSubscription) {
+TEST_F(Questions, UnsubscribingCancelsTheQuestionsAboutTheWindow) {
   AskDecider({"a"});
   decider.answerer->Unsubscribe(WindowId(1));
   lab.RunReady();
@@ -187,7 +187,7 @@ TEST_F(Questions, AreCancelledByTheEndOfTheSubscription) {
   EXPECT_EQ(asker.outcomes["a"], "cancelled");
 }
 
-TEST_F(Questions, AreCancelledByTheEndOfTheStream) {
+TEST_F(Questions, AnEndedStreamCancelsItsQuestions) {
   AskDecider({"a"});
   decider.answerer->End();
   EXPECT_EQ(decider.replies[0].Answer(Response("late")),
@@ -197,7 +197,7 @@ TEST_F(Questions, AreCancelledByTheEndOfTheStream) {
   EXPECT_EQ(decider.ends, std::vector<absl::Status>{absl::OkStatus()});
 }
 
-TEST_F(Questions, AreCancelledByTheEndOfTheAnswerer) {
+TEST_F(Questions, ADestroyedAnswererCancelsItsQuestions) {
   AskDecider({"a"});
   decider.answerer.reset();
   lab.RunReady();
@@ -205,14 +205,14 @@ TEST_F(Questions, AreCancelledByTheEndOfTheAnswerer) {
   EXPECT_TRUE(absl::IsUnavailable(decider.replies[0].Answer(Response("x"))));
 }
 
-TEST_F(Questions, AreCancelledByTheEndOfTheClient) {
+TEST_F(Questions, ADestroyedClientCancelsItsQuestions) {
   AskDecider({"a", "b"});
   client.reset();
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}, {"b", "cancelled"}}));
 }
 
-TEST_F(Questions, AreCancelledByTheStopOfTheServer) {
+TEST_F(Questions, ADestroyedServerCancelsItsQuestions) {
   decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   asker.Ask(1, "a");
@@ -227,7 +227,7 @@ TEST_F(Questions, TheAnswererMayBeDestroyedByAQuestion) {
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}, {"b", "cancelled"}}));
 }
 
-TEST_F(Questions, GoToTheNewestAnswererOfTheWindow) {
+TEST_F(Questions, TheNewestAnswererOfTheWindowIsAsked) {
   const auto other_client = lab.NewClient();
   Decider newest(*other_client);
   decider.answerer->Subscribe(WindowId(1));
@@ -240,7 +240,7 @@ TEST_F(Questions, GoToTheNewestAnswererOfTheWindow) {
   EXPECT_EQ(newest.questions, std::vector<std::string>{"a"});
 }
 
-TEST_F(Questions, ThatCannotBeReadAreRefused) {
+TEST_F(Questions, AQuestionThatCannotBeReadFails) {
   decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   // A question of a kind that this program does not know.
@@ -259,7 +259,7 @@ TEST_F(Questions, ThatCannotBeReadAreRefused) {
   EXPECT_TRUE(decider.questions.empty());
 }
 
-TEST_F(Questions, MayBeAskedWhileEventsPileUp) {
+TEST_F(Questions, AThousandQuestionsAtOnceAreAllAnswered) {
   decider.answerer->Subscribe(WindowId(1));
   lab.RunReady();
   decider.meanwhile = [&] {

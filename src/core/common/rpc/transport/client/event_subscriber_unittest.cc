@@ -65,7 +65,7 @@ class Events : public ::testing::Test {
   std::unique_ptr<Client> client = lab.NewClient();
 };
 
-TEST_F(Events, ReachTheSubscribersOfTheirKey) {
+TEST_F(Events, EventsReachTheSubscribersOfTheirKey) {
   Listener first(*client);
   Listener second(*client);
   first.subscriber->Subscribe(WindowId(1));
@@ -80,7 +80,7 @@ TEST_F(Events, ReachTheSubscribersOfTheirKey) {
   EXPECT_EQ(second.events, (std::vector<std::string>{"a", "b"}));
 }
 
-TEST_F(Events, StopWithTheSubscription) {
+TEST_F(Events, NoEventsComeAfterUnsubscribing) {
   Listener listener(*client);
   listener.subscriber->Subscribe(WindowId(1));
   listener.subscriber->Subscribe(WindowId(2));
@@ -92,7 +92,7 @@ TEST_F(Events, StopWithTheSubscription) {
   EXPECT_EQ(listener.events, std::vector<std::string>{"b"});
 }
 
-TEST_F(Events, SentBeforeTheEndStillArriveAndThenTheEnd) {
+TEST_F(Events, EventsSentBeforeTheEndArriveBeforeIt) {
   Listener listener(*client);
   listener.subscriber->Subscribe(WindowId(1));
   lab.RunReady();
@@ -158,7 +158,7 @@ TEST_F(Events, TheClientMayBeDestroyedByAnEvent) {
                                "the client was destroyed")});
 }
 
-TEST_F(Events, TheEndOfTheServerIsTold) {
+TEST_F(Events, SubscribersAreToldThatTheServerEnds) {
   Listener listener(*client);
   lab.RunReady();
   lab.server->Stop();
@@ -188,7 +188,7 @@ TEST_F(Events, OnALostClientTheStreamEndsSoon) {
                                "the server is stopping")});
 }
 
-TEST_F(Events, ThatDoNotParseArePassedOver) {
+TEST_F(Events, EventsThatDoNotParseArePassedOver) {
   RawServer server(lab.loop);
   Listener listener(*server.client);
   for (const std::string payload : {"\xff\xff", "\x0a\x01x"}) {

@@ -49,7 +49,7 @@ TEST_F(BadServer, ACodeThatIsNotCanonicalIsUnknown) {
   EXPECT_EQ(call.controller.status().code(), absl::StatusCode::kUnknown);
 }
 
-TEST_F(BadServer, WhatIsMeantForNobodyIsIgnored) {
+TEST_F(BadServer, FramesForUnknownCallsAndStreamsAreIgnored) {
   ReplyFrame reply;
   reply.set_call_id(77);
   Reply(reply);
@@ -97,14 +97,14 @@ TEST_F(BadServer, ASecondWelcomeEndsTheConnection) {
             absl::InvalidArgumentError("a second welcome"));
 }
 
-TEST_F(BadServer, AGoodbyeWithoutAReasonIsStillOne) {
+TEST_F(BadServer, AGoodbyeWithoutAReasonEndsTheConnection) {
   server.peer.Send(Frame::kGoodbye, GoodbyeFrame());
   Run([&] { return !server.client->status().ok(); });
   EXPECT_EQ(server.client->status(),
             absl::UnavailableError("the server said goodbye"));
 }
 
-TEST_F(BadServer, WhatItSaidLastIsReadAlthoughWritingFails) {
+TEST_F(BadServer, WhatTheServerSaidLastIsReadAlthoughWritingFails) {
   GoodbyeFrame goodbye;
   goodbye.mutable_status()->set_code(8);
   goodbye.mutable_status()->set_text("too much");
@@ -144,7 +144,7 @@ TEST_F(BadServer, AReplyThatComesWithTheGoodbyeIsTheOutcomeOfItsCall) {
   EXPECT_EQ(server.client->status(), absl::UnavailableError("stopping"));
 }
 
-TEST_F(BadServer, OneThatDiesFailsWhatIsInFlight) {
+TEST_F(BadServer, AServerThatDiesFailsWhatIsInFlight) {
   call.Start(*server.client, &Lab_Stub::Echo, "x");
   server.peer.Close();
   Run([&] { return call.over(); });

@@ -70,7 +70,7 @@ class TimedQuestions : public ::testing::Test {
       }};
 };
 
-TEST_F(TimedQuestions, AreAnswered) {
+TEST_F(TimedQuestions, AnAnswerInTimeIsTheOutcome) {
   Ask();
   AwaitQuestions(1);
   EXPECT_TRUE(outcomes.empty());
@@ -80,7 +80,7 @@ TEST_F(TimedQuestions, AreAnswered) {
   EXPECT_EQ(answers, std::vector<std::string>{"yes"});
 }
 
-TEST_F(TimedQuestions, AreToldThatNobodyAnswersButNotAtOnce) {
+TEST_F(TimedQuestions, ThatNobodyAnswersIsToldLaterAndNotAtOnce) {
   Ask(hours(1), /*window=*/2);
   EXPECT_TRUE(outcomes.empty());
   lab.RunReady();
@@ -88,7 +88,7 @@ TEST_F(TimedQuestions, AreToldThatNobodyAnswersButNotAtOnce) {
   EXPECT_EQ(answers, std::vector<std::string>{""});
 }
 
-TEST_F(TimedQuestions, AreFailedByTheClient) {
+TEST_F(TimedQuestions, AClientsErrorIsTheOutcome) {
   Ask();
   AwaitQuestions(1);
   replies.clear();
@@ -96,7 +96,7 @@ TEST_F(TimedQuestions, AreFailedByTheClient) {
   EXPECT_EQ(outcomes, Outcomes{serving::QuestionOutcome::kClientFailed});
 }
 
-TEST_F(TimedQuestions, EndWhenTheClientLeaves) {
+TEST_F(TimedQuestions, AQuestionEndsWhenItsClientLeaves) {
   Ask();
   AwaitQuestions(1);
   client.reset();
@@ -104,7 +104,7 @@ TEST_F(TimedQuestions, EndWhenTheClientLeaves) {
   EXPECT_EQ(outcomes, Outcomes{serving::QuestionOutcome::kClientLeft});
 }
 
-TEST_F(TimedQuestions, EndWhenTheirTimeIsUpAndTheLateAnswerIsDropped) {
+TEST_F(TimedQuestions, AQuestionEndsWhenItsTimeIsUpAndTheLateAnswerIsDropped) {
   Ask(milliseconds(1));
   AwaitQuestions(1);
   lab.RunUntil([&] { return !outcomes.empty(); });
@@ -114,7 +114,7 @@ TEST_F(TimedQuestions, EndWhenTheirTimeIsUpAndTheLateAnswerIsDropped) {
   EXPECT_EQ(outcomes.size(), 1u);
 }
 
-TEST_F(TimedQuestions, SettleOnceWhateverComesTogether) {
+TEST_F(TimedQuestions, AQuestionSettlesOnceWhateverComesTogether) {
   Ask(milliseconds(1));
   AwaitQuestions(1);
   // Answer, end of the client and deadline all wait for the same turn.
@@ -125,7 +125,7 @@ TEST_F(TimedQuestions, SettleOnceWhateverComesTogether) {
   EXPECT_EQ(outcomes.size(), 1u);
 }
 
-TEST_F(TimedQuestions, MayBeFollowedByAnotherAboutTheSameWindow) {
+TEST_F(TimedQuestions, AQuestionMayFollowAnotherAboutTheSameWindow) {
   Ask();
   then = [&] { Ask(); };
   AwaitQuestions(1);
@@ -136,7 +136,7 @@ TEST_F(TimedQuestions, MayBeFollowedByAnotherAboutTheSameWindow) {
   EXPECT_EQ(answers, (std::vector<std::string>{"first", "second"}));
 }
 
-TEST_F(TimedQuestions, LeaveNoTimerBehind) {
+TEST_F(TimedQuestions, AnAnsweredQuestionLeavesNoTimerBehind) {
   Ask();
   AwaitQuestions(1);
   EXPECT_TRUE(replies[0].Answer(Answer("yes")).ok());

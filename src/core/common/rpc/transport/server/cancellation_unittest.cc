@@ -37,7 +37,7 @@ class Cancellation : public ::testing::Test {
   std::unique_ptr<Client> client = lab.NewClient();
 };
 
-TEST_F(Cancellation, ReachesTheMethodAndEndsTheCall) {
+TEST_F(Cancellation, CancellingReachesTheMethodAndEndsTheCall) {
   Park();
   CountingClosure cancelled;
   controller().NotifyOnCancel(&cancelled);
@@ -57,7 +57,7 @@ TEST_F(Cancellation, ReachesTheMethodAndEndsTheCall) {
   EXPECT_EQ(counters().results_late, 1u);
 }
 
-TEST_F(Cancellation, BeforeTheCallHasLeftStillEndsIt) {
+TEST_F(Cancellation, CancellingBeforeTheCallHasLeftStillEndsIt) {
   call.Start(*client, &Lab_Stub::Echo, "x");
   call.controller.StartCancel();
   lab.RunReady();
@@ -66,7 +66,7 @@ TEST_F(Cancellation, BeforeTheCallHasLeftStillEndsIt) {
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "next").value(), "next");
 }
 
-TEST_F(Cancellation, AfterTheReplyDoesNothing) {
+TEST_F(Cancellation, CancellingAfterTheReplyDoesNothing) {
   call.Start(*client, &Lab_Stub::Echo, "x");
   lab.RunUntil([&] { return call.over(); });
   call.controller.StartCancel();
@@ -75,7 +75,7 @@ TEST_F(Cancellation, AfterTheReplyDoesNothing) {
   EXPECT_EQ(call.done.runs(), 1);
 }
 
-TEST_F(Cancellation, ThatCrossesTheReplyWins) {
+TEST_F(Cancellation, CancellingWinsOverAReplyOnItsWay) {
   Park();
   Complete();
   call.controller.StartCancel();
@@ -85,7 +85,7 @@ TEST_F(Cancellation, ThatCrossesTheReplyWins) {
   EXPECT_EQ(counters().protocol_violations, 0u);
 }
 
-TEST_F(Cancellation, OfACallWhoseReplyIsHandledNextWins) {
+TEST_F(Cancellation, CancellingWinsOverAReplyThatIsHandledNext) {
   TextCall first([&] { call.controller.StartCancel(); });
   first.Start(*client, &Lab_Stub::Echo, "1");
   call.Start(*client, &Lab_Stub::Echo, "2");
@@ -95,7 +95,7 @@ TEST_F(Cancellation, OfACallWhoseReplyIsHandledNextWins) {
   EXPECT_EQ(call.controller.status().code(), absl::StatusCode::kCancelled);
 }
 
-TEST_F(Cancellation, TwiceIsOnce) {
+TEST_F(Cancellation, CancellingTwiceCancelsOnce) {
   Park();
   call.controller.StartCancel();
   call.controller.StartCancel();
@@ -105,7 +105,7 @@ TEST_F(Cancellation, TwiceIsOnce) {
   Complete();
 }
 
-TEST_F(Cancellation, OfACallThatWasNeverSentIsNotSentEither) {
+TEST_F(Cancellation, NoCancelIsSentForACallThatWasNeverSent) {
   call.controller.set_timeout(milliseconds(0));
   call.Start(*client, &Lab_Stub::Echo, "x");
   const uint64_t frames = client->counters().frames_written;
@@ -117,7 +117,7 @@ TEST_F(Cancellation, OfACallThatWasNeverSentIsNotSentEither) {
             absl::DeadlineExceededError("no time was left for the call"));
 }
 
-TEST_F(Cancellation, WinsOverADeadlineThatHasPassedAsWell) {
+TEST_F(Cancellation, CancellingWinsOverADeadlineThatHasPassed) {
   const auto first = lab.loop.RunAfter(milliseconds(0),
                                        [&] { call.controller.StartCancel(); });
   call.controller.set_timeout(milliseconds(1));
@@ -135,7 +135,7 @@ TEST_F(Cancellation, WinsOverADeadlineThatHasPassedAsWell) {
   }
 }
 
-TEST_F(Cancellation, OfACallThatTheClientHasForgottenIsNoViolation) {
+TEST_F(Cancellation, ACancelOfAnUnknownCallIsIgnored) {
   const auto peer = lab.NewPeer();
   CancelFrame cancel;
   cancel.set_call_id(77);
@@ -208,7 +208,7 @@ TEST_F(Cancellation, WithoutATimeoutThereIsNoDeadline) {
   Complete();
 }
 
-TEST_F(Cancellation, NoTimeLeftMeansNoCall) {
+TEST_F(Cancellation, ACallWithoutTimeLeftIsNotSent) {
   call.controller.set_timeout(milliseconds(0));
   call.Start(*client, &Lab_Stub::Echo, "x");
   EXPECT_FALSE(call.over());
@@ -241,7 +241,7 @@ TEST_F(Cancellation, AnAnsweredCallLeavesNoTimerBehind) {
   EXPECT_TRUE(call.controller.status().ok());
 }
 
-TEST_F(Cancellation, ANotificationComesAtOnceWhereItIsLate) {
+TEST_F(Cancellation, NotifyOnCancelRunsItsClosureAtOnceWhenItIsTooLate) {
   Park();
   call.controller.StartCancel();
   lab.RunUntil([&] { return controller().IsCanceled(); });
@@ -253,7 +253,7 @@ TEST_F(Cancellation, ANotificationComesAtOnceWhereItIsLate) {
   EXPECT_EQ(late.runs(), 1);
 }
 
-TEST_F(Cancellation, ANotificationComesWhenTheCallIsOverUncancelled) {
+TEST_F(Cancellation, NotifyOnCancelRunsItsClosureWhenAnUncancelledCallIsOver) {
   Park();
   CountingClosure over;
   controller().NotifyOnCancel(&over);

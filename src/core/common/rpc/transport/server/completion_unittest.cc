@@ -57,7 +57,7 @@ TEST(Completion, AMethodMayCompleteOnAnotherThread) {
   EXPECT_EQ(parked.call().response.text(), "parked");
 }
 
-TEST(Completion, OnAnotherThreadOnlyHandsTheCallBackToTheLoop) {
+TEST(Completion, CompletingOnAnotherThreadOnlyHandsTheCallBackToTheLoop) {
   Lab lab;
   ParkedCall parked(lab);
   std::thread::id finished_on;
@@ -98,7 +98,7 @@ TEST(Completion, ManyThreadsMayCompleteAtOnce) {
   }
 }
 
-TEST(Completion, AfterTheClientHasGoneItIsDropped) {
+TEST(Completion, AReplyIsDroppedWhenItsClientHasGone) {
   Lab lab;
   ParkedCall parked(lab);
   parked.Disconnect();
@@ -110,7 +110,7 @@ TEST(Completion, AfterTheClientHasGoneItIsDropped) {
   EXPECT_EQ(lab.server->counters().results_late, 1u);
 }
 
-TEST(Completion, AfterTheServerHasGoneItIsDropped) {
+TEST(Completion, AReplyIsDroppedWhenItsServerHasGone) {
   Lab lab;
   ParkedCall parked(lab);
   lab.server.reset();
@@ -121,7 +121,7 @@ TEST(Completion, AfterTheServerHasGoneItIsDropped) {
             absl::UnavailableError("the server is stopping"));
 }
 
-TEST(Completion, OnAnotherThreadAfterTheServerHasGoneItIsDropped) {
+TEST(Completion, AReplyOfAnotherThreadIsDroppedWhenItsServerHasGone) {
   Lab lab;
   ParkedCall parked(lab);
   lab.server.reset();
@@ -169,7 +169,7 @@ TEST(Completion, AMethodMayCompleteAllCallsInsideOneCancelCallback) {
 
 using CompletionDeathTest = ::testing::Test;
 
-TEST(CompletionDeathTest, TwiceEndsTheProcess) {
+TEST(CompletionDeathTest, CompletingTwiceEndsTheProcess) {
   EXPECT_DEATH(
       {
         Lab lab;
@@ -181,7 +181,7 @@ TEST(CompletionDeathTest, TwiceEndsTheProcess) {
       "The closure of a call of lab.Lab.Park has been run twice.");
 }
 
-TEST(CompletionDeathTest, TwiceInARowEndsTheProcess) {
+TEST(CompletionDeathTest, CompletingTwiceInARowEndsTheProcess) {
   EXPECT_DEATH(
       {
         Lab lab;
@@ -192,7 +192,7 @@ TEST(CompletionDeathTest, TwiceInARowEndsTheProcess) {
       "The closure of a call of lab.Lab.Park has been run twice.");
 }
 
-TEST(CompletionDeathTest, TwiceIsFoundOutAfterManyOtherCalls) {
+TEST(CompletionDeathTest, CompletingTwiceIsFoundOutAfterManyOtherCalls) {
   EXPECT_DEATH(
       {
         Lab lab;

@@ -194,7 +194,7 @@ class UnreadEvents : public CrowdedConnection {
   std::unique_ptr<RawPeer> peer;
 };
 
-TEST_F(UnreadEvents, DoNotKeepAnswersFromBeingRead) {
+TEST_F(UnreadEvents, AnswersAreReadWhileEventsAreUnread) {
   Connect({.busy_outbox_bytes = 100'000});
   Subscribe();
   bool answered = false;
@@ -214,7 +214,7 @@ TEST_F(UnreadEvents, DoNotKeepAnswersFromBeingRead) {
   EXPECT_EQ(counters().limit_hits.busy_outbox_bytes, 0u);
 }
 
-TEST_F(UnreadEvents, DoNotHideThatRepliesAreNotRead) {
+TEST_F(UnreadEvents, RepliesThatAreNotReadAreNoticedAmongUnreadEvents) {
   Connect({.busy_outbox_bytes = 500'000});
   Subscribe();
   for (int i = 0; i < 20; ++i) {
@@ -240,7 +240,7 @@ TEST_F(UnreadEvents, DoNotHideThatRepliesAreNotRead) {
   }
 }
 
-TEST_F(UnreadEvents, AreAllThatAQuestionWaitsFor) {
+TEST_F(UnreadEvents, AQuestionWaitsForNoMoreThanTheEventsBeforeIt) {
   Connect();
   Subscribe();
   for (int i = 0; i < 100; ++i) {

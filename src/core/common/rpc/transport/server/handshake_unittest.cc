@@ -42,7 +42,7 @@ TEST(Handshake, TheServerListsWhatItOffers) {
   EXPECT_TRUE(welcome.services(0).methods(5).streaming());
 }
 
-TEST(Handshake, AnotherVersionIsToldWhichOneIsSpoken) {
+TEST(Handshake, AClientOfAnotherVersionIsToldWhichOneIsSpoken) {
   Lab lab;
   RawPeer peer(lab.loop, lab.Connect());
   HelloFrame hello;
@@ -144,7 +144,7 @@ TEST(Handshake, AClientForWhomTheWelcomeIsTooLongIsToldSo) {
   lab.server.reset();
 }
 
-TEST(Handshake, AnythingElseFirstIsRefused) {
+TEST(Handshake, AFirstFrameThatIsNoHelloIsRefused) {
   Lab lab;
   RawPeer peer(lab.loop, lab.Connect());
   peer.Send(Frame::kCall, CallFrame());
@@ -177,7 +177,7 @@ TEST(Handshake, GarbageIsRefused) {
                         why.ToString()));
 }
 
-TEST(Handshake, SilenceIsClosedWhenItsTimeIsUp) {
+TEST(Handshake, AClientThatKeepsSilentIsClosedWhenItsTimeIsUp) {
   ServerOptions options;
   options.limits.handshake_timeout = std::chrono::milliseconds(5);
   Lab lab(options);
@@ -188,7 +188,7 @@ TEST(Handshake, SilenceIsClosedWhenItsTimeIsUp) {
   EXPECT_EQ(lab.server->counters().handshakes_failed, 1u);
 }
 
-TEST(Handshake, HalfAHelloIsClosedWhenItsTimeIsUp) {
+TEST(Handshake, AClientThatSaysHalfAHelloIsClosedWhenItsTimeIsUp) {
   ServerOptions options;
   options.limits.handshake_timeout = std::chrono::milliseconds(5);
   Lab lab(options);

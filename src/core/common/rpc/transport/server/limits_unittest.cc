@@ -204,7 +204,7 @@ TEST_F(LimitsTest, BusyOutboxBytes) {
 }
 
 // The same reply is one byte too much: no further call is read.
-TEST_F(LimitsTest, BusyOutboxBytesAndOneMore) {
+TEST_F(LimitsTest, BusyOutboxBytesExceededByOnePausesReading) {
   Serve({.busy_outbox_bytes = 1'000'002});
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);

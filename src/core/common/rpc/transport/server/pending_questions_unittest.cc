@@ -93,7 +93,7 @@ TEST(ServedMethods, KnowWhichMethodsAskQuestions) {
   EXPECT_FALSE(Method("Echo").asks_questions());
 }
 
-TEST_F(PendingQuestionsTest, ArePendingFromAskingToTheirAnswer) {
+TEST_F(PendingQuestionsTest, AQuestionIsPendingUntilItsAnswer) {
   Ask(1, 7);
   Ask(2, 8);
   Ask(3, 7);
@@ -105,14 +105,14 @@ TEST_F(PendingQuestionsTest, ArePendingFromAskingToTheirAnswer) {
   EXPECT_EQ(Windows(), WindowList());
 }
 
-TEST_F(PendingQuestionsTest, AreSettledByAnError) {
+TEST_F(PendingQuestionsTest, AnErrorSettlesItsQuestion) {
   Ask(1, 7);
   Ask(2, 7);
   Refuse(1, 7);
   EXPECT_EQ(Report().questions, 1u);
 }
 
-TEST_F(PendingQuestionsTest, StayPendingWhenWindowOrCallIsAnother) {
+TEST_F(PendingQuestionsTest, AnAnswerForAnotherWindowOrCallSettlesNothing) {
   Ask(1, 7);
   Answer(1, 8);
   Answer(2, 7);
@@ -121,7 +121,7 @@ TEST_F(PendingQuestionsTest, StayPendingWhenWindowOrCallIsAnother) {
   EXPECT_EQ(Windows(), WindowList{7});
 }
 
-TEST_F(PendingQuestionsTest, EndWithTheReleaseOfTheirWindow) {
+TEST_F(PendingQuestionsTest, ReleasingAWindowEndsItsQuestions) {
   Ask(1, 7);
   Ask(2, 8);
   Ask(3, 7);
@@ -129,14 +129,14 @@ TEST_F(PendingQuestionsTest, EndWithTheReleaseOfTheirWindow) {
   EXPECT_EQ(Windows(), WindowList{8});
 }
 
-TEST_F(PendingQuestionsTest, StayPendingWhenTheirWindowIsSubscribedAgain) {
+TEST_F(PendingQuestionsTest, SubscribingAgainEndsNoQuestions) {
   Ask(1, 7);
   Subscribe(7, true);
   Subscribe(7, true, /*call_id=*/1);
   EXPECT_EQ(Windows(), WindowList{7});
 }
 
-TEST_F(PendingQuestionsTest, AreReadAsFarAsTheFrameParses) {
+TEST_F(PendingQuestionsTest, AFrameIsReadAsFarAsItParses) {
   Ask(1, 7);
   lab::Decision answer = About(7);
   answer.mutable_response();
@@ -153,7 +153,8 @@ TEST_F(PendingQuestionsTest, AreReadAsFarAsTheFrameParses) {
 }
 
 // For the stream, such an answer names another window, or none.
-TEST_F(PendingQuestionsTest, StayPendingWhereTheStreamFindsNoneForTheAnswer) {
+TEST_F(PendingQuestionsTest,
+       AnAnswerSettlesNothingWhereTheStreamFindsNoQuestion) {
   Ask(1, 7);
   lab::Decision answer = About(7);
   answer.mutable_response();
@@ -169,7 +170,7 @@ TEST_F(PendingQuestionsTest, StayPendingWhereTheStreamFindsNoneForTheAnswer) {
   EXPECT_EQ(Windows(), WindowList{7});
 }
 
-TEST_F(PendingQuestionsTest, AreReadWithTheLastOfSeveralValues) {
+TEST_F(PendingQuestionsTest, TheLastOfSeveralValuesCounts) {
   Ask(1, 7);
   lab::Decision answer = About(7);
   answer.mutable_response();
@@ -188,7 +189,8 @@ TEST_F(PendingQuestionsTest, AreReadWithTheLastOfSeveralValues) {
   EXPECT_EQ(Windows(), WindowList{7});
 }
 
-TEST_F(PendingQuestionsTest, AreReportedWithMethodAndAgeTheOldestFirst) {
+TEST_F(PendingQuestionsTest,
+       QuestionsAreReportedWithMethodAndAgeTheOldestFirst) {
   const auto start = std::chrono::steady_clock::now();
   for (int64_t id = 1; id <= 12; ++id) {
     Ask(id, 100 + id);

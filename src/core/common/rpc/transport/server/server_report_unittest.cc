@@ -65,11 +65,11 @@ class Reports : public ::testing::Test {
   std::vector<Answerer::Reply> replies;
 };
 
-TEST_F(Reports, OfAnIdleServerHasNoConnections) {
+TEST_F(Reports, AReportOfAnIdleServerHasNoConnections) {
   EXPECT_TRUE(Connections().empty());
 }
 
-TEST_F(Reports, NameEveryClientInTheOrderInWhichTheyCame) {
+TEST_F(Reports, AReportNamesEveryClientInTheOrderInWhichTheyCame) {
   const auto start = std::chrono::steady_clock::now();
   const auto first = lab.NewClient(Named("first"));
   auto second = lab.NewClient(Named("second"));
@@ -95,7 +95,7 @@ TEST_F(Reports, NameEveryClientInTheOrderInWhichTheyCame) {
   EXPECT_LE(connections[1].age, connections[0].age);
 }
 
-TEST_F(Reports, HaveConnectionsThatHaveNotSaidHello) {
+TEST_F(Reports, AReportHasConnectionsThatHaveNotSaidHello) {
   const auto socket = lab.Connect();
   const std::vector<serving::ConnectionReport> connections = Connections();
   ASSERT_EQ(connections.size(), 1u);
@@ -103,7 +103,7 @@ TEST_F(Reports, HaveConnectionsThatHaveNotSaidHello) {
   EXPECT_EQ(connections[0].pid, getpid());
 }
 
-TEST_F(Reports, CountCallsAndStreamsOfEachConnection) {
+TEST_F(Reports, AReportCountsCallsAndStreamsOfEachConnection) {
   const auto busy = lab.NewClient();
   const auto idle = lab.NewClient();
   TextCall calls[2];
@@ -129,7 +129,7 @@ TEST_F(Reports, CountCallsAndStreamsOfEachConnection) {
   lab.RunUntil([&] { return calls[1].over(); });
 }
 
-TEST_F(Reports, HavePendingQuestionsWithTheirAge) {
+TEST_F(Reports, AReportHasPendingQuestionsWithTheirAge) {
   const auto client = lab.NewClient();
   auto first = AnswerFor(*client, {1});
   const auto second = AnswerFor(*client, {2, 3});
@@ -159,7 +159,7 @@ TEST_F(Reports, HavePendingQuestionsWithTheirAge) {
   EXPECT_EQ(settled, 3);
 }
 
-TEST_F(Reports, ForgetTheQuestionsOfAStreamThatEnds) {
+TEST_F(Reports, AReportForgetsTheQuestionsOfAStreamThatEnds) {
   const auto client = lab.NewClient();
   const auto answerer = AnswerFor(*client, {1});
   Ask(1);
@@ -171,7 +171,7 @@ TEST_F(Reports, ForgetTheQuestionsOfAStreamThatEnds) {
   EXPECT_EQ(settled, 1);
 }
 
-TEST_F(Reports, NameNoMoreThanTheOldestQuestions) {
+TEST_F(Reports, AReportNamesNoMoreThanTheOldestQuestions) {
   const auto client = lab.NewClient();
   const auto first = AnswerFor(*client, {1});
   const auto second = AnswerFor(*client, {2});
@@ -187,7 +187,7 @@ TEST_F(Reports, NameNoMoreThanTheOldestQuestions) {
   }
 }
 
-TEST_F(Reports, CountTheBytesThatWaitForAClientThatDoesNotRead) {
+TEST_F(Reports, AReportCountsTheBytesThatWaitForAClientThatDoesNotRead) {
   const auto peer = lab.NewPeer();
   lab::Number bytes;
   bytes.set_number(1 << 19);
@@ -203,7 +203,7 @@ TEST_F(Reports, CountTheBytesThatWaitForAClientThatDoesNotRead) {
   EXPECT_EQ(Connections().at(0).queued_bytes, 0u);
 }
 
-TEST_F(Reports, CarryTheCounters) {
+TEST_F(Reports, AReportCarriesTheCounters) {
   const auto client = lab.NewClient();
   EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "x").ok());
   const serving::ServerReport report = lab.server->Report();

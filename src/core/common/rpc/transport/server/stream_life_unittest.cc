@@ -52,7 +52,7 @@ TEST_F(StreamLife, ALostConnectionCompletesAndDestroysItsStreams) {
   EXPECT_EQ(counters().streams_now, 0u);
 }
 
-TEST_F(StreamLife, SoDoesTheStopOfTheServer) {
+TEST_F(StreamLife, AStoppedServerCompletesAndDestroysItsStreams) {
   Serve();
   Open(7);
   server->Stop();
@@ -63,14 +63,14 @@ TEST_F(StreamLife, SoDoesTheStopOfTheServer) {
             absl::UnavailableError("the server is stopping"));
 }
 
-TEST_F(StreamLife, SoDoesTheEndOfTheServer) {
+TEST_F(StreamLife, ADestroyedServerCompletesAndDestroysItsStreams) {
   Serve();
   Open(7);
   server.reset();
   EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
 }
 
-TEST_F(StreamLife, SoDoesAViolationOfTheProtocol) {
+TEST_F(StreamLife, AViolationOfTheProtocolCompletesAndDestroysTheStreams) {
   Serve();
   Open(7);
   peer->SendBytes(std::string(1, '\0'));
@@ -108,7 +108,7 @@ TEST_F(StreamLife, TheServerMayStopWhileACallRunsTheLoop) {
   EXPECT_EQ(TakeLog(), (Log{"1 next a", "1 completed", "1 destroyed"}));
 }
 
-TEST_F(StreamLife, AStreamThatCompletesOutOfTurnIsDestroyedSoon) {
+TEST_F(StreamLife, AStreamThatCompletesByItselfIsDestroyedSoon) {
   Serve();
   Open(7);
   service.streams[0]->Finish();
@@ -182,7 +182,7 @@ TEST_F(StreamLife, AMessageOfTheClientIsForOneStream) {
                 "stream_data of a client names one stream, not 0"));
 }
 
-TEST_F(StreamLife, AStreamThatWasNeverOpenedIsIgnored) {
+TEST_F(StreamLife, FramesForAStreamThatWasNeverOpenedAreIgnored) {
   Serve();
   Open(7);
   SendData(8, "a");
@@ -193,7 +193,7 @@ TEST_F(StreamLife, AStreamThatWasNeverOpenedIsIgnored) {
   EXPECT_EQ(counters().streams_now, 1u);
 }
 
-TEST_F(StreamLife, AStreamThatHasCompletedOutOfTurnIsFedNoMore) {
+TEST_F(StreamLife, AStreamThatHasCompletedByItselfGetsNoMoreFrames) {
   Serve();
   Open(7);
   const auto first = std::move(peer);

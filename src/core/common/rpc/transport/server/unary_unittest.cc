@@ -58,7 +58,7 @@ TEST(UnaryCall, EveryMethodReachesItsOwnCode) {
   EXPECT_EQ(parked.response.text(), "d");
 }
 
-TEST(UnaryCall, ManyInFlightAreAnsweredInAnyOrder) {
+TEST(UnaryCall, ManyCallsInFlightAreAnsweredInAnyOrder) {
   Lab lab;
   const auto client = lab.NewClient();
   constexpr size_t kCalls = 300;
@@ -106,7 +106,7 @@ TEST(UnaryCall, AServiceChoosesTheCodeOfAFailure) {
             absl::NotFoundError("no window 7"));
 }
 
-TEST(UnaryCall, AFailureTextNeedNotBeText) {
+TEST(UnaryCall, AFailureTextNeedNotBeUtf8) {
   Lab lab;
   const auto client = lab.NewClient();
   lab.service.on_echo = [](serving::CallContext* controller) {

@@ -207,7 +207,8 @@ class UnreadSubscriber : public ::testing::Test {
       Client::Connect(loop_, path_).value();
 };
 
-TEST_F(UnreadSubscriber, CostsItsBoundAndKeepsNothingFromTheOthers) {
+TEST_F(UnreadSubscriber,
+       AnUnreadSubscriberCostsItsBoundAndKeepsNothingFromTheOthers) {
   AddSubscribers();
   const auto unread = NewUnreadSubscriber();
   while (AskHost("subscriptions") < kSubscribers) {

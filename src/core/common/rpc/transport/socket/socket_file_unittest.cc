@@ -56,7 +56,7 @@ class SocketFile : public ::testing::Test {
 
 // Another server that starts then must not take the file for a dead server's:
 // it would put its own there, which this one would remove.
-TEST_F(SocketFile, GoesWhileItsServerStillListens) {
+TEST_F(SocketFile, TheSocketFileGoesWhileItsServerStillListens) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   absl::Status other;
@@ -69,7 +69,7 @@ TEST_F(SocketFile, GoesWhileItsServerStillListens) {
   EXPECT_FALSE(HasSocket());
 }
 
-TEST_F(SocketFile, GoesWhenItsSocketCannotListen) {
+TEST_F(SocketFile, TheSocketFileGoesWhenItsSocketCannotListen) {
   listen_fails = true;
   const absl::Status status = UnixListener::Open(path_).status();
   EXPECT_EQ(

@@ -37,7 +37,7 @@ TEST_F(UnixSocket, ConnectsAClientToAServer) {
   EXPECT_EQ(CallText(**client, &lab::Lab_Stub::Echo, "hello").value(), "hello");
 }
 
-TEST_F(UnixSocket, IsForThisUserOnly) {
+TEST_F(UnixSocket, TheSocketIsForThisUserOnly) {
   const auto listener = UnixListener::Open(path_);
   ASSERT_TRUE(listener.ok());
   struct stat file;
@@ -45,7 +45,7 @@ TEST_F(UnixSocket, IsForThisUserOnly) {
   EXPECT_EQ(file.st_mode & 0777, 0600u);
 }
 
-TEST_F(UnixSocket, GoesWhenTheServerStops) {
+TEST_F(UnixSocket, TheSocketFileGoesWhenTheServerStops) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   EXPECT_TRUE(HasSocket());
@@ -56,14 +56,14 @@ TEST_F(UnixSocket, GoesWhenTheServerStops) {
                                    ": is the server up?"));
 }
 
-TEST_F(UnixSocket, GoesWithTheServer) {
+TEST_F(UnixSocket, TheSocketFileGoesWithTheServer) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   lab.server.reset();
   EXPECT_FALSE(HasSocket());
 }
 
-TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
+TEST_F(UnixSocket, TheSocketFileOfAnotherListenerIsNotRemoved) {
   auto first = UnixListener::Open(path_);
   ASSERT_TRUE(first.ok());
   unlink(path_.c_str());
@@ -73,7 +73,7 @@ TEST_F(UnixSocket, StaysWhenAnotherHasTakenItsPlace) {
   EXPECT_TRUE(HasSocket());
 }
 
-TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
+TEST_F(UnixSocket, TheSocketOfADeadServerIsReplaced) {
   auto dead = UnixListener::Open(path_);
   ASSERT_TRUE(dead.ok());
   close(dead->Release());
@@ -87,7 +87,7 @@ TEST_F(UnixSocket, LeftByADeadServerIsReplaced) {
   EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
 }
 
-TEST_F(UnixSocket, OfALiveServerIsLeftAlone) {
+TEST_F(UnixSocket, TheSocketOfALiveServerIsLeftAlone) {
   Lab lab;
   ASSERT_TRUE(lab.server->Listen(path_).ok());
   Server second(lab.loop);
@@ -97,7 +97,7 @@ TEST_F(UnixSocket, OfALiveServerIsLeftAlone) {
   EXPECT_TRUE(Client::Connect(lab.loop, path_).ok());
 }
 
-TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
+TEST_F(UnixSocket, AFileThatIsNoSocketIsLeftAlone) {
   std::ofstream(path_) << "precious";
   EXPECT_EQ(UnixListener::Open(path_).status(),
             absl::AlreadyExistsError(
@@ -107,7 +107,7 @@ TEST_F(UnixSocket, IsNotMadeOfAnotherFile) {
   EXPECT_TRUE(HasSocket());
 }
 
-TEST_F(UnixSocket, ItsPathHasALimitedLength) {
+TEST_F(UnixSocket, ThePathHasALimitedLength) {
   const std::string longest =
       folder_ + "/" + std::string(107 - folder_.size() - 1, 'x');
   EXPECT_TRUE(UnixListener::Open(longest).ok());
@@ -121,13 +121,13 @@ TEST_F(UnixSocket, ItsPathHasALimitedLength) {
             absl::InvalidArgumentError("the path of the socket is empty"));
 }
 
-TEST_F(UnixSocket, NeedsItsFolder) {
+TEST_F(UnixSocket, TheFolderMustExist) {
   const auto status = UnixListener::Open(folder_ + "/none/socket").status();
   EXPECT_TRUE(absl::IsNotFound(status)) << status;
   EXPECT_TRUE(absl::StrContains(status.message(), folder_ + "/none/socket"));
 }
 
-TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
+TEST_F(UnixSocket, AFolderThatOthersMayUseIsRefused) {
   for (const mode_t mode : {0710, 0701, 0740, 0755, 0777, 01777}) {
     ASSERT_EQ(chmod(folder_.c_str(), mode), 0);
     EXPECT_EQ(
@@ -142,7 +142,7 @@ TEST_F(UnixSocket, LiesInAFolderOfThisUserOnly) {
   EXPECT_TRUE(UnixListener::Open(path_).ok());
 }
 
-TEST_F(UnixSocket, DoesNotLieInAnotherUsersFolder) {
+TEST_F(UnixSocket, AnotherUsersFolderIsRefused) {
   // Only root can give a folder away; others have one that is root's.
   const bool is_root = geteuid() == 0;
   const std::string folder = is_root ? folder_ + "/" : "/";
@@ -181,7 +181,7 @@ class NoDescriptors {
   rlimit before_;
 };
 
-TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
+TEST_F(UnixSocket, TheServerAcceptsAgainWhenDescriptorsAreFreeAgain) {
   ServerOptions options;
   options.limits.accept_pause = std::chrono::milliseconds(1);
   Lab lab(options);
@@ -207,7 +207,7 @@ TEST_F(UnixSocket, AcceptsAgainWhenDescriptorsAreFreeAgain) {
   EXPECT_EQ(records.rfind("No connection can be accepted"), first);
 }
 
-TEST_F(UnixSocket, DoesNotKeepTryingWithoutDescriptors) {
+TEST_F(UnixSocket, TheServerDoesNotKeepTryingWithoutDescriptors) {
   ServerOptions options;
   options.limits.accept_pause = std::chrono::hours(1);
   Lab lab(options);

@@ -120,7 +120,7 @@ class HeldWrites : public ::testing::Test, public Connection::Delegate {
   void OnClosed(const absl::Status&) override {}
 };
 
-TEST_F(HeldWrites, TakeNoTurnOfTheLoop) {
+TEST_F(HeldWrites, AHeldWriteTakesNoTurnOfTheLoop) {
   connection->HoldWrites();
   Append();
   loop.RunReady();
@@ -129,7 +129,7 @@ TEST_F(HeldWrites, TakeNoTurnOfTheLoop) {
   EXPECT_EQ(counters->writes, 1u);
 }
 
-TEST_F(HeldWrites, EndWithTheNextWrite) {
+TEST_F(HeldWrites, HoldingEndsWithTheNextWrite) {
   connection->HoldWrites();
   connection->Write();
   Append();
@@ -137,7 +137,7 @@ TEST_F(HeldWrites, EndWithTheNextWrite) {
   EXPECT_EQ(counters->writes, 1u);
 }
 
-TEST_F(HeldWrites, TakeAlongWhatATurnWouldHaveWritten) {
+TEST_F(HeldWrites, AHeldWriteTakesAlongWhatATurnWouldHaveWritten) {
   Append();
   connection->HoldWrites();
   loop.RunReady();
@@ -150,7 +150,7 @@ TEST_F(HeldWrites, TakeAlongWhatATurnWouldHaveWritten) {
 
 // If the call had taken a turn of the loop to write, the second call would have
 // been written in it.
-TEST(BlockingCall, TakesNoTurnOfTheLoopToWrite) {
+TEST(BlockingCall, ABlockingCallTakesNoTurnOfTheLoopToWrite) {
   Lab lab;
   const auto client = lab.NewClient();
   const uint64_t writes = client->counters().writes;
@@ -211,7 +211,7 @@ class SlowReader : public ::testing::Test {
   std::unique_ptr<RawPeer> peer;
 };
 
-TEST_F(SlowReader, IsReadNoFurtherUntilItReads) {
+TEST_F(SlowReader, ASlowReaderIsReadNoFurtherUntilItReads) {
   Serve(/*busy=*/500'000, /*max=*/2'000'000);
   constexpr uint64_t kCalls = 100;
   for (uint64_t id = 0; id < kCalls; ++id) {
@@ -230,7 +230,7 @@ TEST_F(SlowReader, IsReadNoFurtherUntilItReads) {
   EXPECT_EQ(counters().limit_hits.max_outbox_bytes, 0u);
 }
 
-TEST_F(SlowReader, DoesNotHoldUpOthers) {
+TEST_F(SlowReader, ASlowReaderDoesNotHoldUpOthers) {
   Serve(/*busy=*/500'000, /*max=*/2'000'000);
   for (uint64_t id = 0; id < 100; ++id) {
     Call(id);
@@ -240,7 +240,7 @@ TEST_F(SlowReader, DoesNotHoldUpOthers) {
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, "quick").value(), "quick");
 }
 
-TEST_F(SlowReader, IsClosedWhenTooMuchWouldWaitForIt) {
+TEST_F(SlowReader, ASlowReaderIsClosedWhenTooMuchWouldWaitForIt) {
   Serve(/*busy=*/1'000'000, /*max=*/1'000'000);
   CompleteCalls(50);
   lab->RunUntil([&] { return counters().connections_now == 0; });
@@ -248,7 +248,7 @@ TEST_F(SlowReader, IsClosedWhenTooMuchWouldWaitForIt) {
 }
 
 // What has begun to leave comes whole or not at all; nobody waits to say more.
-TEST_F(SlowReader, GetsNoGoodbyeThatItsSocketDoesNotTake) {
+TEST_F(SlowReader, ASlowReaderGetsNoGoodbyeThatItsSocketDoesNotTake) {
   Serve(/*busy=*/1'000'000, /*max=*/1'000'000);
   CompleteCalls(50);
   lab->RunUntil([&] { return counters().connections_now == 0; });
@@ -258,7 +258,7 @@ TEST_F(SlowReader, GetsNoGoodbyeThatItsSocketDoesNotTake) {
   lab->loop.Run();
 }
 
-TEST_F(SlowReader, DoesNotHoldUpTheEndOfTheServer) {
+TEST_F(SlowReader, ASlowReaderDoesNotHoldUpTheEndOfTheServer) {
   Serve(/*busy=*/500'000, /*max=*/2'000'000);
   for (uint64_t id = 0; id < 100; ++id) {
     Call(id);
@@ -271,7 +271,8 @@ TEST_F(SlowReader, DoesNotHoldUpTheEndOfTheServer) {
 
 // Its socket still takes the goodbye, in place of frames that have not begun to
 // leave.
-TEST_F(SlowReader, LearnsWhyItIsClosedWhereItsSocketTakesTheGoodbye) {
+TEST_F(SlowReader,
+       ASlowReaderLearnsWhyItIsClosedWhereItsSocketTakesTheGoodbye) {
   Serve(/*busy=*/8'192, /*max=*/8'192);
   Call(0);
   EXPECT_EQ(peer->AwaitGoodbye(),
@@ -280,7 +281,7 @@ TEST_F(SlowReader, LearnsWhyItIsClosedWhereItsSocketTakesTheGoodbye) {
                 "8192, would wait for it"));
 }
 
-TEST_F(SlowReader, ThatIsPausedAndGoesIsNoticed) {
+TEST_F(SlowReader, APausedReaderThatGoesIsNoticed) {
   Serve(/*busy=*/500'000, /*max=*/2'000'000);
   for (uint64_t id = 0; id < 100; ++id) {
     Call(id);
@@ -346,7 +347,7 @@ class UnreadClient : public ::testing::Test {
   RawServer server{loop, Options()};
 };
 
-TEST_F(UnreadClient, OpensNoStreamBeyondTheLimit) {
+TEST_F(UnreadClient, AClientOpensNoStreamBeyondTheLimit) {
   FillOutbox();
   const uint64_t hits = counters().limit_hits.max_outbox_bytes;
   std::vector<absl::Status> ends;
@@ -363,7 +364,7 @@ TEST_F(UnreadClient, OpensNoStreamBeyondTheLimit) {
   EXPECT_TRUE(server.client->status().ok());
 }
 
-TEST_F(UnreadClient, DropsAStreamsMessageBeyondTheLimit) {
+TEST_F(UnreadClient, AClientDropsAStreamsMessageBeyondTheLimit) {
   ClientStream stream(
       *server.client, Watch(), [](const StreamMessage&) {},
       [](const absl::Status&) {});
@@ -376,7 +377,7 @@ TEST_F(UnreadClient, DropsAStreamsMessageBeyondTheLimit) {
   EXPECT_TRUE(server.client->status().ok());
 }
 
-TEST_F(UnreadClient, IsClosedWhenItCannotEvenRefuse) {
+TEST_F(UnreadClient, AClientThatCannotEvenRefuseIsClosed) {
   absl::Status end;
   ClientStream stream(
       *server.client, Watch(), [](const StreamMessage&) {},

@@ -192,7 +192,8 @@ TEST(BrowserWindowDescriptor, ComesWithMessageDescriptorsAssigned) {
   EXPECT_EQ(FirstMessageDescriptor(), File()->message_type(0));
 }
 
-TEST(BrowserWindowDescriptor, ComesWithThemThroughAServiceToo) {
+TEST(BrowserWindowDescriptor,
+     ComesWithMessageDescriptorsAssignedThroughAService) {
   BrowserWindowRpc service;
   ASSERT_NE(service.GetDescriptor(), nullptr);
   EXPECT_EQ(FirstMessageDescriptor(), File()->message_type(0));

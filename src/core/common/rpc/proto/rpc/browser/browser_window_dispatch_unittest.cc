@@ -201,7 +201,7 @@ TEST(Prototypes, AreTheDefaultInstancesOfTheContractsTypes) {
   }
 }
 
-TEST(Prototypes, OfSomeMethodsAreNotWhatTheirNeighboursHave) {
+TEST(Prototypes, AreThoseOfTheMethodAndNotOfItsNeighbours) {
   BrowserWindowRpc service;
   EXPECT_EQ(&service.GetRequestPrototype(Method(28)),
             &WindowButton::default_instance());
