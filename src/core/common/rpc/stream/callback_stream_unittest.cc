@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "base/logging.h"
 #include "core/common/rpc/stream/callback_stream_test_support.h"

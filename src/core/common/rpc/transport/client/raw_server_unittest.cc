@@ -1,4 +1,4 @@
-// A client against servers that do what none should.
+// A client whose server breaks the protocol, or goes without a word.
 
 #include <gtest/gtest.h>
 

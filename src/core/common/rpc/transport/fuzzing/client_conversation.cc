@@ -13,7 +13,7 @@ namespace {
 using lab::Lab_Stub;
 using torvane::WindowId;
 
-// How often the host is made to do something.
+// How often Make() is called: each time the server publishes and asks.
 constexpr size_t kMakes = 4;
 
 // Never passes while a conversation lasts.
@@ -93,7 +93,8 @@ void ClientConversation::BeginQuestions() {
   answerer_->Subscribe(WindowId(1));
 }
 
-// Answers, refuses, answers later, never answers.
+// In turn: answers, refuses, and twice keeps the question; every second one
+// that is kept has the oldest answered.
 void ClientConversation::OnQuestion(const Answerer::Reply& reply) {
   lab::Decision answer;
   answer.mutable_response()->set_text("yes");

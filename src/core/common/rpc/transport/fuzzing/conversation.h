@@ -28,8 +28,8 @@ std::vector<Utterance> Cut(std::string_view bytes);
 // The bytes of a frame with this body, whatever it is.
 std::string WireFrame(FrameKind kind, std::string_view body);
 
-// Moves bytes without ever waiting. Write() stops where the socket takes no
-// more and returns what is left; Read() returns what has arrived.
+// Neither waits. WriteSome() stops where the socket takes no more and returns
+// what is left; ReadAll() returns what has arrived.
 std::string_view WriteSome(asio::local::stream_protocol::socket& socket,
                            std::string_view bytes);
 std::string ReadAll(asio::local::stream_protocol::socket& socket);

@@ -1,6 +1,6 @@
-// A service with something to go wrong behind every method: what the fuzzers of
-// the server talk to. The client sets all of it off, so that a conversation
-// takes the same course each time.
+// The lab's service for the fuzzers of the server: its methods publish, ask,
+// and complete other calls. They act only when a client calls them, so that a
+// conversation takes the same course each time.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_FUZZING_FUZZED_SERVICE_H_
 #define CORE_COMMON_RPC_TRANSPORT_FUZZING_FUZZED_SERVICE_H_

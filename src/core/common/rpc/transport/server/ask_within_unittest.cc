@@ -55,7 +55,7 @@ class TimedQuestions : public ::testing::Test {
     lab.RunReady();
   }
 
-  // Done when the next question settles.
+  // Runs once, when the next question settles.
   std::function<void()> then = [] {};
   Outcomes outcomes;
   std::vector<std::string> answers;

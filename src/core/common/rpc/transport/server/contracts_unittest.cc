@@ -1,4 +1,4 @@
-// Programs built from different ages of a contract.
+// Clients and servers that were built from different versions of a contract.
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
@@ -12,8 +12,8 @@
 namespace rpc::transport {
 namespace {
 
-// The lab's contract, as it may have been or will be: the methods `names`, in
-// this order, each from one Text to another.
+// Another version of the lab's contract: the methods `names`, in this order,
+// each from one Text to another.
 class OtherContract {
  public:
   explicit OtherContract(const std::vector<std::string>& names,

@@ -7,7 +7,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/common/rpc/serving/ask_within.h"
@@ -157,7 +156,7 @@ TEST_F(CrowdedConnection, AsksQuestionsFromInsideAnswersWhileBothSidesAreFull) {
   EXPECT_EQ(events, 10u * kQuestions);
 }
 
-// A client that takes no events, but answers.
+// A client that reads no events, but sends answers.
 class UnreadEvents : public CrowdedConnection {
  protected:
   void Send(uint64_t stream,
@@ -177,7 +176,7 @@ class UnreadEvents : public CrowdedConnection {
     peer->Send(Frame::kStreamOpen, open);
   }
 
-  // Hears of, and answers for, window 1.
+  // Subscribes to events and to questions about window 1.
   void Subscribe() {
     peer = lab->NewPeer();
     Open(1, "Watch");
@@ -231,7 +230,7 @@ TEST_F(UnreadEvents, RepliesThatAreNotReadAreNoticedAmongUnreadEvents) {
   lab->RunReady();
   EXPECT_EQ(counters().limit_hits.busy_outbox_bytes, 1u);
   EXPECT_EQ(counters().calls_started, 5u);
-  // It all goes on when the client reads.
+  // The server reads the other calls once the client reads the replies.
   int replies = 0;
   while (replies < 20) {
     const auto frame = peer->Receive();
@@ -249,7 +248,8 @@ TEST_F(UnreadEvents, AQuestionWaitsForNoMoreThanTheEventsBeforeIt) {
   EXPECT_TRUE(torvane::CallbackStream<lab::Decision>::Ask(
       QuestionAbout(1), {.response_callback = [](lab::Decision&) {},
                          .error_callback = [](torvane::StreamCallError) {}}));
-  // One more event for each that is read: there is no end of events.
+  // Each event that is read is followed by another one, so that only the order
+  // of the frames can bring the question.
   int events = 0;
   for (;;) {
     const auto frame = peer->Receive();

@@ -1,4 +1,4 @@
-// What is said first on a connection, and what becomes of those who don't.
+// The hello and the welcome, and what becomes of connections without them.
 
 #include <gmock/gmock.h>
 #include <google/protobuf/descriptor.h>
@@ -132,7 +132,7 @@ TEST(Handshake, AClientForWhomTheWelcomeIsTooLongIsToldSo) {
   options.limits.max_frame_bytes = serving::kMinFrameBytes;
   const absl::Status status =
       Client::Adopt(lab.loop, lab.Connect(), options).status();
-  // The server's own words, not the client's guess at what it is.
+  // The server says so in its goodbye; the client does not have to guess.
   EXPECT_TRUE(absl::IsInvalidArgument(status)) << status;
   EXPECT_THAT(std::string(status.message()),
               ::testing::MatchesRegex("the client's max_frame_bytes, 8192, is "
@@ -232,8 +232,8 @@ TEST(Handshake, AnotherUsersProcessIsRefused) {
   EXPECT_EQ(lab.server->counters().connections_refused, 1u);
 }
 
-// The client's side, against a server without manners. It answers on the loop
-// of the client, which runs only while the client waits.
+// The client's side, against a raw server. What that one sends lies in the
+// socket before the client connects.
 class ClientHandshake : public ::testing::Test {
  protected:
   ClientHandshake() : sockets_(torvane::SocketPair()) {}

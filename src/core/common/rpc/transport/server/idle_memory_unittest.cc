@@ -1,5 +1,5 @@
-// What was large once is not kept by a connection that lies idle, on either
-// side.
+// Neither side of an idle connection keeps the memory that a large message has
+// taken.
 
 #include <gtest/gtest.h>
 

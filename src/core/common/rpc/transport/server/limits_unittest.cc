@@ -9,12 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstddef>
-#include <memory>
-#include <optional>
+#include <cstdint>
 #include <string>
-#include <tuple>
-#include <vector>
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/testing/limits_test_support.h"
@@ -114,14 +110,14 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheServer) {
   EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
   EXPECT_THAT(hits(), IsEmpty());
 
-  // Our client does not even send it,
+  // Our client fails the call without sending it.
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
             absl::ResourceExhaustedError(
                 "the request takes a frame of 10001 bytes, more than the "
                 "server's max_frame_bytes, 10000"));
   EXPECT_EQ(HitsOf(client->counters()), (Hits{{"max_frame_bytes", 1}}));
 
-  // another one is closed for it.
+  // A client that sends it is closed.
   const auto peer = lab_->NewPeer();
   CallFrame call;
   call.set_request(std::string(10'000, 'x'));

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -141,7 +140,7 @@ TEST_F(PendingQuestionsTest, AFrameIsReadAsFarAsItParses) {
   lab::Decision answer = About(7);
   answer.mutable_response();
   StreamMessage message = Message(answer, 1);
-  // The length of a field that does not come.
+  // A tag and a length, without the field that they announce.
   message.mutable_payload()->append("\x9a\x06\x7f");
   Receive(message);
   EXPECT_EQ(Windows(), WindowList());

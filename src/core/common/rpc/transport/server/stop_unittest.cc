@@ -64,7 +64,7 @@ class Stop : public ProbeTest {
     EXPECT_EQ(counters().streams_now, 0u);
   }
 
-  // Runs turns of the loop that need not be waited for; there must be few.
+  // Runs at most three turns of the loop, each of which is ready at once.
   void RunUntilDisconnected() {
     for (int turn = 0; turn < 3 && counters().connections_now > 0; ++turn) {
       EXPECT_EQ(loop.context().poll_one(), 1u);
@@ -100,7 +100,7 @@ TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithinAFewTurns) {
   EXPECT_FALSE(HasSocket());
   RunUntilDisconnected();
   ExpectAllStreamsAreOver();
-  // Nobody waits for them.
+  // Returns, although the clients have not read anything.
   loop.Run();
 }
 

@@ -160,7 +160,8 @@ TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
   EXPECT_EQ(TakeLog(), Log{"2 next new"});
 }
 
-// Each stream would parse the whole message anew.
+// If a message could name many streams, each would parse it whole: a small
+// frame would cost the server much work.
 TEST_F(StreamLife, AMessageOfTheClientIsForOneStream) {
   Serve();
   Open(7);

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -71,7 +70,7 @@ class StreamLimits : public LimitsTest {
     return torvane::EventStream<lab::Text>::Publish(torvane::WindowId(window),
                                                     lab::Text());
   }
-  // What the peer hears next, which is why its stream ends.
+  // The next frame for the peer ends stream `id`; returns its status.
   static absl::Status AwaitEnd(RawPeer& peer, uint64_t id) {
     const std::optional<Frame> end = peer.Receive();
     if (!end || end->stream_end().stream_id() != id) {
@@ -94,13 +93,13 @@ TEST_F(StreamLimits, MaxSubscriptions) {
   Listen(*peer, 2, 10);
   AnswerFor(*peer, 3, 10, true);
   EXPECT_EQ(subscriptions(), 3u);
-  // What is in place already is nothing new.
+  // Subscribing again to the same window counts nothing.
   Listen(*peer, 1, 10);
   AnswerFor(*peer, 3, 10, true);
   EXPECT_EQ(subscriptions(), 3u);
   EXPECT_THAT(hits(), IsEmpty());
 
-  // Of all streams, the one that goes too far is ended.
+  // Only the stream with the subscription too many ends.
   Listen(*peer, 1, 11);
   EXPECT_EQ(OutcomeOf(AwaitEnd(*peer, 1)),
             Refused(Who("raw"), "max_subscriptions",
@@ -216,7 +215,7 @@ TEST_F(StreamLimits, MaxSubscriptionBytes) {
   EXPECT_EQ(subscriptions(), 2u);
   EXPECT_THAT(hits(), IsEmpty());
 
-  // To unsubscribe takes no more; to answer may.
+  // The limit holds for unsubscribing, but not for answers.
   EventSubscription listen_no_more;
   listen_no_more.mutable_unsubscribe_from()->set_value(10);
   fill(listen_no_more, 101);
@@ -243,7 +242,8 @@ TEST_F(StreamLimits, MaxSubscriptionBytes) {
   ExpectBystanderIsServed();
 }
 
-// Any message on a stream of events is kept for good.
+// An event stream keeps every message that it is sent, even one without a
+// subscription.
 TEST_F(StreamLimits, MaxSubscriptionBytesHoldsForEventsWhateverTheMessageSays) {
   Serve({.max_subscription_bytes = 100});
   const auto peer = lab_->NewPeer();

@@ -18,7 +18,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "core/common/rpc/stream/event_stream.h"
@@ -34,7 +33,7 @@ namespace {
 using lab::Lab_Stub;
 
 constexpr size_t kSubscribers = 1'000;
-// Of those who read. Who does not has one of its own.
+// That the reading subscribers share. The unread one has its own.
 constexpr size_t kConnections = 10;
 constexpr size_t kOutboxBytes = 512 << 10;
 constexpr size_t kEventBytes = 1'000;
@@ -134,7 +133,7 @@ class UnreadSubscriber : public ::testing::Test {
     return peer;
   }
 
-  // Those that read.
+  // A subscriber that reads, and checks that no event is missing.
   struct Subscriber {
     Subscriber(UnreadSubscriber& test, Client& client)
         : events(client,
@@ -160,7 +159,7 @@ class UnreadSubscriber : public ::testing::Test {
     }
   }
 
-  // Made once for all who hear of the same events.
+  // Texts of the latest events, made once for all subscribers.
   const std::string& TextOf(int64_t number) {
     std::string& text = texts_[static_cast<size_t>(number % kEventsPerRound)];
     if (std::atoll(text.c_str()) != number || text.empty()) {
@@ -235,7 +234,7 @@ TEST_F(UnreadSubscriber,
     EXPECT_EQ(subscriber->next, published_);
     EXPECT_TRUE(subscriber->in_order);
   }
-  // It is closed without a goodbye, which nobody would wait for it to read.
+  // Its socket is full, so that it is closed without a goodbye.
   EXPECT_EQ(unread->AwaitGoodbye(), absl::OkStatus());
 }
 

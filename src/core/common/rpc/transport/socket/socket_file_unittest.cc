@@ -1,5 +1,5 @@
-// The file of a listening socket at moments that no test could meet from
-// outside: this stands in for the system calls listen() and unlink().
+// The file of a listening socket while its server starts and stops. This
+// replaces listen() and unlink(), so that tests can act in between.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <vector>
 
 #include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
@@ -200,7 +199,7 @@ TEST_F(UnixSocket, TheServerAcceptsAgainWhenDescriptorsAreFreeAgain) {
   }
   lab.RunUntil(
       [&] { return lab.server->counters().connections_accepted == 1; });
-  // However often it has tried in vain, that is worth one record.
+  // All attempts in vain make one record.
   const std::string records = testing::internal::GetCapturedStderr();
   const size_t first = records.find("No connection can be accepted");
   EXPECT_NE(first, std::string::npos);

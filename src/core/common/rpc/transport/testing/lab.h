@@ -1,4 +1,4 @@
-// The service of the transport's tests, and the people in them.
+// The service of the transport's tests, and clients and servers around it.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_TESTING_LAB_H_
 #define CORE_COMMON_RPC_TRANSPORT_TESTING_LAB_H_
@@ -89,7 +89,8 @@ absl::StatusOr<std::string> CallText(Client& client,
                                      TextCall::Method method,
                                      const std::string& text);
 
-// The other end of a connection, without any manners: sends what it is told.
+// The other end of a connection. Sends the frames and bytes that the test says,
+// whether the protocol allows them or not.
 class RawPeer {
  public:
   RawPeer(loop::Loop& loop, loop::ScopedFd socket);

@@ -1,5 +1,5 @@
-// A server whose limits a test runs into, what it counts and records of that,
-// and a client that notices nothing.
+// A server whose limits a test exceeds, what the server counts and records
+// then, and a client that must not notice.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_TESTING_LIMITS_TEST_SUPPORT_H_
 #define CORE_COMMON_RPC_TRANSPORT_TESTING_LIMITS_TEST_SUPPORT_H_
@@ -7,14 +7,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "absl/status/status.h"

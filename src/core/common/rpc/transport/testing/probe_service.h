@@ -43,7 +43,7 @@ class ProbeStream final : public torvane::AbstractStream {
     }
   }
 
-  // Done within the next of the calls above.
+  // Runs once, inside the next of the calls above.
   std::function<void()> meanwhile = [] {};
   // Whether OnCompleted does what it should.
   bool completes = true;
@@ -97,7 +97,7 @@ class ProbeService final : public lab::LabRpc {
   Log log;
 };
 
-// A server of probes and one client without manners.
+// A server of probes and one raw client.
 class ProbeTest : public ::testing::Test {
  protected:
   void Serve(ServerOptions options = {}) {

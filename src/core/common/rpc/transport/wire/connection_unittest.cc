@@ -1,4 +1,4 @@
-// How frames share writes, and what happens when they don't get out.
+// How frames share writes, and what happens when the other side does not read.
 
 #include "core/common/rpc/transport/wire/connection.h"
 
@@ -247,7 +247,8 @@ TEST_F(SlowReader, ASlowReaderIsClosedWhenTooMuchWouldWaitForIt) {
   EXPECT_EQ(counters().limit_hits.max_outbox_bytes, 1u);
 }
 
-// What has begun to leave comes whole or not at all; nobody waits to say more.
+// A frame that is partly written would have to be completed before a goodbye;
+// the server does not wait for that.
 TEST_F(SlowReader, ASlowReaderGetsNoGoodbyeThatItsSocketDoesNotTake) {
   Serve(/*busy=*/1'000'000, /*max=*/1'000'000);
   CompleteCalls(50);
@@ -324,7 +325,7 @@ class UnreadClient : public ::testing::Test {
     return lab::Lab::descriptor()->FindMethodByName("Watch");
   }
 
-  // Has as much wait as may, but for a few bytes.
+  // Fills the outbox to within a few bytes of its limit.
   void FillOutbox() {
     for (size_t size = 1 << 19; size > 0; size /= 2) {
       for (int i = 0; i < 4; ++i) {
