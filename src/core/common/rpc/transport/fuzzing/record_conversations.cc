@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/fuzzing/client_conversation.h"
@@ -65,10 +66,17 @@ class Recording {
   explicit Recording(const ServerOptions& options = {}) {
     server_.emplace(loop_, options);
     server_->AddService(&service_);
-    server_->Adopt(std::move(to_server_.second));
+  }
+
+  // Has another client take up a connection.
+  void AddSilentClient() {
+    auto [ours, theirs] = torvane::SocketPair();
+    silent_clients_.push_back(std::move(ours));
+    server_->Adopt(std::move(theirs));
   }
 
   void Talk(const ClientConversation::Topics& topics) {
+    server_->Adopt(std::move(to_server_.second));
     auto client = Client::Adopt(loop_, std::move(to_client_.second), {});
     if (!client.ok()) {
       return;
@@ -101,6 +109,7 @@ class Recording {
   std::pair<loop::ScopedFd, loop::ScopedFd> to_client_ = torvane::SocketPair();
   Socket server_tap_ = Watch(loop_, std::move(to_server_.first));
   Socket client_tap_ = Watch(loop_, std::move(to_client_.first));
+  std::vector<loop::ScopedFd> silent_clients_;
   std::optional<Server> server_;
   Tap client_says_{client_tap_, server_tap_};
   Tap server_says_{server_tap_, client_tap_};
@@ -121,8 +130,9 @@ void Record(const std::filesystem::path& folder) {
     recording.Save(folder, name);
   }
   ServerOptions options;
-  options.limits.max_connections = 0;
+  options.limits.max_connections = 1;
   Recording refusal(options);
+  refusal.AddSilentClient();
   refusal.Talk({});
   refusal.Save(folder, "refusal");
 }
