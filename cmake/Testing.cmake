@@ -8,9 +8,13 @@
 # <label>-threaded, which both "ctest -L <label>" and "ctest -L threaded" select.
 #
 # Test sources are two thirds of a build. To make it faster they are compiled
-# without optimisation and with a precompiled header (test_prelude.h). OPTIMISED
-# programs, which test what optimisation may break, are compiled like libraries.
+# without optimisation and with a precompiled header. OPTIMISED programs, which
+# test what optimisation may break, are compiled like libraries.
 include(GoogleTest)
+
+# Whose precompiled header tests use: a library of torvane_add_test_prelude().
+# Folders whose tests all include more set another one.
+set(TORVANE_TEST_PRELUDE torvane_test_prelude)
 
 # Fuzzers that make inputs of their own must be fast, so they are optimised.
 if(TORVANE_FUZZING)
@@ -26,9 +30,22 @@ function(torvane_compile_as_test target)
   # The precompiled header can only be used with the flags that it was compiled
   # with, so libraries and programs must agree on this one.
   set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
-  if(NOT target STREQUAL "torvane_test_prelude")
-    target_precompile_headers(${target} REUSE_FROM torvane_test_prelude)
+  if(NOT target STREQUAL TORVANE_TEST_PRELUDE)
+    target_precompile_headers(${target} REUSE_FROM ${TORVANE_TEST_PRELUDE})
   endif()
+endfunction()
+
+# torvane_add_test_prelude(<header> [<library>...])
+#
+# Makes the library TORVANE_TEST_PRELUDE, which compiles the header and nothing
+# else. The libraries are those that the header needs.
+function(torvane_add_test_prelude header)
+  set(source ${CMAKE_CURRENT_BINARY_DIR}/${TORVANE_TEST_PRELUDE}.cc)
+  file(CONFIGURE OUTPUT ${source} CONTENT "")
+  add_library(${TORVANE_TEST_PRELUDE} OBJECT ${source})
+  target_link_libraries(${TORVANE_TEST_PRELUDE} PRIVATE ${ARGN})
+  torvane_compile_as_test(${TORVANE_TEST_PRELUDE})
+  target_precompile_headers(${TORVANE_TEST_PRELUDE} PRIVATE ${header})
 endfunction()
 
 function(torvane_add_test name)
