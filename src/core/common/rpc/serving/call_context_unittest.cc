@@ -12,7 +12,7 @@
 namespace rpc::serving {
 namespace {
 
-using torvane::RecordingClosure;
+using torvane::CountingClosure;
 
 const google::protobuf::MethodDescriptor& Method(const std::string& name) {
   return *BrowserWindowRpc::descriptor()->FindMethodByName(name);
@@ -74,7 +74,7 @@ TEST_F(CallContextTest, IsCancelledByCancelAndNotByFinish) {
 }
 
 TEST_F(CallContextTest, NotifiesOnceWhenItIsCancelledAndThenFinished) {
-  RecordingClosure notice([this] { EXPECT_TRUE(context_.IsCanceled()); });
+  CountingClosure notice([this] { EXPECT_TRUE(context_.IsCanceled()); });
   context_.NotifyOnCancel(&notice);
   EXPECT_EQ(notice.runs(), 0);
   context_.Cancel();
@@ -85,7 +85,7 @@ TEST_F(CallContextTest, NotifiesOnceWhenItIsCancelledAndThenFinished) {
 }
 
 TEST_F(CallContextTest, NotifiesOnceWhenItIsOverWithoutBeingCancelled) {
-  RecordingClosure notice([this] { EXPECT_FALSE(context_.IsCanceled()); });
+  CountingClosure notice([this] { EXPECT_FALSE(context_.IsCanceled()); });
   context_.NotifyOnCancel(&notice);
   context_.Finish();
   context_.Finish();
@@ -94,7 +94,7 @@ TEST_F(CallContextTest, NotifiesOnceWhenItIsOverWithoutBeingCancelled) {
 
 TEST_F(CallContextTest, NotifiesAtOnceWhenItIsTooLate) {
   context_.Cancel();
-  RecordingClosure late;
+  CountingClosure late;
   context_.NotifyOnCancel(&late);
   EXPECT_EQ(late.runs(), 1);
   context_.Finish();
@@ -102,7 +102,7 @@ TEST_F(CallContextTest, NotifiesAtOnceWhenItIsTooLate) {
 
   context_.Start(Method("Show"), "", std::nullopt);
   context_.Finish();
-  RecordingClosure later;
+  CountingClosure later;
   context_.NotifyOnCancel(&later);
   EXPECT_EQ(later.runs(), 1);
 }
@@ -110,7 +110,7 @@ TEST_F(CallContextTest, NotifiesAtOnceWhenItIsTooLate) {
 TEST_F(CallContextTest, BeginsAnewAfterACallThatIsOver) {
   context_.Start(Method("Show"), "tester", std::chrono::steady_clock::now());
   context_.Fail(absl::NotFoundError("no window 7"));
-  RecordingClosure first;
+  CountingClosure first;
   context_.NotifyOnCancel(&first);
   context_.Cancel();
 
@@ -121,7 +121,7 @@ TEST_F(CallContextTest, BeginsAnewAfterACallThatIsOver) {
   EXPECT_FALSE(context_.IsCanceled());
   context_.SetFailed("Method Hide() not implemented.");
   EXPECT_TRUE(absl::IsUnimplemented(context_.status()));
-  RecordingClosure second;
+  CountingClosure second;
   context_.NotifyOnCancel(&second);
   EXPECT_EQ(second.runs(), 0);
   context_.Finish();
@@ -136,7 +136,7 @@ TEST_F(CallContextDeathTest, ACallCannotFailWithOk) {
 }
 
 TEST_F(CallContextDeathTest, ACallNotifiesOneClosureOnly) {
-  RecordingClosure notice;
+  CountingClosure notice;
   context_.NotifyOnCancel(&notice);
   EXPECT_DEATH(context_.NotifyOnCancel(&notice),
                "NotifyOnCancel\\(\\) may be used once in a call");
