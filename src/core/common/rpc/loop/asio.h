@@ -22,14 +22,10 @@ void throw_exception(const Exception& exception) {
 }  // namespace asio::detail
 
 #include <asio/io_context.hpp>
-#include <asio/local/connect_pair.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
-#include <asio/read_until.hpp>
 #include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/streambuf.hpp>
-#include <asio/write.hpp>
 
 #endif  // CORE_COMMON_RPC_LOOP_ASIO_H_

@@ -5,6 +5,7 @@
 //
 // writes FOLDER/client/* and FOLDER/server/*, each file what one side has said.
 
+#include <asio/write.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
