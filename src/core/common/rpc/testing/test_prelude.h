@@ -5,7 +5,6 @@
 #ifndef CORE_COMMON_RPC_TESTING_TEST_PRELUDE_H_
 #define CORE_COMMON_RPC_TESTING_TEST_PRELUDE_H_
 
-#include <gmock/gmock.h>
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 #include <google/protobuf/service.h>
