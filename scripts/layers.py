@@ -43,6 +43,7 @@ LAYERS = [
     ('service', 'examples/window_host/service/', PUBLIC + ' cli windows'),
     ('app', 'examples/window_host/app/', PUBLIC + ' cli windows service'),
     ('bench', 'bench/', ''),
+    ('prelude', 'cmake/prelude.h', ''),
     ('partition_alloc', 'cmake/partition_alloc/', 'base'),
 ]
 
