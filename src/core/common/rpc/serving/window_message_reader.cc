@@ -11,7 +11,6 @@ namespace rpc::serving {
 namespace {
 
 using google::protobuf::FieldDescriptor;
-using google::protobuf::Message;
 using Kind = WindowMessage::Kind;
 
 // A message of more than this is not kept for the next one.
