@@ -47,7 +47,7 @@ void AddLimitFlags(Flags& flags, Limits* limits) {
 }
 
 absl::Status CheckLimits(const Limits& limits) {
-  const absl::Status fault = rpc::serving::Validate(limits);
+  absl::Status fault = rpc::serving::Validate(limits);
   if (fault.ok())
     return fault;
   // Replaces the names of limits in the text by those of their flags.
