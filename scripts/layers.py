@@ -54,6 +54,10 @@ TEST = re.compile(r'(^|/)(bench|conformance|fuzzing|testdata|testing)/'
                   r'|_(unittest|benchmark|fuzzer|model|test_support)\.(h|cc)$')
 SHARED_HELPERS = 'testing'
 
+# What programs include. Asio takes seconds to compile, so none of these headers
+# may bring it along, by whatever way.
+PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|transport)/[^/]+)\.h$')
+
 INCLUDE = re.compile(r'\s*#\s*include\s*["<]([^">]+)[">]')
 
 # A made-up tree to test the rules on, and what they must say about includes in
@@ -135,6 +139,20 @@ def layer_of(path):
     return None, ''
 
 
+def way_to_asio(file, includes, seen=None):
+    """The headers through which `file` includes Asio; empty if it does not."""
+    seen = set() if seen is None else seen
+    for target in includes.get(file, []):
+        if target == RPC + 'loop/asio.h':
+            return [target]
+        if target and target not in seen:
+            seen.add(target)
+            way = way_to_asio(target, includes, seen)
+            if way:
+                return [target, *way]
+    return []
+
+
 def test_the_rules():
     tree = Tree(TREE)
     for cases, wanted in ((REFUSED, True), (ALLOWED, False)):
@@ -150,6 +168,7 @@ def main():
         ['git', 'ls-files', '--cached', '--others', '--exclude-standard'],
         check=True, capture_output=True, text=True).stdout.splitlines()
     tree = Tree(path for path in files if pathlib.Path(path).is_file())
+    includes = {}
     faults = []
     for file in sorted(tree.files):
         if not file.endswith(('.h', '.cc', '.inc')) or '/testdata/' in file:
@@ -159,9 +178,16 @@ def main():
             continue
         for number, line in enumerate(pathlib.Path(file).read_text().splitlines(), 1):
             include = INCLUDE.match(line)
-            who = include and tree.check(file, include[1])
+            if not include:
+                continue
+            includes.setdefault(file, []).append(tree.resolve(file, include[1]))
+            who = tree.check(file, include[1])
             if who:
                 faults.append(f'{file}:{number}: includes {include[1]}, which {who} may not')
+    for file in filter(PUBLIC_HEADER.match, sorted(tree.files)):
+        way = way_to_asio(file, includes)
+        if way:
+            faults.append(f'{file}:1: brings Asio along, by way of {", ".join(way[:-1])}')
     print(*faults, sep='\n', end='\n' if faults else '')
     sys.exit(1 if faults else 0)
 

@@ -55,12 +55,12 @@ std::unique_ptr<Timer> Loop::RunAt(Clock::time_point time, Task task) {
 }
 
 void Loop::Run() {
-  Resume();
+  const Running running(*this);
   context_->run();
 }
 
 void Loop::RunReady() {
-  Resume();
+  const Running running(*this);
   while (context_->poll() > 0) {
   }
 }
@@ -69,10 +69,11 @@ void Loop::Stop() {
   context_->stop();
 }
 
-// Asio stays stopped when it has run out of work or was told to stop.
-void Loop::Resume() {
-  if (context_->stopped()) {
-    context_->restart();
+// Asio stays stopped when it has run out of work or was told to stop. A nested
+// run must not undo that for the one around it.
+Loop::Running::Running(Loop& loop) : loop_(loop) {
+  if (loop_.depth_++ == 0 && loop_.context_->stopped()) {
+    loop_.context_->restart();
   }
 }
 

@@ -47,10 +47,11 @@ class Loop final : public Sequence {
 
   // Runs until `condition` holds, which is asked before each turn. False when
   // Stop() was called or nothing was left to wait for. May be used inside a
-  // task of this loop, and then runs other tasks meanwhile.
+  // task of this loop, and then runs other tasks meanwhile; there it waits for
+  // ever if nothing is left that could happen, since its own task still runs.
   template <typename Condition>
   bool RunUntil(const Condition& condition) {
-    Resume();
+    const Running running(*this);
     while (!condition()) {
       if (!RunOne()) {
         return false;
@@ -62,8 +63,9 @@ class Loop final : public Sequence {
   // Runs what is ready, and what becomes ready by that; waits for nothing.
   void RunReady();
 
-  // Ends the innermost Run(), RunUntil() or RunReady() after the task that is
-  // being run.
+  // Ends Run(), RunUntil() and RunReady(), also those that are nested, after
+  // the task that is being run. Forgotten when the loop is run again after
+  // that.
   void Stop();
 
   // Keeps Run() and RunUntil() waiting although nothing is left to wait for:
@@ -83,10 +85,23 @@ class Loop final : public Sequence {
   asio::io_context& context() { return *context_; }
 
  private:
-  void Resume();
+  // For as long as the loop is being run by somebody.
+  class Running {
+   public:
+    explicit Running(Loop& loop);
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+    ~Running() { --loop_.depth_; }
+
+   private:
+    Loop& loop_;
+  };
+
   bool RunOne();
 
   const std::unique_ptr<asio::io_context> context_;
+  // How many times it is being run, each inside a task of the one before.
+  int depth_ = 0;
 };
 
 }  // namespace rpc::loop

@@ -107,6 +107,34 @@ TEST(Loop, RunUntilSaysWhenItIsStopped) {
   EXPECT_FALSE(loop.RunUntil([] { return false; }));
 }
 
+TEST(Loop, StopInsideANestedRunEndsTheRunAroundItToo) {
+  Loop loop;
+  bool later = false;
+  bool nested = true;
+  loop.Post([&] {
+    loop.Post([&] { loop.Stop(); });
+    nested = loop.RunUntil([] { return false; });
+    loop.Post([&] { later = true; });
+  });
+  loop.Run();
+  EXPECT_FALSE(nested);
+  EXPECT_FALSE(later);
+}
+
+TEST(Loop, StopBeforeANestedRunEndsBoth) {
+  Loop loop;
+  bool later = false;
+  bool nested = true;
+  loop.Post([&] {
+    loop.Stop();
+    loop.Post([&] { later = true; });
+    nested = loop.RunUntil([] { return false; });
+  });
+  loop.Run();
+  EXPECT_FALSE(nested);
+  EXPECT_FALSE(later);
+}
+
 TEST(Loop, RunsAgainAfterItWasStopped) {
   Loop loop;
   bool ran = false;

@@ -35,13 +35,13 @@ void Call::Invoke(Waiter& waiter) {
   const std::shared_ptr<Call> self = shared_from_this();
   waiter_ = &waiter;
   held_by_method_ = self;
-  closure_is_ready_.store(true, std::memory_order_release);
-  method_->service->CallMethod(method_->descriptor, &context_, request_.get(),
-                               response_.get(), this);
-  if (waiter_ != nullptr && context_.deadline()) {
+  if (context_.deadline()) {
     deadline_timer_ = pool_->sequence().RunAt(
         *context_.deadline(), [this] { waiter_->OnCallExpired(*this); });
   }
+  closure_is_ready_.store(true, std::memory_order_release);
+  method_->service->CallMethod(method_->descriptor, &context_, request_.get(),
+                               response_.get(), this);
 }
 
 void Call::Abandon(const std::shared_ptr<size_t>& abandoned) {

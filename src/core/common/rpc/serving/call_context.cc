@@ -32,10 +32,10 @@ void CallContext::Start(const google::protobuf::MethodDescriptor& method,
 }
 
 void CallContext::SetFailed(const std::string& reason) {
-  const bool nobody_home =
+  const bool is_not_implemented =
       reason == absl::StrCat("Method ", method_->name(), "() not implemented.");
-  Fail(nobody_home ? absl::UnimplementedError(reason)
-                   : absl::UnknownError(reason));
+  Fail(is_not_implemented ? absl::UnimplementedError(reason)
+                          : absl::UnknownError(reason));
 }
 
 void CallContext::Fail(absl::Status status) {

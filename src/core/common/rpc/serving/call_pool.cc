@@ -10,7 +10,9 @@ CallPool::CallPool(loop::Sequence& sequence, std::shared_ptr<Counters> counters)
 CallPool::~CallPool() = default;
 
 std::shared_ptr<Call> CallPool::Take() {
-  if (idle_.size() < kIdleCalls) {
+  // The method of an idle call may still be on the stack: it has run its
+  // closure and then the sequence, within which this call is made.
+  if (idle_.size() < kIdleCalls || idle_.front().use_count() > 1) {
     return std::make_shared<Call>(shared_from_this());
   }
   std::shared_ptr<Call> call = std::move(idle_.front());

@@ -35,7 +35,7 @@ class CallPool final : public std::enable_shared_from_this<CallPool> {
   // `call` is over.
   void Return(std::shared_ptr<Call> call);
 
-  // The server goes: calls that are over are kept no longer.
+  // The server is being destroyed: calls that are over are kept no longer.
   void Close();
 
   loop::Sequence& sequence() { return sequence_; }

@@ -66,8 +66,8 @@ class Calls final : private Call::Waiter {
   ~Calls();
 
   // The client calls a method, and waits for `timeout`; for ever where that is
-  // zero. INVALID_ARGUMENT when the id is in use. Nothing else here may be used
-  // until this returns: the method may be on the stack.
+  // zero. INVALID_ARGUMENT when the id is in use. The transport calls nothing
+  // else here until this returns: the method may be on the stack.
   absl::Status Start(uint64_t id,
                      uint32_t method_id,
                      std::chrono::milliseconds timeout,

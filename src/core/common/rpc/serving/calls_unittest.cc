@@ -162,6 +162,35 @@ TEST_F(CallsTest, ADeadlineEndsTheCallAndTellsTheMethod) {
   EXPECT_EQ(counters_->results_late, 1u);
 }
 
+TEST_F(CallsTest, ADeadlinePassesAlsoWhileTheMethodRunsTheSequence) {
+  service_.method = [this](CallContext& context, BoolValue*, Closure* done) {
+    sequence_.Advance(milliseconds(250));
+    EXPECT_TRUE(context.IsCanceled());
+    done->Run();
+  };
+  RunOn(sequence_, [&] { EXPECT_TRUE(Start(1, milliseconds(250)).ok()); });
+  EXPECT_EQ(TakeSent(),
+            Sent{"error 1 DEADLINE_EXCEEDED: the deadline has passed"});
+  EXPECT_EQ(calls_->size(), 0u);
+}
+
+// Else the call would be another client's when its method returns.
+TEST_F(CallsTest, ACallIsNotUsedAgainWhileItsMethodIsOnTheStack) {
+  const Service::Method keep = service_.method;
+  service_.method = [&](CallContext&, BoolValue*, Closure* done) {
+    done->Run();
+    service_.method = keep;
+    for (uint64_t id = 2; id < 2 + 2 * kIdleCalls; ++id) {
+      EXPECT_TRUE(Start(id).ok());
+      EXPECT_NE(done_, done);
+      done_->Run();
+    }
+  };
+  RunOn(sequence_, [&] { EXPECT_TRUE(Start(1, milliseconds(250)).ok()); });
+  EXPECT_EQ(calls_->size(), 0u);
+  EXPECT_EQ(sequence_.timers(), 0u);
+}
+
 TEST_F(CallsTest, ACallThatIsOverLeavesNoTimer) {
   EXPECT_TRUE(Start(1, milliseconds(250)).ok());
   EXPECT_EQ(sequence_.timers(), 1u);

@@ -40,6 +40,7 @@
 #include "core/common/rpc/serving/client_record.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/serving/outgoing_stream.h"
 #include "core/common/rpc/serving/pending_questions.h"
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/serving/server_report.h"
@@ -48,14 +49,6 @@
 #include "rpc/transport/stream_message.pb.h"
 
 namespace rpc::serving {
-
-// A stream as its transport knows it when it sends on it.
-struct OutgoingStream {
-  uint64_t id = 0;
-  // The transport's own: which message, of those that it sends once for many
-  // streams, went to this one last.
-  uint64_t last_shared_message = 0;
-};
 
 // Takes what streams send to the client.
 class StreamSink {

@@ -71,9 +71,10 @@ void ManualSequence::Advance(Clock::duration duration) {
 }
 
 void ManualSequence::RunTask(Task& task) {
-  const bool outer = std::exchange(running_, true);
+  const std::thread::id outer =
+      running_on_.exchange(std::this_thread::get_id());
   task();
-  running_ = outer;
+  running_on_ = outer;
 }
 
 }  // namespace rpc::loop

@@ -9,9 +9,10 @@
 // Sequence: Post() may be called on any thread, and its tasks run where Run()
 // or Advance() is called; everything else belongs to that one thread.
 
-#ifndef CORE_COMMON_RPC_LOOP_MANUAL_SEQUENCE_H_
-#define CORE_COMMON_RPC_LOOP_MANUAL_SEQUENCE_H_
+#ifndef CORE_COMMON_RPC_TESTING_MANUAL_SEQUENCE_H_
+#define CORE_COMMON_RPC_TESTING_MANUAL_SEQUENCE_H_
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -19,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "core/common/rpc/loop/sequence.h"
@@ -34,7 +36,9 @@ class ManualSequence final : public Sequence {
 
   // Sequence. It is current only within its tasks.
   void Post(Task task) override;
-  bool IsCurrent() const override { return running_; }
+  bool IsCurrent() const override {
+    return running_on_.load() == std::this_thread::get_id();
+  }
   Clock::time_point Now() const override { return now_; }
   std::unique_ptr<Timer> RunAt(Clock::time_point time, Task task) override;
 
@@ -67,9 +71,10 @@ class ManualSequence final : public Sequence {
   uint64_t last_timer_ = 0;
   // Not the epoch: a deadline of zero shall not look like one that has come.
   Clock::time_point now_{std::chrono::hours(1)};
-  bool running_ = false;
+  // The thread that runs a task just now; else none.
+  std::atomic<std::thread::id> running_on_;
 };
 
 }  // namespace rpc::loop
 
-#endif  // CORE_COMMON_RPC_LOOP_MANUAL_SEQUENCE_H_
+#endif  // CORE_COMMON_RPC_TESTING_MANUAL_SEQUENCE_H_

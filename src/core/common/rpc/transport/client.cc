@@ -12,6 +12,10 @@ namespace rpc::transport {
 absl::StatusOr<std::unique_ptr<Client>> Client::Connect(loop::Loop& loop,
                                                         const std::string& path,
                                                         ClientOptions options) {
+  absl::Status valid = serving::Validate(options.limits);
+  if (!valid.ok()) {
+    return valid;
+  }
   absl::StatusOr<loop::ScopedFd> socket = OpenSocket(path);
   if (!socket.ok()) {
     return socket.status();

@@ -177,7 +177,7 @@ void ClientCore::CallAndWait(const MethodDescriptor* method,
                              ClientController* controller,
                              const Message& request,
                              Message* response) {
-  if (connection_->handling()) {
+  if (connection_->is_handling_frame()) {
     controller->status_ = absl::FailedPreconditionError(
         absl::StrCat("a blocking call of ", method->full_name(),
                      " from within a callback of the same client"));

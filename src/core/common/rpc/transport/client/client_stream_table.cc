@@ -3,7 +3,10 @@
 #include <utility>
 
 #include "absl/status/statusor.h"
+#include "core/common/rpc/transport/client/remote_methods.h"
+#include "core/common/rpc/transport/wire/connection.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
+#include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
 

@@ -26,11 +26,13 @@
 #include "absl/status/status.h"
 #include "core/common/rpc/loop/sequence.h"
 #include "core/common/rpc/transport/client/received_message.h"
-#include "core/common/rpc/transport/client/remote_methods.h"
-#include "core/common/rpc/transport/wire/connection.h"
-#include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
+
+class Connection;
+class RemoteMethods;
+class StreamDataFrame;
+class StreamEndFrame;
 
 class ClientStreamTable final
     : public std::enable_shared_from_this<ClientStreamTable> {

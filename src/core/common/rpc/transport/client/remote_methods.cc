@@ -1,6 +1,7 @@
 #include "core/common/rpc/transport/client/remote_methods.h"
 
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/stream/method_kind.h"
 
 namespace rpc::transport {
 
@@ -15,7 +16,7 @@ absl::StatusOr<uint32_t> RemoteMethods::Find(const MethodDescriptor* method) {
 
 absl::StatusOr<uint32_t> RemoteMethods::Match(
     const MethodDescriptor& method) const {
-  const bool streaming = method.client_streaming() || method.server_streaming();
+  const bool streaming = torvane::KindOf(method) != torvane::MethodKind::kUnary;
   for (const OfferedService& service : offer_) {
     if (service.full_name() != method.service()->full_name()) {
       continue;

@@ -231,6 +231,8 @@ TEST(ClientLimits, BadOnesAreRefusedBeforeTheServerHearsAnything) {
   EXPECT_EQ(Client::Adopt(lab.loop, lab.Connect(), options).status(),
             absl::InvalidArgumentError("max_calls is 0, not 1 to 1000000"));
   EXPECT_EQ(lab.server->counters().frames_read, 0u);
+  EXPECT_EQ(Client::Connect(lab.loop, "/no/such/socket", options).status(),
+            absl::InvalidArgumentError("max_calls is 0, not 1 to 1000000"));
 }
 
 TEST_F(LimitsTest, HandshakeTimeout) {

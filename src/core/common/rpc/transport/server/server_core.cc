@@ -26,7 +26,7 @@ ServerCore::ServerCore(loop::Loop& loop, const ServerOptions& options)
     : loop_(loop),
       options_(options),
       counters_(std::make_shared<serving::Counters>()),
-      calls_(std::make_shared<serving::CallPool>(loop, counters_)),
+      call_pool_(std::make_shared<serving::CallPool>(loop, counters_)),
       acceptor_(loop.context()) {
   ABSL_CHECK_OK(serving::Validate(options.limits));
 }
@@ -102,11 +102,11 @@ void ServerCore::Serve(Socket socket) {
     TurnAway(std::move(socket), peer, admission);
     return;
   }
-  const ServerSession::Context context = {loop_, options_.limits, methods_,
-                                          *calls_, counters_};
+  const ServerSession::Shared shared = {loop_, options_.limits, methods_,
+                                        *call_pool_, counters_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
-      context, id, std::move(socket), *peer,
+      shared, id, std::move(socket), *peer,
       [this](ServerSession* closed) { OnSessionClosed(closed); });
   ++counters_->connections_now;
   sessions_.emplace(session.get(), session);
@@ -139,7 +139,7 @@ void ServerCore::OnSessionClosed(ServerSession* session) {
   sessions_.erase(session);
 }
 
-// What the socket does not take at once is not worth waiting for.
+// One write that does not wait; what does not fit is dropped.
 void ServerCore::TurnAway(Socket socket,
                           const absl::StatusOr<serving::ClientProcess>& peer,
                           const absl::Status& why) {
@@ -177,8 +177,8 @@ void ServerCore::Stop() {
   });
 }
 
-// The file goes first: as long as somebody listens no other server takes it for
-// a dead one's, so it is still ours.
+// Removes the file before it closes the listening socket: while that listens,
+// no other server replaces the file, so the file is certainly ours.
 void ServerCore::StopListening() {
   stopped_ = true;
   if (listener_) {
@@ -194,7 +194,7 @@ void ServerCore::Close() {
   CloseSessions();
   ABSL_CHECK(sessions_.empty())
       << "a Server is destroyed from within one of its services";
-  calls_->Close();
+  call_pool_->Close();
 }
 
 // Each one removes itself when it is closed.

@@ -31,7 +31,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   void Adopt(loop::ScopedFd socket);
   void Stop();
 
-  // The server goes: closes everything at once.
+  // The server is being destroyed: closes everything at once.
   void Close();
 
   const serving::Counters& counters() const { return *counters_; }
@@ -55,7 +55,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   loop::Loop& loop_;
   const ServerOptions options_;
   const std::shared_ptr<serving::Counters> counters_;
-  const std::shared_ptr<serving::CallPool> calls_;
+  const std::shared_ptr<serving::CallPool> call_pool_;
   serving::ServedMethods methods_;
 
   std::optional<UnixListener> listener_;

@@ -27,40 +27,40 @@ void FillOffer(const serving::ServedMethods& methods, WelcomeFrame* welcome) {
 
 }  // namespace
 
-ServerSession::ServerSession(const Context& context,
+ServerSession::ServerSession(const Shared& shared,
                              uint64_t id,
                              asio::local::stream_protocol::socket socket,
                              const serving::ClientProcess& process,
                              ClosedCallback on_closed)
-    : context_(context),
+    : shared_(shared),
       id_(id),
       on_closed_(std::move(on_closed)),
       connection_(std::make_shared<Connection>(Connection::Side::kServer,
                                                std::move(socket),
-                                               context.limits,
-                                               context.counters)),
-      client_(process, *context.counters),
-      calls_(*this, context.methods, context.limits, context.calls, client_),
-      streams_(std::make_shared<serving::Streams>(context.loop,
+                                               shared.limits,
+                                               shared.counters)),
+      client_(process, *shared.counters),
+      calls_(*this, shared.methods, shared.limits, shared.call_pool, client_),
+      streams_(std::make_shared<serving::Streams>(shared.loop,
                                                   *this,
-                                                  context.methods,
-                                                  context.limits,
+                                                  shared.methods,
+                                                  shared.limits,
                                                   client_,
-                                                  *context.counters)) {}
+                                                  *shared.counters)) {}
 
 ServerSession::~ServerSession() = default;
 
 void ServerSession::Start() {
   connection_->Start(shared_from_this());
-  hello_timer_ = context_.loop.RunAfter(context_.limits.handshake_timeout,
-                                        [this] { OnHelloTimeout(); });
+  hello_timer_ = shared_.loop.RunAfter(shared_.limits.handshake_timeout,
+                                       [this] { OnHelloTimeout(); });
 }
 
 void ServerSession::OnHelloTimeout() {
-  ++context_.counters->limit_hits.handshake_timeout;
+  ++shared_.counters->limit_hits.handshake_timeout;
   connection_->Fail(absl::DeadlineExceededError(
       absl::StrCat("no hello within handshake_timeout, ",
-                   context_.limits.handshake_timeout.count(), " ms")));
+                   shared_.limits.handshake_timeout.count(), " ms")));
 }
 
 void ServerSession::Stop(const absl::Status& why) {
@@ -131,8 +131,8 @@ absl::Status ServerSession::OnHello(std::string_view body) {
   WelcomeFrame welcome;
   welcome.set_protocol_version(kProtocolVersion);
   welcome.set_max_frame_bytes(
-      static_cast<uint32_t>(context_.limits.max_frame_bytes));
-  FillOffer(context_.methods, &welcome);
+      static_cast<uint32_t>(shared_.limits.max_frame_bytes));
+  FillOffer(shared_.methods, &welcome);
   const size_t size = FrameSize(welcome);
   if (!connection_->FitsPeer(size)) {
     return absl::InvalidArgumentError(
@@ -276,7 +276,7 @@ void ServerSession::OnClosed(const absl::Status& why) {
   hello_timer_.reset();
   client_.OnClosed(why);
   if (!serving_ && !absl::IsUnavailable(why)) {
-    ++context_.counters->handshakes_failed;
+    ++shared_.counters->handshakes_failed;
   }
   calls_.AbandonAll();
   streams_->CloseAll();

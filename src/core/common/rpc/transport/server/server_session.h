@@ -44,18 +44,18 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
                             public serving::StreamSink {
  public:
   // What sessions of one server share. It outlives them.
-  struct Context {
+  struct Shared {
     loop::Loop& loop;
     const serving::Limits& limits;
     const serving::ServedMethods& methods;
-    serving::CallPool& calls;
+    serving::CallPool& call_pool;
     const std::shared_ptr<serving::Counters>& counters;
   };
 
   using ClosedCallback = std::function<void(ServerSession*)>;
 
   // `id` tells the connection apart from all others of the server.
-  ServerSession(const Context& context,
+  ServerSession(const Shared& shared,
                 uint64_t id,
                 asio::local::stream_protocol::socket socket,
                 const serving::ClientProcess& process,
@@ -96,7 +96,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   void OnHelloTimeout();
   absl::Status FrameTooLong(const char* what, size_t frame_bytes);
 
-  const Context context_;
+  const Shared shared_;
   const uint64_t id_;
   const std::chrono::steady_clock::time_point start_ =
       std::chrono::steady_clock::now();

@@ -121,6 +121,17 @@ TEST_F(StreamSending, AMessageTooLongForTheClientEndsItsStream) {
   EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
 }
 
+TEST_F(StreamSending, AMessageThatTheOutboxHasNoRoomForIsNotSentAfterAll) {
+  ServerOptions options;
+  options.limits.max_outbox_bytes = 8'192;
+  options.limits.busy_outbox_bytes = 8'192;
+  Serve(options);
+  Open(1);
+  EXPECT_FALSE(service.streams[0]->Say(std::string(9'000, 'x')));
+  const std::optional<Frame> frame = peer->Receive();
+  EXPECT_TRUE(frame && frame->has_goodbye());
+}
+
 TEST_F(StreamSending, ASharedFrameStaysWithinTheLimitOfTheClient) {
   Serve();
   const size_t size = (1 << 20) - 500;

@@ -42,7 +42,7 @@ void Connection::Start(std::shared_ptr<Delegate> delegate) {
   std::error_code error;
   socket_.non_blocking(true, error);
   if (error) {
-    EndSoon(ReadError(error), LastWord::kNone);
+    StartClosingSoon(ReadError(error), Goodbye::kNone);
     return;
   }
   Read();
@@ -73,7 +73,7 @@ void Connection::OnRead(const std::error_code& error, size_t size) {
 void Connection::HandleInput() {
   reading_ = Reading::kHandling;
   const absl::Status status = HandleFrames();
-  if (handling()) {
+  if (is_handling_frame()) {
     reading_ = Reading::kWaiting;
   }
   if (phase_ == Phase::kClosing) {
@@ -150,7 +150,7 @@ absl::Status Connection::CheckRoomFor(size_t frame_size) {
 void Connection::FailAsFull() {
   if (phase_ == Phase::kOpen) {
     ++counters_->limit_hits.max_outbox_bytes;
-    EndSoon(TooFull(), LastWord::kGoodbye);
+    StartClosingSoon(TooFull(), Goodbye::kSend);
   }
 }
 
@@ -180,12 +180,14 @@ bool Connection::AppendMessage(serving::OutgoingStream& stream,
   if (!can_send()) {
     return false;
   }
-  const bool is_new_frame = outbox_.AppendMessage(
-      stream, message, message_bytes, peer_max_frame_bytes_);
-  if (outbox_.bytes() > limits_.max_outbox_bytes) {
+  if (outbox_.BytesWithMessage(stream, message, message_bytes,
+                               peer_max_frame_bytes_) >
+      limits_.max_outbox_bytes) {
     FailAsFull();
     return false;
   }
+  const bool is_new_frame = outbox_.AppendMessage(
+      stream, message, message_bytes, peer_max_frame_bytes_);
   counters_->frames_written += is_new_frame ? 1 : 0;
   AfterAppend();
   return true;
@@ -194,7 +196,7 @@ bool Connection::AppendMessage(serving::OutgoingStream& stream,
 void Connection::AfterAppend() {
   if (outbox_.bytes() >= kWriteBytes) {
     Write();
-  } else if (writing_ == Writing::kIdle && !handling()) {
+  } else if (writing_ == Writing::kIdle && !is_handling_frame()) {
     writing_ = Writing::kScheduled;
     asio::post(socket_.get_executor(), [self = shared_from_this()] {
       if (self->writing_ == Writing::kScheduled) {
@@ -235,8 +237,8 @@ bool Connection::WriteSome() {
   }
   if (error) {
     // Nothing leaves any more. The connection lives on until the end of the
-    // peer is read: what it has said before, maybe why it goes, is still to
-    // come.
+    // peer is read: frames that it sent before, perhaps a goodbye with the
+    // reason, can still come.
     writing_ = Writing::kBroken;
     outbox_.Clear();
     return false;
@@ -270,31 +272,31 @@ void Connection::OnWritable() {
 }
 
 void Connection::Close(const absl::Status& why) {
-  End(why, LastWord::kNone);
+  StartClosing(why, Goodbye::kNone);
 }
 
 void Connection::Fail(const absl::Status& why) {
-  End(why, LastWord::kGoodbye);
+  StartClosing(why, Goodbye::kSend);
 }
 
-void Connection::End(const absl::Status& why, LastWord last_word) {
+void Connection::StartClosing(const absl::Status& why, Goodbye goodbye) {
   if (phase_ == Phase::kOpen) {
     phase_ = Phase::kClosing;
     why_ = why;
-    last_word_ = last_word;
+    goodbye_ = goodbye;
   }
-  if (phase_ == Phase::kClosing && !handling()) {
+  if (phase_ == Phase::kClosing && !is_handling_frame()) {
     FinishClosing();
   }
 }
 
-void Connection::EndSoon(const absl::Status& why, LastWord last_word) {
+void Connection::StartClosingSoon(const absl::Status& why, Goodbye goodbye) {
   phase_ = Phase::kClosing;
   why_ = why;
-  last_word_ = last_word;
-  if (!handling()) {
+  goodbye_ = goodbye;
+  if (!is_handling_frame()) {
     asio::post(socket_.get_executor(), [self = shared_from_this()] {
-      if (self->phase_ == Phase::kClosing && !self->handling()) {
+      if (self->phase_ == Phase::kClosing && !self->is_handling_frame()) {
         self->FinishClosing();
       }
     });
@@ -306,7 +308,7 @@ void Connection::FinishClosing() {
   if (writing_ != Writing::kBroken) {
     while (WriteSome()) {
     }
-    if (last_word_ == LastWord::kGoodbye) {
+    if (goodbye_ == Goodbye::kSend) {
       WriteGoodbye();
     }
   }
@@ -319,9 +321,9 @@ void Connection::FinishClosing() {
 // What is left has not begun to leave, but for the rest of one frame.
 void Connection::WriteGoodbye() {
   outbox_.DropUnbegun();
-  GoodbyeFrame goodbye;
-  ToWire(why_, goodbye.mutable_status());
-  outbox_.Append(Frame::kGoodbye, goodbye, FrameSize(goodbye));
+  GoodbyeFrame frame;
+  ToWire(why_, frame.mutable_status());
+  outbox_.Append(Frame::kGoodbye, frame, FrameSize(frame));
   ++counters_->frames_written;
   while (WriteSome()) {
   }

@@ -49,7 +49,7 @@
 #include "core/common/rpc/loop/asio.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limits.h"
-#include "core/common/rpc/serving/streams.h"
+#include "core/common/rpc/serving/outgoing_stream.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
 #include "core/common/rpc/transport/wire/outbox.h"
 
@@ -126,8 +126,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   // Writes now as much as the socket takes.
   void Write();
 
-  // Closes: without a word, or with a goodbye that says why. Within a frame
-  // that happens when the frame has been handled.
+  // Close() closes after writing what the socket takes; Fail() also sends a
+  // goodbye with `why`. Called within OnFrame(), both take effect when that
+  // returns.
   void Close(const absl::Status& why);
   void Fail(const absl::Status& why);
 
@@ -137,13 +138,13 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   size_t outbox_bytes() const { return outbox_.bytes(); }
 
   // Whether a frame of the peer is being handled right now.
-  bool handling() const { return reading_ == Reading::kHandling; }
+  bool is_handling_frame() const { return reading_ == Reading::kHandling; }
 
  private:
   enum class Phase { kCreated, kOpen, kClosing, kClosed };
   enum class Reading { kWaiting, kHandling, kPaused };
   enum class Writing { kIdle, kScheduled, kHeld, kBlocked, kBroken };
-  enum class LastWord { kNone, kGoodbye };
+  enum class Goodbye { kNone, kSend };
 
   void Read();
   void OnRead(const std::error_code& error, size_t size);
@@ -157,8 +158,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void AwaitWritable();
   void OnWritable();
 
-  void End(const absl::Status& why, LastWord last_word);
-  void EndSoon(const absl::Status& why, LastWord last_word);
+  void StartClosing(const absl::Status& why, Goodbye goodbye);
+  void StartClosingSoon(const absl::Status& why, Goodbye goodbye);
   void FinishClosing();
   void WriteGoodbye();
 
@@ -175,7 +176,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 
   // While closing: why, and whether the peer is told.
   absl::Status why_;
-  LastWord last_word_ = LastWord::kNone;
+  Goodbye goodbye_ = Goodbye::kNone;
 
   FrameBuffer input_;
   Outbox outbox_;

@@ -48,6 +48,17 @@ size_t Outbox::bytes() const {
   return bytes_ + (held_.empty() ? 0 : SizeWithLength(held_.frame_size()));
 }
 
+size_t Outbox::BytesWithMessage(const serving::OutgoingStream& stream,
+                                const StreamMessage& message,
+                                size_t message_bytes,
+                                size_t max_frame_bytes) const {
+  if (held_.CanCarry(message, stream, max_frame_bytes)) {
+    return bytes_ + SizeWithLength(held_.FrameSizeWith(stream));
+  }
+  return bytes() + SizeWithLength(StreamDataFrameSize(StreamIdBytes(stream.id),
+                                                      message_bytes));
+}
+
 void Outbox::AppendToChunk(FrameKind kind,
                            const google::protobuf::MessageLite& body,
                            size_t frame_size) {

@@ -27,7 +27,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/common/rpc/serving/streams.h"
+#include "core/common/rpc/serving/outgoing_stream.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
 #include "core/common/rpc/transport/wire/shared_message.h"
 
@@ -54,8 +54,12 @@ class Outbox {
                      size_t message_bytes,
                      size_t max_frame_bytes);
 
-  // Bytes that wait.
+  // Bytes that wait; and how many would if AppendMessage() were called.
   size_t bytes() const;
+  size_t BytesWithMessage(const serving::OutgoingStream& stream,
+                          const StreamMessage& message,
+                          size_t message_bytes,
+                          size_t max_frame_bytes) const;
 
   // Waiting bytes except stream data: what the peer has asked for by what it
   // sent. A partly written chunk counts whole.

@@ -46,8 +46,13 @@ bool SharedMessage::CanCarry(const StreamMessage& message,
   return !empty() && stream.last_shared_message != number_ &&
          frame_.message().call_id() == message.call_id() &&
          frame_.message().payload() == message.payload() &&
-         StreamDataFrameSize(id_bytes_ + StreamIdBytes(stream.id),
-                             message_bytes_) <= max_frame_bytes;
+         FrameSizeWith(stream) <= max_frame_bytes;
+}
+
+size_t SharedMessage::FrameSizeWith(
+    const serving::OutgoingStream& stream) const {
+  return StreamDataFrameSize(id_bytes_ + StreamIdBytes(stream.id),
+                             message_bytes_);
 }
 
 void SharedMessage::Clear() {

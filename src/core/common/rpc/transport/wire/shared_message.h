@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/common/rpc/serving/streams.h"
+#include "core/common/rpc/serving/outgoing_stream.h"
 #include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
@@ -41,9 +41,13 @@ class SharedMessage {
                 size_t max_frame_bytes) const;
 
   size_t frame_size() const { return frame_size_; }
+
+  // What it would be with this stream added.
+  size_t FrameSizeWith(const serving::OutgoingStream& stream) const;
+
   const StreamDataFrame& frame() const { return frame_; }
 
-  // For no message and no stream.
+  // Forgets the message and its streams: empty() holds.
   void Clear();
 
  private:
