@@ -80,8 +80,8 @@ class Browser final : private WindowObserver {
   // from its top left corner.
   void OpenContextMenu(int64_t id, int x, int y, const Then<Menu>& then);
 
-  // Closes all windows without asking. `then` runs when the last of them is
-  // closed, or at once where there is none.
+  // Closes all windows without asking. `then` runs when each of them has closed
+  // or the desktop has refused to close it; at once where there is none.
   void Shutdown(const std::function<void()>& then);
 
  private:

@@ -17,7 +17,7 @@
 #include "core/common/rpc/testing/window_id.h"
 #include "examples/window_host/service/browser.h"
 #include "examples/window_host/service/window_service.h"
-#include "examples/window_host/windows/fake_windows.h"
+#include "examples/window_host/windows/fake_windows_test_support.h"
 #include "gtest/gtest.h"
 #include "rpc/browser/browser_window.rpc.h"
 

@@ -136,10 +136,12 @@ class WindowObserver {
   virtual ~WindowObserver() = default;
 
   // The window is new, or what Inspect() returns for it may have changed.
+  // For hosts with real windows; the example's browser ignores it.
   virtual void OnWindowChanged(int64_t) {}
 
   // The user or the window manager wants to close the window. It stays open
-  // until a change closes it.
+  // until a change closes it. For desktops of real windows: those of
+  // MemoryDesktop have no users who could wish it.
   virtual void OnCloseWish(int64_t id) = 0;
 
   // The window is closed. `last` is its state before.

@@ -100,8 +100,8 @@ class Conformance : public testing::TestWithParam<TransportUnderTest> {
   }
 
   // Returns once everything that was sent on the link before has been handled.
-  void Settle() { Settle(*link_); }
-  void Settle(Link& link) { Title(link, 1); }
+  void AwaitAllHandled() { AwaitAllHandled(*link_); }
+  void AwaitAllHandled(Link& link) { Title(link, 1); }
 
   const std::unique_ptr<Host> host_ = GetParam().make_host();
   const std::unique_ptr<Link> link_ = host_->Connect();

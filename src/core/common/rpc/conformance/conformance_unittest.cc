@@ -89,7 +89,7 @@ TEST_P(Conformance, EventsReachThoseWhoSubscribedInOrder) {
   LinkStream& stream = link_->Open(kWhenClosed);
   stream.Send(SubscribeToEvents(7));
   stream.Send(SubscribeToEvents(8));
-  Settle();
+  AwaitAllHandled();
   for (const int64_t window : {7, 9, 8, 7})
     Publish(window);
   Await(stream, 3);
@@ -103,8 +103,8 @@ TEST_P(Conformance, OneEventReachesAllStreamsOfAllClients) {
                                  &other_link->Open(kWhenClosed)};
   for (LinkStream* stream : streams)
     stream->Send(SubscribeToEvents(7));
-  Settle();
-  Settle(*other_link);
+  AwaitAllHandled();
+  AwaitAllHandled(*other_link);
   Publish(7);
   for (const LinkStream* stream : streams)
     Await(*stream, 1);
@@ -117,7 +117,7 @@ TEST_P(Conformance, AnUnsubscribedWindowBringsNoMoreEvents) {
   EventSubscription no_longer;
   *no_longer.mutable_unsubscribe_from() = WindowId(7);
   stream.Send(StreamMessageOf(no_longer));
-  Settle();
+  AwaitAllHandled();
   Publish(7);
   Publish(8);
   Await(stream, 1);
@@ -128,7 +128,7 @@ TEST_P(Conformance, AClientsErrorDoesNotEndItsEvents) {
   LinkStream& stream = link_->Open(kWhenClosed);
   stream.Send(SubscribeToEvents(7));
   stream.SendError(transport::StreamMessage());
-  Settle();
+  AwaitAllHandled();
   Publish(7);
   Await(stream, 1);
   EXPECT_FALSE(stream.over);
@@ -137,7 +137,7 @@ TEST_P(Conformance, AClientsErrorDoesNotEndItsEvents) {
 TEST_P(Conformance, TheEndOfAStreamIsConfirmedAndStopsItsEvents) {
   LinkStream& stream = link_->Open(kWhenClosed);
   stream.Send(SubscribeToEvents(7));
-  Settle();
+  AwaitAllHandled();
   stream.End();
   AwaitEnd(stream);
   Publish(7);
@@ -203,7 +203,7 @@ class QuestionConformance : public Conformance {
   LinkStream& Subscribed(Link& link, const Question& question, int64_t window) {
     LinkStream& stream = link.Open(question.method);
     Subscribe(stream, question, window);
-    Settle(link);
+    AwaitAllHandled(link);
     return stream;
   }
 };
@@ -308,7 +308,7 @@ TEST_P(QuestionConformance, AnswersToNothingAreDropped) {
   auto unasked = Answer(stream, question, 7);
   unasked.set_call_id(unasked.call_id() + 1);
   stream.Send(unasked);
-  Settle();
+  AwaitAllHandled();
   EXPECT_FALSE(call.over);
   stream.Send(Answer(stream, question, 7));
   Await(call);
@@ -323,7 +323,7 @@ TEST_P(QuestionConformance, TheNewestSubscriberIsAsked) {
   Await(second, 1);
   second.Send(Answer(second, question, 7));
   // The answer goes out before the other client waits for its effect.
-  Settle(*other_link);
+  AwaitAllHandled(*other_link);
   Await(call);
   EXPECT_EQ(Title(7), Understood(question));
   EXPECT_TRUE(first.received.empty());

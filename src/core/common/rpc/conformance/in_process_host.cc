@@ -65,7 +65,7 @@ class InProcessStream final : public LinkStream {
     connected_ = false;
   }
 
-  // What a transport owes every stream, once.
+  // Calls OnCompleted() exactly once, as every transport must.
   void Complete() {
     if (served_) {
       served_->OnCompleted();
@@ -96,7 +96,7 @@ class InProcessStream final : public LinkStream {
     InProcessStream& stream_;
   };
 
-  // Has the service do something later, while it has the stream.
+  // Runs the task on a later turn, unless the stream is gone by then.
   void Post(loop::Task task) {
     if (connected_) {
       loop_.Post([this, task = std::move(task)]() mutable {

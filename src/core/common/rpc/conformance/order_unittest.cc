@@ -29,7 +29,7 @@ class Order : public Conformance {
       events.Send(SubscribeToEvents(window));
       questions.Send(SubscribeToQuestions(window));
     }
-    Settle();
+    AwaitAllHandled();
 
     std::vector<int64_t> events_before;
     std::vector<int64_t> questions_before;

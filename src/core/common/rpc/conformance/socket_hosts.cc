@@ -82,7 +82,8 @@ class SocketLink final : public Link {
  private:
   std::vector<std::unique_ptr<SocketCall>> calls_;
   std::vector<std::unique_ptr<SocketStream>> streams_;
-  // The first to go, since it ends calls and streams.
+  // Declared last, so destroyed first: its destructor ends the calls and
+  // streams above.
   std::unique_ptr<transport::Client> client_;
 };
 
@@ -112,8 +113,7 @@ class SocketPair : public Host {
   transport::Server server_{loop_};
 };
 
-// Hands on what arrives at either of two sockets to the other, each byte by
-// itself.
+// Copies what arrives at each of two sockets to the other, one byte at a time.
 class BytePump {
  public:
   BytePump(loop::Loop& loop, ScopedFd left, ScopedFd right)
@@ -127,7 +127,8 @@ class BytePump {
   }
 
  private:
-  // A byte that can't be written yet is left where it is: the loop comes back.
+  // Copies one byte. A byte that can't be written yet stays in `from`, so that
+  // `watch` calls again.
   static void HandOn(int from,
                      int to,
                      std::optional<loop::ReadableWatch>& watch) {

@@ -139,7 +139,7 @@ class Scene {
   std::vector<std::vector<QuestionOutcome>> outcomes_;
 };
 
-// What is to be seen of a scene whose events are far apart.
+// Predicts the outcomes when each event is fully handled before the next one.
 class Model {
  public:
   void Subscribe() { answering_ = connected_; }
@@ -265,7 +265,7 @@ TEST_P(Teardown, SettlesEveryQuestionWhenOneEventFollowsAnother) {
       /*is_orderly=*/true);
 }
 
-// The second happens before anybody has heard of the first.
+// Both on one turn, before any frame of the first has arrived.
 TEST_P(Teardown, SettlesEveryQuestionWhenTwoEventsCross) {
   ForEachPair(
       [](Scene& scene, const Event& first, const Event& second) {
@@ -275,7 +275,7 @@ TEST_P(Teardown, SettlesEveryQuestionWhenTwoEventsCross) {
       /*is_orderly=*/false);
 }
 
-// The second happens where the end of the question is heard of.
+// The second happens in the task posted when the question settles.
 TEST_P(Teardown, SettlesEveryQuestionWhenItsEndBringsAboutAnotherEvent) {
   ForEachPair(
       [](Scene& scene, const Event& first, const Event& second) {

@@ -14,6 +14,10 @@
 // Sequence: the host's loop. What an operation brings about happens on later
 // turns, but Break() may end calls and streams at once. None may be used from
 // within a stream.
+//
+// Failure: LinkCall::failure says why a call has failed. What is sent on a
+// stream that has ended or whose link is broken is dropped. No call or stream
+// may begin on a broken link.
 
 #ifndef CORE_COMMON_RPC_CONFORMANCE_TRANSPORT_UNDER_TEST_H_
 #define CORE_COMMON_RPC_CONFORMANCE_TRANSPORT_UNDER_TEST_H_
@@ -87,7 +91,7 @@ class Link {
                          const google::protobuf::Message& request) = 0;
   virtual LinkStream& Open(int method) = 0;
 
-  // The connection breaks without a word.
+  // The connection closes without a goodbye.
   virtual void Break() = 0;
 };
 
@@ -97,7 +101,7 @@ class Host {
 
   virtual std::unique_ptr<Link> Connect() = 0;
 
-  // The host goes, and its clients lose it.
+  // Stops the host; its clients' connections close.
   virtual void Stop() = 0;
 
   // Only where the test can look into the host:
@@ -117,7 +121,7 @@ class Host {
 
 std::unique_ptr<Host> InProcessHost();
 std::unique_ptr<Host> SocketPairHost();
-// A socket pair in between of which each byte is handed on by itself.
+// Two socket pairs, joined by a pump that copies one byte at a time.
 std::unique_ptr<Host> ByteByByteHost();
 // Another process behind a socket file.
 std::unique_ptr<Host> ProcessHost();

@@ -1,4 +1,9 @@
 // A file descriptor that is closed with its owner.
+//
+// Ownership: it owns the descriptor, until Release() gives it to the caller.
+//
+// Failure: -1 stands for no descriptor, so the result of a system call can be
+// stored and checked with is_valid(). What close() returns is ignored.
 
 #ifndef CORE_COMMON_RPC_LOOP_SCOPED_FD_H_
 #define CORE_COMMON_RPC_LOOP_SCOPED_FD_H_

@@ -91,7 +91,7 @@ class AskWithinTest : public ::testing::Test {
   }
 
   Settled TakeSettled() { return std::exchange(settled_, {}); }
-  // What a later turn of the sequence brings.
+  // Runs the posted tasks; nothing may have settled before.
   Settled RunAndTakeSettled() {
     EXPECT_EQ(TakeSettled(), Settled());
     sequence_.Run();

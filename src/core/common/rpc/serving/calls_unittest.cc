@@ -275,7 +275,7 @@ TEST_F(CallsDeathTest, AClosureThatIsRunTwiceEndsTheProcess) {
   EXPECT_TRUE(Start(1).ok());
   Closure* const first = done_;
   RunOn(sequence_, [&] { first->Run(); });
-  // So many other calls later it still shows.
+  // The second run is still noticed after this many other calls.
   for (uint64_t id = 2; id < 1 + kIdleCalls; ++id) {
     EXPECT_TRUE(Start(id).ok());
     RunOn(sequence_, [&] { done_->Run(); });

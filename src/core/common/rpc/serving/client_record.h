@@ -4,6 +4,8 @@
 // Ownership: the transport's, for each client. The counters outlive it.
 //
 // Sequence: the server's.
+//
+// Failure: none of its own; NoteLimit() makes the status that the client gets.
 
 #ifndef CORE_COMMON_RPC_SERVING_CLIENT_RECORD_H_
 #define CORE_COMMON_RPC_SERVING_CLIENT_RECORD_H_

@@ -2,8 +2,12 @@
 // Server::counters() and Client::counters(). A client counts only what goes
 // over its socket.
 //
-// Plain numbers, changed on their owner's sequence only. A name that ends in
-// _now goes up and down; all others only grow.
+// A name that ends in _now goes up and down; all others only grow.
+//
+// Ownership: the server's or the client's. Plain numbers: copy them to keep
+// them.
+//
+// Sequence: their owner's.
 
 #ifndef CORE_COMMON_RPC_SERVING_COUNTERS_H_
 #define CORE_COMMON_RPC_SERVING_COUNTERS_H_
@@ -12,7 +16,7 @@
 
 namespace rpc::serving {
 
-// How often each limit has bitten, by its name.
+// How often each limit has taken effect, by its name.
 struct LimitHits {
 #define RPC_SIZE_LIMIT(name, value, least, most, meaning) uint64_t name = 0;
 #define RPC_TIME_LIMIT(name, value, meaning) uint64_t name = 0;

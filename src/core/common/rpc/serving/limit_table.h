@@ -4,6 +4,8 @@
 //   for (const LimitInfo& limit : kLimitTable)
 //     std::cout << limit.name << ' ' << counters.limit_hits.*limit.hits <<
 //     '\n';
+//
+// Constant, so that any thread may read it.
 
 #ifndef CORE_COMMON_RPC_SERVING_LIMIT_TABLE_H_
 #define CORE_COMMON_RPC_SERVING_LIMIT_TABLE_H_

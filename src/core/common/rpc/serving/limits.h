@@ -6,6 +6,12 @@
 // and its value; not so for max_questions, where the asker hears that nobody
 // answers. Each limit has a counter of the same name (counters.h).
 // busy_outbox_bytes and accept_pause refuse nothing.
+//
+// Ownership: plain values, which a server or a client copies when it is made.
+//
+// Sequence: any, since there is no state.
+//
+// Failure: Validate() says which limit is wrong.
 
 #ifndef CORE_COMMON_RPC_SERVING_LIMITS_H_
 #define CORE_COMMON_RPC_SERVING_LIMITS_H_

@@ -57,7 +57,7 @@ TEST(LimitTable, ReadsEachLimitByItsName) {
   EXPECT_EQ(found, 2);
 }
 
-TEST(Limits, AreFineAsTheyCome) {
+TEST(Limits, DefaultsAreValid) {
   EXPECT_EQ(Validate(Limits()), absl::OkStatus());
 }
 

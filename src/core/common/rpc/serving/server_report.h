@@ -1,8 +1,10 @@
 // What a server is doing at one moment: who is connected and what of theirs is
 // under way. A transport's server makes it, the status service tells it.
 //
-// Plain values that refer to nothing. Ages count from the moment of the report
-// backwards.
+// Ages count from the moment of the report backwards.
+//
+// Ownership: the caller's. Plain values that refer to nothing, so that a report
+// may outlive its server.
 
 #ifndef CORE_COMMON_RPC_SERVING_SERVER_REPORT_H_
 #define CORE_COMMON_RPC_SERVING_SERVER_REPORT_H_

@@ -61,7 +61,7 @@ std::string Padded(google::protobuf::Message& message, size_t bytes) {
   return message.SerializeAsString();
 }
 
-TEST_F(StreamsLimitsTest, ASubscriptionTakesAtMostSoManyBytes) {
+TEST_F(StreamsLimitsTest, AStreamWhoseSubscriptionIsTooLargeIsEnded) {
   constexpr size_t kBytes = 100;
   Serve({.max_subscription_bytes = kBytes});
   for (const size_t bytes : {kBytes, kBytes + 1}) {
@@ -105,7 +105,7 @@ TEST_F(StreamsLimitsTest, AnAnswerMayBeLargerThanASubscription) {
 
 // What streams send.
 
-TEST_F(StreamsLimitsTest, TheSinkFindsAgainWhatItHasNotedOfAStream) {
+TEST_F(StreamsLimitsTest, EachStreamRemembersItsLastSharedMessage) {
   ProbeStream& first = OpenEvents(7);
   ProbeStream& second = OpenEvents(8);
   EXPECT_TRUE(first.Say());

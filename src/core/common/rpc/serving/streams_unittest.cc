@@ -231,7 +231,8 @@ TEST_F(StreamsTest, NothingRunsWhenTheStreamsAreGone) {
   const std::weak_ptr<Streams> watch = streams_;
   CloseAndForget();
   TakeEvents();
-  // The turn to come keeps nothing alive, and finds nothing.
+  // The posted task holds the streams weakly, so they are destroyed and it does
+  // nothing.
   EXPECT_TRUE(watch.expired());
   EXPECT_EQ(sequence_.Run(), 1u);
   EXPECT_EQ(TakeEvents(), Events());

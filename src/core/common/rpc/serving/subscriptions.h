@@ -10,6 +10,8 @@
 // Ownership: the stream's entry in Streams.
 //
 // Sequence: the server's.
+//
+// Failure: Note() returns false at the limit; the caller then ends the stream.
 
 #ifndef CORE_COMMON_RPC_SERVING_SUBSCRIPTIONS_H_
 #define CORE_COMMON_RPC_SERVING_SUBSCRIPTIONS_H_

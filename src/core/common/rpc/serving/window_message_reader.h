@@ -12,8 +12,8 @@
 //
 // Ownership: ServedMethods'. The service outlives it.
 //
-// Sequence: the server's. Keeps a message that it parses into, to spare the
-// memory's coming and going.
+// Sequence: the server's. Keeps a message that it parses into, so that its
+// memory is allocated once.
 //
 // Failure: what does not parse counts as far as it parsed, as the stream takes
 // it.

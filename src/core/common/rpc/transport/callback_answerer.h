@@ -17,12 +17,22 @@
 // is destroyed without an answer, the question is declined, so that the asker
 // does not wait for ever.
 //
-// Ownership, sequence and failure are those of client_stream.h: the answerer is
-// the user's, callbacks run on the client's sequence and may destroy it, and
-// the end callback says why there will be no more questions. Reply handles are
-// used and destroyed on the same sequence; they may outlive the answerer, and
-// then do nothing. A question that does not parse, or is of an unknown kind, is
-// declined.
+// Ownership: the user's. Destroying the answerer ends its stream; the end
+// callback is then not called. Reply handles may outlive the answerer, and then
+// do nothing.
+//
+// Sequence: that of the client; reply handles are used and destroyed there too.
+// The callbacks run when a frame arrives or the connection closes, never within
+// an operation of the answerer; each may destroy the answerer and the client.
+//
+// Failure: the end callback runs once and says why there will be no more
+// questions: OK when both sides have ended the stream, UNIMPLEMENTED when the
+// server has no such stream, RESOURCE_EXHAUSTED beyond a limit, CANCELLED when
+// the client was destroyed, UNAVAILABLE when the server has gone. After that,
+// and after End(), Subscribe() and Unsubscribe() return false. A question that
+// does not parse, or is of an unknown kind, is declined. When too much waits to
+// be written for declining, the connection is closed, since the question would
+// stay pending for ever.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
 #define CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_

@@ -9,10 +9,19 @@
 //   window.set_value(7);
 //   closed.Subscribe(window);
 //
-// Ownership, sequence and failure are those of client_stream.h: the subscriber
-// is the user's, callbacks run on the client's sequence and may destroy it, and
-// the end callback says why there will be no more events. An event that does
-// not parse is ignored.
+// Ownership: the user's. Destroying the subscriber ends its stream; the end
+// callback is then not called.
+//
+// Sequence: that of the client. The callbacks run when a frame arrives or the
+// connection closes, never within an operation of the subscriber; each may
+// destroy the subscriber and the client.
+//
+// Failure: the end callback runs once and says why there will be no more
+// events: OK when both sides have ended the stream, UNIMPLEMENTED when the
+// server has no such stream, RESOURCE_EXHAUSTED beyond a limit, CANCELLED when
+// the client was destroyed, UNAVAILABLE when the server has gone. After that,
+// and after End(), Subscribe() and Unsubscribe() return false. An event that
+// does not parse is ignored.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
 #define CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_

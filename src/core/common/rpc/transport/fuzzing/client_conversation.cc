@@ -16,7 +16,7 @@ using torvane::WindowId;
 // How often Make() is called: each time the server publishes and asks.
 constexpr size_t kMakes = 4;
 
-// Never passes while a conversation lasts.
+// A timeout longer than any conversation.
 constexpr std::chrono::hours kLong{1};
 
 const google::protobuf::MethodDescriptor* Method(const char* name) {
@@ -93,8 +93,8 @@ void ClientConversation::BeginQuestions() {
   answerer_->Subscribe(WindowId(1));
 }
 
-// In turn: answers, refuses, and twice keeps the question; every second one
-// that is kept has the oldest answered.
+// Cycle of four: answer, decline, keep, keep; after every second kept one,
+// answer the first that was kept.
 void ClientConversation::OnQuestion(const Answerer::Reply& reply) {
   lab::Decision answer;
   answer.mutable_response()->set_text("yes");

@@ -1,5 +1,5 @@
-// A client that uses everything a client can: what its fuzzer lets loose upon a
-// server, and what conversations are recorded of.
+// A client that uses every feature; drives the server's fuzzer, and its frames
+// are recorded as seeds.
 //
 // What it does follows from what the server says alone, so that a conversation
 // takes the same course each time.
@@ -22,7 +22,7 @@ namespace rpc::transport {
 
 class ClientConversation {
  public:
-  // What is talked about.
+  // Which features are used.
   struct Topics {
     bool calls = true;
     bool events = true;

@@ -13,8 +13,8 @@
 
 namespace rpc::transport {
 
-// One thing said: a frame as it travels and, taken apart, what it holds; or
-// bytes that are no frame, with a kind of BODY_NOT_SET.
+// One frame as sent, with its parsed kind and body; or bytes that are no frame
+// (kind BODY_NOT_SET).
 struct Utterance {
   std::string bytes;
   FrameKind kind = Frame::BODY_NOT_SET;

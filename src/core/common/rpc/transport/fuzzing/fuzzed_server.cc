@@ -67,8 +67,8 @@ FuzzedServer::~FuzzedServer() {
 void FuzzedServer::Say(const Utterance& utterance) {
   Note(utterance);
   std::string_view rest = utterance.bytes;
-  // A server that has closed, or that takes no more for now, takes no more at
-  // all, since nobody but this client could change that.
+  // If a write makes no progress after the server has run, the server is closed
+  // or has paused; only this client could change that, so give up.
   for (size_t left = 0; !rest.empty() && rest.size() != left;) {
     left = rest.size();
     rest = WriteSome(socket_, rest);
@@ -126,7 +126,7 @@ void FuzzedServer::HearWelcome(const WelcomeFrame& welcome) {
 }
 
 void FuzzedServer::HearReply(const ReplyFrame& reply) {
-  Settle(replies_, reply.call_id());
+  NoteReceived(replies_, reply.call_id());
 }
 
 void FuzzedServer::HearData(const StreamDataFrame& data) {
@@ -140,10 +140,10 @@ void FuzzedServer::HearData(const StreamDataFrame& data) {
 }
 
 void FuzzedServer::HearEnd(const StreamEndFrame& end) {
-  Settle(ends_, end.stream_id());
+  NoteReceived(ends_, end.stream_id());
 }
 
-void FuzzedServer::Settle(std::map<uint64_t, int>& debts, uint64_t id) {
+void FuzzedServer::NoteReceived(std::map<uint64_t, int>& debts, uint64_t id) {
   const auto debt = debts.find(id);
   if (debt == debts.end()) {
     ADD_FAILURE() << "nobody has asked for the end of " << id;

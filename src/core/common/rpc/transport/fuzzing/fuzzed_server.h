@@ -46,7 +46,7 @@ class FuzzedServer {
   void HearReply(const ReplyFrame& reply);
   void HearData(const StreamDataFrame& data);
   void HearEnd(const StreamEndFrame& end);
-  void Settle(std::map<uint64_t, int>& debts, uint64_t id);
+  void NoteReceived(std::map<uint64_t, int>& debts, uint64_t id);
 
   loop::Loop loop_;
   FuzzedService service_;

@@ -45,7 +45,7 @@ FuzzedService::~FuzzedService() {
     EXPECT_EQ(endings, 1);
   }
   EXPECT_TRUE(Questions::stream_map_.empty());
-  // Streams stay in the keys that they share.
+  // An ended stream leaves keys that it shared in the registry: free them.
   for (const auto& [key, streams] : Events::stream_map_) {
     delete key;
   }

@@ -80,7 +80,7 @@ TEST_F(TimedQuestions, AnAnswerInTimeIsTheOutcome) {
   EXPECT_EQ(answers, std::vector<std::string>{"yes"});
 }
 
-TEST_F(TimedQuestions, ThatNobodyAnswersIsToldLaterAndNotAtOnce) {
+TEST_F(TimedQuestions, AQuestionThatNobodyAnswersSettlesOnALaterTurn) {
   Ask(hours(1), /*window=*/2);
   EXPECT_TRUE(outcomes.empty());
   lab.RunReady();

@@ -162,7 +162,7 @@ TEST_F(Cancellation, TheServerAnswersACancelledCallOnce) {
   EXPECT_EQ(reply->reply().status().code(), 1);
   Complete();
 
-  // The id is free again, and nothing comes between.
+  // The id may be used again; no further reply arrives in between.
   peer->Send(Frame::kCall, park);
   lab.RunUntil([&] { return lab.service.parked.size() == 2; });
   lab.service.parked[1].Complete();

@@ -22,7 +22,7 @@ using lab::Lab_Stub;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-TEST_F(LimitsTest, MaxConnections) {
+TEST_F(LimitsTest, ServerTurnsAwayAConnectionBeyondMaxConnections) {
   Serve({.max_connections = 2});
   auto last = NewClient();
   EXPECT_THAT(hits(), IsEmpty());
@@ -41,7 +41,7 @@ TEST_F(LimitsTest, MaxConnections) {
   EXPECT_NE(NewClient(), nullptr);
 }
 
-TEST_F(LimitsTest, MaxCalls) {
+TEST_F(LimitsTest, ServerRefusesACallBeyondMaxCalls) {
   Serve({.max_calls = 2});
   const auto client = NewClient();
   TextCall calls[4];
@@ -70,7 +70,7 @@ TEST_F(LimitsTest, MaxCalls) {
   EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, "").ok());
 }
 
-TEST_F(LimitsTest, MaxCallsCountsWhatMethodsStillDoForNobody) {
+TEST_F(LimitsTest, MaxCallsCountsAbandonedCallsUntilTheirMethodsEnd) {
   Serve({.max_calls = 2});
   const auto client = NewClient();
   TextCall cancelled;
@@ -102,7 +102,8 @@ TEST_F(LimitsTest, MaxCallsCountsWhatMethodsStillDoForNobody) {
   EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 0u);
 }
 
-TEST_F(LimitsTest, MaxFrameBytesOfTheServer) {
+TEST_F(LimitsTest,
+       FramesBeyondTheServersMaxFrameBytesAreNeitherSentNorAccepted) {
   Serve({.max_frame_bytes = 10'000});
   const auto client = NewClient();
   // A frame of 10,000 bytes holds a text of 9,989.
@@ -130,7 +131,7 @@ TEST_F(LimitsTest, MaxFrameBytesOfTheServer) {
   ExpectBystanderIsServed();
 }
 
-TEST_F(LimitsTest, MaxFrameBytesOfTheClient) {
+TEST_F(LimitsTest, AResponseBeyondTheClientsMaxFrameBytesFailsItsCall) {
   Serve({});
   ClientOptions options;
   options.name = "small";
@@ -166,7 +167,7 @@ void CallPark(RawPeer& peer) {
   peer.Send(Frame::kCall, call);
 }
 
-TEST_F(LimitsTest, MaxOutboxBytes) {
+TEST_F(LimitsTest, ServerClosesAConnectionThatWouldExceedMaxOutboxBytes) {
   Serve({.max_outbox_bytes = 100'000, .busy_outbox_bytes = 100'000});
   const auto peer = lab_->NewPeer();
   // In front of a frame stands its length, which takes three bytes.
@@ -187,7 +188,7 @@ TEST_F(LimitsTest, MaxOutboxBytes) {
 
 // The reply of 1,000,000 bytes, with its length of three bytes, counts whole
 // although the socket has taken a part of it. That is as much as may wait.
-TEST_F(LimitsTest, BusyOutboxBytes) {
+TEST_F(LimitsTest, ServerReadsOnWhileBusyOutboxBytesWait) {
   Serve({.busy_outbox_bytes = 1'000'003});
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);
@@ -200,7 +201,7 @@ TEST_F(LimitsTest, BusyOutboxBytes) {
 }
 
 // The same reply is one byte too much: no further call is read.
-TEST_F(LimitsTest, BusyOutboxBytesExceededByOnePausesReading) {
+TEST_F(LimitsTest, ServerPausesReadingOneByteBeyondBusyOutboxBytes) {
   Serve({.busy_outbox_bytes = 1'000'002});
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);
@@ -218,13 +219,13 @@ TEST_F(LimitsTest, BusyOutboxBytesExceededByOnePausesReading) {
   EXPECT_THAT(TakeRecords(), IsEmpty());
 }
 
-TEST(LimitsDeathTest, BadOnesEndTheProcessWhenTheServerIsMade) {
+TEST(LimitsDeathTest, AServerWithInvalidLimitsEndsTheProcess) {
   ServerOptions options;
   options.limits.max_frame_bytes = serving::kMinFrameBytes - 1;
   EXPECT_DEATH(Lab lab(options), "max_frame_bytes is 8191, not 8192 to");
 }
 
-TEST(ClientLimits, BadOnesAreRefusedBeforeTheServerHearsAnything) {
+TEST(ClientLimits, AdoptRefusesInvalidLimitsBeforeAnythingIsSent) {
   Lab lab;
   ClientOptions options;
   options.limits.max_calls = 0;
@@ -235,7 +236,7 @@ TEST(ClientLimits, BadOnesAreRefusedBeforeTheServerHearsAnything) {
             absl::InvalidArgumentError("max_calls is 0, not 1 to 1000000"));
 }
 
-TEST_F(LimitsTest, HandshakeTimeout) {
+TEST_F(LimitsTest, ServerClosesAConnectionWithoutAHelloWithinHandshakeTimeout) {
   Serve({.handshake_timeout = std::chrono::milliseconds(5)});
   EXPECT_THAT(hits(), IsEmpty());
   RawPeer silent(lab_->loop, lab_->Connect());

@@ -47,7 +47,7 @@ class PendingQuestionsTest : public ::testing::Test {
     answer.mutable_response()->set_text("it may");
     Receive(Message(answer, call_id));
   }
-  void Refuse(int64_t call_id, int64_t window) {
+  void Decline(int64_t call_id, int64_t window) {
     questions.OnError(Method("Decide").reader->ReadFromClient(
                           Message(About(window), call_id)),
                       call_id);
@@ -107,7 +107,7 @@ TEST_F(PendingQuestionsTest, AQuestionIsPendingUntilItsAnswer) {
 TEST_F(PendingQuestionsTest, AnErrorSettlesItsQuestion) {
   Ask(1, 7);
   Ask(2, 7);
-  Refuse(1, 7);
+  Decline(1, 7);
   EXPECT_EQ(Report().questions, 1u);
 }
 
@@ -115,8 +115,8 @@ TEST_F(PendingQuestionsTest, AnAnswerForAnotherWindowOrCallSettlesNothing) {
   Ask(1, 7);
   Answer(1, 8);
   Answer(2, 7);
-  Refuse(1, 8);
-  Refuse(2, 7);
+  Decline(1, 8);
+  Decline(2, 7);
   EXPECT_EQ(Windows(), WindowList{7});
 }
 

@@ -83,7 +83,7 @@ class StreamLimits : public LimitsTest {
   }
 };
 
-TEST_F(StreamLimits, MaxSubscriptions) {
+TEST_F(StreamLimits, AnEventStreamThatSubscribesBeyondMaxSubscriptionsIsEnded) {
   Serve({.max_subscriptions = 3});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
@@ -112,7 +112,8 @@ TEST_F(StreamLimits, MaxSubscriptions) {
   EXPECT_TRUE(Ask(10));
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsHoldsForWindowsToAnswerFor) {
+TEST_F(StreamLimits,
+       ACallbackStreamThatSubscribesBeyondMaxSubscriptionsIsEnded) {
   Serve({.max_subscriptions = 1});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1, "Decide");
@@ -126,7 +127,7 @@ TEST_F(StreamLimits, MaxSubscriptionsHoldsForWindowsToAnswerFor) {
   ExpectBystanderIsServed();
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsLeavesRoomForOnesThatReplaceOthers) {
+TEST_F(StreamLimits, UnsubscribingMakesRoomAmongMaxSubscriptions) {
   Serve({.max_subscriptions = 2});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
@@ -141,7 +142,7 @@ TEST_F(StreamLimits, MaxSubscriptionsLeavesRoomForOnesThatReplaceOthers) {
   EXPECT_THAT(hits(), IsEmpty());
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartAsTheStreamsDo) {
+TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartByAllTheirBytes) {
   Serve({.max_subscriptions = 2});
   const auto peer = lab_->NewPeer();
   const auto& registry = torvane::EventStream<lab::Text>::stream_map_;
@@ -161,7 +162,7 @@ TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartAsTheStreamsDo) {
             absl::ResourceExhaustedError("max_subscriptions, 2, are in place"));
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsTakesWhatDoesNotParseAsTheStreamsDo) {
+TEST_F(StreamLimits, MaxSubscriptionsCountsWhatParsedOfABrokenMessage) {
   Serve({.max_subscriptions = 1});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1, "Decide");
@@ -178,7 +179,7 @@ TEST_F(StreamLimits, MaxSubscriptionsTakesWhatDoesNotParseAsTheStreamsDo) {
   EXPECT_EQ(subscriptions(), 1u);
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsIsFreedWithTheConnection) {
+TEST_F(StreamLimits, AClosedConnectionKeepsNoneOfItsSubscriptions) {
   Serve({.max_subscriptions = 2});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
@@ -190,7 +191,8 @@ TEST_F(StreamLimits, MaxSubscriptionsIsFreedWithTheConnection) {
   EXPECT_EQ(subscriptions(), 0u);
 }
 
-TEST_F(StreamLimits, MaxSubscriptionBytes) {
+TEST_F(StreamLimits,
+       AStreamWhoseSubscriptionExceedsMaxSubscriptionBytesIsEnded) {
   Serve({.max_subscription_bytes = 100});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
@@ -244,7 +246,8 @@ TEST_F(StreamLimits, MaxSubscriptionBytes) {
 
 // An event stream keeps every message that it is sent, even one without a
 // subscription.
-TEST_F(StreamLimits, MaxSubscriptionBytesHoldsForEventsWhateverTheMessageSays) {
+TEST_F(StreamLimits,
+       AnEventStreamWithAnyMessageBeyondMaxSubscriptionBytesIsEnded) {
   Serve({.max_subscription_bytes = 100});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
@@ -259,7 +262,7 @@ TEST_F(StreamLimits, MaxSubscriptionBytesHoldsForEventsWhateverTheMessageSays) {
   ExpectBystanderIsServed();
 }
 
-TEST_F(StreamLimits, MaxQuestions) {
+TEST_F(StreamLimits, NoQuestionIsAskedBeyondMaxQuestions) {
   Serve({.max_questions = 2});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1, "Decide");
@@ -303,7 +306,7 @@ TEST_F(StreamLimits, MaxQuestions) {
   EXPECT_FALSE(Ask(10));
 }
 
-TEST_F(StreamLimits, MaxFrameBytesOfTheClientHoldsForEvents) {
+TEST_F(StreamLimits, AnEventBeyondTheClientsMaxFrameBytesEndsItsStream) {
   Serve({});
   ClientOptions options;
   options.name = "small";
@@ -336,7 +339,7 @@ TEST_F(StreamLimits, MaxFrameBytesOfTheClientHoldsForEvents) {
   ExpectBystanderIsServed();
 }
 
-TEST_F(StreamLimits, MaxStreams) {
+TEST_F(StreamLimits, AStreamBeyondMaxStreamsIsEnded) {
   Serve({.max_streams = 2});
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);

@@ -1,6 +1,6 @@
 // One subscriber of a thousand has stopped reading: the host pays no more for
-// it than the outbox bound, the others get every event, and it learns why it
-// was closed.
+// it than the outbox bound, the others get every event, and it is closed
+// without a goodbye, since its socket is full.
 //
 // The host is a process of its own, so that what it allocates can be told from
 // what its clients do. A thousand events to a thousand subscribers make a
@@ -51,7 +51,7 @@ int64_t EventCount() {
   return count != nullptr ? std::atoll(count) : 1'000;
 }
 
-// An event says its number, and then nothing at length.
+// An event begins with its number, padded to a fixed length.
 std::string EventText(int64_t number) {
   std::string text = std::to_string(number);
   text.resize(kEventBytes, ' ');
@@ -212,7 +212,7 @@ TEST_F(UnreadSubscriber,
   const auto unread = NewUnreadSubscriber();
   while (AskHost("subscriptions") < kSubscribers) {
   }
-  // Once round, for the buffers that every connection keeps.
+  // Some events first, so that every connection has allocated its buffers.
   Publish(kEventsPerRound);
   AwaitEvents();
 

@@ -54,8 +54,8 @@ bool IsSocket(const std::string& path) {
   return stat(path.c_str(), &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
-// Who may enter the folder could connect, if not for the socket's own mode; who
-// may write to it could put another socket in its place.
+// The socket's mode already keeps others from connecting. Whoever may write to
+// the folder could replace the socket.
 absl::Status CheckPrivate(const std::string& folder, const struct stat& info) {
   if (info.st_uid != geteuid()) {
     return absl::PermissionDeniedError(absl::StrCat(
@@ -70,7 +70,8 @@ absl::Status CheckPrivate(const std::string& folder, const struct stat& info) {
   return absl::OkStatus();
 }
 
-// Keeps other servers from dealing with the same folder for the while.
+// Locks the folder, so that two servers cannot check and replace the same file
+// at once.
 absl::StatusOr<loop::ScopedFd> LockFolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   std::string folder = ".";
@@ -142,7 +143,7 @@ absl::StatusOr<UnixListener> UnixListener::Open(const std::string& path) {
       bind(fd.get(), Generic(*address), sizeof(*address)) != 0) {
     return Errno(errno, absl::StrCat("cannot listen at ", path));
   }
-  // From here on there is a file, which goes with the listener.
+  // The file exists now; the listener's destructor removes it.
   UnixListener listener(path, std::move(fd));
   if (listen(listener.fd_.get(), SOMAXCONN) != 0) {
     return Errno(errno, absl::StrCat("cannot listen at ", path));

@@ -27,7 +27,7 @@ namespace rpc::transport {
 
 using Hits = std::map<std::string, uint64_t>;
 
-// The limits that have bitten.
+// How often each limit has taken effect, without those that have not.
 inline Hits HitsOf(const serving::Counters& counters) {
   Hits hits;
   for (const serving::LimitInfo& limit : serving::kLimitTable) {
@@ -68,14 +68,14 @@ class LimitsTest : public ::testing::Test {
 
   Hits hits() { return HitsOf(lab_->server->counters()); }
 
-  // What a client was told at a limit, all limits that have bitten, and the
-  // host's records since the last time.
+  // What a client was told at a limit, how often each limit has taken effect,
+  // and the host's records since the last time.
   using Outcome = std::tuple<absl::Status, Hits, std::vector<std::string>>;
 
   Outcome OutcomeOf(const absl::Status& told) {
     return {told, hits(), TakeRecords()};
   }
-  // Of a limit that has bitten once.
+  // The outcome for a limit that has taken effect once.
   static Outcome Closed(const std::string& who,
                         const std::string& limit,
                         const absl::Status& why) {

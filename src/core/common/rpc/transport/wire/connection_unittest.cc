@@ -43,7 +43,7 @@ class Writing : public ::testing::Test {
 TEST_F(Writing, ASingleReplyIsWrittenWhileItsCallIsRead) {
   const uint64_t writes = counters().writes;
   peer->SendBytes(Calls("Echo", 1));
-  // One turn of the loop: nothing is put off to a second one.
+  // Runs one turn; fails if a second one is needed.
   EXPECT_EQ(lab.loop.context().run_one(), 1u);
   EXPECT_EQ(counters().writes, writes + 1);
 }

@@ -19,7 +19,7 @@ namespace {
 
 using google::protobuf::io::CodedInputStream;
 
-// Small, for frames that are too long to be no rarity.
+// Small, so that frames that are too long occur often.
 constexpr size_t kMaxFrameBytes = 512;
 
 // What a buffer holds for short frames; see frame_codec.cc.

@@ -1,4 +1,7 @@
 // Statuses as they travel.
+//
+// Functions without state, for any thread. They cannot fail: what the wire
+// cannot carry is changed as said below.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_WIRE_RPC_STATUS_H_
 #define CORE_COMMON_RPC_TRANSPORT_WIRE_RPC_STATUS_H_

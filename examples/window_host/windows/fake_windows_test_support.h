@@ -8,8 +8,8 @@
 //   windows.Refuse(absl::FailedPreconditionError("..."));
 //   sequence.Run();       // the change completes
 
-#ifndef EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_
-#define EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_
+#ifndef EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_TEST_SUPPORT_H_
+#define EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_TEST_SUPPORT_H_
 
 #include <cstdint>
 #include <deque>
@@ -86,4 +86,4 @@ class FakeWindows final : public MemoryDesktop {
 
 }  // namespace window_host
 
-#endif  // EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_H_
+#endif  // EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_TEST_SUPPORT_H_
