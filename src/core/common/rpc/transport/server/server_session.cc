@@ -250,7 +250,7 @@ absl::Status ServerSession::SendMessage(serving::OutgoingStream& stream,
   if (!connection_->FitsPeer(size)) {
     return FrameTooLong("a message", size);
   }
-  return connection_->AppendMessage(stream, message, message_bytes)
+  return connection_->AppendMessage(stream, message, message_bytes, size)
              ? absl::OkStatus()
              : absl::UnavailableError("the connection is being closed");
 }

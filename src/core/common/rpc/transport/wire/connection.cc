@@ -42,7 +42,8 @@ void Connection::Start(std::shared_ptr<Delegate> delegate) {
   std::error_code error;
   socket_.non_blocking(true, error);
   if (error) {
-    StartClosingSoon(ReadError(error), Goodbye::kNone);
+    StartClosing(ReadError(error), Goodbye::kNone);
+    FinishClosingSoon();
     return;
   }
   Read();
@@ -150,7 +151,8 @@ absl::Status Connection::CheckRoomFor(size_t frame_size) {
 void Connection::FailAsFull() {
   if (phase_ == Phase::kOpen) {
     ++counters_->limit_hits.max_outbox_bytes;
-    StartClosingSoon(TooFull(), Goodbye::kSend);
+    StartClosing(TooFull(), Goodbye::kSend);
+    FinishClosingSoon();
   }
 }
 
@@ -176,13 +178,16 @@ bool Connection::Append(FrameKind kind,
 
 bool Connection::AppendMessage(serving::OutgoingStream& stream,
                                const StreamMessage& message,
-                               size_t message_bytes) {
+                               size_t message_bytes,
+                               size_t frame_size) {
   if (!can_send()) {
     return false;
   }
-  if (outbox_.BytesWithMessage(stream, message, message_bytes,
+  // Together with the message before it, it may need less than a frame.
+  if (!HasRoomFor(frame_size) &&
+      outbox_.BytesWithMessage(stream, message, message_bytes,
                                peer_max_frame_bytes_) >
-      limits_.max_outbox_bytes) {
+          limits_.max_outbox_bytes) {
     FailAsFull();
     return false;
   }
@@ -273,10 +278,12 @@ void Connection::OnWritable() {
 
 void Connection::Close(const absl::Status& why) {
   StartClosing(why, Goodbye::kNone);
+  FinishClosing();
 }
 
 void Connection::Fail(const absl::Status& why) {
   StartClosing(why, Goodbye::kSend);
+  FinishClosing();
 }
 
 void Connection::StartClosing(const absl::Status& why, Goodbye goodbye) {
@@ -285,25 +292,18 @@ void Connection::StartClosing(const absl::Status& why, Goodbye goodbye) {
     why_ = why;
     goodbye_ = goodbye;
   }
-  if (phase_ == Phase::kClosing && !is_handling_frame()) {
-    FinishClosing();
-  }
 }
 
-void Connection::StartClosingSoon(const absl::Status& why, Goodbye goodbye) {
-  phase_ = Phase::kClosing;
-  why_ = why;
-  goodbye_ = goodbye;
-  if (!is_handling_frame()) {
-    asio::post(socket_.get_executor(), [self = shared_from_this()] {
-      if (self->phase_ == Phase::kClosing && !self->is_handling_frame()) {
-        self->FinishClosing();
-      }
-    });
-  }
+void Connection::FinishClosingSoon() {
+  asio::post(socket_.get_executor(),
+             [self = shared_from_this()] { self->FinishClosing(); });
 }
 
+// Within a frame nothing happens yet: HandleInput() calls this again.
 void Connection::FinishClosing() {
+  if (phase_ != Phase::kClosing || is_handling_frame()) {
+    return;
+  }
   phase_ = Phase::kClosed;
   if (writing_ != Writing::kBroken) {
     while (WriteSome()) {

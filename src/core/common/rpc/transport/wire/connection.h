@@ -93,10 +93,11 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   }
 
   // The same of a message on a stream, which may leave together with the one
-  // before it.
+  // before it. `frame_size` is that of a frame for this stream alone.
   bool AppendMessage(serving::OutgoingStream& stream,
                      const StreamMessage& message,
-                     size_t message_bytes);
+                     size_t message_bytes,
+                     size_t frame_size);
 
   // Whether frames can still leave.
   bool can_send() const {
@@ -159,8 +160,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void OnWritable();
 
   void StartClosing(const absl::Status& why, Goodbye goodbye);
-  void StartClosingSoon(const absl::Status& why, Goodbye goodbye);
   void FinishClosing();
+  void FinishClosingSoon();
   void WriteGoodbye();
 
   const Side side_;
