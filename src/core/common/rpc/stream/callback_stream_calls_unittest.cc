@@ -139,6 +139,34 @@ TEST_F(CallsTest, TheLastAnswerRemovesTheWindowAndItsKey) {
   EXPECT_EQ(CountAllocations().live(), before);
 }
 
+// No question leaves a window without calls behind; a window that has none all
+// the same must not stay for ever.
+TEST_F(CallsTest, AWindowWithoutCallsGoesThoughTheCallIsNotFound) {
+  const auto stream = Open();
+  auto& table = CallbackStreamTestPeer::PendingCalls(*stream);
+  const ptrdiff_t before = CountAllocations().live();
+  for (const auto end : {&Answer, &Fail}) {
+    table.try_emplace(new BrowserId(WindowId(7)));
+    end(*stream, 7, 1);
+    EXPECT_EQ(PendingWindows(*stream), 0u);
+  }
+  EXPECT_EQ(CountAllocations().live(), before);
+}
+
+TEST_F(CallsTest, ACallIsFoundByAllBitsOfItsId) {
+  const auto stream = Open();
+  constexpr int64_t kLow = 1;
+  for (const int64_t high : {int64_t{1} << 32, int64_t{1} << 62}) {
+    Pend(*stream, 7, kLow);
+    Pend(*stream, 7, high + kLow);
+    Answer(*stream, 7, high + kLow);
+    Fail(*stream, 7, kLow);
+    EXPECT_THAT(endings_, ElementsAre(std::to_string(high + kLow) + " answered",
+                                      "1 error 2"));
+    endings_.clear();
+  }
+}
+
 TEST_F(CallsTest, AnAnsweredCallIsDestroyedAfterItsCallback) {
   const auto stream = Open();
   std::vector<std::string> events;
@@ -284,6 +312,37 @@ TEST_F(CallsTest, CancellationRunsOnACopyOfTheCallable) {
   EXPECT_FALSE(called_as_copy);
   stream->CancelPendingRequests(WindowId(7));
   EXPECT_TRUE(called_as_copy);
+}
+
+TEST_F(CallsTest, CancellationCopiesTheWholeCallForNoLongerThanItsCallback) {
+  struct Counted {
+    explicit Counted(int& alive) : alive(alive) { ++alive; }
+    Counted(const Counted& other) : alive(other.alive) { ++alive; }
+    ~Counted() { --alive; }
+    int& alive;
+  };
+  const auto stream = Open();
+  int responses[] = {0, 0};
+  int errors[] = {0, 0};
+  int cancelled = 0;
+  for (const int i : {0, 1}) {
+    CallbackStreamTestPeer::Add(
+        *stream, WindowId(7), i,
+        {.response_callback = [counted =
+                                   Counted(responses[i])](rpc::CloseWindow&) {},
+         .error_callback =
+             [&, i, counted = Counted(errors[i])](StreamCallError) {
+               ++cancelled;
+               EXPECT_EQ(responses[i], 2);
+               EXPECT_EQ(errors[i], 2);
+               EXPECT_EQ(responses[1 - i], 1);
+               EXPECT_EQ(errors[1 - i], 1);
+             }});
+  }
+  stream->CancelPendingRequests(WindowId(7));
+  EXPECT_EQ(cancelled, 2);
+  EXPECT_THAT(responses, ElementsAre(0, 0));
+  EXPECT_THAT(errors, ElementsAre(0, 0));
 }
 
 TEST_F(CallsTest, CancellationMayBeGivenTheTablesOwnKey) {

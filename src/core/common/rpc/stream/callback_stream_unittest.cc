@@ -4,6 +4,7 @@
 #include "core/common/rpc/stream/callback_stream.h"
 
 #include <gmock/gmock.h>
+#include <google/protobuf/wrappers.pb.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -59,6 +60,17 @@ TEST_F(CallbackStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
   key.set_value(8);
   EXPECT_EQ(StreamOf(7), stream.get());
   EXPECT_EQ(StreamOf(8), nullptr);
+}
+
+TEST_F(CallbackStreamTest, StoresACopyOfTheKeysOwnType) {
+  const auto stream = Open();
+  google::protobuf::StringValue key;
+  key.set_value("seven");
+  stream->Subscribe(key);
+  const Message* stored = Stream::stream_map_.begin()->first;
+  EXPECT_NE(stored, &key);
+  ASSERT_EQ(stored->GetDescriptor(), key.GetDescriptor());
+  EXPECT_EQ(stored->SerializeAsString(), key.SerializeAsString());
 }
 
 TEST_F(CallbackStreamTest, SubscribingTwiceOnOneStreamChangesNothing) {

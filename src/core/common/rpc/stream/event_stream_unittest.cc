@@ -3,6 +3,7 @@
 
 #include "core/common/rpc/stream/event_stream.h"
 
+#include <google/protobuf/wrappers.pb.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -51,6 +52,17 @@ TEST_F(EventStreamTest, StoresACopyOfTheKeyAndNotTheCallersObject) {
   key.set_value(8);
   EXPECT_EQ(SubscribersOf(7), Streams{stream.get()});
   EXPECT_TRUE(SubscribersOf(8).empty());
+}
+
+TEST_F(EventStreamTest, StoresACopyOfTheKeysOwnType) {
+  const auto stream = Open();
+  google::protobuf::StringValue key;
+  key.set_value("seven");
+  stream->Subscribe(key);
+  const Message* stored = Stream::stream_map_.begin()->first;
+  EXPECT_NE(stored, &key);
+  ASSERT_EQ(stored->GetDescriptor(), key.GetDescriptor());
+  EXPECT_EQ(stored->SerializeAsString(), key.SerializeAsString());
 }
 
 TEST_F(EventStreamTest, HoldsEqualKeysOfOneStreamOnce) {
@@ -245,6 +257,15 @@ TEST_F(EventStreamTest, LeavesOthersKeysAloneWhenItCompletes) {
   stream->OnCompleted();
   EXPECT_EQ(SubscribersOf(2), Streams{other.get()});
   EXPECT_EQ(Entries(), 1u);
+}
+
+TEST_F(EventStreamTest, RemovesAnEntryThatHoldsNobodyWhenItCompletes) {
+  const auto stream = Open();
+  const auto before = CountAllocations().live();
+  Stream::stream_map_.try_emplace(new BrowserId(WindowId(7)));
+  stream->OnCompleted();
+  EXPECT_EQ(Entries(), 0u);
+  EXPECT_EQ(CountAllocations().live(), before);
 }
 
 TEST_F(EventStreamTest, MayBeDestroyedWithinItsOwnCompletion) {

@@ -4,10 +4,23 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
+
 thread_local torvane::AllocationCounts counts;
+thread_local torvane::OnFree on_free = nullptr;
+
+void Free(void* memory) {
+  if (const torvane::OnFree tell = std::exchange(on_free, nullptr)) {
+    tell(memory);
+    on_free = tell;
+  }
+  counts.live_bytes -= malloc_usable_size(memory);
+  std::free(memory);
 }
+
+}  // namespace
 
 void* operator new(size_t size) {
   ++counts.allocations;
@@ -20,20 +33,22 @@ void* operator new(size_t size) {
 
 void operator delete(void* memory) noexcept {
   counts.unsized_deletes += memory != nullptr;
-  counts.live_bytes -= malloc_usable_size(memory);
-  std::free(memory);
+  Free(memory);
 }
 
 void operator delete(void* memory, size_t) noexcept {
   counts.sized_deletes += memory != nullptr;
-  counts.live_bytes -= malloc_usable_size(memory);
-  std::free(memory);
+  Free(memory);
 }
 
 namespace torvane {
 
 AllocationCounts CountAllocations() {
   return counts;
+}
+
+void SetOnFree(OnFree tell) {
+  on_free = tell;
 }
 
 }  // namespace torvane

@@ -1,5 +1,5 @@
-// Counts what a test program allocates and frees with new and delete. Linking
-// this replaces the global operators.
+// Counts what a test program allocates and frees with new and delete, and sees
+// each block go. Linking this replaces the global operators.
 
 #ifndef CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
 #define CORE_COMMON_RPC_TESTING_ALLOCATION_COUNTER_H_
@@ -24,6 +24,11 @@ struct AllocationCounts {
 
 // What the calling thread has allocated and freed so far.
 AllocationCounts CountAllocations();
+
+// Called with each block that the calling thread is about to free, but not for
+// what the function itself frees. Null for nothing.
+using OnFree = void (*)(const void* block);
+void SetOnFree(OnFree on_free);
 
 }  // namespace torvane
 

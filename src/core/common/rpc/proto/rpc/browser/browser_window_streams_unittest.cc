@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -110,16 +111,86 @@ TEST(OpenStream, MakesAFurtherIndependentStreamEachTime) {
   second->OnCompleted();
 }
 
+class Hooked : public BrowserWindowRpc {
+ public:
+  void WhenBrowserWindowClosed() override { ++hook_calls; }
+  void OnCanExecuteCommand() override { ++hook_calls; }
+  void OnShowContextMenu() override { ++hook_calls; }
+  void OnCloseWindow() override { ++hook_calls; }
+  int hook_calls = 0;
+};
+
 TEST(OpenStream, NeitherNeedsNorCallsTheHooks) {
-  class Hooked : public BrowserWindowRpc {
-   public:
-    void WhenBrowserWindowClosed() override { ++hook_calls; }
-    void OnCloseWindow() override { ++hook_calls; }
-    int hook_calls = 0;
-  } hooked;
+  Hooked hooked;
   for (int i = kUnaryMethodCount; i < kMethodCount; ++i)
     EXPECT_NE(hooked.OpenStream(Method(i), MakeChannel()), nullptr);
   EXPECT_EQ(hooked.hook_calls, 0);
+}
+
+template <typename T>
+void AskAndAnswer(AbstractStream& stream) {
+  Deliver(stream, CallbackSubscription<T>(7));
+  T question;
+  question.mutable_browser_id()->set_value(7);
+  question.mutable_question();
+  EXPECT_TRUE(torvane::CallbackStream<T>::Ask(
+      question, {.response_callback = [](T&) {},
+                 .error_callback = [](torvane::StreamCallError) {}}));
+  T answer;
+  answer.mutable_browser_id()->set_value(7);
+  answer.mutable_response();
+  Deliver(stream, answer.SerializeAsString());
+}
+
+TEST(OpenStream, NoHookIsCalledInTheLifeOfAStream) {
+  Hooked hooked;
+  std::vector<std::unique_ptr<AbstractStream>> streams;
+  for (int i = kUnaryMethodCount; i < kMethodCount; ++i)
+    streams.push_back(hooked.OpenStream(Method(i), MakeChannel()));
+  Deliver(*streams[0], SubscriptionTo(7));
+  BrowserId window;
+  window.set_value(7);
+  EXPECT_EQ(torvane::EventStream<BrowserWindowClosed>::Publish(window, {}), 1u);
+  AskAndAnswer<CanExecuteCommand>(*streams[1]);
+  AskAndAnswer<ShowContextMenu>(*streams[2]);
+  AskAndAnswer<CloseWindow>(*streams[3]);
+  for (const auto& stream : streams) {
+    transport::StreamMessage error;
+    stream->OnError(&error);
+    stream->OnCompleted();
+  }
+  streams.clear();
+  EXPECT_EQ(hooked.hook_calls, 0);
+}
+
+// The stream asks its service for prototypes with the descriptor that it keeps.
+TEST(OpenStream, KeepsTheVeryDescriptorThatItWasGiven) {
+  class Noted : public BrowserWindowRpc {
+   public:
+    const google::protobuf::Message& GetRequestPrototype(
+        const MethodDescriptor* method) const override {
+      asked = method;
+      return EventSubscription::default_instance();
+    }
+    const google::protobuf::Message& GetResponsePrototype(
+        const MethodDescriptor* method) const override {
+      asked = method;
+      return CloseWindow::default_instance();
+    }
+    mutable const MethodDescriptor* asked = nullptr;
+  };
+  for (const int index : {37, 40}) {
+    // One of another service: only its index counts for what is opened.
+    const torvane::ForgedMethod foreign(Method(0), index);
+    for (const MethodDescriptor* given : {Method(index), foreign.get()}) {
+      Noted service;
+      const auto stream = service.OpenStream(given, MakeChannel());
+      Deliver(*stream, index == 37 ? SubscriptionTo(7)
+                                   : CallbackSubscription<CloseWindow>(7));
+      EXPECT_EQ(service.asked, given);
+      stream->OnCompleted();
+    }
+  }
 }
 
 TEST(OpenStream, DestroysOnlyEmptyShellsOfTheChannel) {
