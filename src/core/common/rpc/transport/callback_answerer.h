@@ -26,13 +26,14 @@
 // an operation of the answerer; each may destroy the answerer and the client.
 //
 // Failure: the end callback runs once and says why there will be no more
-// questions: OK when both sides have ended the stream, UNIMPLEMENTED when the
-// server has no such stream, RESOURCE_EXHAUSTED beyond a limit, CANCELLED when
-// the client was destroyed, UNAVAILABLE when the server has gone. After that,
-// and after End(), Subscribe() and Unsubscribe() return false. A question that
-// does not parse, or is of an unknown kind, is declined. When too much waits to
-// be written for declining, the connection is closed, since the question would
-// stay pending for ever.
+// questions: OK when both sides have ended the stream, INVALID_ARGUMENT when
+// the method is null, no callback stream, or one of other messages than T,
+// UNIMPLEMENTED when the server has no such stream, RESOURCE_EXHAUSTED beyond a
+// limit, CANCELLED when the client was destroyed, UNAVAILABLE when the server
+// has gone. After that, and after End(), Subscribe() and Unsubscribe() return
+// false. A question that does not parse, or is of an unknown kind, is declined.
+// When too much waits to be written for declining, the connection is closed,
+// since the question would stay pending for ever.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
 #define CORE_COMMON_RPC_TRANSPORT_CALLBACK_ANSWERER_H_
@@ -47,6 +48,7 @@
 #include "browser_id.pb.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/client/owed_answer.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -96,7 +98,7 @@ class CallbackAnswerer {
                    ClientStream::EndCallback on_end = nullptr)
       : stream_(std::make_shared<ClientStream>(
             client,
-            method,
+            CheckCallbackMethod(method, *T::descriptor()),
             [this, on_question = std::move(on_question)](
                 const StreamMessage& message) {
               OnMessage(message, on_question);

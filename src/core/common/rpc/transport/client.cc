@@ -3,8 +3,10 @@
 #include <system_error>
 #include <utility>
 
+#include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/client/client_core.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/socket/unix_socket.h"
 
 namespace rpc::transport {
@@ -63,7 +65,11 @@ void Client::CallMethod(const google::protobuf::MethodDescriptor* method,
                         const google::protobuf::Message* request,
                         google::protobuf::Message* response,
                         google::protobuf::Closure* done) {
-  core_->Call(method, static_cast<ClientController*>(controller), *request,
+  ABSL_CHECK(controller != nullptr)
+      << "a call of " << NameOf(method) << " without a controller";
+  ABSL_CHECK(ClientController::IsOne(*controller))
+      << "the controller for " << NameOf(method) << " is no ClientController";
+  core_->Call(method, static_cast<ClientController*>(controller), request,
               response, done);
 }
 

@@ -78,7 +78,13 @@ class Client final : public google::protobuf::RpcChannel {
   Client& operator=(const Client&) = delete;
   ~Client() override;
 
-  // `controller` is a ClientController. Without `done` the call blocks.
+  // Without `done` the call blocks. A null method, one that streams, and a
+  // request or response that is null or of another type than the method's fail
+  // the call with INVALID_ARGUMENT, and nothing is sent.
+  //
+  // `controller` is a ClientController of which no other call is under way.
+  // Anything else has no room for a status, and ends the process with a fatal
+  // record that says what it was.
   void CallMethod(const google::protobuf::MethodDescriptor* method,
                   google::protobuf::RpcController* controller,
                   const google::protobuf::Message* request,

@@ -35,6 +35,10 @@ class ClientController final : public google::protobuf::RpcController {
   ClientController(const ClientController&) = delete;
   ClientController& operator=(const ClientController&) = delete;
 
+  // Whether `controller` is a ClientController, and not one of another library
+  // or of the server's side.
+  static bool IsOne(const google::protobuf::RpcController& controller);
+
   // The call fails with DEADLINE_EXCEEDED unless it is answered within
   // `timeout`. Without this it waits for ever.
   void set_timeout(std::chrono::milliseconds timeout) { timeout_ = timeout; }

@@ -17,11 +17,12 @@
 // destroy the subscriber and the client.
 //
 // Failure: the end callback runs once and says why there will be no more
-// events: OK when both sides have ended the stream, UNIMPLEMENTED when the
-// server has no such stream, RESOURCE_EXHAUSTED beyond a limit, CANCELLED when
-// the client was destroyed, UNAVAILABLE when the server has gone. After that,
-// and after End(), Subscribe() and Unsubscribe() return false. An event that
-// does not parse is ignored.
+// events: OK when both sides have ended the stream, INVALID_ARGUMENT when the
+// method is null, no event stream, or one of other events than T, UNIMPLEMENTED
+// when the server has no such stream, RESOURCE_EXHAUSTED beyond a limit,
+// CANCELLED when the client was destroyed, UNAVAILABLE when the server has
+// gone. After that, and after End(), Subscribe() and Unsubscribe() return
+// false. An event that does not parse is ignored.
 
 #ifndef CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
 #define CORE_COMMON_RPC_TRANSPORT_EVENT_SUBSCRIBER_H_
@@ -34,6 +35,7 @@
 #include "browser_id.pb.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "rpc/event_subscription.pb.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -52,7 +54,7 @@ class EventSubscriber {
                   ClientStream::EndCallback on_end = nullptr)
       : stream_(
             client,
-            method,
+            CheckEventMethod(method, *T::descriptor()),
             [on_event = std::move(on_event)](const ReceivedMessage& message) {
               if (const T* event = message.As<T>()) {
                 on_event(*event);

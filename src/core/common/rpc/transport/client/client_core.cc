@@ -6,8 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "absl/log/absl_check.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
 
@@ -163,9 +165,13 @@ absl::Status ClientCore::OnGoodbye(std::string_view body) {
 
 void ClientCore::Call(const MethodDescriptor* method,
                       ClientController* controller,
-                      const Message& request,
+                      const Message* request,
                       Message* response,
                       Closure* done) {
+  // Its status is that of the call under way, so it could not carry a refusal.
+  ABSL_CHECK(controller->core_ == nullptr)
+      << "the controller for " << NameOf(method)
+      << " is that of another call, which is under way";
   if (done == nullptr) {
     CallAndWait(method, controller, request, response);
   } else {
@@ -175,11 +181,11 @@ void ClientCore::Call(const MethodDescriptor* method,
 
 void ClientCore::CallAndWait(const MethodDescriptor* method,
                              ClientController* controller,
-                             const Message& request,
+                             const Message* request,
                              Message* response) {
   if (connection_->is_handling_frame()) {
     controller->status_ = absl::FailedPreconditionError(
-        absl::StrCat("a blocking call of ", method->full_name(),
+        absl::StrCat("a blocking call of ", NameOf(method),
                      " from within a callback of the same client"));
     return;
   }
@@ -197,7 +203,7 @@ void ClientCore::CallAndWait(const MethodDescriptor* method,
 
 uint64_t ClientCore::StartCall(const MethodDescriptor* method,
                                ClientController* controller,
-                               const Message& request,
+                               const Message* request,
                                Message* response,
                                Closure* done) {
   const uint64_t id = ++last_call_id_;
@@ -206,7 +212,7 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
   controller->call_id_ = id;
   controller->status_ = absl::OkStatus();
   const absl::Status status =
-      AppendCall(id, method, request, controller->timeout_);
+      AppendCall(id, method, request, response, controller->timeout_);
   FreeIfLarge(call_frame_, call_frame_.request().capacity());
   if (!status.ok()) {
     FinishCallSoon(id, status);
@@ -218,8 +224,13 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
 
 absl::Status ClientCore::AppendCall(uint64_t id,
                                     const MethodDescriptor* method,
-                                    const Message& request,
+                                    const Message* request,
+                                    const Message* response,
                                     std::optional<Milliseconds> timeout) {
+  absl::Status valid = CheckCall(method, request, response);
+  if (!valid.ok()) {
+    return valid;
+  }
   if (!status_.ok()) {
     return status_;
   }
@@ -233,7 +244,7 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   call_frame_.set_call_id(id);
   call_frame_.set_method_id(*method_id);
   call_frame_.set_timeout_ms(OnWire(timeout));
-  request.SerializeToString(call_frame_.mutable_request());
+  request->SerializeToString(call_frame_.mutable_request());
   const size_t size = FrameSize(call_frame_);
   if (!connection_->FitsPeer(size)) {
     ++counters_->limit_hits.max_frame_bytes;

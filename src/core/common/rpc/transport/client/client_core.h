@@ -60,7 +60,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   // Client::CallMethod() and ClientController::StartCancel().
   void Call(const google::protobuf::MethodDescriptor* method,
             ClientController* controller,
-            const google::protobuf::Message& request,
+            const google::protobuf::Message* request,
             google::protobuf::Message* response,
             google::protobuf::Closure* done);
   void CancelCall(uint64_t id);
@@ -108,16 +108,17 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
 
   void CallAndWait(const google::protobuf::MethodDescriptor* method,
                    ClientController* controller,
-                   const google::protobuf::Message& request,
+                   const google::protobuf::Message* request,
                    google::protobuf::Message* response);
   uint64_t StartCall(const google::protobuf::MethodDescriptor* method,
                      ClientController* controller,
-                     const google::protobuf::Message& request,
+                     const google::protobuf::Message* request,
                      google::protobuf::Message* response,
                      google::protobuf::Closure* done);
   absl::Status AppendCall(uint64_t id,
                           const google::protobuf::MethodDescriptor* method,
-                          const google::protobuf::Message& request,
+                          const google::protobuf::Message* request,
+                          const google::protobuf::Message* response,
                           std::optional<Milliseconds> timeout);
   bool IsAwaitingReply(uint64_t id) const;
   void AppendCancel(uint64_t id);

@@ -7,7 +7,7 @@
 namespace rpc::transport {
 
 ClientStream::ClientStream(Client& client,
-                           const google::protobuf::MethodDescriptor* method,
+                           const Method& method,
                            DataCallback on_data,
                            EndCallback on_end)
     : core_(client.core()),

@@ -23,6 +23,7 @@
 #include <memory>
 
 #include "absl/status/status.h"
+#include "absl/status/statusor.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream_table.h"
 #include "rpc/transport/stream_message.pb.h"
@@ -35,9 +36,12 @@ class ClientStream final : private ClientStreamTable::Observer {
   using DataCallback = std::function<void(const ReceivedMessage&)>;
   using EndCallback = std::function<void(const absl::Status&)>;
 
-  // Opens a stream on `method`. `on_end` may be null.
+  using Method = absl::StatusOr<const google::protobuf::MethodDescriptor*>;
+
+  // Opens a stream on `method`, which must stream. A status in its place, such
+  // as method_check.h returns, ends the stream soon. `on_end` may be null.
   ClientStream(Client& client,
-               const google::protobuf::MethodDescriptor* method,
+               const Method& method,
                DataCallback on_data,
                EndCallback on_end);
   ClientStream(const ClientStream&) = delete;

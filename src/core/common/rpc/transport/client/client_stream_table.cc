@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "absl/status/statusor.h"
 #include "core/common/rpc/transport/client/remote_methods.h"
 #include "core/common/rpc/transport/wire/connection.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
@@ -19,9 +18,7 @@ ClientStreamTable::ClientStreamTable(loop::Sequence& sequence,
 
 ClientStreamTable::~ClientStreamTable() = default;
 
-uint64_t ClientStreamTable::Open(
-    const google::protobuf::MethodDescriptor* method,
-    Observer* observer) {
+uint64_t ClientStreamTable::Open(const Method& method, Observer* observer) {
   const uint64_t id = ++last_id_;
   streams_.emplace(id, Stream{observer});
   const absl::Status status = AppendOpen(id, method);
@@ -34,13 +31,14 @@ uint64_t ClientStreamTable::Open(
   return id;
 }
 
-absl::Status ClientStreamTable::AppendOpen(
-    uint64_t id,
-    const google::protobuf::MethodDescriptor* method) {
+absl::Status ClientStreamTable::AppendOpen(uint64_t id, const Method& method) {
+  if (!method.ok()) {
+    return method.status();
+  }
   if (!closed_.ok()) {
     return closed_;
   }
-  const absl::StatusOr<uint32_t> method_id = methods_.Find(method);
+  const absl::StatusOr<uint32_t> method_id = methods_.Find(*method);
   if (!method_id.ok()) {
     return method_id.status();
   }

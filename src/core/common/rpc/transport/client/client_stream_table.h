@@ -24,6 +24,7 @@
 #include <memory>
 
 #include "absl/status/status.h"
+#include "absl/status/statusor.h"
 #include "core/common/rpc/loop/sequence.h"
 #include "core/common/rpc/transport/client/received_message.h"
 
@@ -55,9 +56,10 @@ class ClientStreamTable final
   ClientStreamTable& operator=(const ClientStreamTable&) = delete;
   ~ClientStreamTable();
 
-  // Opens a stream and returns its id. If that fails, OnEnd() says why.
-  uint64_t Open(const google::protobuf::MethodDescriptor* method,
-                Observer* observer);
+  // Opens a stream and returns its id. If that fails, OnEnd() says why; a
+  // status in place of the method is a reason.
+  using Method = absl::StatusOr<const google::protobuf::MethodDescriptor*>;
+  uint64_t Open(const Method& method, Observer* observer);
 
   // Sends one message. False when it is dropped: this side has ended the
   // stream, it is over, or too much waits to be written.
@@ -93,8 +95,7 @@ class ClientStreamTable final
   };
   using Streams = std::map<uint64_t, Stream>;
 
-  absl::Status AppendOpen(uint64_t id,
-                          const google::protobuf::MethodDescriptor* method);
+  absl::Status AppendOpen(uint64_t id, const Method& method);
   void AppendEnd(Streams::iterator stream);
   // Removes the stream and calls its observer's OnEnd().
   void Finish(uint64_t id, const absl::Status& status);
