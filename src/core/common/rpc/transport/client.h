@@ -35,8 +35,10 @@
 
 #include <google/protobuf/service.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "absl/status/status.h"
@@ -52,7 +54,14 @@ namespace rpc::transport {
 class ClientCore;
 
 struct ClientOptions {
+  // limits.handshake_timeout is how long Connect() and Adopt() may take: the
+  // socket itself connects at once or not at all, so only a server that does
+  // not answer the hello, such as one that is stopped, keeps them waiting.
   serving::Limits limits;
+
+  // How long each call may take whose controller has no timeout of its own.
+  // Without it, such a call waits for ever.
+  std::optional<std::chrono::milliseconds> call_timeout;
 
   // The client's name for itself, which the server reports.
   std::string name;
@@ -62,6 +71,7 @@ class Client final : public google::protobuf::RpcChannel {
  public:
   // Connects to the server that listens at `path`, or takes over a connected
   // socket, and waits until the server has said what it offers.
+  // DEADLINE_EXCEEDED when it has not within options.limits.handshake_timeout.
   static absl::StatusOr<std::unique_ptr<Client>> Connect(
       loop::Loop& loop,
       const std::string& path,

@@ -40,7 +40,8 @@ class ClientController final : public google::protobuf::RpcController {
   static bool IsOne(const google::protobuf::RpcController& controller);
 
   // The call fails with DEADLINE_EXCEEDED unless it is answered within
-  // `timeout`. Without this it waits for ever.
+  // `timeout`. Without this ClientOptions::call_timeout of the client that
+  // makes the call holds, and without that it waits for ever.
   void set_timeout(std::chrono::milliseconds timeout) { timeout_ = timeout; }
 
   // How the call ended; OK before it did.
@@ -50,6 +51,9 @@ class ClientController final : public google::protobuf::RpcController {
   // the server is told. Does nothing when no call is under way.
   void StartCancel() override;
 
+  // Makes this as good as new: forgets status and timeout. The next call has
+  // what was set for its client, ClientOptions::call_timeout, until
+  // set_timeout() is called again. Ends the process while a call is under way.
   void Reset() override;
   bool Failed() const override;
   std::string ErrorText() const override;

@@ -211,13 +211,15 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
   controller->core_ = this;
   controller->call_id_ = id;
   controller->status_ = absl::OkStatus();
+  const std::optional<Milliseconds> timeout =
+      controller->timeout_ ? controller->timeout_ : options_.call_timeout;
   const absl::Status status =
-      AppendCall(id, method, request, response, controller->timeout_);
+      AppendCall(id, method, request, response, timeout);
   FreeIfLarge(call_frame_, call_frame_.request().capacity());
   if (!status.ok()) {
     FinishCallSoon(id, status);
-  } else if (controller->timeout_) {
-    StartTimer(id, *controller->timeout_);
+  } else if (timeout) {
+    StartTimer(id, *timeout);
   }
   return id;
 }
