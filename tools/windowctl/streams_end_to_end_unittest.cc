@@ -19,7 +19,8 @@ using ::testing::StartsWith;
 
 constexpr char kUserClosesWindow1[] =
     R"({"browserId":{"value":"1"},)"
-    R"("question":{"reason":"WINDOW_CLOSE_REASON_USER"}})";
+    R"("question":{"reason":"WINDOW_CLOSE_REASON_USER",)"
+    R"("answerWithinMs":5000}})";
 
 using WatchTest = EndToEndTest;
 
@@ -127,7 +128,8 @@ TEST_F(AnswerTest, FixedAnswerRefusesClosingUntilInterrupted) {
       {"answer", "OnCloseWindow", "1", "--with", R"({"allowed": false})"});
   EXPECT_EQ("false\n", Call("Close", R"({"value": 1})"));
   EXPECT_THAT(answerer.ReadLine(),
-              HasSubstr(R"({"reason":"WINDOW_CLOSE_REASON_CALL"})"));
+              HasSubstr(R"({"reason":"WINDOW_CLOSE_REASON_CALL",)"
+                        R"("answerWithinMs":5000})"));
   EXPECT_EQ("Window 1 stays open: its client does not allow that.",
             UserDoes("close 1"));
   EXPECT_EQ(kUserClosesWindow1, answerer.ReadLine());
@@ -192,7 +194,7 @@ TEST_F(AnswerTest, CommandsAndMenusAreAskedAbout) {
   EXPECT_EQ("Window 1 ignores reload: its client does not allow that.",
             UserDoes("command 1 reload"));
   EXPECT_EQ(R"({"browserId":{"value":"1"},"question":)"
-            R"({"command":{"id":3,"name":"reload"}}})",
+            R"({"command":{"id":3,"name":"reload"},"answerWithinMs":5000}})",
             commands.ReadLine());
 
   Process& menus = StartClient({"answer", "OnShowContextMenu", "1", "--with",

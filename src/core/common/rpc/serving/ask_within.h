@@ -13,6 +13,10 @@
 //                                answer.response().allowed();
 //       });
 //
+// The client is told how long it has: where the question has a field
+// answer_within_ms, as those of rpc/browser/browser_window.proto do, that is
+// set to the time that this waits.
+//
 // Ownership: question, answer and function are copied. What the function refers
 // to must live until it has run; the sequence, until the streams are gone.
 //
@@ -25,8 +29,11 @@
 #ifndef CORE_COMMON_RPC_SERVING_ASK_WITHIN_H_
 #define CORE_COMMON_RPC_SERVING_ASK_WITHIN_H_
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -109,13 +116,30 @@ class TimedQuestion final
   SettleQuestion<T> settle_;
 };
 
+// Tells whoever gets `question` how long it will be waited for, if it has a
+// field for that. 0 stands for not saying it, so no time at all is said as 1
+// ms.
+template <typename T>
+void SetTimeToAnswer(std::chrono::milliseconds patience, T& question) {
+  if constexpr (requires {
+                  question.mutable_question()->set_answer_within_ms(uint32_t{});
+                }) {
+    if (question.has_question()) {
+      question.mutable_question()->set_answer_within_ms(
+          static_cast<uint32_t>(std::clamp<int64_t>(
+              patience.count(), 1, std::numeric_limits<uint32_t>::max())));
+    }
+  }
+}
+
 // Asks whoever answers for the question's window and waits no longer than
 // `patience`.
 template <typename T>
 void AskWithin(loop::Sequence& sequence,
                std::chrono::milliseconds patience,
-               const T& question,
+               T question,
                SettleQuestion<T> settle) {
+  SetTimeToAnswer(patience, question);
   std::make_shared<TimedQuestion<T>>(sequence, std::move(settle))
       ->Ask(patience, question);
 }

@@ -256,5 +256,51 @@ TEST_F(AskWithinTest, QuestionsSettleEachOnItsOwn) {
   EXPECT_EQ(TakeSettled(), Settled{"late"});
 }
 
+// How much time the client of `method` is told to have, when it is asked with
+// `patience`.
+template <typename T>
+uint32_t TimeToAnswer(const char* method, milliseconds patience) {
+  loop::ManualSequence sequence;
+  const auto peer = std::make_shared<torvane::FakeClient>();
+  BrowserWindowRpc service;
+  torvane::CallbackStream<T> stream(
+      &service, BrowserWindowRpc::descriptor()->FindMethodByName(method),
+      torvane::MakeChannel(peer));
+  T subscription;
+  subscription.set_subscribe(true);
+  transport::StreamMessage frame;
+  subscription.SerializeToString(frame.mutable_payload());
+  stream.OnNext(&frame);
+
+  T question;
+  question.mutable_question();
+  AskWithin<T>(sequence, patience, question, [](QuestionOutcome, const T&) {});
+  T asked;
+  EXPECT_EQ(peer->frames.size(), 1u);
+  EXPECT_TRUE(asked.ParseFromString(peer->frames.at(0).payload()));
+  EXPECT_EQ(question.question().answer_within_ms(), 0u);
+  stream.OnCompleted();
+  sequence.Run();
+  return asked.question().answer_within_ms();
+}
+
+TEST(TimeToAnswer, EachQuestionOfTheServiceSaysHowLongItIsWaitedFor) {
+  EXPECT_EQ(TimeToAnswer<CloseWindow>("OnCloseWindow", seconds(5)), 5'000u);
+  EXPECT_EQ(TimeToAnswer<CanExecuteCommand>("OnCanExecuteCommand", seconds(6)),
+            6'000u);
+  EXPECT_EQ(TimeToAnswer<ShowContextMenu>("OnShowContextMenu", seconds(7)),
+            7'000u);
+}
+
+TEST(TimeToAnswer, IsSaidWithinWhatItsFieldHolds) {
+  const auto told = [](milliseconds patience) {
+    return TimeToAnswer<CloseWindow>("OnCloseWindow", patience);
+  };
+  EXPECT_EQ(told(milliseconds(0)), 1u);
+  EXPECT_EQ(told(milliseconds(1)), 1u);
+  EXPECT_EQ(told(milliseconds(0xffffffff)), 0xffffffff);
+  EXPECT_EQ(told(milliseconds(0x100000000)), 0xffffffff);
+}
+
 }  // namespace
 }  // namespace rpc::serving
