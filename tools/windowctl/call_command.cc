@@ -35,13 +35,14 @@ ExitCode Call(const Options& options, const Arguments& arguments) {
     return Fail(kUsage, json.message());
 
   rpc::loop::Loop loop;
-  const auto client = Connect(loop, options.socket);
+  const Deadline deadline(loop, options);
+  const auto client = Connect(loop, options);
   if (!client.ok())
     return Fail(kNoConnection, client.status().message());
   const std::unique_ptr<Message> response =
       NewMessage((*method)->output_type());
   rpc::transport::ClientController controller;
-  controller.set_timeout(options.timeout);
+  controller.set_timeout(deadline.Left());
   (*client)->CallMethod(*method, &controller, request.get(), response.get(),
                         nullptr);
   if (!controller.status().ok())

@@ -20,10 +20,12 @@ absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
 }  // namespace
 
 absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
-                                                const std::string& socket) {
-  if (absl::Status folder = cli::CheckSocketFolder(socket); !folder.ok())
+                                                const Options& options) {
+  if (absl::Status folder = cli::CheckSocketFolder(options.socket);
+      !folder.ok()) {
     return folder;
-  auto connected = Client::OpenSocket(socket);
+  }
+  auto connected = Client::OpenSocket(options.socket);
   if (!connected.ok()) {
     return NoConnection(
         connected.status(),
@@ -31,9 +33,11 @@ absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
             ? "\nIs window_host running, with the same --socket?"
             : "");
   }
-  rpc::transport::ClientOptions options;
-  options.name = "windowctl";
-  auto client = Client::Adopt(loop, *std::move(connected), std::move(options));
+  rpc::transport::ClientOptions client_options;
+  client_options.name = "windowctl";
+  client_options.limits.handshake_timeout = options.timeout;
+  auto client =
+      Client::Adopt(loop, *std::move(connected), std::move(client_options));
   // Without the hint to start a host: there is one, and it has said why it does
   // not serve us.
   if (!client.ok())

@@ -5,21 +5,41 @@
 #ifndef TOOLS_WINDOWCTL_CONNECT_H_
 #define TOOLS_WINDOWCTL_CONNECT_H_
 
+#include <chrono>
 #include <memory>
-#include <string>
 
 #include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client.h"
 #include "tools/windowctl/exit_code.h"
+#include "tools/windowctl/options.h"
 
 namespace windowctl {
 
-// Blocks until connected. The error's text is for the user.
+// What is left of --timeout, which covers connecting and the calls after it.
+// Begins when it is created: before Connect().
+class Deadline {
+ public:
+  Deadline(const rpc::loop::Sequence& sequence, const Options& options)
+      : sequence_(sequence), end_(sequence.Now() + options.timeout) {}
+
+  // For a call's timeout; 0 or less when nothing is left.
+  std::chrono::milliseconds Left() const {
+    return std::chrono::floor<std::chrono::milliseconds>(end_ -
+                                                         sequence_.Now());
+  }
+
+ private:
+  const rpc::loop::Sequence& sequence_;
+  const rpc::loop::Clock::time_point end_;
+};
+
+// Blocks until connected, for options.timeout at most. The error's text is for
+// the user.
 absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(
     rpc::loop::Loop& loop,
-    const std::string& socket);
+    const Options& options);
 
 // Prints why a call or a stream of `client` has failed. Returns kNoConnection
 // if that was because the connection is lost, otherwise kCallFailed.

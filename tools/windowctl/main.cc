@@ -27,9 +27,10 @@ constexpr char kHelp[] =
 Flags:
   --socket PATH      where the host listens; default:
                      ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
-  --timeout SECONDS  how long the host may take for a response, from 0.001 to
-                     86400; default: 10. For 'watch' and 'answer' this is the
-                     time to subscribe; after that they wait without a limit
+  --timeout SECONDS  how long connecting and the response may take together,
+                     from 0.001 to 86400; default: 10. For 'watch' and 'answer'
+                     this is the time to connect and subscribe; after that they
+                     wait without a limit
   --with JSON        'answer' only: the same answer to every question
   --exec COMMAND     'answer' only: runs COMMAND with the shell for each
                      question, which stands on its standard input; what it

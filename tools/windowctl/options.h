@@ -14,9 +14,10 @@ namespace windowctl {
 struct Options {
   std::string socket = cli::DefaultSocketPath();
 
-  // How long a call may take, including those made before a stream. It is
-  // longer than the host waits for a client's answer whether a window may
-  // close, so the host's reply to Close comes first.
+  // How long connecting and the call after it may take together, and likewise
+  // connecting and subscribing before a stream waits for messages. It is longer
+  // than the host waits for a client's answer whether a window may close, so
+  // the host's reply to Close comes first.
   std::chrono::milliseconds timeout{10'000};
 
   // Where 'answer' takes its answers from; if neither is set, standard input.

@@ -13,11 +13,12 @@ ExitCode Status(const Options& options, const Arguments& arguments) {
   if (!arguments.empty())
     return Fail(kUsage, "'status' takes no arguments.");
   rpc::loop::Loop loop;
-  const auto client = Connect(loop, options.socket);
+  const Deadline deadline(loop, options);
+  const auto client = Connect(loop, options);
   if (!client.ok())
     return Fail(kNoConnection, client.status().message());
   rpc::transport::ClientController controller;
-  controller.set_timeout(options.timeout);
+  controller.set_timeout(deadline.Left());
   rpc::status::StatusReport report;
   rpc::status::ServerStatus_Stub(client->get())
       .GetStatus(&controller, &rpc::status::StatusRequest::default_instance(),

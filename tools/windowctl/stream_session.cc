@@ -12,7 +12,6 @@
 #include "core/common/rpc/loop/signal_watch.h"
 #include "core/common/rpc/transport/client_controller.h"
 #include "rpc/browser/browser_window.pb.h"
-#include "tools/windowctl/connect.h"
 
 namespace windowctl {
 
@@ -28,7 +27,8 @@ ExitCode StreamSession::Open(const Arguments& window_words) {
   }
   if (windows_.empty())
     return Fail(kUsage, "Name at least one window by its id.");
-  auto client = Connect(loop_, options_.socket);
+  deadline_.emplace(loop_, options_);
+  auto client = Connect(loop_, options_);
   if (!client.ok())
     return Fail(kNoConnection, client.status().message());
   client_ = *std::move(client);
@@ -67,7 +67,7 @@ std::function<void(const absl::Status&)> StreamSession::on_end() {
 
 ExitCode StreamSession::AwaitWindow(const BrowserId& window) {
   rpc::transport::ClientController controller;
-  controller.set_timeout(options_.timeout);
+  controller.set_timeout(deadline_->Left());
   google::protobuf::BoolValue visible;
   rpc::BrowserWindow_Stub(client_.get())
       .IsVisible(&controller, &window, &visible, nullptr);

@@ -26,6 +26,7 @@
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client.h"
 #include "tools/windowctl/commands.h"
+#include "tools/windowctl/connect.h"
 
 namespace windowctl {
 
@@ -58,6 +59,8 @@ class StreamSession {
   const Options& options_;
   rpc::loop::Loop loop_;
   std::vector<BrowserId> windows_;
+  // For connecting and subscribing. Set by Open().
+  std::optional<Deadline> deadline_;
   std::unique_ptr<rpc::transport::Client> client_;
   // Set when the stream has ended.
   std::optional<absl::Status> ended_;

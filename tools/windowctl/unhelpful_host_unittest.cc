@@ -42,7 +42,27 @@ class LateService final : public rpc::BrowserWindowRpc {
   google::protobuf::Closure* kept = nullptr;
 };
 
-using LateHostTest = EndToEndTest;
+class LateHostTest : public EndToEndTest {
+ protected:
+  // The text has the time that the client has waited for its welcome.
+  void ExpectNoAnswerWithinTheTimeout() {
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"call", "IsVisible", "{}"},
+          {"watch", "1"},
+          {"answer", "OnCloseWindow", "1"},
+          {"status"}}) {
+      std::vector<std::string> limited = words;
+      limited.insert(limited.begin(), {"--timeout", "0.05"});
+      const Process::Result result = RunClient(limited);
+      EXPECT_EQ(kNoConnection, result.exit_code);
+      EXPECT_EQ("", result.output);
+      EXPECT_EQ(
+          "windowctl: No connection: the server has not answered the hello "
+          "within handshake_timeout, 50 ms\n",
+          result.errors);
+    }
+  }
+};
 
 // "windowctl: subscribed" comes only when the host has said that it is so.
 TEST_F(LateHostTest, InterruptedBeforeItIsSubscribedAStreamEndsByTheSignal) {
@@ -61,6 +81,22 @@ TEST_F(LateHostTest, InterruptedBeforeItIsSubscribedAStreamEndsByTheSignal) {
     EXPECT_EQ("", result.errors);
     service.kept->Run();
   }
+}
+
+// Connecting needs nothing of a host but a socket that listens: the system
+// keeps the connection until the host accepts it.
+TEST_F(LateHostTest, HostThatNeverAnswersCostsNoMoreThanTheTimeout) {
+  const auto listener = rpc::transport::UnixListener::Open(socket_);
+  ASSERT_TRUE(listener.ok()) << listener.status();
+  ExpectNoAnswerWithinTheTimeout();
+}
+
+TEST_F(LateHostTest, StoppedHostCostsNoMoreThanTheTimeout) {
+  StartHost();
+  host_->Signal(SIGSTOP);
+  ExpectNoAnswerWithinTheTimeout();
+  host_->Signal(SIGCONT);
+  EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 1})"));
 }
 
 // A host that serves one client, and says what the test has it say.
@@ -82,9 +118,10 @@ class LeavingHostTest : public EndToEndTest {
       frame = peer.Receive();
     } while (frame && !frame->has_call());
     EXPECT_TRUE(frame);
+    call = frame->call();
 
     rpc::transport::ReplyFrame reply;
-    reply.set_call_id(frame->call().call_id());
+    reply.set_call_id(call.call_id());
     if (!status.ok())
       ToWire(status, reply.mutable_status());
     rpc::transport::GoodbyeFrame goodbye;
@@ -122,6 +159,9 @@ class LeavingHostTest : public EndToEndTest {
     method->set_streaming(true);
     return welcome;
   }
+
+  // The last call.
+  rpc::transport::CallFrame call;
 };
 
 TEST_F(LeavingHostTest, ReplyThatComesWithTheGoodbyeCounts) {
@@ -148,6 +188,18 @@ TEST_F(LeavingHostTest, StreamThatEndsWithTheGoodbyeHasLostItsConnection) {
   const Process::Result result = Run({"watch", "1"}, absl::OkStatus());
   EXPECT_EQ(kNoConnection, result.exit_code);
   EXPECT_EQ("windowctl: UNAVAILABLE: the server is stopping\n", result.errors);
+}
+
+// Connecting has taken some of it, if only a moment.
+TEST_F(LeavingHostTest, CallHasWhatConnectingLeavesOfTheTimeout) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"call", "IsVisible", "{}"}, {"watch", "1"}}) {
+    std::vector<std::string> limited = words;
+    limited.insert(limited.begin(), {"--timeout", "3600"});
+    Run(limited, absl::OkStatus());
+    EXPECT_GT(call.timeout_ms(), 0u);
+    EXPECT_LT(call.timeout_ms(), 3'600'000u);
+  }
 }
 
 // It has replied, so it has heard of the subscription before.
