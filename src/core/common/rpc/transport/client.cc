@@ -32,6 +32,20 @@ absl::StatusOr<loop::ScopedFd> Client::OpenSocket(const std::string& path) {
 absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(loop::Loop& loop,
                                                       loop::ScopedFd fd,
                                                       ClientOptions options) {
+  absl::StatusOr<std::unique_ptr<Client>> client =
+      Make(loop, std::move(fd), std::move(options));
+  if (client.ok()) {
+    const absl::Status welcomed = (*client)->core_->RunHandshake();
+    if (!welcomed.ok()) {
+      return welcomed;
+    }
+  }
+  return client;
+}
+
+absl::StatusOr<std::unique_ptr<Client>> Client::Make(loop::Loop& loop,
+                                                     loop::ScopedFd fd,
+                                                     ClientOptions options) {
   absl::Status status = serving::Validate(options.limits);
   if (!status.ok()) {
     return status;
@@ -44,14 +58,8 @@ absl::StatusOr<std::unique_ptr<Client>> Client::Adopt(loop::Loop& loop,
         absl::StrCat("cannot watch the socket: ", error.message()));
   }
   fd.Release();
-  auto core =
-      std::make_shared<ClientCore>(loop, std::move(socket), std::move(options));
-  status = core->RunHandshake();
-  std::unique_ptr<Client> client(new Client(std::move(core)));
-  if (!status.ok()) {
-    return status;
-  }
-  return client;
+  return std::unique_ptr<Client>(new Client(std::make_shared<ClientCore>(
+      loop, std::move(socket), std::move(options))));
 }
 
 Client::Client(std::shared_ptr<ClientCore> core) : core_(std::move(core)) {}

@@ -114,7 +114,15 @@ class Client final : public google::protobuf::RpcChannel {
   const std::shared_ptr<ClientCore>& core() const { return core_; }
 
  private:
+  friend class ReconnectingClient;
+
   explicit Client(std::shared_ptr<ClientCore> core);
+
+  // A client that has not said hello yet, and can't be used before its core's
+  // handshake is over.
+  static absl::StatusOr<std::unique_ptr<Client>> Make(loop::Loop& loop,
+                                                      loop::ScopedFd socket,
+                                                      ClientOptions options);
 
   std::shared_ptr<ClientCore> core_;
 };

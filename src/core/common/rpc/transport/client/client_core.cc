@@ -59,7 +59,8 @@ ClientCore::ClientCore(loop::Loop& loop,
 
 ClientCore::~ClientCore() = default;
 
-absl::Status ClientCore::RunHandshake() {
+void ClientCore::StartHandshake(StatusCallback on_over) {
+  on_handshake_over_ = std::move(on_over);
   connection_->Start(shared_from_this());
   HelloFrame hello;
   hello.set_protocol_version(kProtocolVersion);
@@ -68,12 +69,19 @@ absl::Status ClientCore::RunHandshake() {
   hello.set_client_name(options_.name);
   connection_->Append(Frame::kHello, hello);
   connection_->Write();
-
-  const auto timer = loop_.RunAfter(options_.limits.handshake_timeout,
+  handshake_timer_ = loop_.RunAfter(options_.limits.handshake_timeout,
                                     [this] { OnHandshakeTimeout(); });
+}
+
+absl::Status ClientCore::RunHandshake() {
+  StartHandshake(nullptr);
   if (!loop_.RunUntil([this] { return IsHandshakeOver(); })) {
     return LoopStopped();
   }
+  return HandshakeOutcome();
+}
+
+absl::Status ClientCore::HandshakeOutcome() const {
   // INVALID_ARGUMENT is what malformed frames close the connection with. A
   // reason that the server has given in its goodbye is passed on as it is.
   if (absl::IsInvalidArgument(status_) && handshake_ != Handshake::kGoodbye) {
@@ -81,6 +89,18 @@ absl::Status ClientCore::RunHandshake() {
         "the other side does not speak this protocol: ", status_.message()));
   }
   return status_;
+}
+
+void ClientCore::OnHandshakeOver() {
+  handshake_timer_.reset();
+  if (on_handshake_over_ == nullptr) {
+    return;
+  }
+  loop_.Post([self = shared_from_this()] {
+    if (const auto on_over = std::exchange(self->on_handshake_over_, nullptr)) {
+      on_over(self->HandshakeOutcome());
+    }
+  });
 }
 
 bool ClientCore::IsHandshakeOver() const {
@@ -146,6 +166,7 @@ absl::Status ClientCore::OnWelcome(std::string_view body) {
   connection_->set_peer_max_frame_bytes(welcome.max_frame_bytes());
   methods_.Set(std::move(*welcome.mutable_services()));
   handshake_ = Handshake::kWelcomed;
+  OnHandshakeOver();
   return absl::OkStatus();
 }
 
@@ -365,14 +386,16 @@ absl::Status ClientCore::OnStreamEnd(std::string_view body) {
 
 void ClientCore::OnClosed(const absl::Status& why) {
   status_ = why;
+  OnHandshakeOver();
   FinishAllCalls(why);
   streams_->FinishAll(why);
-  if (const ClosedCallback on_closed = std::exchange(on_closed_, nullptr)) {
+  if (const StatusCallback on_closed = std::exchange(on_closed_, nullptr)) {
     on_closed(why);
   }
 }
 
 void ClientCore::Close() {
+  on_handshake_over_ = nullptr;
   on_closed_ = nullptr;
   const absl::Status why = absl::CancelledError("the client was destroyed");
   FinishAllCalls(why);

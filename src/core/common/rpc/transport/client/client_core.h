@@ -44,7 +44,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
                          public Connection::Delegate {
  public:
   using Milliseconds = std::chrono::milliseconds;
-  using ClosedCallback = std::function<void(const absl::Status&)>;
+  using StatusCallback = std::function<void(const absl::Status&)>;
 
   ClientCore(loop::Loop& loop,
              asio::local::stream_protocol::socket socket,
@@ -53,8 +53,12 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   ClientCore& operator=(const ClientCore&) = delete;
   ~ClientCore();
 
-  // Says hello, and runs the loop until the server has answered or the
-  // connection is closed. Fails when the server does not welcome this client.
+  // Says hello. `on_over` is called once, on a later turn, when the server has
+  // answered or the connection is closed, unless Close() comes before. Its
+  // status says whether the server welcomes this client.
+  void StartHandshake(StatusCallback on_over);
+
+  // Says hello, and runs the loop until then.
   absl::Status RunHandshake();
 
   // Client::CallMethod() and ClientController::StartCancel().
@@ -71,7 +75,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
 
   // OK while the connection is open, then why it is closed.
   const absl::Status& status() const { return status_; }
-  void set_on_closed(ClosedCallback on_closed) {
+  void set_on_closed(StatusCallback on_closed) {
     on_closed_ = std::move(on_closed);
   }
   ClientStreamTable& streams() { return *streams_; }
@@ -98,6 +102,9 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   enum class Handshake { kAwaitingWelcome, kWelcomed, kGoodbye };
 
   bool IsHandshakeOver() const;
+  // How it has ended, for the user.
+  absl::Status HandshakeOutcome() const;
+  void OnHandshakeOver();
   void OnHandshakeTimeout();
   absl::Status HandleFrame(const FrameView& frame);
   absl::Status OnWelcome(std::string_view body);
@@ -139,9 +146,11 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   RemoteMethods methods_;
   const std::shared_ptr<Connection> connection_;
   const std::shared_ptr<ClientStreamTable> streams_;
-  ClosedCallback on_closed_;
+  StatusCallback on_closed_;
 
   Handshake handshake_ = Handshake::kAwaitingWelcome;
+  std::unique_ptr<loop::Timer> handshake_timer_;
+  StatusCallback on_handshake_over_;
   absl::Status status_;
 
   absl::flat_hash_map<uint64_t, PendingCall> calls_;
