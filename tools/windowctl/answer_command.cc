@@ -1,6 +1,9 @@
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
@@ -24,6 +27,8 @@ std::unique_ptr<AnswerSource> MakeSource(const Options& options,
     return MakeFixedAnswers(*options.with);
   if (options.exec)
     return MakeCommandAnswers(loop, *options.exec);
+  if (isatty(STDIN_FILENO) != 0)
+    return MakeTypedAnswers(loop, STDIN_FILENO, std::move(on_exhausted));
   return MakeLineAnswers(loop, STDIN_FILENO, std::move(on_exhausted));
 }
 
@@ -35,7 +40,9 @@ class QuestionAnswerer {
   QuestionAnswerer(StreamSession& session,
                    const MethodDescriptor* method,
                    const Options& options)
-      : source_(MakeSource(options, session.loop(), [this] { End(); })),
+      : sequence_(session.loop()),
+        title_(method->name()),
+        source_(MakeSource(options, session.loop(), [this] { End(); })),
         stream_(
             session.client(),
             method,
@@ -54,14 +61,39 @@ class QuestionAnswerer {
   using Reply = typename Stream::Reply;
 
   void OnQuestion(const T& question, Reply reply) {
-    const std::string json = ToJson(question);
-    PrintLine(json);
-    source_->Answer(json, [reply](const absl::StatusOr<std::string>& answer) {
-      // If this fails, `reply`, the last handle, is destroyed, and that
-      // declines the question.
-      if (absl::Status sent = Send(reply, answer); !sent.ok())
-        Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
-    });
+    const Question asked = Describe(question);
+    PrintLine(asked.json);
+    source_->Answer(
+        asked, [this, title = asked.title, deadline = asked.deadline,
+                reply](const absl::StatusOr<std::string>& answer) {
+          const bool late = deadline && sequence_.Now() >= *deadline;
+          // If this fails, `reply`, the last handle, is destroyed, and that
+          // declines the question.
+          const absl::Status sent = late ? TooLate(title) : Send(reply, answer);
+          if (!sent.ok())
+            Fail(kCallFailed, absl::StrCat("Not answered: ", sent.message()));
+        });
+  }
+
+  Question Describe(const T& question) const {
+    Question described;
+    described.json = ToJson(question);
+    described.title =
+        absl::StrCat(title_, " about window ", question.browser_id().value());
+    const uint32_t time = question.question().answer_within_ms();
+    if (time != 0)
+      described.deadline = sequence_.Now() + std::chrono::milliseconds(time);
+    described.check = [](const std::string& json) {
+      typename T::Response response;
+      return FromJson(json, &response);
+    };
+    return described;
+  }
+
+  // The host would drop the answer.
+  static absl::Status TooLate(const std::string& title) {
+    return absl::DeadlineExceededError(
+        absl::StrCat("it is too late, the host no longer waits for ", title));
   }
 
   static absl::Status Send(const Reply& reply,
@@ -73,6 +105,8 @@ class QuestionAnswerer {
     return parsed.ok() ? reply.Answer(std::move(answer)) : parsed;
   }
 
+  const rpc::loop::Sequence& sequence_;
+  const std::string title_;
   // Declared before the stream, so that it is destroyed after it: the reply
   // handles in it do nothing then, instead of declining each question.
   const std::unique_ptr<AnswerSource> source_;

@@ -1,13 +1,19 @@
 #include "tools/windowctl/answer_source.h"
 
+#include <signal.h>
+#include <termios.h>
+
+#include <cstdio>
 #include <deque>
 #include <iterator>
 #include <list>
 #include <optional>
 #include <utility>
 
+#include "absl/strings/str_cat.h"
 #include "tools/cli/line_reader.h"
 #include "tools/windowctl/shell_command.h"
+#include "tools/windowctl/typed_answers.h"
 
 namespace windowctl {
 namespace {
@@ -16,7 +22,7 @@ class FixedAnswers final : public AnswerSource {
  public:
   explicit FixedAnswers(std::string answer) : answer_(std::move(answer)) {}
 
-  void Answer(const std::string&, Take take) override { take(answer_); }
+  void Answer(const Question&, Take take) override { take(answer_); }
 
  private:
   const std::string answer_;
@@ -33,7 +39,7 @@ class LineAnswers final : public AnswerSource {
           OnLine(std::move(line));
         }) {}
 
-  void Answer(const std::string&, Take take) override {
+  void Answer(const Question&, Take take) override {
     questions_.push_back(std::move(take));
     Match();
   }
@@ -70,15 +76,54 @@ class LineAnswers final : public AnswerSource {
   cli::LineReader reader_;
 };
 
+// Forgets what has been typed into the terminal and not been read, such as half
+// a line. In a background job it would stop the process if that did not block
+// the signal for it.
+void DropInput(int terminal) {
+  sigset_t background;
+  sigset_t before;
+  sigemptyset(&background);
+  sigaddset(&background, SIGTTOU);
+  pthread_sigmask(SIG_BLOCK, &background, &before);
+  tcflush(terminal, TCIFLUSH);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+class TerminalAnswers final : public AnswerSource {
+ public:
+  TerminalAnswers(rpc::loop::Sequence& sequence,
+                  int descriptor,
+                  std::function<void()> on_exhausted)
+      : typed_(
+            sequence,
+            [](const std::string& line) {
+              std::fputs(absl::StrCat("windowctl: ", line, "\n").c_str(),
+                         stderr);
+            },
+            [descriptor] { DropInput(descriptor); },
+            std::move(on_exhausted)),
+        reader_(sequence, descriptor, [this](std::optional<std::string> line) {
+          typed_.OnLine(std::move(line));
+        }) {}
+
+  void Answer(const Question& question, Take take) override {
+    typed_.Answer(question, std::move(take));
+  }
+
+ private:
+  TypedAnswers typed_;
+  cli::LineReader reader_;
+};
+
 class CommandAnswers final : public AnswerSource {
  public:
   CommandAnswers(rpc::loop::Loop& loop, std::string command)
       : loop_(loop), command_(std::move(command)) {}
 
-  void Answer(const std::string& question, Take take) override {
+  void Answer(const Question& question, Take take) override {
     auto& running = running_.emplace_back();
     const auto place = std::prev(running_.end());
-    running.emplace(loop_, command_, question + "\n",
+    running.emplace(loop_, command_, question.json + "\n",
                     [this, place, take = std::move(take)](
                         const absl::StatusOr<std::string>& output) {
                       take(output);
@@ -106,6 +151,14 @@ std::unique_ptr<AnswerSource> MakeLineAnswers(
     std::function<void()> on_exhausted) {
   return std::make_unique<LineAnswers>(sequence, descriptor,
                                        std::move(on_exhausted));
+}
+
+std::unique_ptr<AnswerSource> MakeTypedAnswers(
+    rpc::loop::Sequence& sequence,
+    int descriptor,
+    std::function<void()> on_exhausted) {
+  return std::make_unique<TerminalAnswers>(sequence, descriptor,
+                                           std::move(on_exhausted));
 }
 
 std::unique_ptr<AnswerSource> MakeCommandAnswers(rpc::loop::Loop& loop,

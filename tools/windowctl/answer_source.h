@@ -13,12 +13,29 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "core/common/rpc/loop/loop.h"
 
 namespace windowctl {
+
+// A question of the host's.
+struct Question {
+  // The message, a line of JSON.
+  std::string json;
+
+  // What it is about, for a person: "OnCloseWindow about window 1".
+  std::string title;
+
+  // When the host waits no longer. Nothing when it does not say.
+  std::optional<rpc::loop::Clock::time_point> deadline;
+
+  // Says what is wrong with a text as its answer.
+  std::function<absl::Status(const std::string& text)> check;
+};
 
 class AnswerSource {
  public:
@@ -28,7 +45,7 @@ class AnswerSource {
   virtual ~AnswerSource() = default;
 
   // Calls `take` now or later with the answer to `question`.
-  virtual void Answer(const std::string& question, Take take) = 0;
+  virtual void Answer(const Question& question, Take take) = 0;
 };
 
 // The same answer to every question.
@@ -38,6 +55,13 @@ std::unique_ptr<AnswerSource> MakeFixedAnswers(std::string answer);
 // may come before their questions. Calls `on_exhausted` once, on a later turn,
 // when the input has ended and every line is used up.
 std::unique_ptr<AnswerSource> MakeLineAnswers(
+    rpc::loop::Sequence& sequence,
+    int descriptor,
+    std::function<void()> on_exhausted);
+
+// What a person types at the terminal `descriptor`, as typed_answers.h says.
+// Calls `on_exhausted` once, on a later turn, when the input has ended.
+std::unique_ptr<AnswerSource> MakeTypedAnswers(
     rpc::loop::Sequence& sequence,
     int descriptor,
     std::function<void()> on_exhausted);

@@ -18,7 +18,9 @@ using ::testing::IsEmpty;
 class AnswerSourceTest : public ::testing::Test {
  protected:
   // Puts a question; its answer, or its status, ends up in answers_.
-  void Ask(const std::string& question = "{}") {
+  void Ask(const std::string& json = "{}") {
+    Question question;
+    question.json = json;
     source_->Answer(question, [this](
                                   const absl::StatusOr<std::string>& answer) {
       answers_.push_back(answer.ok() ? *answer : answer.status().ToString());

@@ -44,9 +44,10 @@ class EndToEndTest : public ::testing::Test {
   }
 
   // Starts a windowctl that opens a stream. Returns when it is subscribed.
-  Process& StartClient(std::vector<std::string> words) {
+  Process& StartClient(std::vector<std::string> words,
+                       Process::Input input = Process::Input::kPipe) {
     clients_.push_back(
-        std::make_unique<Process>(ClientWords(std::move(words))));
+        std::make_unique<Process>(ClientWords(std::move(words)), input));
     EXPECT_EQ("windowctl: subscribed", clients_.back()->ReadErrorLine());
     return *clients_.back();
   }

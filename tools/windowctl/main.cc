@@ -42,10 +42,15 @@ Flags:
 prints each question as a line of JSON, the method's message. An answer is the
 JSON of the message's field 'response': for OnCloseWindow {"allowed": true}, for
 OnCanExecuteCommand the same, for OnShowContextMenu {"handled": true} or
-{"omittedCommandIds": [1, 2]}. Without --with and --exec, the answers are read
-from standard input, the next line for each question; 'answer' ends when the
-input has ended and is used up. A question without a usable answer is
-declined, and the fault said on standard error.
+{"omittedCommandIds": [1, 2]}. A question without a usable answer is declined,
+and so is one that the host no longer waits for; standard error says why.
+
+Without --with and --exec, the answers are read from standard input. At a
+terminal you are asked, one question after the other, and told how long you
+have; a line that is no answer is asked for again, and one that you type while
+no question is shown is not taken. From a pipe or a file the next line is the
+answer to each question, also where it comes before its question. 'answer' ends
+when the input has ended and is used up.
 
 Examples:
   windowctl call Maximize '{"value": 1}'

@@ -54,14 +54,28 @@ std::string ReadLineOf(int descriptor) {
   return line;
 }
 
+// The ends of a terminal, as pipe2() gives those of a pipe: the one that the
+// process reads, and the one that the person types into.
+void OpenTerminal(int ends[2]) {
+  ends[1] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  Check(ends[1] >= 0, "posix_openpt");
+  Check(grantpt(ends[1]) == 0, "grantpt");
+  Check(unlockpt(ends[1]) == 0, "unlockpt");
+  ends[0] = open(ptsname(ends[1]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  Check(ends[0] >= 0, "the terminal");
+}
+
 }  // namespace
 
-Process::Process(const std::vector<std::string>& words) {
+Process::Process(const std::vector<std::string>& words, Input kind) {
   // Writing to a process that has ended must not end the test.
   signal(SIGPIPE, SIG_IGN);
   int input[2];
   int output[2];
-  Check(pipe2(input, O_CLOEXEC) == 0, "pipe2");
+  if (kind == Input::kTerminal)
+    OpenTerminal(input);
+  else
+    Check(pipe2(input, O_CLOEXEC) == 0, "pipe2");
   Check(pipe2(output, O_CLOEXEC) == 0, "pipe2");
   int errors[2];
   Check(pipe2(errors, O_CLOEXEC) == 0, "pipe2");

@@ -28,8 +28,12 @@ class Process {
     std::string errors;
   };
 
+  // What its standard input is.
+  enum class Input { kPipe, kTerminal };
+
   // The first word is the program's path.
-  explicit Process(const std::vector<std::string>& words);
+  explicit Process(const std::vector<std::string>& words,
+                   Input kind = Input::kPipe);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   // Kills the process unless Wait() has been called.

@@ -15,12 +15,17 @@ namespace {
 
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 constexpr char kUserClosesWindow1[] =
     R"({"browserId":{"value":"1"},)"
     R"("question":{"reason":"WINDOW_CLOSE_REASON_USER",)"
     R"("answerWithinMs":5000}})";
+
+constexpr char kPrompt[] =
+    "windowctl: What is the answer to OnCloseWindow about window 1\\? You have "
+    "[0-9]+\\.[0-9] s\\.";
 
 using WatchTest = EndToEndTest;
 
@@ -250,6 +255,58 @@ TEST_F(AnswerTest, HostDoesNotWaitForALateAnswer) {
   answerer.Write("{\"allowed\": false}\n");
   answerer.CloseInput();
   EXPECT_EQ(kSuccess, answerer.Wait().exit_code);
+}
+
+TEST_F(AnswerTest, PersonIsAskedUntilALineIsAnAnswer) {
+  Process& answerer =
+      StartClient({"answer", "OnCloseWindow", "1"}, Process::Input::kTerminal);
+  answerer.Write("{\"allowed\": true}\n");
+  EXPECT_EQ("windowctl: No question is open: that line answers nothing.",
+            answerer.ReadErrorLine());
+
+  host_->Write("close 1\n");
+  EXPECT_EQ(kUserClosesWindow1, answerer.ReadLine());
+  EXPECT_THAT(answerer.ReadErrorLine(), MatchesRegex(kPrompt));
+  answerer.Write("{\"alowed\": false}\n");
+  EXPECT_THAT(
+      answerer.ReadErrorLine(),
+      StartsWith("windowctl: That is no answer: The JSON does not fit"));
+  EXPECT_THAT(answerer.ReadErrorLine(), MatchesRegex(kPrompt));
+  answerer.Write("{\"allowed\": false}\n");
+  EXPECT_EQ("Window 1 stays open: its client does not allow that.",
+            host_->ReadLine());
+}
+
+TEST_F(AnswerTest, PersonWhoAnswersTooLateIsToldSo) {
+  StopHost();
+  StartHost({"--answer-timeout=0.05"});
+  Process& answerer =
+      StartClient({"answer", "OnCloseWindow", "1"}, Process::Input::kTerminal);
+  EXPECT_EQ("Window 1 is closed: its client did not answer in time.",
+            UserDoes("close 1"));
+  EXPECT_THAT(answerer.ReadErrorLine(), MatchesRegex(kPrompt));
+  EXPECT_EQ(
+      "windowctl: Not answered: it is too late, the host no longer waits for "
+      "OnCloseWindow about window 1",
+      answerer.ReadErrorLine());
+  answerer.Write("{\"allowed\": false}\n");
+  EXPECT_EQ("windowctl: No question is open: that line answers nothing.",
+            answerer.ReadErrorLine());
+}
+
+// The command begins when the question has arrived, and takes longer than the
+// host waits: however slow the machine is, it ends too late.
+TEST_F(AnswerTest, AnswerOfACommandThatTakesTooLongIsNotSent) {
+  StopHost();
+  StartHost({"--answer-timeout=0.02"});
+  Process& answerer = StartClient(
+      {"answer", "OnCloseWindow", "1", "--exec", "sleep 0.03; echo {}"});
+  EXPECT_EQ("Window 1 is closed: its client did not answer in time.",
+            UserDoes("close 1"));
+  EXPECT_EQ(
+      "windowctl: Not answered: it is too late, the host no longer waits for "
+      "OnCloseWindow about window 1",
+      answerer.ReadErrorLine());
 }
 
 }  // namespace
