@@ -35,8 +35,8 @@ std::string Describe(const WindowView& view) {
 }
 
 // The end of a printed sentence: why something was done or not.
-std::string Because(bool allowed, QuestionOutcome ground) {
-  switch (ground) {
+std::string Because(bool allowed, QuestionOutcome outcome) {
+  switch (outcome) {
     case QuestionOutcome::kAnswered:
       return allowed ? ": its client allows that."
                      : ": its client does not allow that.";
@@ -112,7 +112,7 @@ void Console::Close(int64_t id) {
           return print_(std::string(closed.status().message()));
         print_(absl::StrCat("Window ", id,
                             closed->allowed ? " is closed" : " stays open",
-                            Because(closed->allowed, closed->ground)));
+                            Because(closed->allowed, closed->outcome)));
       });
 }
 
@@ -123,7 +123,7 @@ void Console::Execute(int64_t id, const std::string& command) {
           return print_(std::string(executed.status().message()));
         print_(absl::StrCat(
             "Window ", id, executed->allowed ? " executes " : " ignores ",
-            command, Because(executed->allowed, executed->ground)));
+            command, Because(executed->allowed, executed->outcome)));
       });
 }
 
@@ -138,7 +138,7 @@ void Console::OpenMenu(int64_t id, int x, int y) {
         }
         print_(absl::StrCat("Window ", id, " shows the menu [",
                             absl::StrJoin(menu->commands, ", "), "]",
-                            Because(true, menu->ground)));
+                            Because(true, menu->outcome)));
       });
 }
 

@@ -65,7 +65,7 @@ TEST_F(ConsoleTest, HelpNamesEveryCommand) {
   }
 }
 
-TEST_F(ConsoleTest, ClosingSaysOnWhatGround) {
+TEST_F(ConsoleTest, ClosingSaysOnWhatOutcomeItRests) {
   TestStream<rpc::CloseWindow> client(*host_.service, kOnCloseWindow);
   client.AnswerFor(1);
   EXPECT_THAT(Obey("close 1"), IsEmpty());

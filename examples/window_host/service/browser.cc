@@ -58,8 +58,8 @@ std::vector<std::string> Remaining(const rpc::ShowContextMenu& question,
 }
 
 // Without an answer everything is allowed.
-bool IsAllowed(QuestionOutcome ground, bool answer) {
-  return ground != QuestionOutcome::kAnswered || answer;
+bool IsAllowed(QuestionOutcome outcome, bool answer) {
+  return outcome != QuestionOutcome::kAnswered || answer;
 }
 
 }  // namespace
@@ -84,13 +84,13 @@ void Browser::CloseWindow(int64_t id,
   question.mutable_question()->set_reason(reason);
   rpc::serving::AskWithin<rpc::CloseWindow>(
       sequence_, patience_, question,
-      [=, this](QuestionOutcome ground, const rpc::CloseWindow& answer) {
-        if (!IsAllowed(ground, answer.response().allowed()))
-          return then(Decision{false, ground});
+      [=, this](QuestionOutcome outcome, const rpc::CloseWindow& answer) {
+        if (!IsAllowed(outcome, answer.response().allowed()))
+          return then(Decision{false, outcome});
         windows_.Change(id, Close{reason}, [=](const absl::Status& closed) {
           if (!closed.ok())
             return then(closed);
-          then(Decision{true, ground});
+          then(Decision{true, outcome});
         });
       });
 }
@@ -107,10 +107,10 @@ void Browser::ExecuteCommand(int64_t id,
   *question.mutable_question()->mutable_command() = *command;
   rpc::serving::AskWithin<rpc::CanExecuteCommand>(
       sequence_, patience_, question,
-      [=, this](QuestionOutcome ground, const rpc::CanExecuteCommand& answer) {
+      [=, this](QuestionOutcome outcome, const rpc::CanExecuteCommand& answer) {
         if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
           return then(found);
-        then(Decision{IsAllowed(ground, answer.response().allowed()), ground});
+        then(Decision{IsAllowed(outcome, answer.response().allowed()), outcome});
       });
 }
 
@@ -127,12 +127,12 @@ void Browser::OpenContextMenu(int64_t id,
     *question.mutable_question()->add_commands() = MakeCommand(command);
   rpc::serving::AskWithin<rpc::ShowContextMenu>(
       sequence_, patience_, question,
-      [=, this](QuestionOutcome ground, const rpc::ShowContextMenu& answer) {
+      [=, this](QuestionOutcome outcome, const rpc::ShowContextMenu& answer) {
         if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
           return then(found);
         if (answer.response().handled())
-          return then(Menu{true, {}, ground});
-        then(Menu{false, Remaining(question, answer), ground});
+          return then(Menu{true, {}, outcome});
+        then(Menu{false, Remaining(question, answer), outcome});
       });
 }
 

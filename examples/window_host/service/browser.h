@@ -43,14 +43,14 @@ using rpc::serving::QuestionOutcome;
 // Whether it was allowed, and how the question to the client has ended.
 struct Decision {
   bool allowed = false;
-  QuestionOutcome ground = QuestionOutcome::kAnswered;
+  QuestionOutcome outcome = QuestionOutcome::kAnswered;
 };
 
 // A context menu: how it has opened, or that the client shows one itself.
 struct Menu {
   bool is_clients = false;
   std::vector<std::string> commands;
-  QuestionOutcome ground = QuestionOutcome::kAnswered;
+  QuestionOutcome outcome = QuestionOutcome::kAnswered;
 };
 
 template <typename Result>

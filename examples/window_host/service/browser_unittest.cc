@@ -49,7 +49,7 @@ TEST_F(BrowserTest, WindowClosesWhenNobodyAnswersForIt) {
   host_.sequence.Run();
   EXPECT_EQ(1, settled_);
   EXPECT_TRUE(closed_->allowed);
-  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, closed_->ground);
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, closed_->outcome);
   EXPECT_FALSE(IsOpen(1));
   EXPECT_TRUE(IsOpen(2));
 }
@@ -72,7 +72,7 @@ TEST_F(BrowserTest, WindowStaysOpenWhenItsClientDoesNotAllowClosing) {
   host_.sequence.Run();
   EXPECT_EQ(1, settled_);
   EXPECT_FALSE(closed_->allowed);
-  EXPECT_EQ(QuestionOutcome::kAnswered, closed_->ground);
+  EXPECT_EQ(QuestionOutcome::kAnswered, closed_->outcome);
   EXPECT_TRUE(IsOpen(1));
 }
 
@@ -97,7 +97,7 @@ TEST_F(BrowserTest, WindowClosesWhenItsClientFails) {
   client.Decline();
   host_.sequence.Run();
   EXPECT_TRUE(closed_->allowed);
-  EXPECT_EQ(QuestionOutcome::kClientFailed, closed_->ground);
+  EXPECT_EQ(QuestionOutcome::kClientFailed, closed_->outcome);
   EXPECT_FALSE(IsOpen(1));
 }
 
@@ -108,7 +108,7 @@ TEST_F(BrowserTest, WindowClosesWhenItsClientLeaves) {
   client.End();
   host_.sequence.Run();
   EXPECT_TRUE(closed_->allowed);
-  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->ground);
+  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->outcome);
   EXPECT_FALSE(IsOpen(1));
 }
 
@@ -127,7 +127,7 @@ TEST_F(BrowserTest, WindowClosesWhenItsClientAnswersTooLate) {
   host.sequence.Run();
   ASSERT_THAT(decisions, SizeIs(1));
   EXPECT_TRUE(decisions[0].allowed);
-  EXPECT_EQ(QuestionOutcome::kTooLate, decisions[0].ground);
+  EXPECT_EQ(QuestionOutcome::kTooLate, decisions[0].outcome);
   EXPECT_FALSE(host.IsOpen(1));
 }
 
@@ -168,7 +168,7 @@ TEST_F(BrowserTest, FunctionMayCloseTheSameWindowAgainAndEndItsClient) {
                             });
   client.Answer(MayClose(false));
   host_.sequence.Run();
-  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->ground);
+  EXPECT_EQ(QuestionOutcome::kClientLeft, closed_->outcome);
   EXPECT_FALSE(IsOpen(1));
 }
 
@@ -333,7 +333,7 @@ TEST_F(CommandTest, CommandIsExecutedWhenNobodyAnswersForTheWindow) {
   UserWants(2, "reload");
   host_.sequence.Run();
   EXPECT_TRUE(executed_->allowed);
-  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, executed_->ground);
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, executed_->outcome);
 }
 
 TEST_F(CommandTest, UnknownCommandIsAnsweredWithTheNearestName) {
@@ -392,7 +392,7 @@ TEST_F(MenuTest, QuestionSaysWhereAndProposesTheMenu) {
 TEST_F(MenuTest, MenuOpensWholeWhenNobodyAnswersForTheWindow) {
   UserOpensMenu(2);
   host_.sequence.Run();
-  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, menu_->ground);
+  EXPECT_EQ(QuestionOutcome::kNobodyAnswers, menu_->outcome);
   EXPECT_FALSE(menu_->is_clients);
   EXPECT_THAT(menu_->commands, ElementsAre("back", "forward", "reload", "copy",
                                            "paste", "print"));
@@ -401,7 +401,7 @@ TEST_F(MenuTest, MenuOpensWholeWhenNobodyAnswersForTheWindow) {
 TEST_F(MenuTest, ClientLeavesCommandsOut) {
   UserOpensMenu(1);
   Answer(false, {2, 4, 99});
-  EXPECT_EQ(QuestionOutcome::kAnswered, menu_->ground);
+  EXPECT_EQ(QuestionOutcome::kAnswered, menu_->outcome);
   EXPECT_THAT(menu_->commands, ElementsAre("back", "reload", "paste", "print"));
 }
 
