@@ -20,6 +20,11 @@ void BlockSignals() {
   pthread_sigmask(SIG_BLOCK, &all, nullptr);
 }
 
+// Appends as much of `text` as the line may have.
+void Append(std::string_view text, std::string& line) {
+  line.append(text.substr(0, LineReader::kMaxLineBytes + 1 - line.size()));
+}
+
 }  // namespace
 
 LineReader::LineReader(rpc::loop::Sequence& sequence,
@@ -27,53 +32,63 @@ LineReader::LineReader(rpc::loop::Sequence& sequence,
                        Handler handler)
     : sequence_(sequence),
       descriptor_(descriptor),
-      handler_(std::make_shared<Handler>(std::move(handler))),
+      shared_(std::make_shared<Shared>(std::move(handler))),
       wake_(eventfd(0, EFD_CLOEXEC)),
       thread_([this] { Run(); }) {}
 
 LineReader::~LineReader() {
-  *handler_ = nullptr;
+  shared_->handler = nullptr;
   eventfd_write(wake_, 1);
+  shared_->handled.release();
   thread_.join();
   close(wake_);
 }
 
 void LineReader::Run() {
   BlockSignals();
-  std::string buffer;
-  while (ReadMore(buffer)) {
-    size_t start = 0;
-    for (size_t end; (end = buffer.find('\n', start)) != std::string::npos;
-         start = end + 1) {
-      Post(buffer.substr(start, end - start));
+  std::string line;
+  std::string chunk;
+  while (ReadMore(chunk)) {
+    std::string_view rest = chunk;
+    for (size_t end; (end = rest.find('\n')) != std::string_view::npos;
+         rest.remove_prefix(end + 1)) {
+      Append(rest.substr(0, end), line);
+      Post(std::exchange(line, {}));
     }
-    buffer.erase(0, start);
+    Append(rest, line);
+    AwaitSequence();
   }
-  if (!buffer.empty())
-    Post(std::move(buffer));
+  if (!line.empty())
+    Post(std::move(line));
   Post(std::nullopt);
 }
 
-bool LineReader::ReadMore(std::string& buffer) {
+bool LineReader::ReadMore(std::string& chunk) {
   std::array<pollfd, 2> polled = {pollfd{wake_, POLLIN, 0},
                                   pollfd{descriptor_, POLLIN, 0}};
   if (poll(polled.data(), polled.size(), -1) < 0 || polled[0].revents != 0)
     return false;
-  std::array<char, 4096> chunk;
+  constexpr size_t kChunkBytes = 4096;
+  chunk.resize(kChunkBytes);
   const ssize_t size = read(descriptor_, chunk.data(), chunk.size());
   if (size <= 0)
     return false;
-  buffer.append(chunk.data(), size);
+  chunk.resize(static_cast<size_t>(size));
   return true;
 }
 
 void LineReader::Post(std::optional<std::string> line) {
-  sequence_.Post([handler = handler_, line = std::move(line)]() mutable {
+  sequence_.Post([shared = shared_, line = std::move(line)]() mutable {
     // Copied: the handler may destroy the reader, whose destructor empties the
     // shared handler while it runs.
-    if (const Handler handle = *handler)
+    if (const Handler handle = shared->handler)
       handle(std::move(line));
   });
+}
+
+void LineReader::AwaitSequence() {
+  sequence_.Post([shared = shared_] { shared->handled.release(); });
+  shared_->handled.acquire();
 }
 
 }  // namespace cli

@@ -11,6 +11,10 @@
 // background job, reading the terminal ends the input instead of stopping the
 // process.
 //
+// Whoever writes the input decides neither how much memory it takes nor for how
+// long: a line is kept up to kMaxLineBytes, and nothing more is read until the
+// sequence has handled the lines read before.
+//
 // Ownership: the descriptor stays the caller's. The sequence must outlive the
 // reader. A waiting reader does not keep a loop running.
 //
@@ -23,10 +27,13 @@
 #ifndef TOOLS_CLI_LINE_READER_H_
 #define TOOLS_CLI_LINE_READER_H_
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <semaphore>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "core/common/rpc/loop/sequence.h"
@@ -35,6 +42,14 @@ namespace cli {
 
 class LineReader {
  public:
+  // The longest line that is passed on whole. Of a longer one come its first
+  // kMaxLineBytes + 1 bytes, which IsTooLong() tells; the rest is skipped.
+  static constexpr size_t kMaxLineBytes = 64 << 10;
+
+  static bool IsTooLong(std::string_view line) {
+    return line.size() > kMaxLineBytes;
+  }
+
   // Gets each line without its line break, then nullopt once, at the end of the
   // input. Text after the last line break counts as a line.
   using Handler = std::function<void(std::optional<std::string> line)>;
@@ -45,17 +60,27 @@ class LineReader {
   ~LineReader();
 
  private:
+  // Shared with the tasks that are posted, which may run after the reader is
+  // destroyed.
+  struct Shared {
+    // Empty after that, so that they do nothing.
+    Handler handler;
+    // Released when what was read last has been handled, and on destruction.
+    std::counting_semaphore<> handled{0};
+  };
+
   void Run();
-  // Blocks until there is more. False at the end of the input, or when the
-  // reader is destroyed.
-  bool ReadMore(std::string& buffer);
+  // Blocks until there is more, which replaces `chunk`. False at the end of the
+  // input, or when the reader is destroyed.
+  bool ReadMore(std::string& chunk);
   void Post(std::optional<std::string> line);
+  // Blocks until everything that was posted has run, or the reader is
+  // destroyed.
+  void AwaitSequence();
 
   rpc::loop::Sequence& sequence_;
   const int descriptor_;
-  // Shared with the tasks that are posted; emptied on destruction, so that
-  // those that run later do nothing.
-  const std::shared_ptr<Handler> handler_;
+  const std::shared_ptr<Shared> shared_;
   // Written to on destruction, to wake the thread.
   int wake_;
   std::thread thread_;

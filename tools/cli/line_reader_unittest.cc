@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "core/common/rpc/loop/loop.h"
@@ -80,12 +82,57 @@ TEST_F(LineReaderTest, LastLineNeedsNoBreak) {
   EXPECT_THAT(lines_, ElementsAre("one", "two", "(end)"));
 }
 
-TEST_F(LineReaderTest, LongLineComesWhole) {
-  const std::string line(50'000, 'x');
-  Write(line + "\n");
+TEST_F(LineReaderTest, LineOfTheGreatestLengthComesWhole) {
+  EXPECT_EQ(65'536u, LineReader::kMaxLineBytes);
+  const std::string line(LineReader::kMaxLineBytes, 'x');
   StartReading(pipe_[0]);
-  WaitForLines(1);
-  EXPECT_THAT(lines_, ElementsAre(line));
+  std::thread writer([&] { Write(line + "\nnext\n"); });
+  WaitForLines(2);
+  writer.join();
+  EXPECT_THAT(lines_, ElementsAre(line, "next"));
+  EXPECT_FALSE(LineReader::IsTooLong(lines_[0]));
+}
+
+TEST_F(LineReaderTest, LineOfOneByteMoreIsTooLong) {
+  const std::string line(LineReader::kMaxLineBytes + 1, 'x');
+  StartReading(pipe_[0]);
+  std::thread writer([&] { Write(line + "\nnext\n"); });
+  WaitForLines(2);
+  writer.join();
+  EXPECT_THAT(lines_, ElementsAre(line, "next"));
+  EXPECT_TRUE(LineReader::IsTooLong(lines_[0]));
+}
+
+TEST_F(LineReaderTest, RestOfALineThatIsTooLongIsSkipped) {
+  StartReading(pipe_[0]);
+  std::thread writer([&] {
+    for (int i = 0; i < 64; ++i)
+      Write(std::string(10'000, 'x'));
+    Write("\nnext\n");
+  });
+  WaitForLines(2);
+  writer.join();
+  EXPECT_EQ(LineReader::kMaxLineBytes + 1, lines_[0].size());
+  EXPECT_TRUE(LineReader::IsTooLong(lines_[0]));
+  EXPECT_EQ("next", lines_[1]);
+}
+
+TEST_F(LineReaderTest, NothingMoreIsReadUntilTheSequenceHasHandledTheLines) {
+  constexpr size_t kChunkBytes = 4096;
+  constexpr size_t kLines = 4 * kChunkBytes;
+  Write(std::string(kLines, '\n'));
+  size_t handled = 0;
+  size_t read_too_early = 0;
+  reader_.emplace(loop_, pipe_[0], [&](std::optional<std::string>) {
+    int unread = 0;
+    EXPECT_EQ(0, ioctl(pipe_[0], FIONREAD, &unread));
+    const size_t begun = handled++ / kChunkBytes + 1;
+    if (kLines - static_cast<size_t>(unread) > begun * kChunkBytes)
+      ++read_too_early;
+  });
+  const rpc::loop::Loop::Work reader_posts_later(loop_);
+  EXPECT_TRUE(loop_.RunUntil([&] { return handled == kLines; }));
+  EXPECT_EQ(0u, read_too_early);
 }
 
 TEST_F(LineReaderTest, FilesAreReadLikePipes) {

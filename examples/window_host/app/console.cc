@@ -6,6 +6,7 @@
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_join.h"
 #include "absl/strings/str_split.h"
+#include "tools/cli/printable.h"
 
 namespace window_host {
 namespace {
@@ -30,7 +31,10 @@ std::string Describe(const WindowView& view) {
                                " at ", view.bounds.x, ",", view.bounds.y));
   if (view.page_has_keyboard)
     words.emplace_back("its page has the keyboard");
-  return absl::StrCat("Window ", view.id, ", \"", view.title,
+  // Shortened, so that what stands behind it is seen.
+  constexpr size_t kMaxTitleBytes = 200;
+  return absl::StrCat("Window ", view.id, ", \"",
+                      cli::Shorten(cli::Printable(view.title), kMaxTitleBytes),
                       "\": ", absl::StrJoin(words, ", "));
 }
 
@@ -67,7 +71,7 @@ void Console::Obey(std::string_view line) {
   if (words == Words{"help"})
     return print_(kHelp);
   if (!ObeyAboutWindow(words))
-    print_(absl::StrCat("Not understood: ", line, ". Try help."));
+    Say(absl::StrCat("Not understood: ", line, ". Try help."));
 }
 
 bool Console::ObeyAboutWindow(const Words& words) {
@@ -92,27 +96,31 @@ bool Console::ObeyAboutWindow(const Words& words) {
   return false;
 }
 
+void Console::Say(std::string_view text) const {
+  print_(cli::Printable(text));
+}
+
 void Console::List() {
   if (windows_.stacking().empty())
-    return print_("No window is open.");
+    return Say("No window is open.");
   for (int64_t id : windows_.stacking())
-    print_(Describe(*windows_.Inspect(id)));
+    Say(Describe(*windows_.Inspect(id)));
 }
 
 void Console::Close(int64_t id) {
   const absl::StatusOr<WindowView> window = windows_.Inspect(id);
   if (window.ok() && !window->style.closable()) {
-    return print_(
+    return Say(
         absl::StrCat("Window ", id, " stays open: its style is not closable."));
   }
   browser_.CloseWindow(
       id, rpc::WINDOW_CLOSE_REASON_USER,
       [=, this](const absl::StatusOr<Decision>& closed) {
         if (!closed.ok())
-          return print_(std::string(closed.status().message()));
-        print_(absl::StrCat("Window ", id,
-                            closed->allowed ? " is closed" : " stays open",
-                            Because(closed->allowed, closed->outcome)));
+          return Say(closed.status().message());
+        Say(absl::StrCat("Window ", id,
+                         closed->allowed ? " is closed" : " stays open",
+                         Because(closed->allowed, closed->outcome)));
       });
 }
 
@@ -120,8 +128,8 @@ void Console::Execute(int64_t id, const std::string& command) {
   browser_.ExecuteCommand(
       id, command, [=, this](const absl::StatusOr<Decision>& executed) {
         if (!executed.ok())
-          return print_(std::string(executed.status().message()));
-        print_(absl::StrCat(
+          return Say(executed.status().message());
+        Say(absl::StrCat(
             "Window ", id, executed->allowed ? " executes " : " ignores ",
             command, Because(executed->allowed, executed->outcome)));
       });
@@ -131,14 +139,14 @@ void Console::OpenMenu(int64_t id, int x, int y) {
   browser_.OpenContextMenu(
       id, x, y, [=, this](const absl::StatusOr<Menu>& menu) {
         if (!menu.ok())
-          return print_(std::string(menu.status().message()));
+          return Say(menu.status().message());
         if (menu->is_clients) {
-          return print_(
+          return Say(
               absl::StrCat("Window ", id, " shows a menu of its client's."));
         }
-        print_(absl::StrCat("Window ", id, " shows the menu [",
-                            absl::StrJoin(menu->commands, ", "), "]",
-                            Because(true, menu->outcome)));
+        Say(absl::StrCat("Window ", id, " shows the menu [",
+                         absl::StrJoin(menu->commands, ", "), "]",
+                         Because(true, menu->outcome)));
       });
 }
 

@@ -11,6 +11,9 @@
 // outcome is printed later than Obey() returns.
 //
 // Failure: errors are printed.
+//
+// What clients have put into it, such as a title, is printed in printable
+// characters only (tools/cli/printable.h).
 
 #ifndef EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_
 #define EXAMPLES_WINDOW_HOST_APP_CONSOLE_H_
@@ -27,7 +30,7 @@ namespace window_host {
 
 class Console {
  public:
-  // `print` gets whole lines without their break.
+  // `print` gets whole lines without their break; for "help" several at once.
   using Print = std::function<void(const std::string& line)>;
 
   Console(WindowSystem& windows, Browser& browser, Print print);
@@ -37,6 +40,9 @@ class Console {
 
  private:
   using Words = std::vector<std::string>;
+
+  // Prints a line, of printable characters.
+  void Say(std::string_view text) const;
 
   void List();
   void Close(int64_t id);

@@ -11,6 +11,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 class ConsoleTest : public ::testing::Test {
  protected:
@@ -43,6 +44,34 @@ TEST_F(ConsoleTest, ListDescribesTheWindowsFromFrontToBack) {
       ElementsAre("Window 2, \"Window 2\": active, maximized, 1920x1000 at "
                   "0,32, its page has the keyboard",
                   "Window 1, \"Window 1\": hidden, normal, 1024x700 at 0,32"));
+}
+
+TEST_F(ConsoleTest, ListEscapesWhatATitleWouldDoToTheTerminal) {
+  rpc::WindowTitle title;
+  title.set_title("\x1b[2J\nWindow 9, \u202e\u2066Gr\u00fc\u00dfe");
+  host_.Change(2, title);
+  Obey("close 1");
+  ASSERT_EQ(1u, Obey("list").size());
+  EXPECT_THAT(printed_[0],
+              StartsWith("Window 2, \"\\x1b[2J\\x0aWindow 9, "
+                         "\\u202e\\u2066Gr\u00fc\u00dfe\": active"));
+}
+
+TEST_F(ConsoleTest, ListShortensALongTitle) {
+  rpc::WindowTitle title;
+  title.set_title(std::string(4'096, 'x'));
+  host_.Change(2, title);
+  EXPECT_THAT(
+      Obey("list").front(),
+      StartsWith("Window 2, \"" + std::string(195, 'x') + "[...]\": active"));
+}
+
+TEST_F(ConsoleTest, WhatIsNotUnderstoodIsEscaped) {
+  EXPECT_THAT(Obey("say \x1b[2J\u202e\xff"),
+              ElementsAre("Not understood: say \\x1b[2J\\u202e\\xff. Try "
+                          "help."));
+  EXPECT_THAT(Obey("command 1 \x1b"),
+              ElementsAre("There is no command \\x1b."));
 }
 
 TEST_F(ConsoleTest, ListSaysWhenNoWindowIsOpen) {

@@ -6,27 +6,28 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/loop/loop.h"
-#include "core/common/rpc/loop/signal_watch.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/status/status_service.h"
 #include "core/common/rpc/transport/server.h"
 #include "examples/window_host/app/call_logger.h"
 #include "examples/window_host/app/console.h"
-
 #include "examples/window_host/service/browser.h"
 #include "examples/window_host/service/window_service.h"
 #include "examples/window_host/windows/memory_desktop.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/limit_flags.h"
 #include "tools/cli/line_reader.h"
+#include "tools/cli/line_writer.h"
+#include "tools/cli/printable.h"
+#include "tools/cli/record_writer.h"
 #include "tools/cli/socket_path.h"
+#include "tools/cli/stop_signals.h"
 
 namespace window_host {
 namespace {
@@ -49,11 +50,22 @@ Flags:
 
 Limits, each named and counted by 'windowctl status' when it bites:
 %s
-On standard input a person can play the user; 'help' there says how. The host
-runs until SIGINT or SIGTERM. It records each call about windows on standard
-error.
+On standard input a person can play the user; 'help' there says how. A line of
+more than 65536 bytes is not read.
 
-Exit status: 0 after a signal, 1 when it cannot listen, 2 wrong usage.
+The host runs until SIGINT, SIGTERM, SIGQUIT or SIGHUP. It then closes the
+windows, says goodbye to its clients and removes its socket. A second signal
+ends it at once. Where SIGHUP is ignored at the start, as with nohup, it stays
+ignored.
+
+It records each call about windows, and what it has to refuse, on standard
+error. It never waits for somebody to read that or its standard output: what
+cannot be written is dropped, and the next line says how much that was. A line
+has at most 4096 bytes. Of each kind of warning at most 20 are written in a
+second.
+
+Exit status: 0 after a signal, 1 when it cannot listen, 2 wrong usage; 128 and
+the signal's number, as a shell shows it, after a second signal.
 )";
 
 struct Options {
@@ -64,14 +76,9 @@ struct Options {
 };
 
 int Fail(int exit_code, std::string_view text) {
-  std::fputs(absl::StrCat("window_host: ", text, "\n").c_str(), stderr);
+  cli::LineWriter(STDERR_FILENO, "line")
+      .Write(cli::PrintableLines(absl::StrCat("window_host: ", text)));
   return exit_code;
-}
-
-// Flushed, since other processes wait for these lines.
-void Print(const std::string& line) {
-  std::puts(line.c_str());
-  std::fflush(stdout);
 }
 
 class Host {
@@ -80,7 +87,9 @@ class Host {
       : options_(options),
         desktop_(loop_, Display{}),
         browser_(loop_, desktop_, options.answer_timeout),
-        console_(desktop_, browser_, Print),
+        console_(desktop_,
+                 browser_,
+                 [this](const std::string& line) { output_.Write(line); }),
         service_(MakeWindowService(desktop_, browser_)),
         logger_(*service_),
         status_([this] { return server_.Report(); }),
@@ -97,28 +106,45 @@ class Host {
       listening = server_.Listen(options_.socket);
     if (!listening.ok())
       return Fail(EXIT_FAILURE, listening.message());
-    stop_signals_.emplace(loop_, std::initializer_list<int>{SIGINT, SIGTERM},
-                          [this](int) { Stop(); });
-    input_.emplace(loop_, STDIN_FILENO,
-                   [this](std::optional<std::string> line) {
-                     if (line)
-                       console_.Obey(*line);
-                   });
-    Print(absl::StrCat("window_host: ready at ", options_.socket));
-    loop_.Run();
+    stop_signals_.emplace(loop_, [this] { Stop(); });
+    input_.emplace(
+        loop_, STDIN_FILENO,
+        [this](const std::optional<std::string>& line) { OnInput(line); });
+    output_.Write(absl::StrCat("window_host: ready at ", options_.socket));
+    loop_.RunUntil([this] { return IsOver(); });
     return EXIT_SUCCESS;
   }
 
  private:
+  void OnInput(const std::optional<std::string>& line) {
+    if (!line)
+      return;
+    if (cli::LineReader::IsTooLong(*line)) {
+      return output_.Write(absl::StrCat("A line of more than ",
+                                        cli::LineReader::kMaxLineBytes,
+                                        " bytes is not read."));
+    }
+    console_.Obey(*line);
+  }
+
   // Closes the windows first, so that clients hear of it before the server says
-  // goodbye. Signals are no longer watched: a second one ends the process.
+  // goodbye.
   void Stop() {
-    stop_signals_.reset();
     input_.reset();
-    browser_.Shutdown([this] { server_.Stop(); });
+    browser_.Shutdown([this] {
+      server_.Stop();
+      stopped_ = true;
+    });
+  }
+
+  // Whether the host has stopped, and the server has ended all that its clients
+  // had under way.
+  bool IsOver() const {
+    return stopped_ && server_.counters().connections_now == 0;
   }
 
   const Options options_;
+  cli::LineWriter output_{STDOUT_FILENO, "line"};
   rpc::loop::Loop loop_;
   MemoryDesktop desktop_;
   Browser browser_;
@@ -127,8 +153,10 @@ class Host {
   CallLogger logger_;
   rpc::status::StatusService status_;
   rpc::transport::Server server_;
-  std::optional<rpc::loop::SignalWatch> stop_signals_;
+  std::optional<cli::StopSignals> stop_signals_;
   std::optional<cli::LineReader> input_;
+  // Whether the server has been told to stop.
+  bool stopped_ = false;
 };
 
 int Main(int argc, char** argv) {
@@ -154,7 +182,15 @@ int Main(int argc, char** argv) {
                 "There are only flags. 'window_host --help' lists them.");
   if (absl::Status fault = cli::CheckLimits(options.limits); !fault.ok())
     return Fail(kUsage, fault.message());
-  return Host(options).Run();
+  // A reader of the output that goes must not end the host.
+  signal(SIGPIPE, SIG_IGN);
+  cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
+  Host host(options);
+  const int exit_code = host.Run();
+  records.SayWhatWasLeftOut();
+  // Not by return, which would destroy the host: freeing the memory of all
+  // windows and clients piece by piece takes longer than the end of a process.
+  std::exit(exit_code);
 }
 
 }  // namespace

@@ -110,7 +110,8 @@ void Browser::ExecuteCommand(int64_t id,
       [=, this](QuestionOutcome outcome, const rpc::CanExecuteCommand& answer) {
         if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
           return then(found);
-        then(Decision{IsAllowed(outcome, answer.response().allowed()), outcome});
+        then(
+            Decision{IsAllowed(outcome, answer.response().allowed()), outcome});
       });
 }
 
