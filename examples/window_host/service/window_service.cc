@@ -40,6 +40,15 @@ absl::Status Check(const Request&) {
   return absl::OkStatus();
 }
 
+absl::Status Check(const rpc::WindowTitle& request) {
+  const size_t size = request.title().size();
+  if (size <= kMaxTitleBytes)
+    return absl::OkStatus();
+  return absl::InvalidArgumentError(
+      absl::StrCat("The title has ", size, " bytes; a window takes at most ",
+                   kMaxTitleBytes, "."));
+}
+
 absl::Status Check(const rpc::WindowBounds& request) {
   return request.has_bounds() ? absl::OkStatus() : Missing("bounds");
 }

@@ -156,6 +156,19 @@ TEST_F(WindowServiceTest, TitleIsSetAndRead) {
   EXPECT_EQ("", Call(&Service::GetTitle, torvane::WindowId(1))->value());
 }
 
+TEST_F(WindowServiceTest, TitleMayHaveTheGreatestLengthAndNoByteMore) {
+  EXPECT_EQ(4'096u, kMaxTitleBytes);
+  const std::string longest(kMaxTitleBytes, 'x');
+  rpc::WindowTitle title;
+  title.set_title(longest);
+  EXPECT_TRUE(Call(&Service::SetTitle, For(1, title)).ok());
+  title.set_title(longest + 'x');
+  EXPECT_EQ(absl::InvalidArgumentError("The title has 4097 bytes; a window "
+                                       "takes at most 4096."),
+            Call(&Service::SetTitle, For(1, title)).status());
+  EXPECT_EQ(longest, Call(&Service::GetTitle, torvane::WindowId(1))->value());
+}
+
 TEST_F(WindowServiceTest, TitleAndTitlebarAreShownAndHiddenSeparately) {
   EXPECT_TRUE(Ask(&Service::IsWindowTitleVisible, 1));
   EXPECT_TRUE(Ask(&Service::IsWindowTitlebarVisible, 1));
