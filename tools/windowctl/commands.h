@@ -34,13 +34,14 @@ ExitCode Answer(const Options& options, const Arguments& arguments);
 // status
 ExitCode Status(const Options& options, const Arguments& arguments);
 
-// Writes a line to standard output and flushes it, since a script may wait for
-// it.
+// Writes a line to standard output as it is, and flushes it, since a script may
+// wait for it. For JSON of ToJson(), in which nothing is left to be escaped.
 void PrintLine(const std::string& line);
 
 // Print to standard error what is wrong, and return `exit_code`: a text of our
 // own, or the code and text of the status that a call or a stream has ended
-// with.
+// with. Both are printed in printable characters (tools/cli/printable.h); line
+// breaks stay in the text, but not in that of a status, which is the host's.
 ExitCode Fail(ExitCode exit_code, std::string_view text);
 ExitCode Fail(ExitCode exit_code, const absl::Status& status);
 

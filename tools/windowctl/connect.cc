@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "absl/strings/str_cat.h"
+#include "tools/cli/printable.h"
 #include "tools/cli/socket_path.h"
 #include "tools/windowctl/commands.h"
 
@@ -14,7 +15,7 @@ using rpc::transport::Client;
 
 absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
   return absl::UnavailableError(
-      absl::StrCat("No connection: ", why.message(), hint));
+      absl::StrCat("No connection: ", cli::Printable(why.message()), hint));
 }
 
 }  // namespace

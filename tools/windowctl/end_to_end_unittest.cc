@@ -144,15 +144,6 @@ TEST_F(EndToEndTest, HostRecordsEachCallWithItsDuration) {
   EXPECT_THAT(records, HasSubstr("NOT_FOUND: No window 7."));
 }
 
-TEST_F(EndToEndTest, HostEndsCleanlyOnASignalAndRemovesItsSocket) {
-  for (int signal : {SIGINT, SIGTERM}) {
-    StartHost();
-    EXPECT_EQ(0, access(socket_.c_str(), F_OK));
-    EXPECT_EQ(0, StopHost(signal).exit_code);
-    EXPECT_NE(0, access(socket_.c_str(), F_OK));
-  }
-}
-
 TEST_F(EndToEndTest, HostReplacesTheSocketOfADeadOne) {
   StartHost();
   EXPECT_EQ(-SIGKILL, StopHost(SIGKILL).exit_code);

@@ -6,6 +6,7 @@
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/strip.h"
+#include "tools/cli/printable.h"
 
 namespace windowctl {
 
@@ -29,7 +30,7 @@ std::string ToJson(const google::protobuf::Message& message) {
   const auto status =
       google::protobuf::util::MessageToJsonString(message, &json, options);
   // Fails only for Any, and for well-known types that are out of range.
-  return status.ok() ? json : message.ShortDebugString();
+  return cli::Printable(status.ok() ? json : message.ShortDebugString());
 }
 
 }  // namespace windowctl

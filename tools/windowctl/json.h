@@ -22,7 +22,9 @@ namespace windowctl {
 absl::Status FromJson(const std::string& json,
                       google::protobuf::Message* message);
 
-// Fields without presence are printed also when they are false, 0 or empty.
+// Fields without presence are printed also when they are false, 0 or empty. A
+// terminal can show the result: what could act on it stands there as \uXXXX
+// (tools/cli/printable.h), which a parser reads as the same text.
 std::string ToJson(const google::protobuf::Message& message);
 
 }  // namespace windowctl

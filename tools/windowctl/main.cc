@@ -7,6 +7,7 @@
 #include "absl/strings/str_cat.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/nearest_name.h"
+#include "tools/cli/protobuf_log.h"
 #include "tools/windowctl/commands.h"
 
 namespace windowctl {
@@ -140,5 +141,6 @@ ExitCode Main(int argc, char** argv) {
 }  // namespace windowctl
 
 int main(int argc, char** argv) {
+  cli::RecordProtobufLog();
   return windowctl::Main(argc, argv);
 }

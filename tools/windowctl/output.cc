@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "absl/strings/str_cat.h"
+#include "tools/cli/printable.h"
 #include "tools/windowctl/commands.h"
 
 namespace windowctl {
@@ -11,14 +12,15 @@ void PrintLine(const std::string& line) {
 }
 
 ExitCode Fail(ExitCode exit_code, std::string_view text) {
-  const std::string line = absl::StrCat("windowctl: ", text, "\n");
+  const std::string line =
+      absl::StrCat("windowctl: ", cli::PrintableLines(text), "\n");
   std::fputs(line.c_str(), stderr);
   return exit_code;
 }
 
 ExitCode Fail(ExitCode exit_code, const absl::Status& status) {
   return Fail(exit_code, absl::StrCat(absl::StatusCodeToString(status.code()),
-                                      ": ", status.message()));
+                                      ": ", cli::Printable(status.message())));
 }
 
 }  // namespace windowctl

@@ -34,8 +34,11 @@ bool AwaitReadable(int descriptor) {
   return readable;
 }
 
-// Appends everything up to the end of the stream. False if that takes too long.
+// Appends everything up to the end of the stream, if it is not closed. False if
+// that takes too long.
 bool ReadAll(int descriptor, std::string& text) {
+  if (descriptor < 0)
+    return true;
   char buffer[4096];
   while (AwaitReadable(descriptor)) {
     const ssize_t size = read(descriptor, buffer, sizeof(buffer));
@@ -44,6 +47,12 @@ bool ReadAll(int descriptor, std::string& text) {
     text.append(buffer, size);
   }
   return false;
+}
+
+void Close(int& descriptor) {
+  if (descriptor >= 0)
+    close(descriptor);
+  descriptor = -1;
 }
 
 std::string ReadLineOf(int descriptor) {
@@ -104,9 +113,15 @@ void Process::Write(std::string_view text) {
 }
 
 void Process::CloseInput() {
-  if (input_ >= 0)
-    close(input_);
-  input_ = -1;
+  Close(input_);
+}
+
+void Process::CloseOutput() {
+  Close(output_);
+}
+
+void Process::CloseErrors() {
+  Close(errors_);
 }
 
 std::string Process::ReadLine() {
@@ -126,8 +141,8 @@ Process::Result Process::Wait() {
   Result result;
   if (!ReadAll(output_, result.output) || !ReadAll(errors_, result.errors))
     Signal(SIGKILL);
-  close(output_);
-  close(errors_);
+  CloseOutput();
+  CloseErrors();
   int status;
   Check(waitpid(pid_, &status, 0) == pid_, "waitpid");
   pid_ = 0;

@@ -49,6 +49,10 @@ class Process {
   std::string ReadLine();
   std::string ReadErrorLine();
 
+  // Closes the reading end of its standard output or standard error.
+  void CloseOutput();
+  void CloseErrors();
+
   void Signal(int signal) const;
 
   pid_t pid() const { return pid_; }

@@ -90,6 +90,18 @@ TEST(StatusTextTest, WithoutQuestionsThereIsNoTableOfThem) {
   EXPECT_THAT(StatusText({}), Not(HasSubstr("PENDING")));
 }
 
+TEST(StatusTextTest, NamesThatTheHostGivesAreEscaped) {
+  StatusReport report;
+  Connection& connection = AddConnection(report, 1, "client\x1b[2J");
+  Question& question = *connection.add_oldest_questions();
+  question.set_method("method\u202e");
+  report.add_refusals()->set_limit("limit\nforged 1");
+  const std::string text = StatusText(report);
+  EXPECT_THAT(text, HasSubstr(" client\\x1b[2J "));
+  EXPECT_THAT(text, HasSubstr("method\\u202e "));
+  EXPECT_THAT(text, HasSubstr("limit\\x0aforged 1 "));
+}
+
 TEST(StatusTextTest, RefusalsAreCountedByLimit) {
   StatusReport report;
   for (const auto& [limit, count] :

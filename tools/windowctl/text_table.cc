@@ -6,6 +6,7 @@
 #include "absl/log/absl_check.h"
 #include "absl/strings/ascii.h"
 #include "absl/strings/str_format.h"
+#include "tools/cli/printable.h"
 
 namespace windowctl {
 
@@ -20,8 +21,10 @@ TextTable::TextTable(const std::vector<Column>& columns)
 
 void TextTable::AddRow(Row row) {
   ABSL_CHECK_EQ(row.size(), columns_.size());
-  for (size_t i = 0; i < row.size(); ++i)
+  for (size_t i = 0; i < row.size(); ++i) {
+    row[i] = cli::Printable(row[i]);
     widths_[i] = std::max(widths_[i], row[i].size());
+  }
   rows_.push_back(std::move(row));
 }
 

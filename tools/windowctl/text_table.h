@@ -4,8 +4,9 @@
 //   table.AddRow({"painter", "4711"});
 //   table.ToString()     "NAME      PID\npainter  4711\n"
 //
-// Cells are taken to be ASCII. No line ends in blanks. A table whose headings
-// are all empty has no line of headings.
+// Cells are written in printable characters (tools/cli/printable.h), since many
+// come from the host. They are aligned as if they were ASCII. No line ends in
+// blanks. A table whose headings are all empty has no line of headings.
 //
 // Sequence: any one.
 //

@@ -27,6 +27,17 @@ TEST(TextTableTest, ColumnsAreAsWideAsTheirWidestCell) {
       table.ToString());
 }
 
+TEST(TextTableTest, CellsAreEscapedAndAlignedByWhatIsPrinted) {
+  TextTable table({{"NAME"}, {"PID"}});
+  table.AddRow({"\x1b[2J\u202e\n", "1"});
+  table.AddRow({"x", "2"});
+  EXPECT_EQ(
+      "NAME               PID\n"
+      "\\x1b[2J\\u202e\\x0a  1\n"
+      "x                  2\n",
+      table.ToString());
+}
+
 TEST(TextTableTest, NoLineEndsInBlanks) {
   TextTable table({{"NAME"}, {"REMARK"}});
   table.AddRow({"x", ""});

@@ -1,7 +1,6 @@
 // The real client against hosts that answer late, or go as they answer.
 
 #include <signal.h>
-#include <sys/socket.h>
 
 #include <functional>
 #include <memory>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "core/common/rpc/loop/loop.h"
-#include "core/common/rpc/loop/readable_watch.h"
 #include "core/common/rpc/loop/scoped_fd.h"
 #include "core/common/rpc/transport/server.h"
 #include "core/common/rpc/transport/socket/unix_socket.h"
@@ -21,6 +19,7 @@
 #include "rpc/browser/browser_window.rpc.h"
 #include "tools/windowctl/end_to_end_test_support.h"
 #include "tools/windowctl/exit_code.h"
+#include "tools/windowctl/false_host_test_support.h"
 
 namespace windowctl {
 namespace {
@@ -132,16 +131,6 @@ class LeavingHostTest : public EndToEndTest {
     AppendFrame(Frame::kGoodbye, goodbye, FrameSize(goodbye), &bytes);
     peer.SendBytes(bytes);
     return client.Wait();
-  }
-
-  // Waits for the next connection.
-  static ScopedFd Accept(rpc::loop::Loop& loop, int listener) {
-    ScopedFd connection;
-    const rpc::loop::ReadableWatch watch(loop, listener, [&] {
-      connection = ScopedFd(accept(listener, nullptr, nullptr));
-    });
-    EXPECT_TRUE(loop.RunUntil([&] { return connection.is_valid(); }));
-    return connection;
   }
 
   // Offers IsVisible and WhenBrowserWindowClosed.
