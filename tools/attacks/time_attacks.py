@@ -1,0 +1,234 @@
+"""Attacks on time: much work for the host in few bytes, within the limits."""
+
+from __future__ import annotations
+
+import contextlib
+import multiprocessing
+import selectors
+import socket
+from typing import Iterable, Iterator
+
+from arena import FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check, judge
+from google.protobuf.message import Message
+from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
+                      STATUS, subscribe_to, window)
+from rpc.status import server_status_pb2
+from wire import (Code, Connection, call_frame, data_frame, end_frame,
+                  open_frame)
+
+# How many clients are at their limits, where the host's own limits allow that.
+CROWD = 4
+
+# What the whole server takes, if it does not say.
+UNBOUNDED_SUBSCRIPTIONS = 100_000
+
+# Subscriptions that the attackers leave to the innocent client.
+LEFT_TO_OTHERS = 16
+
+# A host that answers them all before it turns to others takes seconds.
+STATUS_CALLS = 4_000
+
+FLOODERS = 16
+FLOOD_CALLS = 200  # Of the innocent client.
+FLOOD_SECONDS = 20.0  # At most, where the host hardly gets to it.
+
+
+class Crowd:
+    """Clients with as many event streams and subscriptions as they may have.
+
+    Every subscription is to a window of its own, so that a stream that ends
+    has as many windows to look at as possible.
+    """
+
+    def __init__(self, arena: Arena, most_subscriptions: int):
+        streams = arena.limits["max_streams"]
+        per_client = arena.limits["max_subscriptions"]
+        clients = max(CROWD, -(-most_subscriptions // per_client))
+        self.subscriptions = min(most_subscriptions, clients * per_client)
+        windows = iter(range(FAR_WINDOW, FAR_WINDOW + self.subscriptions))
+        self.clients = []
+        for _ in range(clients):
+            client = arena.connect()
+            self.clients.append(client)
+            method = client.method(CLOSED_EVENTS)
+            client.send(*(open_frame(stream, method)
+                          for stream in range(streams)))
+            client.send(*(data_frame(count % streams, subscribe_to(number))
+                          for count, number in zip(range(per_client), windows)))
+            await_turn(client)
+
+    def __enter__(self) -> Crowd:
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        for client in self.clients:
+            client.close()
+
+
+def await_turn(client: Connection) -> None:
+    """Returns when the host has handled all that the client has sent."""
+    client.call(IS_VISIBLE, window(1))
+
+
+def server_bound(arena: Arena) -> int:
+    """How many subscriptions attackers can have in all."""
+    return arena.limits.get("max_server_subscriptions",
+                            UNBOUNDED_SUBSCRIPTIONS) - LEFT_TO_OTHERS
+
+
+@attack()
+def leave(arena: Arena) -> Iterable[Finding]:
+    """One of several clients with all the streams that they may have leaves."""
+    bound = CROWD * arena.limits["max_subscriptions"]
+    with Crowd(arena, min(bound, server_bound(arena))) as crowd:
+        crowd.clients.pop().close()
+        await_turn(crowd.clients[0])
+    return ()
+
+
+@attack(stops_host=True)
+def stop(arena: Arena) -> Iterator[Finding]:
+    """The host is asked to stop while clients have all that they may have."""
+    bound = CROWD * arena.limits["max_subscriptions"]
+    with Crowd(arena, min(bound, server_bound(arena))) as crowd:
+        before = arena.innocent.begin("stop")
+        yield arena.waited("the host is gone after", arena.host.stop(),
+                           STOP_GOAL)
+        yield from judge(arena, before, arena.innocent.end())
+        for client in crowd.clients:
+            goodbye = client.await_end()
+            if goodbye is None or goodbye.code != Code.UNAVAILABLE:
+                yield Finding(f"a client got {goodbye} for a goodbye", False)
+                return
+        yield check("all got a goodbye", True)
+
+
+@attack()
+def stream_ends(arena: Arena) -> Iterable[Finding]:
+    """13.7 kB that open and end streams, among all subscriptions there may be."""
+    with Crowd(arena, server_bound(arena)), arena.connect() as client:
+        method = client.method(CLOSED_EVENTS)
+        frames = b""
+        stream = 1
+        while len(frames) < 13_700:
+            frames += open_frame(stream, method) + end_frame(stream)
+            stream += 1
+        client.send(frames)
+        await_turn(client)
+    return ()
+
+
+@attack()
+def flood(arena: Arena) -> Iterator[Finding]:
+    """16 clients call as fast as the host answers, and read the replies."""
+    with flooding(arena.host.path):
+        seen = arena.innocent.measure(FLOOD_CALLS, FLOOD_SECONDS)
+    yield arena.waited(f"99 of 100 of {seen.calls} calls within", seen.p99,
+                       FLOOD_P99_GOAL)
+
+
+@attack()
+def status_calls(arena: Arena) -> Iterator[Finding]:
+    """Status calls in one write while 40,000 question streams are open."""
+    streams = arena.limits["max_streams"]
+    clients = min(-(-40_000 // streams), arena.limits["max_connections"] - 2)
+    with contextlib.ExitStack() as stack:
+        for _ in range(clients):
+            client = stack.enter_context(arena.connect())
+            method = client.method(CLOSE_QUESTIONS)
+            client.send(*(open_frame(stream, method)
+                          for stream in range(min(streams, 40_000))))
+            await_turn(client)
+        client = stack.enter_context(arena.connect())
+        method = client.method(STATUS)
+        client.send(*(call_frame(number, method, b"")
+                      for number in range(1, STATUS_CALLS + 1)))
+        replies = [client.receive().reply for _ in range(STATUS_CALLS)]
+    report = server_status_pb2.StatusReport.FromString(replies[-1].response)
+    yield check(f"status tells of {report.total.streams:,} streams",
+                report.total.streams >= clients * streams)
+
+
+class Flooder:
+    """A connection that always has calls under way and reads their replies.
+
+    Ids go round: a batch is sent again when it has been answered as often as
+    it was sent before.
+    """
+
+    BATCH = 1000
+    BATCHES = 20
+
+    def __init__(self, path: str):
+        self._connection = Connection(path, "flooder")
+        method = self._connection.method(IS_VISIBLE)
+        request: Message = window(1)
+        first_id = 1 << 14  # All ids have the same length, so have the replies.
+        self._batches = [
+            b"".join(call_frame(first_id + batch * self.BATCH + number, method,
+                                request.SerializeToString())
+                     for number in range(self.BATCH))
+            for batch in range(self.BATCHES)
+        ]
+        self.socket = self._connection.socket
+        self._left = memoryview(self._batches[0])
+        self._sent = 0  # Batches, in all.
+        self._received = 0  # Bytes of replies.
+        self._reply_size = self._measure_reply(first_id, method,
+                                               request.SerializeToString())
+        self.socket.setblocking(False)
+
+    def _measure_reply(self, call_id: int, method: int, request: bytes) -> int:
+        self.socket.sendall(call_frame(call_id, method, request))
+        return len(self.socket.recv(1 << 16))
+
+    def read(self, into: bytearray) -> None:
+        with contextlib.suppress(BlockingIOError):
+            self._received += self.socket.recv_into(into)
+
+    def write(self) -> None:
+        """Sends what the socket takes, if the ids are free again."""
+        if not self._left:
+            answered = self._received // (self._reply_size * self.BATCH)
+            if self._sent + 1 - answered >= self.BATCHES:
+                return
+            self._sent += 1
+            self._left = memoryview(
+                self._batches[self._sent % self.BATCHES])
+        with contextlib.suppress(BlockingIOError):
+            self._left = self._left[self.socket.send(self._left):]
+
+
+def run_flood(path: str, ready: socket.socket) -> None:
+    """Floods the host until the process is killed."""
+    into = bytearray(1 << 18)
+    selector = selectors.DefaultSelector()
+    for _ in range(FLOODERS):
+        flooder = Flooder(path)
+        selector.register(flooder.socket,
+                          selectors.EVENT_READ | selectors.EVENT_WRITE, flooder)
+    ready.send(b"!")
+    while True:
+        for key, events in selector.select():
+            if events & selectors.EVENT_READ:
+                key.data.read(into)
+            if events & selectors.EVENT_WRITE:
+                key.data.write()
+
+
+@contextlib.contextmanager
+def flooding(path: str) -> Iterator[None]:
+    """Floods from another process for as long as this is entered."""
+    ours, theirs = socket.socketpair()
+    process = multiprocessing.get_context("fork").Process(
+        target=run_flood, args=(path, theirs), daemon=True)
+    process.start()
+    theirs.close()
+    try:
+        if ours.recv(1) != b"!":
+            raise OSError("the flood has not begun")
+        yield
+    finally:
+        process.kill()
+        process.join()
+        ours.close()
