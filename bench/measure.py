@@ -1,8 +1,8 @@
 """Runs every benchmark several times, and keeps the figures of each run.
 
-A sample is a number of nanoseconds (or bytes). The programs run round by round,
-peer after peer, so that what slows the machine down for a while affects all of
-them.
+A sample is a number of nanoseconds (or bytes; of attacks, milliseconds). The
+programs run round by round, peer after peer, so that what slows the machine down
+for a while affects all of them.
 """
 
 import json
@@ -16,6 +16,10 @@ import tempfile
 
 MODES = ("unary", "pipelined", "question", "fanout")
 PEERS = ("epoll", "rpc", "grpc", "capnp")
+ATTACKS = ("flood", "leave", "stop")
+
+# Debian's, which python3-protobuf belongs to.
+PYTHON = "/usr/bin/python3"
 
 MICRO_BENCHMARKS = (
     "proto/rpc/browser/browser_window_benchmark",
@@ -103,6 +107,15 @@ def run_pair(program, name, mode, measurements, *flags):
         measurements.add(f"{name}.tail", result["p99"] / result["p50"])
 
 
+def run_attacks(build, measurements):
+    """Measures the host while clients attack it, in milliseconds."""
+    program = pathlib.Path(__file__).parent / "end_to_end/attacks.py"
+    for attack in ATTACKS:
+        figures = run([PYTHON, "-B", program, attack, build])
+        for figure, milliseconds in figures.items():
+            measurements.add(f"attacks.{attack}.{figure}", milliseconds)
+
+
 def run_protoc(build, measurements):
     """Measures whole runs of protoc: with the plugin, and for messages alone."""
     protos = pathlib.Path(__file__).parent.parent / "src/core/common/rpc/proto"
@@ -136,6 +149,7 @@ def run_round(build, measurements):
         run_pair(folder / f"{peer}_bench", f"pipelined-all-cores.{peer}",
                  "pipelined", measurements, "--all-cores")
     run_pair(folder / "host_memory", "memory", "memory", measurements)
+    run_attacks(build, measurements)
     run_protoc(build, measurements)
     run_micro(build, measurements)
 

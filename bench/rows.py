@@ -12,15 +12,20 @@ def duration(nanoseconds):
 
 @dataclass(frozen=True)
 class Row:
-    """The ratio of two figures, ours and a peer's, by the names of their series."""
+    """The ratio of two figures, ours and a peer's, by the names of their series.
+
+    Or a figure by itself: a ratio already, or one with a unit.
+    """
 
     name: str
     what: str
     ours: str
-    theirs: str  # Empty if `ours` is a ratio already.
+    theirs: str  # Empty if `ours` stands by itself.
     reach: float = 0  # 0: no goal.
     # The series are times, but the ratio is one of rates: more is better.
     at_least: bool = False
+    # Of a figure that is compared with its goal alone, such as "ms".
+    unit: str = ""
 
     def ratio_of(self, ours, theirs):
         return theirs / ours if self.at_least else ours / theirs
@@ -40,12 +45,15 @@ class Row:
 
     def show(self, value):
         """Formats one of our figures."""
-        return duration(value) if self.theirs else f"{value:.2f}"
+        if self.theirs:
+            return duration(value)
+        return f"{value:.1f} {self.unit}" if self.unit else f"{value:.2f}"
 
     def goal(self):
         if not self.reach:
             return ""
-        return f"{'>=' if self.at_least else '<='} {self.reach:g}"
+        unit = f" {self.unit}" if self.unit else ""
+        return f"{'>=' if self.at_least else '<='} {self.reach:g}{unit}"
 
     def met(self, measurements):
         ratio = self.ratio(measurements)
@@ -107,6 +115,14 @@ ROWS = (
         "generating the service's code / protoc's C++ code for the file",
         GENERATOR + "Generate<RpcGenerator>",
         GENERATOR + "Generate<ProtocsCpp>", 1.0),
+    Row("innocent_p99_under_flood",
+        "a call while 16 clients flood the host, 99th percentile",
+        "attacks.flood.p99", "", 10, unit="ms"),
+    Row("leave_stall_ms",
+        "the longest call while a client with all its streams leaves",
+        "attacks.leave.longest", "", 50, unit="ms"),
+    Row("stop_ms", "from SIGTERM to the host's end, with 4 such clients",
+        "attacks.stop.time", "", 1000, unit="ms"),
     # These have no goal.
     Row("protoc_run_vs_protoc",
         "a whole run of protoc with the plugin / for messages",

@@ -10,6 +10,7 @@ from typing import Iterable, Iterator
 
 from arena import FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check, judge
 from google.protobuf.message import Message
+from host import Limits
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
                       STATUS, subscribe_to, window)
 from rpc.status import server_status_pb2
@@ -26,7 +27,7 @@ UNBOUNDED_SUBSCRIPTIONS = 100_000
 LEFT_TO_OTHERS = 16
 
 # A host that answers them all before it turns to others takes seconds.
-STATUS_CALLS = 4_000
+STATUS_CALLS = 1_000
 
 FLOODERS = 16
 FLOOD_CALLS = 200  # Of the innocent client.
@@ -40,15 +41,13 @@ class Crowd:
     has as many windows to look at as possible.
     """
 
-    def __init__(self, arena: Arena, most_subscriptions: int):
-        streams = arena.limits["max_streams"]
-        per_client = arena.limits["max_subscriptions"]
-        clients = max(CROWD, -(-most_subscriptions // per_client))
-        self.subscriptions = min(most_subscriptions, clients * per_client)
-        windows = iter(range(FAR_WINDOW, FAR_WINDOW + self.subscriptions))
+    def __init__(self, path: str, limits: Limits, subscriptions: int):
+        streams = limits["max_streams"]
+        per_client = limits["max_subscriptions"]
+        windows = iter(range(FAR_WINDOW, FAR_WINDOW + subscriptions))
         self.clients = []
-        for _ in range(clients):
-            client = arena.connect()
+        for _ in range(max(CROWD, -(-subscriptions // per_client))):
+            client = Connection(path)
             self.clients.append(client)
             method = client.method(CLOSED_EVENTS)
             client.send(*(open_frame(stream, method)
@@ -65,22 +64,32 @@ class Crowd:
             client.close()
 
 
+def usual_crowd(path: str, limits: Limits) -> Crowd:
+    """A few clients that have all that each of them may have."""
+    return Crowd(path, limits, min(CROWD * limits["max_subscriptions"],
+                                   server_bound(limits)))
+
+
+def full_crowd(path: str, limits: Limits) -> Crowd:
+    """So many clients that the server takes no more subscriptions."""
+    return Crowd(path, limits, server_bound(limits))
+
+
+def server_bound(limits: Limits) -> int:
+    """How many subscriptions attackers can have in all."""
+    return limits.get("max_server_subscriptions",
+                      UNBOUNDED_SUBSCRIPTIONS) - LEFT_TO_OTHERS
+
+
 def await_turn(client: Connection) -> None:
     """Returns when the host has handled all that the client has sent."""
     client.call(IS_VISIBLE, window(1))
 
 
-def server_bound(arena: Arena) -> int:
-    """How many subscriptions attackers can have in all."""
-    return arena.limits.get("max_server_subscriptions",
-                            UNBOUNDED_SUBSCRIPTIONS) - LEFT_TO_OTHERS
-
-
 @attack()
 def leave(arena: Arena) -> Iterable[Finding]:
     """One of several clients with all the streams that they may have leaves."""
-    bound = CROWD * arena.limits["max_subscriptions"]
-    with Crowd(arena, min(bound, server_bound(arena))) as crowd:
+    with usual_crowd(arena.host.path, arena.limits) as crowd:
         crowd.clients.pop().close()
         await_turn(crowd.clients[0])
     return ()
@@ -89,8 +98,7 @@ def leave(arena: Arena) -> Iterable[Finding]:
 @attack(stops_host=True)
 def stop(arena: Arena) -> Iterator[Finding]:
     """The host is asked to stop while clients have all that they may have."""
-    bound = CROWD * arena.limits["max_subscriptions"]
-    with Crowd(arena, min(bound, server_bound(arena))) as crowd:
+    with usual_crowd(arena.host.path, arena.limits) as crowd:
         before = arena.innocent.begin("stop")
         yield arena.waited("the host is gone after", arena.host.stop(),
                            STOP_GOAL)
@@ -106,7 +114,8 @@ def stop(arena: Arena) -> Iterator[Finding]:
 @attack()
 def stream_ends(arena: Arena) -> Iterable[Finding]:
     """13.7 kB that open and end streams, among all subscriptions there may be."""
-    with Crowd(arena, server_bound(arena)), arena.connect() as client:
+    with (full_crowd(arena.host.path, arena.limits),
+          arena.connect() as client):
         method = client.method(CLOSED_EVENTS)
         frames = b""
         stream = 1
