@@ -57,11 +57,10 @@ int64_t CallOnce(Client& client) {
 
 void Print(std::vector<int64_t>& times) {
   std::sort(times.begin(), times.end());
-  printf(
-      "{\"calls\": %zu, \"p50\": %lld, \"p99\": %lld, \"longest\": %lld}\n",
-      times.size(), static_cast<long long>(times[times.size() / 2]),
-      static_cast<long long>(times[times.size() * 99 / 100]),
-      static_cast<long long>(times.back()));
+  printf("{\"calls\": %zu, \"p50\": %lld, \"p99\": %lld, \"longest\": %lld}\n",
+         times.size(), static_cast<long long>(times[times.size() / 2]),
+         static_cast<long long>(times[times.size() * 99 / 100]),
+         static_cast<long long>(times.back()));
 }
 
 }  // namespace

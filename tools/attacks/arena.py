@@ -103,7 +103,8 @@ def show_time(seconds: float) -> str:
 
 
 def show_size(size: float) -> str:
-    return f"{size / MIB:.3g} MiB" if abs(size) >= MIB else f"{size / KIB:.3g} KiB"
+    unit, name = (MIB, "MiB") if abs(size) >= MIB else (KIB, "KiB")
+    return f"{size / unit:.3g} {name}"
 
 
 # What an attack meets if the host is gone, hangs, or says something else.

@@ -105,7 +105,7 @@ class Host:
             self._printed += chunk
 
     def stop(self, patience: float = 2 * PATIENCE) -> float:
-        """Asks the host to stop, and waits until it is gone; returns how long."""
+        """Asks the host to stop; returns after how long it was gone."""
         start = time.monotonic()
         self.process.send_signal(signal.SIGTERM)
         try:

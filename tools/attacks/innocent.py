@@ -91,7 +91,8 @@ class _Client:
         data = self._receive("stream_data").stream_data
         event = browser_window_pb2.BrowserWindowClosed.FromString(
             data.message.payload)
-        if list(data.stream_ids) != [EVENTS] or event.browser_id.value != WINDOW:
+        if (list(data.stream_ids) != [EVENTS] or
+                event.browser_id.value != WINDOW):
             raise Lost(f"no event, but {data}")
 
     def hear_goodbye(self) -> None:

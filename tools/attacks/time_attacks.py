@@ -8,7 +8,8 @@ import selectors
 import socket
 from typing import Iterable, Iterator
 
-from arena import FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check, judge
+from arena import (FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check,
+                   judge)
 from google.protobuf.message import Message
 from host import Limits
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
@@ -113,7 +114,7 @@ def stop(arena: Arena) -> Iterator[Finding]:
 
 @attack()
 def stream_ends(arena: Arena) -> Iterable[Finding]:
-    """13.7 kB that open and end streams, among all subscriptions there may be."""
+    """13.7 kB that open and end streams, among all possible subscriptions."""
     with (full_crowd(arena.host.path, arena.limits),
           arena.connect() as client):
         method = client.method(CLOSED_EVENTS)

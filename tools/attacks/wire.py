@@ -216,7 +216,7 @@ class Connection:
 
     def await_end(self, patience: float = PATIENCE
                   ) -> frame_pb2.RpcStatus | None:
-        """Drops frames until the connection ends; returns the goodbye's status."""
+        """Drops frames until the end; returns the status of the goodbye."""
         try:
             self.receive_until(lambda _: False, patience)
         except Ended as end:
@@ -224,7 +224,7 @@ class Connection:
         raise AssertionError("unreachable")
 
     def _take_frame(self) -> Frame | None:
-        """Takes a whole frame out of what has been received, if there is one."""
+        """Takes a whole frame out of what has come, if there is one."""
         length = 0
         for position, byte in enumerate(self._received[:5]):
             length |= (byte & 0x7F) << 7 * position
