@@ -28,7 +28,7 @@ sys.path[:0] = [str(ROOT / "tools/attacks"), str(BUILD / "gen/python")]
 
 # pylint: disable=wrong-import-position
 from host import Host, Limits  # noqa: E402
-from time_attacks import await_turn, flooding, usual_crowd  # noqa: E402
+from time_attacks import flooding, usual_crowd  # noqa: E402
 
 HOST = BUILD / "examples/window_host/window_host"
 INNOCENT_CLIENT = BUILD / "bench/innocent_client"
@@ -67,8 +67,7 @@ def measure_flood(host: Host) -> dict[str, float]:
 def measure_leave(host: Host) -> dict[str, float]:
     with usual_crowd(host.path, Limits(HOST)) as crowd:
         innocent = InnocentClient(host)
-        crowd.clients.pop().close()
-        await_turn(crowd.clients[0])
+        crowd.let_one_leave()
         seen = innocent.end()
     return {"longest": seen["longest"] / MILLISECOND}
 

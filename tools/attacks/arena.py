@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import dataclasses
 import pathlib
+import time
 from typing import Callable, Iterable, Iterator
 
 from google.protobuf.message import DecodeError
@@ -144,9 +145,12 @@ def innocent_lost_nothing(arena: Arena) -> Iterator[Finding]:
     """Its streams still work, and it has never waited for long."""
     before = arena.innocent.begin("close")
     if not before.lost:
+        start = time.monotonic()
         arena.host.type(f"close {WINDOW}")
         arena.host.await_line(
             f"Window {WINDOW} is closed: its client allows that.")
+        yield arena.waited("its own question takes", time.monotonic() - start,
+                           WAIT_GOAL)
     yield from judge(arena, before, arena.innocent.end())
 
 

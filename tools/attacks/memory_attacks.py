@@ -8,9 +8,9 @@ from typing import Iterator
 from arena import KIB, MIB, Arena, Finding, attack, check
 from google.protobuf.message import Message
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
-                      SERVICE, STATUS, answer_for, subscribe_to, title,
+                      SERVICE, answer_for, subscribe_to, title,
                       unsubscribe_from, window)
-from rpc.status import server_status_pb2
+from status import refusals
 from wire import (Code, Connection, Ended, Silence, call_frame, data_frame,
                   end_frame, field, framed, open_frame, varint)
 
@@ -196,17 +196,9 @@ def half_frames(arena: Arena) -> Iterator[Finding]:
                         goodbye.code == Code.DEADLINE_EXCEEDED and
                         b"frame_timeout" in goodbye.text
                         for goodbye in goodbyes))
-        counted = refusals(arena, "frame_timeout")
+        counted = refusals(arena.host.path, "frame_timeout")
         yield check(f"status counts {counted} of them",
                     counted == len(clients))
-
-
-def refusals(arena: Arena, limit: str) -> int:
-    """How often the host says that the limit has taken effect."""
-    with arena.connect("auditor") as client:
-        reply = client.call(STATUS, server_status_pb2.StatusRequest())
-    report = server_status_pb2.StatusReport.FromString(reply.response)
-    return sum(row.count for row in report.refusals if row.limit == limit)
 
 
 @attack()

@@ -7,7 +7,6 @@ from rpc import event_subscription_pb2
 from rpc.browser import browser_window_pb2
 
 SERVICE = "rpc.BrowserWindow."
-STATUS = "rpc.status.ServerStatus.GetStatus"
 
 IS_VISIBLE = SERVICE + "IsVisible"
 CLOSED_EVENTS = SERVICE + "WhenBrowserWindowClosed"

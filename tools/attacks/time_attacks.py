@@ -13,8 +13,8 @@ from arena import (FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check,
 from google.protobuf.message import Message
 from host import Limits
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
-                      STATUS, subscribe_to, window)
-from rpc.status import server_status_pb2
+                      subscribe_to, window)
+from status import GET_STATUS, Report, await_gone
 from wire import (Code, Connection, call_frame, data_frame, end_frame,
                   open_frame)
 
@@ -45,10 +45,11 @@ class Crowd:
     def __init__(self, path: str, limits: Limits, subscriptions: int):
         streams = limits["max_streams"]
         per_client = limits["max_subscriptions"]
+        self._path = path
         windows = iter(range(FAR_WINDOW, FAR_WINDOW + subscriptions))
         self.clients = []
         for _ in range(max(CROWD, -(-subscriptions // per_client))):
-            client = Connection(path)
+            client = Connection(path, f"crowd {len(self.clients)}")
             self.clients.append(client)
             method = client.method(CLOSED_EVENTS)
             client.send(*(open_frame(stream, method)
@@ -56,6 +57,11 @@ class Crowd:
             client.send(*(data_frame(count % streams, subscribe_to(number))
                           for count, number in zip(range(per_client), windows)))
             await_turn(client)
+
+    def let_one_leave(self) -> None:
+        """Returns when all streams of one client have ended."""
+        self.clients.pop().close()
+        await_gone(self._path, f"crowd {len(self.clients)}")
 
     def __enter__(self) -> Crowd:
         return self
@@ -91,8 +97,7 @@ def await_turn(client: Connection) -> None:
 def leave(arena: Arena) -> Iterable[Finding]:
     """One of several clients with all the streams that they may have leaves."""
     with usual_crowd(arena.host.path, arena.limits) as crowd:
-        crowd.clients.pop().close()
-        await_turn(crowd.clients[0])
+        crowd.let_one_leave()
     return ()
 
 
@@ -150,11 +155,11 @@ def status_calls(arena: Arena) -> Iterator[Finding]:
                           for stream in range(min(streams, 40_000))))
             await_turn(client)
         client = stack.enter_context(arena.connect())
-        method = client.method(STATUS)
+        method = client.method(GET_STATUS)
         client.send(*(call_frame(number, method, b"")
                       for number in range(1, STATUS_CALLS + 1)))
         replies = [client.receive().reply for _ in range(STATUS_CALLS)]
-    report = server_status_pb2.StatusReport.FromString(replies[-1].response)
+    report = Report.FromString(replies[-1].response)
     yield check(f"status tells of {report.total.streams:,} streams",
                 report.total.streams >= clients * streams)
 
