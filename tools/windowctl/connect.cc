@@ -20,6 +20,13 @@ absl::Status NoConnection(const absl::Status& why, std::string_view hint) {
 
 }  // namespace
 
+rpc::transport::ClientOptions ClientOptionsFor(const Options& options) {
+  rpc::transport::ClientOptions client_options;
+  client_options.name = "windowctl";
+  client_options.limits.handshake_timeout = options.timeout;
+  return client_options;
+}
+
 absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
                                                 const Options& options) {
   if (absl::Status folder = cli::CheckSocketFolder(options.socket);
@@ -34,11 +41,8 @@ absl::StatusOr<std::unique_ptr<Client>> Connect(rpc::loop::Loop& loop,
             ? "\nIs window_host running, with the same --socket?"
             : "");
   }
-  rpc::transport::ClientOptions client_options;
-  client_options.name = "windowctl";
-  client_options.limits.handshake_timeout = options.timeout;
   auto client =
-      Client::Adopt(loop, *std::move(connected), std::move(client_options));
+      Client::Adopt(loop, *std::move(connected), ClientOptionsFor(options));
   // Without the hint to start a host: there is one, and it has said why it does
   // not serve us.
   if (!client.ok())

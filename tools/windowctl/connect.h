@@ -35,6 +35,9 @@ class Deadline {
   const rpc::loop::Clock::time_point end_;
 };
 
+// How windowctl introduces itself, and for how long it waits for the welcome.
+rpc::transport::ClientOptions ClientOptionsFor(const Options& options);
+
 // Blocks until connected, for options.timeout at most. The error's text is for
 // the user.
 absl::StatusOr<std::unique_ptr<rpc::transport::Client>> Connect(

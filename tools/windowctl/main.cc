@@ -36,6 +36,9 @@ Flags:
   --exec COMMAND     'answer' only: runs COMMAND with the shell for each
                      question, which stands on its standard input; what it
                      prints is the answer
+  --reconnect        'watch' only: waits for a host that is not there, and goes
+                     on when it has gone and come again; standard error says
+                     from when to when events may have been missed
   --json             'status' only: prints a line of JSON
   -h, --help         prints this
 
@@ -85,6 +88,7 @@ std::string FlagFault(const Options& options, const std::string& command) {
     const char* command;
   } special_flags[] = {{"with", options.with.has_value(), "answer"},
                        {"exec", options.exec.has_value(), "answer"},
+                       {"reconnect", options.reconnect, "watch"},
                        {"json", options.json, "status"}};
   for (const auto& special : special_flags) {
     if (special.is_set && command != special.command) {
@@ -119,6 +123,7 @@ ExitCode Main(int argc, char** argv) {
   flags.AddSeconds("timeout", &options.timeout);
   flags.AddText("with", &options.with);
   flags.AddText("exec", &options.exec);
+  flags.AddSwitch("reconnect", &options.reconnect);
   flags.AddSwitch("json", &options.json);
   absl::StatusOr<Arguments> arguments = flags.Parse(argc, argv);
   if (!arguments.ok())

@@ -24,6 +24,9 @@ struct Options {
   std::optional<std::string> with;
   std::optional<std::string> exec;
 
+  // Whether 'watch' goes on when the host has gone and come again.
+  bool reconnect = false;
+
   // Whether 'status' prints JSON.
   bool json = false;
 };

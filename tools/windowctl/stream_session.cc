@@ -15,18 +15,29 @@
 
 namespace windowctl {
 
+absl::StatusOr<std::vector<BrowserId>> ParseWindows(const Arguments& words) {
+  std::vector<BrowserId> windows;
+  for (const std::string& word : words) {
+    int64_t id;
+    if (!absl::SimpleAtoi(word, &id)) {
+      return absl::InvalidArgumentError(
+          absl::StrCat("'", word, "' is not a window's id."));
+    }
+    windows.emplace_back().set_value(id);
+  }
+  if (windows.empty()) {
+    return absl::InvalidArgumentError("Name at least one window by its id.");
+  }
+  return windows;
+}
+
 StreamSession::StreamSession(const Options& options) : options_(options) {}
 
 ExitCode StreamSession::Open(const Arguments& window_words) {
-  for (const std::string& word : window_words) {
-    int64_t id;
-    if (!absl::SimpleAtoi(word, &id)) {
-      return Fail(kUsage, absl::StrCat("'", word, "' is not a window's id."));
-    }
-    windows_.emplace_back().set_value(id);
-  }
-  if (windows_.empty())
-    return Fail(kUsage, "Name at least one window by its id.");
+  auto windows = ParseWindows(window_words);
+  if (!windows.ok())
+    return Fail(kUsage, windows.status().message());
+  windows_ = *std::move(windows);
   deadline_.emplace(loop_, options_);
   auto client = Connect(loop_, options_);
   if (!client.ok())

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "absl/status/status.h"
+#include "absl/status/statusor.h"
 #include "browser_id.pb.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client.h"
@@ -29,6 +30,10 @@
 #include "tools/windowctl/connect.h"
 
 namespace windowctl {
+
+// The windows that the words name by their ids, at least one; or what is wrong
+// with them.
+absl::StatusOr<std::vector<BrowserId>> ParseWindows(const Arguments& words);
 
 class StreamSession {
  public:

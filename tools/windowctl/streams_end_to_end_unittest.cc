@@ -80,6 +80,58 @@ TEST_F(WatchTest, HostThatIsKilledEndsTheWatch) {
   EXPECT_THAT(result.errors, StartsWith("windowctl: UNAVAILABLE: "));
 }
 
+TEST_F(WatchTest, ReconnectingItSubscribesAgainAndSaysWhatMayBeMissing) {
+  StartHost();
+  Process& watcher = StartClient({"watch", "1", "2", "--reconnect"});
+  StopHost(SIGKILL);
+  EXPECT_THAT(watcher.ReadErrorLine(), StartsWith("windowctl: UNAVAILABLE: "));
+  StartHost();
+  std::string line;
+  do {
+    line = watcher.ReadErrorLine();
+  } while (line.find("UNAVAILABLE") != line.npos);
+  EXPECT_THAT(line, MatchesRegex("windowctl: subscribed again; events from "
+                                 "[0-9:]{8} to [0-9:]{8} may have been "
+                                 "missed"));
+  host_->Write("close 2\n");
+  EXPECT_THAT(watcher.ReadLine(), HasSubstr(R"("value":"2")"));
+  watcher.Signal(SIGINT);
+  EXPECT_EQ(kSuccess, watcher.Wait().exit_code);
+}
+
+TEST_F(WatchTest, ReconnectingItWaitsForAHostThatIsNotThere) {
+  Process watcher(ClientWords({"watch", "1", "--reconnect"}));
+  EXPECT_EQ("windowctl: UNAVAILABLE: there is no socket at " + socket_ +
+                ": is the server up?",
+            watcher.ReadErrorLine());
+  StartHost();
+  // It may have met the host's socket before that listened.
+  std::string line;
+  do {
+    line = watcher.ReadErrorLine();
+  } while (line.find("UNAVAILABLE") != line.npos);
+  EXPECT_EQ("windowctl: subscribed", line);
+}
+
+TEST_F(WatchTest, ReconnectingItCanBeInterruptedWhileThereIsNoHost) {
+  for (int signal : {SIGINT, SIGTERM}) {
+    Process watcher(ClientWords({"watch", "1", "--reconnect"}));
+    EXPECT_THAT(watcher.ReadErrorLine(),
+                StartsWith("windowctl: UNAVAILABLE: "));
+    watcher.Signal(signal);
+    const Process::Result result = watcher.Wait();
+    EXPECT_EQ(kSuccess, result.exit_code);
+    EXPECT_EQ("", result.errors);
+  }
+}
+
+TEST_F(WatchTest, ReconnectingItStillFailsForAnUnknownWindow) {
+  StartHost();
+  const Process::Result result = RunClient({"watch", "1", "7", "--reconnect"});
+  EXPECT_EQ(kCallFailed, result.exit_code);
+  EXPECT_EQ("windowctl: NOT_FOUND: No window 7.\n", result.errors);
+}
+
 TEST_F(WatchTest, UnknownWindowIsAFailedCall) {
   StartHost();
   const Process::Result result = RunClient({"watch", "1", "7"});
@@ -100,6 +152,8 @@ TEST_F(WatchTest, WrongUsageIsSaidBeforeConnecting) {
   } cases[] = {
       {{"watch"}, "Name at least one window by its id."},
       {{"watch", "one"}, "'one' is not a window's id."},
+      {{"watch", "--reconnect"}, "Name at least one window by its id."},
+      {{"methods", "--reconnect"}, "The flag --reconnect is for 'watch' only."},
       {{"answer"}, "'answer' takes a method and the ids of windows."},
       {{"answer", "OnCloseWindow"}, "Name at least one window by its id."},
       {{"answer", "OnClosedWindow", "1"}, "Did you mean OnCloseWindow?"},

@@ -4,11 +4,18 @@
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/windowctl/commands.h"
 #include "tools/windowctl/json.h"
+#include "tools/windowctl/reconnecting_watch.h"
 #include "tools/windowctl/stream_session.h"
 
 namespace windowctl {
 
 ExitCode Watch(const Options& options, const Arguments& arguments) {
+  if (options.reconnect) {
+    const auto windows = ParseWindows(arguments);
+    if (!windows.ok())
+      return Fail(kUsage, windows.status().message());
+    return ReconnectingWatch(options, *windows).Run();
+  }
   StreamSession session(options);
   if (ExitCode fault = session.Open(arguments); fault != kSuccess)
     return fault;
