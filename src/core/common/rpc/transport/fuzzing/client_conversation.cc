@@ -93,8 +93,8 @@ void ClientConversation::BeginQuestions() {
   answerer_->Subscribe(WindowId(1));
 }
 
-// Cycle of four: answer, decline, keep, keep; after every second kept one,
-// answer the first that was kept.
+// Cycle of four: answer, decline, keep, keep; with every second one that is
+// kept, answer the one that has been kept for longest.
 void ClientConversation::OnQuestion(const Answerer::Reply& reply) {
   lab::Decision answer;
   answer.mutable_response()->set_text("yes");
@@ -103,11 +103,12 @@ void ClientConversation::OnQuestion(const Answerer::Reply& reply) {
       return reply.Answer(answer).IgnoreError();
     case 2:
       return reply.Decline();
+    case 3:
+      return kept_.push_back(reply);
     default:
-      replies_.push_back(reply);
-      if (replies_.size() % 2 == 0) {
-        replies_.front().Answer(answer).IgnoreError();
-      }
+      kept_.push_back(reply);
+      kept_.front().Answer(answer).IgnoreError();
+      kept_.pop_front();
   }
 }
 

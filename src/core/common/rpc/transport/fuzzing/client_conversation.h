@@ -11,7 +11,6 @@
 #include <deque>
 #include <memory>
 #include <optional>
-#include <vector>
 
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
@@ -56,7 +55,7 @@ class ClientConversation {
 
   std::optional<EventSubscriber<lab::Text>> subscriber_;
   std::optional<Answerer> answerer_;
-  std::vector<Answerer::Reply> replies_;
+  std::deque<Answerer::Reply> kept_;
   int questions_ = 0;
   int open_streams_ = 0;
   bool ended_ = false;
