@@ -8,7 +8,7 @@ from typing import Iterator
 from arena import KIB, MIB, Arena, Finding, attack, check
 from google.protobuf.message import Message
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
-                      SERVICE, answer_for, subscribe_to, title,
+                      SERVICE, allow_closing, answer_for, subscribe_to, title,
                       unsubscribe_from, window)
 from status import refusals
 from wire import (Code, Connection, Ended, Silence, call_frame, data_frame,
@@ -44,7 +44,8 @@ def as_call(client: Connection, size: int, number: int) -> bytes:
 def as_answer(client: Connection, size: int, number: int) -> bytes:
     """An answer to a question that was not asked, on a stream of its own."""
     return (open_frame(number, client.method(CLOSE_QUESTIONS)) +
-            data_frame(number, unknown_fields(size)) + end_frame(number))
+            data_frame(number, allow_closing(1) + unknown_fields(size)) +
+            end_frame(number))
 
 
 def as_cancel(_: Connection, size: int, number: int) -> bytes:

@@ -48,7 +48,7 @@ def main() -> int:
     arguments = parse_arguments()
     if arguments.list:
         for attack in ATTACKS.values():
-            print(f"{attack.name:28} {attack.what}")
+            print(f"{attack.name:32} {attack.what}")
         return 0
     rules = Rules(arguments.slack, memory=not arguments.no_memory)
     names = [arguments.only] if arguments.only else list(ATTACKS)
@@ -57,7 +57,7 @@ def main() -> int:
         findings = run(ATTACKS[name], arguments.host, rules)
         held = bool(findings) and all(finding.held for finding in findings)
         all_held = all_held and held
-        print(f"{'held' if held else 'NOT HELD':8}  {name:28} "
+        print(f"{'held' if held else 'NOT HELD':8}  {name:32} "
               f"{'; '.join(finding.text for finding in findings)}", flush=True)
     return 0 if all_held else 1
 

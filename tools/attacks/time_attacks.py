@@ -114,7 +114,7 @@ def stop(arena: Arena) -> Iterator[Finding]:
             if goodbye is None or goodbye.code != Code.UNAVAILABLE:
                 yield Finding(f"a client got {goodbye} for a goodbye", False)
                 return
-        yield check("all got a goodbye", True)
+        yield Finding("all got a goodbye", True)
 
 
 @attack()
