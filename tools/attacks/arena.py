@@ -10,6 +10,7 @@ from typing import Callable, Iterable, Iterator
 from google.protobuf.message import DecodeError
 from host import Host, Limits
 from innocent import WINDOW, Innocent, Report
+from messages import Refused
 from wire import Connection, Ended, Silence
 
 # What an innocent client may have to wait while others attack, in seconds.
@@ -109,7 +110,7 @@ def show_size(size: float) -> str:
 
 
 # What an attack meets if the host is gone, hangs, or says something else.
-FAILURES = (Ended, Silence, DecodeError, OSError)
+FAILURES = (Ended, Silence, Refused, DecodeError, OSError)
 
 
 def check(what: str, held: bool) -> Finding:

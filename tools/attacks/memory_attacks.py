@@ -3,13 +3,13 @@
 from __future__ import annotations
 
 import contextlib
-from typing import Iterator
+from typing import Callable, Iterator
 
 from arena import KIB, MIB, Arena, Finding, attack, check
 from google.protobuf.message import Message
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
-                      SERVICE, allow_closing, answer_for, subscribe_to, title,
-                      unsubscribe_from, window)
+                      SERVICE, allow_closing, answer_for, await_turn,
+                      subscribe_to, title, unsubscribe_from, window)
 from status import refusals
 from wire import (Code, Connection, Ended, Silence, call_frame, data_frame,
                   end_frame, field, framed, open_frame, varint)
@@ -17,7 +17,7 @@ from wire import (Code, Connection, Ended, Silence, call_frame, data_frame,
 # The smallest thing that a parser keeps: a field that no message has, empty.
 UNKNOWN_FIELD = field(15, b"")
 
-# The largest frame that a host has ever taken by default.
+# Far beyond any request that there is.
 LARGE = 4 * MIB
 
 # What the memory of a host may move by, whatever the cause: a page here and
@@ -53,8 +53,13 @@ def as_cancel(_: Connection, size: int, number: int) -> bytes:
     return framed(field(5, cancel))
 
 
-def unknown_fields_in(arena: Arena, make: type(as_call)) -> Iterator[Finding]:
-    """One frame of the largest size ever taken, then many of today's."""
+# Makes frames that hold so many bytes of unknown fields, with a number of its
+# own for each time on one connection.
+MakeFrames = Callable[[Connection, int, int], bytes]
+
+
+def unknown_fields_in(arena: Arena, make: MakeFrames) -> Iterator[Finding]:
+    """Sends 4 MiB, which must be refused, then as much as the host takes."""
     arena.host.reset_peak()
     before = arena.host.memory()
     with arena.connect() as client:
@@ -64,7 +69,7 @@ def unknown_fields_in(arena: Arena, make: type(as_call)) -> Iterator[Finding]:
 
     with arena.connect() as client:
         size = client.server_takes - 64
-        for number in range(1, 65):
+        for number in range(10_001, 10_065):  # Not the ids of call().
             client.send(make(client, size, number))
             client.call(IS_VISIBLE, window(1))
         yield arena.grown(f"64 of {size / KIB:.0f} KiB take",
@@ -180,7 +185,7 @@ def repeated_subscriptions(arena: Arena) -> Iterator[Finding]:
 def send_often(client: Connection, frame: bytes, count: int) -> None:
     """Returns when the host has handled all of them."""
     client.send(frame * count)
-    client.call(IS_VISIBLE, window(1))
+    await_turn(client)
 
 
 @attack("--frame-timeout", "0.2")
@@ -211,7 +216,7 @@ def idle_connections(arena: Arena) -> Iterator[Finding]:
             for _ in range(count):
                 client = stack.enter_context(arena.connect())
                 client.send(as_cancel(client, 0, 1) * FRAMES_BEFORE_IDLING)
-                client.call(IS_VISIBLE, window(1))
+                await_turn(client)
             return arena.host.memory()
 
         before = connect(CLIENTS_THAT_WARM_UP)
@@ -233,7 +238,7 @@ def silent_subscribers(arena: Arena) -> Iterator[Finding]:
             client.send(open_frame(1, client.method(CLOSED_EVENTS)),
                         *(data_frame(1, subscribe_to(number))
                           for number in windows))
-            client.call(IS_VISIBLE, window(1))
+            await_turn(client)
         closer = stack.enter_context(arena.connect("closer"))
         for number in windows:
             succeed(closer, "SetTitle", title(number, text))

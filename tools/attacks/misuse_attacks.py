@@ -9,7 +9,7 @@ from typing import Iterator
 from arena import KIB, WAIT_GOAL, Arena, Finding, attack, check
 from google.protobuf import wrappers_pb2
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, IS_VISIBLE, SERVICE,
-                      answer_for, subscribe_to, title, window)
+                      answer_for, await_turn, subscribe_to, title, window)
 from rpc.browser import browser_window_pb2
 from status import ask, await_gone
 from wire import (Code, Connection, Ended, Frame, data_frame, end_frame, field,
@@ -38,7 +38,7 @@ def no_answer(arena: Arena, payload: bytes) -> Iterator[Finding]:
                         end.stream_id == stream and
                         code == Code.INVALID_ARGUMENT)
             client.send(end_frame(stream))
-        client.call(IS_VISIBLE, window(1))
+        await_turn(client)
     yield check("its name is in the records", name in arena.host.records())
     counted = ask(arena.host.path).messages_refused
     yield check(f"status counts {counted} messages refused",
@@ -77,7 +77,7 @@ def half_closed_client(arena: Arena) -> Iterator[Finding]:
     with arena.connect("deaf") as client:
         client.send(open_frame(1, client.method(CLOSE_QUESTIONS)),
                     data_frame(1, answer_for(3)))
-        client.call(IS_VISIBLE, window(1))
+        await_turn(client)
         client.socket.shutdown(socket.SHUT_RD)
         start = time.monotonic()
         arena.host.type("close 3")
@@ -99,7 +99,7 @@ def long_title(arena: Arena) -> Iterator[Finding]:
         small.send(open_frame(1, small.method(CLOSED_EVENTS)),
                    data_frame(1, subscribe_to(1)),
                    data_frame(1, subscribe_to(3)))
-        small.call(IS_VISIBLE, window(1))
+        await_turn(small)
         for size, code in ((4 * KIB, Code.OK),
                            (4 * KIB + 1, Code.INVALID_ARGUMENT),
                            (8_200, Code.INVALID_ARGUMENT)):

@@ -41,6 +41,8 @@ def parse_arguments() -> argparse.Namespace:
     arguments = parser.parse_args()
     if not arguments.list and arguments.host is None:
         parser.error("--host is missing")
+    if arguments.host is not None and not arguments.host.is_file():
+        parser.error(f"there is no {arguments.host}")
     return arguments
 
 

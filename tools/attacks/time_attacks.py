@@ -6,14 +6,13 @@ import contextlib
 import multiprocessing
 import selectors
 import socket
-from typing import Iterable, Iterator
+from typing import Callable, Iterable, Iterator, MutableSequence
 
 from arena import (FLOOD_P99_GOAL, STOP_GOAL, Arena, Finding, attack, check,
                    judge)
-from google.protobuf.message import Message
 from host import Limits
 from messages import (CLOSE_QUESTIONS, CLOSED_EVENTS, FAR_WINDOW, IS_VISIBLE,
-                      subscribe_to, window)
+                      Refused, await_turn, subscribe_to, window)
 from status import GET_STATUS, Report, await_gone
 from wire import (Code, Connection, call_frame, data_frame, end_frame,
                   open_frame)
@@ -88,11 +87,6 @@ def server_bound(limits: Limits) -> int:
                       UNBOUNDED_SUBSCRIPTIONS) - LEFT_TO_OTHERS
 
 
-def await_turn(client: Connection) -> None:
-    """Returns when the host has handled all that the client has sent."""
-    client.call(IS_VISIBLE, window(1))
-
-
 @attack()
 def leave(arena: Arena) -> Iterable[Finding]:
     """One of several clients with all the streams that they may have leaves."""
@@ -129,17 +123,21 @@ def stream_ends(arena: Arena) -> Iterable[Finding]:
             frames += open_frame(stream, method) + end_frame(stream)
             stream += 1
         client.send(frames)
-        await_turn(client)
+        client.call(IS_VISIBLE, window(1))
     return ()
 
 
 @attack()
 def flood(arena: Arena) -> Iterator[Finding]:
     """16 clients call as fast as the host answers, and read the replies."""
-    with flooding(arena.host.path):
+    with flooding(arena.host.path) as replies:
+        before = replies()
         seen = arena.innocent.measure(FLOOD_CALLS, FLOOD_SECONDS)
+        meanwhile = replies() - before
     yield arena.waited(f"99 of 100 of {seen.calls} calls within", seen.p99,
                        FLOOD_P99_GOAL)
+    yield check(f"the others get {meanwhile:,} replies meanwhile",
+                meanwhile > FLOODERS * seen.calls)
 
 
 @attack()
@@ -177,11 +175,11 @@ class Flooder:
     def __init__(self, path: str):
         self._connection = Connection(path, "flooder")
         method = self._connection.method(IS_VISIBLE)
-        request: Message = window(1)
+        request = window(1).SerializeToString()
         first_id = 1 << 14  # All ids have the same length, so have the replies.
         self._batches = [
             b"".join(call_frame(first_id + batch * self.BATCH + number, method,
-                                request.SerializeToString())
+                                request)
                      for number in range(self.BATCH))
             for batch in range(self.BATCHES)
         ]
@@ -189,17 +187,21 @@ class Flooder:
         self._left = memoryview(self._batches[0])
         self._sent = 0  # Batches, in all.
         self._received = 0  # Bytes of replies.
-        self._reply_size = self._measure_reply(first_id, method,
-                                               request.SerializeToString())
+        self._reply_size = self._measure_reply(first_id, method, request)
         self.socket.setblocking(False)
 
     def _measure_reply(self, call_id: int, method: int, request: bytes) -> int:
         self.socket.sendall(call_frame(call_id, method, request))
         return len(self.socket.recv(1 << 16))
 
-    def read(self, into: bytearray) -> None:
+    def read(self, into: bytearray) -> int:
+        """Takes replies; returns how many there have been in all."""
         with contextlib.suppress(BlockingIOError):
-            self._received += self.socket.recv_into(into)
+            size = self.socket.recv_into(into)
+            if size == 0:
+                raise Refused("the host has closed a connection of the flood")
+            self._received += size
+        return self._received // self._reply_size
 
     def write(self) -> None:
         """Sends what the socket takes, if the ids are free again."""
@@ -214,35 +216,49 @@ class Flooder:
             self._left = self._left[self.socket.send(self._left):]
 
 
-def run_flood(path: str, ready: socket.socket) -> None:
-    """Floods the host until the process is killed."""
+def run_flood(path: str, ready: socket.socket,
+              replies: MutableSequence[int]) -> None:
+    """Floods the host until the process is killed.
+
+    Keeps the number of replies to each flooder in `replies`.
+    """
     into = bytearray(1 << 18)
     selector = selectors.DefaultSelector()
-    for _ in range(FLOODERS):
+    for number in range(FLOODERS):
         flooder = Flooder(path)
         selector.register(flooder.socket,
-                          selectors.EVENT_READ | selectors.EVENT_WRITE, flooder)
+                          selectors.EVENT_READ | selectors.EVENT_WRITE,
+                          (number, flooder))
     ready.send(b"!")
     while True:
         for key, events in selector.select():
+            number, flooder = key.data
             if events & selectors.EVENT_READ:
-                key.data.read(into)
+                replies[number] = flooder.read(into)
             if events & selectors.EVENT_WRITE:
-                key.data.write()
+                flooder.write()
 
 
 @contextlib.contextmanager
-def flooding(path: str) -> Iterator[None]:
-    """Floods from another process for as long as this is entered."""
+def flooding(path: str) -> Iterator[Callable[[], int]]:
+    """Floods from another process for as long as this is entered.
+
+    Gives a function that returns how many calls have been answered. Refused if
+    the flood could not begin, or did not go on.
+    """
+    context = multiprocessing.get_context("fork")
+    replies = context.Array("Q", FLOODERS, lock=False)
     ours, theirs = socket.socketpair()
-    process = multiprocessing.get_context("fork").Process(
-        target=run_flood, args=(path, theirs), daemon=True)
+    process = context.Process(target=run_flood, args=(path, theirs, replies),
+                              daemon=True)
     process.start()
     theirs.close()
     try:
         if ours.recv(1) != b"!":
-            raise OSError("the flood has not begun")
-        yield
+            raise Refused("the flood has not begun")
+        yield lambda: sum(replies)
+        if not process.is_alive():
+            raise Refused("the flood has ended early")
     finally:
         process.kill()
         process.join()
