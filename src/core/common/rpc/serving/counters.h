@@ -27,7 +27,7 @@ struct LimitHits {
 
 struct Counters {
   // Connections.
-  uint64_t connections_now = 0;
+  uint64_t connections_now = 0;  // until the last of its streams has ended
   uint64_t connections_accepted = 0;
   uint64_t connections_refused = 0;  // too many, or another user's
   uint64_t handshakes_failed = 0;    // too late, wrong version, not a client

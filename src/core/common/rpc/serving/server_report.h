@@ -61,7 +61,8 @@ struct ConnectionReport {
 
 struct ServerReport {
   Counters counters;
-  // The oldest first.
+  // The oldest first, with those of clients that have left and whose streams
+  // have to end yet.
   std::vector<ConnectionReport> connections;
 };
 

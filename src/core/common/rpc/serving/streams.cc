@@ -5,6 +5,7 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "rpc/event_subscription.pb.h"
 
 namespace rpc::serving {
 
@@ -34,8 +35,13 @@ class Streams::ClientFrame {
   ClientFrame(const ClientFrame&) = delete;
   ClientFrame& operator=(const ClientFrame&) = delete;
   ~ClientFrame() {
-    if (--streams_.frames_being_handled_ == 0) {
-      streams_.FinishEnded();
+    if (--streams_.frames_being_handled_ > 0) {
+      return;
+    }
+    while (streams_.FinishNextEnded()) {
+    }
+    if (streams_.closed_) {
+      streams_.endings_.Wake();
     }
   }
 
@@ -43,13 +49,13 @@ class Streams::ClientFrame {
   Streams& streams_;
 };
 
-Streams::Streams(loop::Sequence& sequence,
+Streams::Streams(EndingQueue& endings,
                  StreamSink& sink,
                  const ServedMethods& methods,
                  const Limits& limits,
                  ClientRecord& client,
                  Counters& counters)
-    : sequence_(sequence),
+    : endings_(endings),
       sink_(sink),
       methods_(methods),
       limits_(limits),
@@ -192,36 +198,107 @@ void Streams::Finish(Entries::iterator entry) {
   --counters_.streams_now;
 }
 
-void Streams::FinishAll(const std::vector<uint64_t>& ids) {
-  for (const uint64_t id : ids) {
-    const auto entry = entries_.find(id);
-    if (entry != entries_.end()) {
-      Finish(entry);
-    }
-  }
-}
-
-void Streams::FinishEnded() {
+// A stream may have ended in another way meanwhile, and its id may be used
+// again.
+bool Streams::FinishNextEnded() {
   while (!ended_.empty()) {
-    FinishAll(std::exchange(ended_, {}));
-  }
-}
-
-void Streams::FinishEndedSoon() {
-  sequence_.Post([weak_self = weak_from_this()] {
-    const auto self = weak_self.lock();
-    if (self && self->frames_being_handled_ == 0) {
-      self->FinishEnded();
+    const auto entry = entries_.find(ended_.front());
+    ended_.pop_front();
+    if (entry != entries_.end() && entry->second.ended &&
+        !entry->second.completing) {
+      Finish(entry);
+      return true;
     }
-  });
+  }
+  return false;
 }
 
-void Streams::CloseAll() {
-  std::vector<uint64_t> ids;
-  for (const auto& [id, entry] : entries_) {
-    ids.push_back(id);
+void Streams::Close(std::function<void()> on_ended) {
+  closed_ = true;
+  if (entries_.empty()) {
+    on_ended();
+    return;
   }
-  FinishAll(ids);
+  on_ended_ = std::move(on_ended);
+  endings_.AddClosed(weak_from_this());
+}
+
+EndingQueue::Progress Streams::EndSome(EndingStage stage) {
+  using Progress = EndingQueue::Progress;
+  if (frames_being_handled_ > 0) {
+    // The frame will finish the streams that have ended itself.
+    return stage == EndingStage::kEnded ? Progress::kDone : Progress::kBlocked;
+  }
+  bool did_something = false;
+  switch (stage) {
+    case EndingStage::kQuestions:
+      did_something = FinishNextOfQuestions();
+      break;
+    case EndingStage::kEnded:
+      did_something = FinishNextEnded();
+      break;
+    case EndingStage::kSubscriptions:
+      did_something = UnsubscribeNext();
+      break;
+    case EndingStage::kRest:
+      return FinishNext();
+  }
+  return did_something ? Progress::kMore : Progress::kDone;
+}
+
+// The stage's next stream by its id. At the end the next stage begins anew.
+template <typename Condition>
+Streams::Entries::iterator Streams::NextToEnd(const Condition& condition) {
+  const auto entry = std::find_if(
+      entries_.lower_bound(next_to_end_), entries_.end(),
+      [&condition](const Entries::value_type& candidate) {
+        return !candidate.second.completing && condition(candidate.second);
+      });
+  next_to_end_ = entry == entries_.end() ? 0 : entry->first;
+  return entry;
+}
+
+bool Streams::FinishNextOfQuestions() {
+  const auto entry = NextToEnd(
+      [](const Entry& candidate) { return candidate.questions.has_value(); });
+  if (entry == entries_.end()) {
+    return false;
+  }
+  Finish(entry);
+  return true;
+}
+
+bool Streams::UnsubscribeNext() {
+  const auto entry = NextToEnd([](const Entry& candidate) {
+    return candidate.method->kind == torvane::MethodKind::kEventStream &&
+           !candidate.ended && !candidate.subscriptions->empty();
+  });
+  if (entry == entries_.end()) {
+    return false;
+  }
+  const ClientFrame frame(*this);
+  EventSubscription unsubscribe;
+  unsubscribe.mutable_unsubscribe_from()->ParseFromString(
+      entry->second.subscriptions->TakeOne());
+  StreamMessage message;
+  unsubscribe.SerializeToString(message.mutable_payload());
+  entry->second.stream->OnNext(&message);
+  return true;
+}
+
+// A stream that is left may be completing, further down on the stack.
+EndingQueue::Progress Streams::FinishNext() {
+  const auto entry = NextToEnd([](const Entry&) { return true; });
+  if (entry != entries_.end()) {
+    Finish(entry);
+    return EndingQueue::Progress::kMore;
+  }
+  if (!entries_.empty()) {
+    return EndingQueue::Progress::kBlocked;
+  }
+  // May destroy this object.
+  std::exchange(on_ended_, nullptr)();
+  return EndingQueue::Progress::kDone;
 }
 
 void Streams::Report(ConnectionReport& report) const {
@@ -244,7 +321,7 @@ void Streams::Report(ConnectionReport& report) const {
 
 bool Streams::Send(Entry& entry, const StreamMessage& message) {
   const bool asks = entry.questions && message.call_id() != 0;
-  if (entry.ended || (asks && !MayAsk())) {
+  if (closed_ || entry.ended || (asks && !MayAsk())) {
     return false;
   }
   const absl::Status sent = sink_.SendMessage(entry.outgoing, message);
@@ -276,10 +353,14 @@ void Streams::End(Entry& entry, const absl::Status& status) {
   if (std::exchange(entry.ended, true)) {
     return;
   }
+  // The end of a client ends its streams without a word.
+  if (closed_) {
+    return;
+  }
   sink_.SendEnd(entry.outgoing.id, status);
   if (!entry.completing) {
     ended_.push_back(entry.outgoing.id);
-    FinishEndedSoon();
+    endings_.AddEnded(weak_from_this());
   }
 }
 

@@ -13,11 +13,12 @@
 //                       or a limit       on a later turn
 //
 // What still comes in for a stream that is forgotten was sent before the client
-// knew, and is ignored.
+// knew, and is ignored. When the client leaves, its streams get their
+// OnCompleted one after the other, on later turns (ending_queue.h); from then
+// on they send nothing.
 //
-// Ownership: the transport's. Tasks that this posts hold it weakly, so they do
-// nothing once the transport has let go of it. Owns the streams, and through
-// them their channels.
+// Ownership: the transport's, until Close() has told it that all streams have
+// ended. Owns the streams, and through them their channels.
 //
 // Sequence: the server's. A stream is never destroyed within one of its own
 // calls.
@@ -29,16 +30,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "absl/status/status.h"
-#include "core/common/rpc/loop/sequence.h"
 #include "core/common/rpc/serving/client_record.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/ending_queue.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/serving/outgoing_stream.h"
 #include "core/common/rpc/serving/pending_questions.h"
@@ -69,9 +71,8 @@ class StreamSink {
 
 class Streams final : public std::enable_shared_from_this<Streams> {
  public:
-  // `sequence` outlives this object; the others need to live until CloseAll()
-  // has returned.
-  Streams(loop::Sequence& sequence,
+  // All of these outlive it.
+  Streams(EndingQueue& endings,
           StreamSink& sink,
           const ServedMethods& methods,
           const Limits& limits,
@@ -80,7 +81,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   Streams(const Streams&) = delete;
   Streams& operator=(const Streams&) = delete;
 
-  // CloseAll() has been called.
+  // All streams have ended: Close() has said so, or there were none.
   ~Streams();
 
   // What the client does. OnClientOpen() returns INVALID_ARGUMENT when the id
@@ -90,8 +91,14 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   void OnClientError(uint64_t id, transport::StreamMessage* message);
   void OnClientEnd(uint64_t id);
 
-  // The client is gone: completes and destroys all streams.
-  void CloseAll();
+  // The client is gone: nothing is sent from here on, and all streams are
+  // completed and destroyed on later turns. Then `on_ended` runs, which may
+  // destroy this object; at once where there are no streams. Called once.
+  void Close(std::function<void()> on_ended);
+
+  // For the queue: does a little of what `stage` asks for. Ends one stream, or
+  // one subscription.
+  EndingQueue::Progress EndSome(EndingStage stage);
 
   // Fills in what `report` says of streams and questions.
   void Report(ConnectionReport& report) const;
@@ -125,11 +132,14 @@ class Streams final : public std::enable_shared_from_this<Streams> {
                             size_t bytes);
   bool MayAsk();
   void Finish(Entries::iterator entry);
-  void FinishAll(const std::vector<uint64_t>& ids);
-  void FinishEnded();
-  void FinishEndedSoon();
+  bool FinishNextEnded();
+  template <typename Condition>
+  Entries::iterator NextToEnd(const Condition& condition);
+  bool FinishNextOfQuestions();
+  bool UnsubscribeNext();
+  EndingQueue::Progress FinishNext();
 
-  loop::Sequence& sequence_;
+  EndingQueue& endings_;
   StreamSink& sink_;
   const ServedMethods& methods_;
   const Limits& limits_;
@@ -140,12 +150,18 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   size_t subscriptions_ = 0;
   size_t questions_ = 0;
   Entries entries_;
-  // Ids of streams whose end was sent and that FinishEnded() must complete and
-  // destroy.
-  std::vector<uint64_t> ended_;
+  // Ids of streams whose end was sent and that FinishNextEnded() must complete
+  // and destroy, one after the other.
+  std::deque<uint64_t> ended_;
   // Frames of the client that are being handled, one inside the other where a
   // method runs the loop. A stream may be on the stack while there are any.
   int frames_being_handled_ = 0;
+
+  // The client is gone. Then also: whom to tell when all streams have ended,
+  // and where among them the present stage has come to.
+  bool closed_ = false;
+  std::function<void()> on_ended_;
+  uint64_t next_to_end_ = 0;
 };
 
 }  // namespace rpc::serving

@@ -79,7 +79,9 @@ TEST_F(StreamsLimitsTest, AStreamWhoseSubscriptionIsTooLargeIsEnded) {
     Data(3, Padded(unsubscribe, bytes));
     if (bytes == kBytes) {
       EXPECT_EQ(TakeEvents(), (Events{"a next", "b next", "c next"}));
-      streams_->CloseAll();
+      for (const uint64_t id : {1, 2, 3}) {
+        streams_->OnClientEnd(id);
+      }
     }
   }
   const std::string why =

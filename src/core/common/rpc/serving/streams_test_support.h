@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -114,7 +115,7 @@ class StreamsTest : public ::testing::Test, public StreamSink {
   // Begins anew, with other limits.
   void Serve(const Limits& limits) {
     limits_ = limits;
-    streams_ = std::make_shared<Streams>(sequence_, *this, methods_, limits_,
+    streams_ = std::make_shared<Streams>(*endings_, *this, methods_, limits_,
                                          client_, counters_);
   }
   absl::Status TryOpen(uint64_t id, const std::string& method) {
@@ -132,8 +133,13 @@ class StreamsTest : public ::testing::Test, public StreamSink {
     EXPECT_TRUE(TryOpen(id, "OnCloseWindow").ok());
     return *service_.streams.back();
   }
+  // The client leaves. Its streams have to end yet.
+  void Leave() {
+    streams_->Close([this] { events_.emplace_back("all ended"); });
+  }
   void CloseAndForget() {
-    streams_->CloseAll();
+    Leave();
+    endings_->FinishAll();
     streams_.reset();
   }
 
@@ -190,6 +196,9 @@ class StreamsTest : public ::testing::Test, public StreamSink {
   }
 
   loop::ManualSequence sequence_;
+  // The clock stands still, so that each turn does a single thing.
+  std::shared_ptr<EndingQueue> endings_ =
+      std::make_shared<EndingQueue>(sequence_, std::chrono::milliseconds(0));
   Counters counters_;
   Limits limits_;
   Events events_;

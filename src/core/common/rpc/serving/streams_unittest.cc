@@ -133,6 +133,18 @@ TEST_F(StreamsTest, AClientThatEndsAnEndedStreamFinishesIt) {
   EXPECT_EQ(TakeEvents(), Events());
 }
 
+// Each by itself, so that others are served in between.
+TEST_F(StreamsTest, StreamsThatCompleteTogetherAreFinishedOnTurnsOfTheirOwn) {
+  ProbeStream& first = OpenEvents(1);
+  OpenEvents(2).Finish();
+  first.Finish();
+  TakeEvents();
+  EXPECT_TRUE(sequence_.RunOne());
+  EXPECT_EQ(TakeEvents(), (Events{"b completed", "b destroyed"}));
+  EXPECT_TRUE(sequence_.RunOne());
+  EXPECT_EQ(TakeEvents(), (Events{"a completed", "a destroyed"}));
+}
+
 TEST_F(StreamsTest, AStreamThatCompletesWithinItsOwnCallOutlivesTheCall) {
   ProbeStream& stream = OpenEvents(7);
   const auto complete_and_run = [&] {
@@ -174,7 +186,6 @@ TEST_F(StreamsTest, AStreamThatRunsTheSequenceWhileItCompletesDoesSoOnce) {
   stream.Finish();
   stream.meanwhile = [&] {
     streams_->OnClientEnd(7);
-    streams_->CloseAll();
     sequence_.Run();
     events_.emplace_back("back");
   };
@@ -208,34 +219,6 @@ TEST_F(StreamsTest, AStreamThatEndsAnotherOneWhileItCompletesFinishesIt) {
   EXPECT_EQ(TakeEvents(),
             (Events{"a completed", "end 8 OK", "end 7 OK", "a destroyed",
                     "b completed", "b destroyed"}));
-}
-
-// The end of the client.
-
-TEST_F(StreamsTest, CloseAllFinishesAllStreams) {
-  OpenEvents(8);
-  OpenQuestions(7);
-  OpenEvents(9).Finish();
-  TakeEvents();
-  streams_->CloseAll();
-  EXPECT_EQ(TakeEvents(),
-            (Events{"b completed", "end 7 OK", "b destroyed", "a completed",
-                    "end 8 OK", "a destroyed", "c completed", "c destroyed"}));
-  EXPECT_EQ(counters_.streams_now, 0u);
-  streams_->CloseAll();
-  EXPECT_EQ(TakeEvents(), Events());
-}
-
-TEST_F(StreamsTest, NothingRunsWhenTheStreamsAreGone) {
-  OpenEvents(7).Finish();
-  const std::weak_ptr<Streams> watch = streams_;
-  CloseAndForget();
-  TakeEvents();
-  // The posted task holds the streams weakly, so they are destroyed and it does
-  // nothing.
-  EXPECT_TRUE(watch.expired());
-  EXPECT_EQ(sequence_.Run(), 1u);
-  EXPECT_EQ(TakeEvents(), Events());
 }
 
 using StreamsDeathTest = StreamsTest;

@@ -1,5 +1,7 @@
 #include "core/common/rpc/serving/subscriptions.h"
 
+#include <utility>
+
 namespace rpc::serving {
 
 Subscriptions::~Subscriptions() {
@@ -20,6 +22,12 @@ bool Subscriptions::Note(const WindowMessage& message, size_t max) {
   windows_.insert(message.window);
   Count(1, 0);
   return true;
+}
+
+std::string Subscriptions::TakeOne() {
+  std::string window = std::move(windows_.extract(windows_.begin()).value());
+  Count(0, 1);
+  return window;
 }
 
 void Subscriptions::Count(size_t added, size_t removed) {

@@ -39,6 +39,12 @@ class Subscriptions {
   // that would make more than `max` in total.
   bool Note(const WindowMessage& message, size_t max);
 
+  bool empty() const { return windows_.empty(); }
+
+  // Notes that one of them, whichever, is over; returns its window as
+  // WindowMessage names it. There must be one.
+  std::string TakeOne();
+
  private:
   void Count(size_t added, size_t removed);
 

@@ -62,8 +62,9 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Closes all connections: streams get OnCompleted and are destroyed, and
-  // calls that are not answered yet are cancelled.
+  // Closes all connections: streams get OnCompleted and are destroyed, all of
+  // them before this returns, and calls that are not answered yet are
+  // cancelled.
   ~Server();
 
   // Offers `service` to clients that connect from now on. Its full name must
@@ -80,9 +81,15 @@ class Server {
 
   // Stops listening and removes the socket file; on the next turn sends all
   // clients a goodbye and closes their connections. The server does not wait
-  // for a client that does not read: its goodbye is dropped.
+  // for a client that does not read: its goodbye is dropped. The streams end on
+  // the turns after that. Everything is over when connections_now is zero:
+  //
+  //   server.Stop();
+  //   loop.RunUntil([&] { return server.counters().connections_now == 0; });
   void Stop();
 
+  // connections_now counts a client that has left until the last of its streams
+  // has ended.
   const serving::Counters& counters() const;
 
   // A snapshot of the connections and what is under way on them.

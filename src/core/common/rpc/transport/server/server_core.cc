@@ -27,6 +27,7 @@ ServerCore::ServerCore(loop::Loop& loop, const ServerOptions& options)
       options_(options),
       counters_(std::make_shared<serving::Counters>()),
       call_pool_(std::make_shared<serving::CallPool>(loop, counters_)),
+      endings_(std::make_shared<serving::EndingQueue>(loop)),
       acceptor_(loop.context()) {
   ABSL_CHECK_OK(serving::Validate(options.limits));
 }
@@ -102,12 +103,12 @@ void ServerCore::Serve(Socket socket) {
     TurnAway(std::move(socket), peer, admission);
     return;
   }
-  const ServerSession::Shared shared = {loop_, options_.limits, methods_,
-                                        *call_pool_, counters_};
+  const ServerSession::Shared shared = {
+      loop_, options_.limits, methods_, *call_pool_, *endings_, counters_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
       shared, id, std::move(socket), *peer,
-      [this](ServerSession* closed) { OnSessionClosed(closed); });
+      [this](ServerSession* ended) { OnSessionEnded(ended); });
   ++counters_->connections_now;
   sessions_.emplace(session.get(), session);
   session->Start();
@@ -134,7 +135,7 @@ absl::Status ServerCore::Admit(
   return absl::OkStatus();
 }
 
-void ServerCore::OnSessionClosed(ServerSession* session) {
+void ServerCore::OnSessionEnded(ServerSession* session) {
   --counters_->connections_now;
   sessions_.erase(session);
 }
@@ -192,13 +193,15 @@ void ServerCore::StopListening() {
 void ServerCore::Close() {
   StopListening();
   CloseSessions();
+  endings_->FinishAll();
   ABSL_CHECK(sessions_.empty())
       << "a Server is destroyed from within one of its services";
   call_pool_->Close();
 }
 
-// Each one removes itself when it is closed.
+// Each one removes itself when its streams have ended.
 void ServerCore::CloseSessions() {
+  endings_->EndSubscriptionsFirst();
   std::vector<std::shared_ptr<ServerSession>> sessions;
   for (const auto& [key, session] : sessions_) {
     sessions.push_back(session);

@@ -13,6 +13,7 @@
 #include "core/common/rpc/loop/asio.h"
 #include "core/common/rpc/serving/call_pool.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/ending_queue.h"
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/transport/server.h"
 #include "core/common/rpc/transport/server/server_session.h"
@@ -45,7 +46,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   void OnAccept(const std::error_code& error, Socket socket);
   void AcceptLater(const std::error_code& error);
   absl::Status Admit(const absl::StatusOr<serving::ClientProcess>& peer);
-  void OnSessionClosed(ServerSession* session);
+  void OnSessionEnded(ServerSession* session);
   void TurnAway(Socket socket,
                 const absl::StatusOr<serving::ClientProcess>& peer,
                 const absl::Status& why);
@@ -56,6 +57,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   const ServerOptions options_;
   const std::shared_ptr<serving::Counters> counters_;
   const std::shared_ptr<serving::CallPool> call_pool_;
+  const std::shared_ptr<serving::EndingQueue> endings_;
   serving::ServedMethods methods_;
 
   std::optional<UnixListener> listener_;
@@ -65,6 +67,7 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   bool pausing_ = false;
   bool stopped_ = false;
 
+  // With those whose clients have left and whose streams have to end yet.
   std::unordered_map<ServerSession*, std::shared_ptr<ServerSession>> sessions_;
 };
 

@@ -31,17 +31,17 @@ ServerSession::ServerSession(const Shared& shared,
                              uint64_t id,
                              asio::local::stream_protocol::socket socket,
                              const serving::ClientProcess& process,
-                             ClosedCallback on_closed)
+                             EndedCallback on_ended)
     : shared_(shared),
       id_(id),
-      on_closed_(std::move(on_closed)),
+      on_ended_(std::move(on_ended)),
       connection_(std::make_shared<Connection>(Connection::Side::kServer,
                                                std::move(socket),
                                                shared.limits,
                                                shared.counters)),
       client_(process, *shared.counters),
       calls_(*this, shared.methods, shared.limits, shared.call_pool, client_),
-      streams_(std::make_shared<serving::Streams>(shared.loop,
+      streams_(std::make_shared<serving::Streams>(shared.endings,
                                                   *this,
                                                   shared.methods,
                                                   shared.limits,
@@ -279,8 +279,7 @@ void ServerSession::OnClosed(const absl::Status& why) {
     ++shared_.counters->handshakes_failed;
   }
   calls_.AbandonAll();
-  streams_->CloseAll();
-  on_closed_(this);
+  streams_->Close([self = shared_from_this()] { self->on_ended_(self.get()); });
 }
 
 }  // namespace rpc::transport

@@ -4,9 +4,11 @@
 //                hello                       goodbye, end of the client,
 //   [expecting] -------> [serving] ----------- limit, violation, stop -----,
 //        |                                                                 v
-//        '-- anything else, too late --------------------------------> [closed]
+//        '-- anything else, too late ---------------------> [closed] --> (none)
+//                                                             its streams end
 //
-// Ownership: owned by the server until it is closed.
+// Ownership: owned by the server until it is closed and the last of its streams
+// has ended, some turns later.
 //
 // Sequence: the loop's.
 //
@@ -29,6 +31,7 @@
 #include "core/common/rpc/serving/calls.h"
 #include "core/common/rpc/serving/client_record.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/ending_queue.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/serving/server_report.h"
@@ -49,17 +52,18 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
     const serving::Limits& limits;
     const serving::ServedMethods& methods;
     serving::CallPool& call_pool;
+    serving::EndingQueue& endings;
     const std::shared_ptr<serving::Counters>& counters;
   };
 
-  using ClosedCallback = std::function<void(ServerSession*)>;
+  using EndedCallback = std::function<void(ServerSession*)>;
 
   // `id` tells the connection apart from all others of the server.
   ServerSession(const Shared& shared,
                 uint64_t id,
                 asio::local::stream_protocol::socket socket,
                 const serving::ClientProcess& process,
-                ClosedCallback on_closed);
+                EndedCallback on_ended);
   ~ServerSession();
 
   void Start();
@@ -100,7 +104,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   const uint64_t id_;
   const std::chrono::steady_clock::time_point start_ =
       std::chrono::steady_clock::now();
-  const ClosedCallback on_closed_;
+  const EndedCallback on_ended_;
   const std::shared_ptr<Connection> connection_;
   serving::ClientRecord client_;
   serving::Calls calls_;

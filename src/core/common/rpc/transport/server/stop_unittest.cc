@@ -64,12 +64,11 @@ class Stop : public ProbeTest {
     EXPECT_EQ(counters().streams_now, 0u);
   }
 
-  // Runs at most three turns of the loop, each of which is ready at once.
-  void RunUntilDisconnected() {
-    for (int turn = 0; turn < 3 && counters().connections_now > 0; ++turn) {
-      EXPECT_EQ(loop.context().poll_one(), 1u);
+  // Waits for nobody: each turn of the loop is ready at once.
+  void RunUntilEverythingHasEnded() {
+    while (counters().connections_now > 0) {
+      ASSERT_EQ(loop.context().poll_one(), 1u);
     }
-    EXPECT_EQ(counters().connections_now, 0u);
   }
 
   bool HasSocket() const { return std::filesystem::exists(path_); }
@@ -79,12 +78,12 @@ class Stop : public ProbeTest {
   std::vector<std::unique_ptr<RawPeer>> peers_;
 };
 
-TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithinAFewTurns) {
+TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithoutWaiting) {
   ServeMany();
   ASSERT_TRUE(HasSocket());
   server->Stop();
   EXPECT_FALSE(HasSocket());
-  RunUntilDisconnected();
+  RunUntilEverythingHasEnded();
   ExpectAllStreamsAreOver();
   for (const auto& client : peers_) {
     EXPECT_EQ(client->AwaitGoodbye(),
@@ -92,15 +91,42 @@ TEST_F(Stop, EndsAllStreamsOfClientsThatReadWithinAFewTurns) {
   }
 }
 
-TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithinAFewTurns) {
+TEST_F(Stop, EndsAllStreamsOfClientsThatDoNotReadWithoutWaiting) {
   ServeMany();
   FillSockets();
   TakeLog();
   server->Stop();
   EXPECT_FALSE(HasSocket());
-  RunUntilDisconnected();
+  RunUntilEverythingHasEnded();
   ExpectAllStreamsAreOver();
   // Returns, although the clients have not read anything.
+  loop.Run();
+}
+
+// Clients hear of it before the first stream ends.
+TEST_F(Stop, SaysGoodbyeToAllClientsBeforeTheirStreamsHaveEnded) {
+  ServeMany();
+  server->Stop();
+  EXPECT_EQ(loop.context().poll_one(), 1u);
+  EXPECT_EQ(counters().streams_now, kStreams);
+  EXPECT_EQ(counters().connections_now, kClients);
+  for (const auto& client : peers_) {
+    EXPECT_EQ(client->AwaitGoodbye(),
+              absl::UnavailableError("the server is stopping"));
+  }
+  RunUntilEverythingHasEnded();
+  ExpectAllStreamsAreOver();
+}
+
+TEST_F(Stop, IsOverAtOnceWhenTheServerIsDestroyedMeanwhile) {
+  ServeMany();
+  server->Stop();
+  EXPECT_EQ(loop.context().poll_one(), 1u);
+  // A slice, which ends some streams or all of them.
+  EXPECT_EQ(loop.context().poll_one(), 1u);
+  server.reset();
+  Log log = TakeLog();
+  EXPECT_EQ(log.size(), 2 * kStreams);
   loop.Run();
 }
 

@@ -137,11 +137,32 @@ TEST_F(StreamLife, AClientThatGoesWhileItsStreamCompletesIsNoticedOnce) {
   service.streams[0]->meanwhile = [&] {
     peer->Close();
     loop.RunReady();
-    EXPECT_EQ(counters().connections_now, 0u);
+    // It counts until its stream has ended.
+    EXPECT_EQ(counters().connections_now, 1u);
   };
   RunReady();
+  EXPECT_EQ(counters().connections_now, 0u);
   EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
   EXPECT_EQ(counters().streams_now, 0u);
+}
+
+TEST_F(StreamLife, AClientThatHasLeftKeepsItsPlaceUntilItsLastStreamHasEnded) {
+  ServerOptions options;
+  options.limits.max_connections = 1;
+  Serve(options);
+  Open(7);
+  service.streams[0]->meanwhile = [&] {
+    auto [ours, theirs] = torvane::SocketPair();
+    server->Adopt(std::move(theirs));
+    EXPECT_EQ(RawPeer(loop, std::move(ours)).AwaitGoodbye(),
+              absl::ResourceExhaustedError("max_connections, 1, are open"));
+  };
+  peer->Close();
+  RunReady();
+  EXPECT_EQ(TakeLog(), (Log{"1 completed", "1 destroyed"}));
+  EXPECT_EQ(counters().connections_refused, 1u);
+  peer = NewPeer();
+  EXPECT_EQ(counters().connections_now, 1u);
 }
 
 TEST_F(StreamLife, FramesThatCrossTheEndOfTheServerAreIgnored) {
