@@ -95,7 +95,12 @@ class Host final : public rpc::BrowserWindowRpc {
 void Serve(ProcessPair& pair) {
   rpc::loop::Loop loop;
   Host host(pair);
-  rpc::transport::Server server(loop);
+  // One client has all the things of each kind.
+  rpc::transport::ServerOptions options;
+  options.limits.max_streams = 10 * kThings;
+  options.limits.max_subscriptions = 10 * kThings;
+  options.limits.max_questions = 10 * kThings;
+  rpc::transport::Server server(loop, options);
   server.AddService(&host);
   if (!server.Listen(pair.socket_path()).ok())
     Fail("Listen");

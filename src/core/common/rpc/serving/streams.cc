@@ -129,8 +129,11 @@ void Streams::OnClientData(uint64_t id, StreamMessage* message) {
   }
   const ClientFrame frame(*this);
   const WindowMessage said = entry->method->reader->ReadFromClient(*message);
-  const absl::Status refusal =
-      CheckMessage(*entry, said, message->payload().size());
+  absl::Status refusal =
+      CheckSubscriptionBytes(*entry, said, message->payload().size());
+  if (refusal.ok()) {
+    refusal = CheckSubscriptions(entry->subscriptions->Note(said, limits_));
+  }
   if (!refusal.ok()) {
     End(*entry, refusal);
     return;
@@ -141,26 +144,40 @@ void Streams::OnClientData(uint64_t id, StreamMessage* message) {
   entry->stream->OnNext(message);
 }
 
-// Counts the subscription, too.
-absl::Status Streams::CheckMessage(Entry& entry,
-                                   const WindowMessage& said,
-                                   size_t bytes) {
+absl::Status Streams::CheckSubscriptionBytes(const Entry& entry,
+                                             const WindowMessage& said,
+                                             size_t bytes) {
   const bool subscribes =
       entry.method->kind == torvane::MethodKind::kEventStream ||
       said.kind == WindowMessage::Kind::kSubscribe ||
       said.kind == WindowMessage::Kind::kUnsubscribe;
-  if (subscribes && bytes > limits_.max_subscription_bytes) {
-    return client_.NoteLimit(
-        &LimitHits::max_subscription_bytes,
-        absl::StrCat("a subscription takes ", bytes,
-                     " bytes, more than max_subscription_bytes, ",
-                     limits_.max_subscription_bytes));
+  if (!subscribes || bytes <= limits_.max_subscription_bytes) {
+    return absl::OkStatus();
   }
-  if (!entry.subscriptions->Note(said, limits_.max_subscriptions)) {
-    return client_.NoteLimit(
-        &LimitHits::max_subscriptions,
-        absl::StrCat("max_subscriptions, ", limits_.max_subscriptions,
-                     ", are in place"));
+  return client_.NoteLimit(
+      &LimitHits::max_subscription_bytes,
+      absl::StrCat("a subscription takes ", bytes,
+                   " bytes, more than max_subscription_bytes, ",
+                   limits_.max_subscription_bytes));
+}
+
+absl::Status Streams::CheckSubscriptions(Subscriptions::Change change) {
+  switch (change) {
+    case Subscriptions::Change::kTooManyOfClient:
+      return client_.NoteLimit(
+          &LimitHits::max_subscriptions,
+          absl::StrCat("max_subscriptions, ", limits_.max_subscriptions,
+                       ", are in place"));
+    case Subscriptions::Change::kTooManyOfServer:
+      return client_.NoteLimit(
+          &LimitHits::max_server_subscriptions,
+          absl::StrCat("max_server_subscriptions, ",
+                       limits_.max_server_subscriptions,
+                       ", of all clients together, are in place"));
+    case Subscriptions::Change::kNone:
+    case Subscriptions::Change::kSubscribed:
+    case Subscriptions::Change::kUnsubscribed:
+      return absl::OkStatus();
   }
   return absl::OkStatus();
 }

@@ -127,9 +127,10 @@ class Streams final : public std::enable_shared_from_this<Streams> {
 
   absl::Status CheckOpen(const ServedMethod* method, uint32_t method_id);
   Entry* FindOpen(uint64_t id);
-  absl::Status CheckMessage(Entry& entry,
-                            const WindowMessage& said,
-                            size_t bytes);
+  absl::Status CheckSubscriptionBytes(const Entry& entry,
+                                      const WindowMessage& said,
+                                      size_t bytes);
+  absl::Status CheckSubscriptions(Subscriptions::Change change);
   bool MayAsk();
   void Finish(Entries::iterator entry);
   bool FinishNextEnded();

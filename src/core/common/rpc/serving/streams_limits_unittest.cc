@@ -51,6 +51,24 @@ TEST_F(StreamsLimitsTest, TheStreamThatSubscribesTooOftenIsEnded) {
   EXPECT_EQ(TakeEvents(), Events{"b next"});
 }
 
+TEST_F(StreamsLimitsTest, TheStreamThatSubscribesTooOftenForTheServerIsEnded) {
+  Serve({.max_server_subscriptions = 2});
+  counters_.subscriptions_now = 1;  // of another client
+  OpenEvents(1);
+  OpenEvents(2);
+  Listen(1, 10);
+  EXPECT_EQ(TakeEvents(), Events{"a next"});
+  EXPECT_EQ(counters_.limit_hits.max_server_subscriptions, 0u);
+  Listen(2, 11);
+  EXPECT_EQ(TakeEvents(),
+            (Events{"end 2 RESOURCE_EXHAUSTED: max_server_subscriptions, 2, of "
+                    "all clients together, are in place",
+                    "b completed", "b destroyed"}));
+  EXPECT_EQ(counters_.limit_hits.max_server_subscriptions, 1u);
+  EXPECT_EQ(counters_.limit_hits.max_subscriptions, 0u);
+  counters_.subscriptions_now -= 1;
+}
+
 // As large as `bytes`, by a field that nobody knows.
 std::string Padded(google::protobuf::Message& message, size_t bytes) {
   // Its tag and its length.

@@ -8,20 +8,42 @@ Subscriptions::~Subscriptions() {
   Count(0, windows_.size());
 }
 
-bool Subscriptions::Note(const WindowMessage& message, size_t max) {
-  if (message.kind == WindowMessage::Kind::kUnsubscribe) {
-    Count(0, windows_.erase(message.window));
+Subscriptions::Change Subscriptions::Note(const WindowMessage& message,
+                                          const Limits& limits) {
+  switch (message.kind) {
+    case WindowMessage::Kind::kSubscribe:
+      return Add(message.window, limits);
+    case WindowMessage::Kind::kUnsubscribe:
+      return Remove(message.window);
+    case WindowMessage::Kind::kResponse:
+    case WindowMessage::Kind::kOther:
+      return Change::kNone;
   }
-  if (message.kind != WindowMessage::Kind::kSubscribe ||
-      windows_.contains(message.window)) {
-    return true;
+  return Change::kNone;
+}
+
+Subscriptions::Change Subscriptions::Add(const std::string& window,
+                                         const Limits& limits) {
+  if (windows_.contains(window)) {
+    return Change::kNone;
   }
-  if (total_ >= max) {
-    return false;
+  if (total_ >= limits.max_subscriptions) {
+    return Change::kTooManyOfClient;
   }
-  windows_.insert(message.window);
+  if (counters_.subscriptions_now >= limits.max_server_subscriptions) {
+    return Change::kTooManyOfServer;
+  }
+  windows_.insert(window);
   Count(1, 0);
-  return true;
+  return Change::kSubscribed;
+}
+
+Subscriptions::Change Subscriptions::Remove(const std::string& window) {
+  if (windows_.erase(window) == 0) {
+    return Change::kNone;
+  }
+  Count(0, 1);
+  return Change::kUnsubscribed;
 }
 
 std::string Subscriptions::TakeOne() {

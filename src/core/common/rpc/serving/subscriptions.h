@@ -2,7 +2,8 @@
 // that it answers for.
 //
 // The stream notes its subscriptions in a registry that knows no bound, so they
-// are counted here as well.
+// are counted here as well: for the client in its total, for the server in the
+// counter subscriptions_now.
 //
 // A window that a newer client has taken over still counts for the stream that
 // had it, until that unsubscribes or ends.
@@ -11,7 +12,7 @@
 //
 // Sequence: the server's.
 //
-// Failure: Note() returns false at the limit; the caller then ends the stream.
+// Failure: Note() says which limit is reached; the caller then ends the stream.
 
 #ifndef CORE_COMMON_RPC_SERVING_SUBSCRIPTIONS_H_
 #define CORE_COMMON_RPC_SERVING_SUBSCRIPTIONS_H_
@@ -21,6 +22,7 @@
 
 #include "absl/container/flat_hash_set.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/serving/window_message_reader.h"
 
 namespace rpc::serving {
@@ -35,9 +37,22 @@ class Subscriptions {
   Subscriptions& operator=(const Subscriptions&) = delete;
   ~Subscriptions();
 
-  // Notes what a message of the client changes. False, with nothing noted, when
-  // that would make more than `max` in total.
-  bool Note(const WindowMessage& message, size_t max);
+  // What a message of the client does to the stream's subscriptions.
+  enum class Change {
+    // Nothing: it subscribes to what is subscribed to, unsubscribes from what
+    // is
+    // not, or does neither.
+    kNone,
+    kSubscribed,
+    kUnsubscribed,
+    // It would make more than max_subscriptions of the client, or more than
+    // max_server_subscriptions: it must not take effect.
+    kTooManyOfClient,
+    kTooManyOfServer,
+  };
+
+  // Notes what `message` changes.
+  Change Note(const WindowMessage& message, const Limits& limits);
 
   bool empty() const { return windows_.empty(); }
 
@@ -46,6 +61,8 @@ class Subscriptions {
   std::string TakeOne();
 
  private:
+  Change Add(const std::string& window, const Limits& limits);
+  Change Remove(const std::string& window);
   void Count(size_t added, size_t removed);
 
   size_t& total_;

@@ -127,6 +127,47 @@ TEST_F(StreamLimits,
   ExpectBystanderIsServed();
 }
 
+TEST_F(StreamLimits, AStreamThatSubscribesBeyondMaxServerSubscriptionsIsEnded) {
+  Serve({.max_server_subscriptions = 2});
+  const auto first = lab_->NewPeer();
+  const auto second = lab_->NewPeer();
+  Open(*first, 1);
+  Open(*first, 2);
+  Open(*second, 1, "Decide");
+  Open(*second, 2);
+  Listen(*first, 1, 10);
+  AnswerFor(*second, 1, 10, true);
+  EXPECT_EQ(subscriptions(), 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+
+  Listen(*second, 2, 10);
+  EXPECT_EQ(OutcomeOf(AwaitEnd(*second, 2)),
+            Refused(Who("raw"), "max_server_subscriptions",
+                    absl::ResourceExhaustedError(
+                        "max_server_subscriptions, 2, of all clients together, "
+                        "are in place")));
+  ExpectBystanderIsServed();
+  EXPECT_EQ(Publish(10), 1u);
+  EXPECT_TRUE(Ask(10));
+}
+
+TEST_F(StreamLimits, AClientThatLeavesMakesRoomAmongMaxServerSubscriptions) {
+  Serve({.max_server_subscriptions = 2});
+  const auto first = lab_->NewPeer();
+  const auto second = lab_->NewPeer();
+  Open(*first, 1);
+  Listen(*first, 1, 10);
+  Listen(*first, 1, 11);
+  first->Close();
+  lab_->RunReady();
+  EXPECT_EQ(subscriptions(), 0u);
+  Open(*second, 1);
+  Listen(*second, 1, 12);
+  Listen(*second, 1, 13);
+  EXPECT_EQ(subscriptions(), 2u);
+  EXPECT_THAT(hits(), IsEmpty());
+}
+
 TEST_F(StreamLimits, UnsubscribingMakesRoomAmongMaxSubscriptions) {
   Serve({.max_subscriptions = 2});
   const auto peer = lab_->NewPeer();
