@@ -105,7 +105,11 @@ std::string RefusalsText(const StatusReport& report) {
   TextTable table({{"LIMIT"}, {"REFUSALS", TextTable::kRight}});
   for (const Refusals& refusals : report.refusals())
     table.AddRow({refusals.limit(), absl::StrCat(refusals.count())});
-  return absl::StrCat("\n", table.ToString());
+  std::string text = absl::StrCat("\n", table.ToString());
+  if (report.messages_refused() > 0)
+    absl::StrAppend(&text, "refused messages: ", report.messages_refused(),
+                    "\n");
+  return text;
 }
 
 }  // namespace

@@ -116,5 +116,12 @@ TEST(StatusTextTest, RefusalsAreCountedByLimit) {
                                             "max_connections        10\n"));
 }
 
+TEST(StatusTextTest, RefusedMessagesAreCountedOnceThereAreAny) {
+  StatusReport report;
+  EXPECT_THAT(StatusText(report), Not(HasSubstr("refused messages")));
+  report.set_messages_refused(3);
+  EXPECT_THAT(StatusText(report), HasSubstr("\nrefused messages: 3\n"));
+}
+
 }  // namespace
 }  // namespace windowctl

@@ -41,9 +41,22 @@ absl::Status ClientRecord::NoteLimit(uint64_t LimitHits::*limit,
   absl::Status why = absl::ResourceExhaustedError(text);
   ++(counters_.limit_hits.*limit);
   if (++(refusals_.*limit) == 1) {
-    LOG(WARNING) << "Refused a request of " << who_ << ": " << why;
+    RecordRefusal(why);
   }
   return why;
+}
+
+absl::Status ClientRecord::NoteRefusedMessage(const std::string& text) {
+  absl::Status why = absl::InvalidArgumentError(text);
+  ++counters_.messages_refused;
+  if (++messages_refused_ == 1) {
+    RecordRefusal(why);
+  }
+  return why;
+}
+
+void ClientRecord::RecordRefusal(const absl::Status& why) const {
+  LOG(WARNING) << "Refused a request of " << who_ << ": " << why;
 }
 
 void ClientRecord::OnClosed(const absl::Status& why) const {

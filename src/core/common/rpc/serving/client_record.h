@@ -48,10 +48,17 @@ class ClientRecord {
   // connects again and again still can.
   absl::Status NoteLimit(uint64_t LimitHits::*limit, const std::string& text);
 
+  // A message that no stream may see; returns the INVALID_ARGUMENT, with
+  // `text`, that ends its stream. Counted each time, but logged only the first
+  // time.
+  absl::Status NoteRefusedMessage(const std::string& text);
+
   // The connection is closed. Logged, unless the client has merely gone.
   void OnClosed(const absl::Status& why) const;
 
  private:
+  void RecordRefusal(const absl::Status& why) const;
+
   const ClientProcess process_;
   std::string name_;
   std::string peer_;
@@ -60,6 +67,8 @@ class ClientRecord {
   Counters& counters_;
   // How often each limit has refused this client something.
   LimitHits refusals_;
+  // How often a message of its was refused.
+  uint64_t messages_refused_ = 0;
 };
 
 }  // namespace rpc::serving

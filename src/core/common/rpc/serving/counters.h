@@ -47,6 +47,7 @@ struct Counters {
   uint64_t streams_opened = 0;
   uint64_t streams_refused = 0;
   uint64_t subscriptions_now = 0;
+  uint64_t messages_refused = 0;  // their streams have ended for them
 
   // What went over the sockets; frames count as written when taken for that.
   uint64_t frames_read = 0;

@@ -54,13 +54,15 @@ Streams::Streams(EndingQueue& endings,
                  const ServedMethods& methods,
                  const Limits& limits,
                  ClientRecord& client,
-                 Counters& counters)
+                 Counters& counters,
+                 UnclearMessages unclear)
     : endings_(endings),
       sink_(sink),
       methods_(methods),
       limits_(limits),
       client_(client),
-      counters_(counters) {}
+      counters_(counters),
+      unclear_(unclear) {}
 
 Streams::~Streams() {
   ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
@@ -129,11 +131,8 @@ void Streams::OnClientData(uint64_t id, StreamMessage* message) {
   }
   const ClientFrame frame(*this);
   const WindowMessage said = entry->method->reader->ReadFromClient(*message);
-  absl::Status refusal =
-      CheckSubscriptionBytes(*entry, said, message->payload().size());
-  if (refusal.ok()) {
-    refusal = CheckSubscriptions(entry->subscriptions->Note(said, limits_));
-  }
+  const absl::Status refusal =
+      CheckMessage(*entry, said, message->payload().size());
   if (!refusal.ok()) {
     End(*entry, refusal);
     return;
@@ -142,6 +141,21 @@ void Streams::OnClientData(uint64_t id, StreamMessage* message) {
     entry->questions->OnData(said, message->call_id());
   }
   entry->stream->OnNext(message);
+}
+
+// Counts the subscription, too.
+absl::Status Streams::CheckMessage(Entry& entry,
+                                   const WindowMessage& said,
+                                   size_t bytes) {
+  if (entry.questions && said.kind == WindowMessage::Kind::kOther &&
+      unclear_ == UnclearMessages::kRefuse) {
+    return client_.NoteRefusedMessage(
+        "a message on a stream of questions neither subscribes nor answers");
+  }
+  const absl::Status refusal = CheckSubscriptionBytes(entry, said, bytes);
+  return refusal.ok()
+             ? CheckSubscriptions(entry.subscriptions->Note(said, limits_))
+             : refusal;
 }
 
 absl::Status Streams::CheckSubscriptionBytes(const Entry& entry,

@@ -47,6 +47,7 @@
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/serving/server_report.h"
 #include "core/common/rpc/serving/subscriptions.h"
+#include "core/common/rpc/serving/unclear_messages.h"
 #include "core/common/rpc/stream/abstract_stream.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -77,7 +78,8 @@ class Streams final : public std::enable_shared_from_this<Streams> {
           const ServedMethods& methods,
           const Limits& limits,
           ClientRecord& client,
-          Counters& counters);
+          Counters& counters,
+          UnclearMessages unclear = UnclearMessages::kRefuse);
   Streams(const Streams&) = delete;
   Streams& operator=(const Streams&) = delete;
 
@@ -127,6 +129,9 @@ class Streams final : public std::enable_shared_from_this<Streams> {
 
   absl::Status CheckOpen(const ServedMethod* method, uint32_t method_id);
   Entry* FindOpen(uint64_t id);
+  absl::Status CheckMessage(Entry& entry,
+                            const WindowMessage& said,
+                            size_t bytes);
   absl::Status CheckSubscriptionBytes(const Entry& entry,
                                       const WindowMessage& said,
                                       size_t bytes);
@@ -146,6 +151,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   const Limits& limits_;
   ClientRecord& client_;
   Counters& counters_;
+  const UnclearMessages unclear_;
   // Of all streams: what they are subscribed to, and questions that are
   // pending.
   size_t subscriptions_ = 0;

@@ -123,6 +123,38 @@ TEST_F(StreamsLimitsTest, AnAnswerMayBeLargerThanASubscription) {
   EXPECT_EQ(TakeEvents(), (Events{"a next", "a error"}));
 }
 
+// Messages that no stream gets.
+
+TEST_F(StreamsLimitsTest,
+       AMessageThatNeitherSubscribesNorAnswersEndsItsStream) {
+  const std::string why =
+      "INVALID_ARGUMENT: a message on a stream of questions neither subscribes "
+      "nor answers";
+  CloseWindow question = About(7);
+  question.mutable_question();
+  const std::string unclear[] = {"", "\xff", About(7).SerializeAsString(),
+                                 question.SerializeAsString()};
+  uint64_t refused = 0;
+  for (const std::string& payload : unclear) {
+    const std::string name(1, static_cast<char>('a' + service_.streams.size()));
+    OpenQuestions(1);
+    Data(1, payload);
+    EXPECT_EQ(TakeEvents(), (Events{"end 1 " + why, name + " completed",
+                                    name + " destroyed"}));
+    EXPECT_EQ(counters_.messages_refused, ++refused);
+  }
+}
+
+TEST_F(StreamsLimitsTest, AServerMayHandUnclearMessagesOn) {
+  streams_ =
+      std::make_shared<Streams>(*endings_, *this, methods_, limits_, client_,
+                                counters_, UnclearMessages::kHandOn);
+  OpenQuestions(1);
+  Data(1);
+  EXPECT_EQ(TakeEvents(), Events{"a next"});
+  EXPECT_EQ(counters_.messages_refused, 0u);
+}
+
 // What streams send.
 
 TEST_F(StreamsLimitsTest, EachStreamRemembersItsLastSharedMessage) {

@@ -76,6 +76,7 @@ void StatusService::GetStatus(google::protobuf::RpcController*,
     refusals->set_limit(limit.name);
     refusals->set_count(report.counters.limit_hits.*limit.hits);
   }
+  response->set_messages_refused(report.counters.messages_refused);
   done->Run();
 }
 

@@ -113,6 +113,13 @@ TEST_F(StatusServiceTest, RefusalsAreToldByTheNameOfTheirLimit) {
   EXPECT_EQ(refusals["max_streams"], 0u);
 }
 
+TEST_F(StatusServiceTest, RefusedMessagesAreTold) {
+  ServerReport report;
+  EXPECT_EQ(Say(report).messages_refused(), 0u);
+  report.counters.messages_refused = 5;
+  EXPECT_EQ(Say(report).messages_refused(), 5u);
+}
+
 // One server, two services of two generated classes.
 TEST_F(StatusServiceTest, IsServedBesideAnotherServiceOverOneConnection) {
   Lab* serving = nullptr;

@@ -43,6 +43,7 @@
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/serving/server_report.h"
+#include "core/common/rpc/serving/unclear_messages.h"
 #include "core/common/rpc/stream/service.h"
 
 namespace rpc::transport {
@@ -54,6 +55,11 @@ struct ServerOptions {
 
   // The only user whose processes are served.
   uid_t user = geteuid();
+
+  // What becomes of a client's message on a stream of questions that neither
+  // subscribes nor answers. The streams' contract is that it ends the process;
+  // unless that is asked for, it ends its stream only.
+  serving::UnclearMessages unclear_messages = serving::UnclearMessages::kRefuse;
 };
 
 class Server {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -14,24 +13,6 @@ namespace {
 
 using Events = torvane::EventStream<lab::Text>;
 using Questions = torvane::CallbackStream<lab::Decision>;
-
-// On a stream of questions a data frame that neither subscribes nor answers
-// ends the process: that is the stream's contract, not a fault to be found.
-// Exactly such a frame is passed over here, in front of the stream, by the same
-// reading as the stream's own.
-class FilteredQuestions final : public Questions {
- public:
-  using Questions::Questions;
-
-  void OnNext(StreamMessage* message) override {
-    lab::Decision decision;
-    decision.ParseFromString(message->payload());
-    if (decision.body_case() == lab::Decision::kSubscribe ||
-        decision.body_case() == lab::Decision::kResponse) {
-      Questions::OnNext(message);
-    }
-  }
-};
 
 }  // namespace
 
@@ -112,16 +93,6 @@ void FuzzedService::Ask(int64_t window) {
   if (!asked) {
     ++endings_[number];
   }
-}
-
-std::unique_ptr<torvane::AbstractStream> FuzzedService::OpenStream(
-    const google::protobuf::MethodDescriptor* method,
-    torvane::StreamChannel channel) {
-  if (method->name() == "Decide") {
-    return std::make_unique<FilteredQuestions>(this, method,
-                                               std::move(channel));
-  }
-  return LabRpc::OpenStream(method, std::move(channel));
 }
 
 }  // namespace rpc::transport

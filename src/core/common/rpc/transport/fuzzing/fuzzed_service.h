@@ -8,7 +8,6 @@
 #include <google/protobuf/service.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "core/common/rpc/transport/testing/lab.h"
@@ -35,10 +34,6 @@ class FuzzedService final : public LabService {
             const lab::Number* request,
             lab::Text* response,
             google::protobuf::Closure* done) override;
-
-  std::unique_ptr<torvane::AbstractStream> OpenStream(
-      const google::protobuf::MethodDescriptor* method,
-      torvane::StreamChannel channel) override;
 
  private:
   void Unpark(serving::CallContext* call);

@@ -46,7 +46,8 @@ ServerSession::ServerSession(const Shared& shared,
                                                   shared.methods,
                                                   shared.limits,
                                                   client_,
-                                                  *shared.counters)) {}
+                                                  *shared.counters,
+                                                  shared.unclear_messages)) {}
 
 ServerSession::~ServerSession() = default;
 

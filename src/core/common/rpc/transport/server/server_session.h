@@ -50,6 +50,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   struct Shared {
     loop::Loop& loop;
     const serving::Limits& limits;
+    serving::UnclearMessages unclear_messages;
     const serving::ServedMethods& methods;
     serving::CallPool& call_pool;
     serving::EndingQueue& endings;

@@ -303,6 +303,46 @@ TEST_F(StreamLimits,
   ExpectBystanderIsServed();
 }
 
+TEST_F(StreamLimits, AMessageThatNeitherSubscribesNorAnswersEndsItsStream) {
+  Serve({});
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1, "Decide");
+  Open(*peer, 2, "Decide");
+  AnswerFor(*peer, 1, 10, true);
+  AnswerFor(*peer, 2, 20, true);
+  SendData(*peer, 1, lab::Decision());
+  const absl::Status why = absl::InvalidArgumentError(
+      "a message on a stream of questions neither subscribes nor answers");
+  EXPECT_EQ(AwaitEnd(*peer, 1), why);
+  EXPECT_EQ(lab_->server->counters().messages_refused, 1u);
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat("Refused a request of ", Who("raw"),
+                                       ": ", why.ToString())));
+  // The client's other stream goes on, and so does the host.
+  EXPECT_FALSE(Ask(10));
+  EXPECT_TRUE(Ask(20));
+  ExpectBystanderIsServed();
+
+  // The second one is only counted.
+  const std::optional<Frame> question = peer->Receive();
+  EXPECT_TRUE(question && question->has_stream_data());
+  SendData(*peer, 2, lab::Decision());
+  EXPECT_EQ(AwaitEnd(*peer, 2), why);
+  EXPECT_EQ(lab_->server->counters().messages_refused, 2u);
+  EXPECT_THAT(TakeRecords(), IsEmpty());
+}
+
+using StreamLimitsDeathTest = StreamLimits;
+
+TEST_F(StreamLimitsDeathTest, AServerMayLetAnUnclearMessageEndTheProcess) {
+  ServerOptions options;
+  options.unclear_messages = serving::UnclearMessages::kHandOn;
+  lab_.emplace(options);
+  const auto peer = lab_->NewPeer();
+  Open(*peer, 1, "Decide");
+  EXPECT_DEATH(SendData(*peer, 1, lab::Decision()), "");
+}
+
 TEST_F(StreamLimits, NoQuestionIsAskedBeyondMaxQuestions) {
   Serve({.max_questions = 2});
   const auto peer = lab_->NewPeer();
