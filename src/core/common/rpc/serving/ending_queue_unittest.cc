@@ -214,7 +214,7 @@ TEST_F(EndingQueueTest, NoStreamEndsWhileAFrameOfItsClientIsHandled) {
     events_.emplace_back("back");
   };
   OpenEvents(2);
-  Data(1);
+  ListenMore(1);
   EXPECT_EQ(TakeEvents(), (Events{"a next", "back"}));
   sequence_.Run();
   EXPECT_EQ(TakeEvents(), (Events{"a completed", "a destroyed", "b completed",
@@ -231,7 +231,7 @@ TEST_F(EndingQueueTest, AClientWhoseFrameIsHandledHoldsUpNoOther) {
     sequence_.Run();
     events_.emplace_back("back");
   };
-  Data(1);
+  ListenMore(1);
   EXPECT_EQ(TakeEvents(), (Events{"b next", "a completed", "a destroyed",
                                   "other ended", "back"}));
   sequence_.Run();
@@ -264,7 +264,7 @@ TEST_F(EndingQueueTest, AStreamThatIsEndingWhenItsClientLeavesEndsOnce) {
     };
     first.Finish();
   };
-  Data(1);
+  ListenMore(1);
   EXPECT_EQ(TakeEvents(),
             (Events{"a next", "end 1 OK", "a completed", "b completed",
                     "b destroyed", "back", "a destroyed"}));

@@ -130,17 +130,48 @@ void Streams::OnClientData(uint64_t id, StreamMessage* message) {
     return;
   }
   const ClientFrame frame(*this);
-  const WindowMessage said = entry->method->reader->ReadFromClient(*message);
   const absl::Status refusal =
-      CheckMessage(*entry, said, message->payload().size());
+      entry->method->kind == torvane::MethodKind::kEventStream
+          ? HandOnSubscription(*entry, message)
+          : HandOnMessage(*entry, message);
   if (!refusal.ok()) {
     End(*entry, refusal);
-    return;
   }
-  if (entry->questions) {
-    entry->questions->OnData(said, message->call_id());
+}
+
+// An event stream never frees what it parses. So nothing is parsed that is too
+// long for a subscription, and what changes none is kept from the stream.
+absl::Status Streams::HandOnSubscription(Entry& entry, StreamMessage* message) {
+  absl::Status refusal = CheckSubscriptionBytes(message->payload().size());
+  if (!refusal.ok()) {
+    return refusal;
   }
-  entry->stream->OnNext(message);
+  const WindowMessage said = entry.method->reader->ReadFromClient(*message);
+  if (said.has_unknown_fields) {
+    return RefuseUnknownFields();
+  }
+  const Subscriptions::Change change = entry.subscriptions->Note(said, limits_);
+  refusal = CheckSubscriptions(change);
+  if (refusal.ok() && change != Subscriptions::Change::kNone) {
+    entry.stream->OnNext(message);
+  }
+  return refusal;
+}
+
+// Subscribing again is handed on here: it takes a window back from a client
+// that came later.
+absl::Status Streams::HandOnMessage(Entry& entry, StreamMessage* message) {
+  const WindowMessage said = entry.method->reader->ReadFromClient(*message);
+  const absl::Status refusal =
+      CheckMessage(entry, said, message->payload().size());
+  if (!refusal.ok()) {
+    return refusal;
+  }
+  if (entry.questions) {
+    entry.questions->OnData(said, message->call_id());
+  }
+  entry.stream->OnNext(message);
+  return absl::OkStatus();
 }
 
 // Counts the subscription, too.
@@ -152,20 +183,20 @@ absl::Status Streams::CheckMessage(Entry& entry,
     return client_.NoteRefusedMessage(
         "a message on a stream of questions neither subscribes nor answers");
   }
-  const absl::Status refusal = CheckSubscriptionBytes(entry, said, bytes);
-  return refusal.ok()
-             ? CheckSubscriptions(entry.subscriptions->Note(said, limits_))
-             : refusal;
+  if (!said.subscribes_or_unsubscribes()) {
+    return absl::OkStatus();
+  }
+  const absl::Status refusal = CheckSubscriptionBytes(bytes);
+  if (!refusal.ok()) {
+    return refusal;
+  }
+  return said.has_unknown_fields
+             ? RefuseUnknownFields()
+             : CheckSubscriptions(entry.subscriptions->Note(said, limits_));
 }
 
-absl::Status Streams::CheckSubscriptionBytes(const Entry& entry,
-                                             const WindowMessage& said,
-                                             size_t bytes) {
-  const bool subscribes =
-      entry.method->kind == torvane::MethodKind::kEventStream ||
-      said.kind == WindowMessage::Kind::kSubscribe ||
-      said.kind == WindowMessage::Kind::kUnsubscribe;
-  if (!subscribes || bytes <= limits_.max_subscription_bytes) {
+absl::Status Streams::CheckSubscriptionBytes(size_t bytes) {
+  if (bytes <= limits_.max_subscription_bytes) {
     return absl::OkStatus();
   }
   return client_.NoteLimit(
@@ -173,6 +204,11 @@ absl::Status Streams::CheckSubscriptionBytes(const Entry& entry,
       absl::StrCat("a subscription takes ", bytes,
                    " bytes, more than max_subscription_bytes, ",
                    limits_.max_subscription_bytes));
+}
+
+absl::Status Streams::RefuseUnknownFields() {
+  return client_.NoteRefusedMessage(
+      "a subscription has fields that its message type does not know");
 }
 
 absl::Status Streams::CheckSubscriptions(Subscriptions::Change change) {

@@ -129,12 +129,14 @@ class Streams final : public std::enable_shared_from_this<Streams> {
 
   absl::Status CheckOpen(const ServedMethod* method, uint32_t method_id);
   Entry* FindOpen(uint64_t id);
+  absl::Status HandOnSubscription(Entry& entry,
+                                  transport::StreamMessage* message);
+  absl::Status HandOnMessage(Entry& entry, transport::StreamMessage* message);
   absl::Status CheckMessage(Entry& entry,
                             const WindowMessage& said,
                             size_t bytes);
-  absl::Status CheckSubscriptionBytes(const Entry& entry,
-                                      const WindowMessage& said,
-                                      size_t bytes);
+  absl::Status CheckSubscriptionBytes(size_t bytes);
+  absl::Status RefuseUnknownFields();
   absl::Status CheckSubscriptions(Subscriptions::Change change);
   bool MayAsk();
   void Finish(Entries::iterator entry);

@@ -7,9 +7,12 @@
 #include <string>
 
 #include "core/common/rpc/serving/streams_test_support.h"
+#include "core/common/rpc/testing/long_subscription.h"
 
 namespace rpc::serving {
 namespace {
+
+using torvane::LongSubscription;
 
 using StreamsLimitsTest = StreamsTest;
 
@@ -39,7 +42,7 @@ TEST_F(StreamsLimitsTest, TheStreamThatSubscribesTooOftenIsEnded) {
   Listen(1, 10);
   AnswerFor(2, 10);
   Listen(1, 10);
-  EXPECT_EQ(TakeEvents(), (Events{"a next", "b next", "a next"}));
+  EXPECT_EQ(TakeEvents(), (Events{"a next", "b next"}));
   Listen(1, 11);
   EXPECT_EQ(TakeEvents(),
             (Events{"end 1 RESOURCE_EXHAUSTED: max_subscriptions, 2, are in "
@@ -88,13 +91,14 @@ TEST_F(StreamsLimitsTest, AStreamWhoseSubscriptionIsTooLargeIsEnded) {
     OpenQuestions(3);
     TakeEvents();
     EventSubscription subscription;
-    Data(1, Padded(subscription, bytes));
+    subscription.mutable_subscribe_to()->set_value(1);
+    Data(1, LongSubscription(subscription, bytes));
     CloseWindow subscribe = About(1);
     subscribe.set_subscribe(true);
-    Data(2, Padded(subscribe, bytes));
+    Data(2, LongSubscription(subscribe, bytes));
     CloseWindow unsubscribe = About(1);
     unsubscribe.set_subscribe(false);
-    Data(3, Padded(unsubscribe, bytes));
+    Data(3, LongSubscription(unsubscribe, bytes));
     if (bytes == kBytes) {
       EXPECT_EQ(TakeEvents(), (Events{"a next", "b next", "c next"}));
       for (const uint64_t id : {1, 2, 3}) {
@@ -125,6 +129,68 @@ TEST_F(StreamsLimitsTest, AnAnswerMayBeLargerThanASubscription) {
 
 // Messages that no stream gets.
 
+TEST_F(StreamsLimitsTest, ASubscriptionWithUnknownFieldsEndsItsStream) {
+  const std::string why =
+      "INVALID_ARGUMENT: a subscription has fields that its message type does "
+      "not know";
+  const auto add_field = [](google::protobuf::Message& message) {
+    message.GetReflection()->MutableUnknownFields(&message)->AddVarint(9, 1);
+  };
+  EventSubscription listen;
+  listen.mutable_subscribe_to()->set_value(7);
+  add_field(listen);
+  EventSubscription listen_no_more;
+  add_field(*listen_no_more.mutable_unsubscribe_from());
+  CloseWindow decide = About(7);
+  decide.set_subscribe(true);
+  add_field(decide);
+  CloseWindow decide_no_more = About(7);
+  decide_no_more.set_subscribe(false);
+  add_field(*decide_no_more.mutable_browser_id());
+
+  OpenEvents(1);
+  OpenEvents(2);
+  OpenQuestions(3);
+  OpenQuestions(4);
+  Data(1, listen.SerializeAsString());
+  Data(2, listen_no_more.SerializeAsString());
+  Data(3, decide.SerializeAsString());
+  Data(4, decide_no_more.SerializeAsString());
+  EXPECT_EQ(
+      TakeEvents(),
+      (Events{"end 1 " + why, "a completed", "a destroyed", "end 2 " + why,
+              "b completed", "b destroyed", "end 3 " + why, "c completed",
+              "c destroyed", "end 4 " + why, "d completed", "d destroyed"}));
+  EXPECT_EQ(counters_.messages_refused, 4u);
+  EXPECT_EQ(counters_.subscriptions_now, 0u);
+}
+
+TEST_F(StreamsLimitsTest, WhatChangesNothingIsKeptFromAnEventStream) {
+  OpenEvents(1);
+  Listen(1, 7);
+  TakeEvents();
+  Listen(1, 7);
+  Listen(1, 8, false);
+  Data(1);
+  Data(1, "\xff");
+  EXPECT_EQ(TakeEvents(), Events());
+  EXPECT_EQ(counters_.messages_refused, 0u);
+  // What changes something is not.
+  Listen(1, 7, false);
+  Listen(1, 7);
+  Listen(1, 8);
+  EXPECT_EQ(TakeEvents(), (Events{"a next", "a next", "a next"}));
+  EXPECT_EQ(counters_.subscriptions_now, 2u);
+}
+
+TEST_F(StreamsLimitsTest, WhatChangesNothingReachesAStreamOfQuestions) {
+  OpenQuestions(1);
+  AnswerFor(1, 7);
+  AnswerFor(1, 7);
+  AnswerFor(1, 8, false);
+  EXPECT_EQ(TakeEvents(), (Events{"a next", "a next", "a next"}));
+}
+
 TEST_F(StreamsLimitsTest,
        AMessageThatNeitherSubscribesNorAnswersEndsItsStream) {
   const std::string why =
@@ -150,7 +216,7 @@ TEST_F(StreamsLimitsTest, AServerMayHandUnclearMessagesOn) {
       std::make_shared<Streams>(*endings_, *this, methods_, limits_, client_,
                                 counters_, UnclearMessages::kHandOn);
   OpenQuestions(1);
-  Data(1);
+  ListenMore(1);
   EXPECT_EQ(TakeEvents(), Events{"a next"});
   EXPECT_EQ(counters_.messages_refused, 0u);
 }

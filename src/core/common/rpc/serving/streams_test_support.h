@@ -165,6 +165,8 @@ class StreamsTest : public ::testing::Test, public StreamSink {
         ->set_value(window);
     Data(id, subscription.SerializeAsString());
   }
+  // Subscribes to a window that no stream has subscribed to.
+  void ListenMore(uint64_t id) { Listen(id, ++last_window_); }
   void AnswerFor(uint64_t id, int64_t window, bool answer = true) {
     CloseWindow message = About(window);
     message.set_subscribe(answer);
@@ -206,6 +208,7 @@ class StreamsTest : public ::testing::Test, public StreamSink {
   ServedMethods methods_;
   ClientRecord client_{{4711, 1000}, counters_};
   std::shared_ptr<Streams> streams_;
+  int64_t last_window_ = 1'000;
 
   // What the sink answers to a message.
   absl::Status sent_;

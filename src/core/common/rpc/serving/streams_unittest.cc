@@ -17,9 +17,9 @@ namespace {
 TEST_F(StreamsTest, EachFrameReachesItsStream) {
   OpenEvents(7);
   OpenEvents(8);
-  Data(8);
+  ListenMore(8);
   Error(7);
-  Data(7);
+  ListenMore(7);
   EXPECT_EQ(TakeEvents(), (Events{"b next", "a error", "a next"}));
   EXPECT_EQ(counters_.streams_opened, 2u);
   EXPECT_EQ(counters_.streams_now, 2u);
@@ -61,7 +61,7 @@ TEST_F(StreamsTest, StreamsBeyondTheLimitAreRefusedAndTheRestGoOn) {
             Events{"end 3 RESOURCE_EXHAUSTED: max_streams, 2, are open"});
   EXPECT_EQ(counters_.limit_hits.max_streams, 1u);
   EXPECT_EQ(counters_.streams_refused, 1u);
-  Data(1);
+  ListenMore(1);
   EXPECT_EQ(TakeEvents(), Events{"a next"});
   streams_->OnClientEnd(1);
   OpenEvents(3);
@@ -93,7 +93,7 @@ TEST_F(StreamsTest, AStreamMaySpeakWhileItCompletes) {
 
 TEST_F(StreamsTest, FramesForAnUnknownStreamAreIgnored) {
   OpenEvents(7);
-  Data(8);
+  ListenMore(8);
   Error(8);
   streams_->OnClientEnd(8);
   EXPECT_EQ(TakeEvents(), Events());
@@ -153,7 +153,7 @@ TEST_F(StreamsTest, AStreamThatCompletesWithinItsOwnCallOutlivesTheCall) {
     events_.emplace_back("back");
   };
   stream.meanwhile = complete_and_run;
-  Data(7);
+  ListenMore(7);
   EXPECT_EQ(TakeEvents(), (Events{"a next", "end 7 OK", "back", "a completed",
                                   "a destroyed"}));
 }
@@ -203,10 +203,10 @@ TEST_F(StreamsTest, NoStreamIsFinishedWhileAnotherOneHandlesAFrame) {
       first.Finish();
       sequence_.Run();
     };
-    Data(8);
+    ListenMore(8);
     events_.emplace_back("back");
   };
-  Data(7);
+  ListenMore(7);
   EXPECT_EQ(TakeEvents(), (Events{"a next", "b next", "end 7 OK", "back",
                                   "a completed", "a destroyed"}));
 }

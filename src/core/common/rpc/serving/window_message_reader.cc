@@ -60,6 +60,10 @@ bool IsSerialisedId(std::string_view bytes) {
           !goes_on(bytes.back()) && bytes.back() != 0);
 }
 
+bool HasUnknownFields(const google::protobuf::Message& message) {
+  return !message.GetReflection()->GetUnknownFields(message).empty();
+}
+
 }  // namespace
 
 WindowMessageReader::WindowMessageReader(
@@ -123,26 +127,36 @@ bool WindowMessageReader::ReadPlain(std::string_view payload,
 WindowMessage WindowMessageReader::ReadSubscription() const {
   const auto& subscription = static_cast<const EventSubscription&>(*scratch_);
   if (subscription.has_subscribe_to()) {
-    return {Kind::kSubscribe, subscription.subscribe_to().SerializeAsString()};
+    return SaidOf(Kind::kSubscribe, subscription.subscribe_to());
   }
   if (subscription.has_unsubscribe_from()) {
-    return {Kind::kUnsubscribe,
-            subscription.unsubscribe_from().SerializeAsString()};
+    return SaidOf(Kind::kUnsubscribe, subscription.unsubscribe_from());
   }
   return {};
 }
 
+WindowMessage WindowMessageReader::SaidOf(
+    WindowMessage::Kind kind,
+    const google::protobuf::Message& window) const {
+  WindowMessage said;
+  said.kind = kind;
+  said.window = window.SerializeAsString();
+  said.has_unknown_fields =
+      said.subscribes_or_unsubscribes() &&
+      (HasUnknownFields(*scratch_) || HasUnknownFields(window));
+  return said;
+}
+
 WindowMessage WindowMessageReader::ReadCallback() const {
   const google::protobuf::Reflection& fields = *scratch_->GetReflection();
-  WindowMessage said;
-  said.window = fields.GetMessage(*scratch_, browser_id_).SerializeAsString();
+  Kind kind = Kind::kOther;
   if (fields.HasField(*scratch_, subscribe_)) {
-    said.kind = fields.GetBool(*scratch_, subscribe_) ? Kind::kSubscribe
-                                                      : Kind::kUnsubscribe;
+    kind = fields.GetBool(*scratch_, subscribe_) ? Kind::kSubscribe
+                                                 : Kind::kUnsubscribe;
   } else if (fields.HasField(*scratch_, response_)) {
-    said.kind = Kind::kResponse;
+    kind = Kind::kResponse;
   }
-  return said;
+  return SaidOf(kind, fields.GetMessage(*scratch_, browser_id_));
 }
 
 std::string WindowMessageReader::WindowOfQuestion(

@@ -36,10 +36,17 @@ namespace rpc::serving {
 struct WindowMessage {
   enum class Kind { kOther, kSubscribe, kUnsubscribe, kResponse };
 
+  bool subscribes_or_unsubscribes() const {
+    return kind == Kind::kSubscribe || kind == Kind::kUnsubscribe;
+  }
+
   Kind kind = Kind::kOther;
   // The window's BrowserId, serialised: two are the same for the streams'
   // registries when all their bytes are.
   std::string window;
+  // Whether a message that subscribes or unsubscribes has fields, at its top or
+  // in its BrowserId, that the contract does not know.
+  bool has_unknown_fields = false;
 };
 
 class WindowMessageReader {
@@ -62,6 +69,8 @@ class WindowMessageReader {
   bool ReadPlain(std::string_view payload, WindowMessage* said) const;
   WindowMessage ReadSubscription() const;
   WindowMessage ReadCallback() const;
+  WindowMessage SaidOf(WindowMessage::Kind kind,
+                       const google::protobuf::Message& window) const;
 
   // What a client's message is parsed into. Null for a stream that is of
   // neither kind.

@@ -25,7 +25,8 @@ std::string Describe(const WindowMessage& said) {
   static constexpr const char* kKinds[] = {"other", "subscribe", "unsubscribe",
                                            "response"};
   return absl::StrCat(kKinds[static_cast<size_t>(said.kind)], " '",
-                      absl::CHexEscape(said.window), "'");
+                      absl::CHexEscape(said.window), "'",
+                      said.has_unknown_fields ? " and more" : "");
 }
 
 // What a stream of questions makes of `payload`.
@@ -40,6 +41,12 @@ std::string ReadAsStream(const std::string& payload) {
   } else if (message.has_response()) {
     said.kind = WindowMessage::Kind::kResponse;
   }
+  const auto has_unknown = [](const google::protobuf::Message& part) {
+    return !part.GetReflection()->GetUnknownFields(part).empty();
+  };
+  said.has_unknown_fields =
+      message.has_subscribe() &&
+      (has_unknown(message) || has_unknown(message.browser_id()));
   return Describe(said);
 }
 
@@ -260,6 +267,21 @@ TEST_F(QuestionsReaderTest, ReadsPlainMessagesAsTheStreamDoes) {
   }
 }
 
+TEST_F(QuestionsReaderTest, ReadsUnknownFieldsOfSubscriptionsOnly) {
+  const std::string subscribe = Tag(kSubscribe, kVarint) + Varint(1);
+  const std::string unknown = Tag(kUnknown, kVarint) + Varint(1);
+  const std::string id = Tag(1, kVarint) + Varint(7);
+  EXPECT_EQ(Read(reader_, Delimited(kBrowserId, id) + subscribe),
+            "subscribe '\\x08\\x07'");
+  EXPECT_EQ(Read(reader_, Delimited(kBrowserId, id) + subscribe + unknown),
+            "subscribe '\\x08\\x07' and more");
+  EXPECT_EQ(Read(reader_, Delimited(kBrowserId, id + unknown) + subscribe),
+            "subscribe '\\x08\\x07H\\x01' and more");
+  EXPECT_EQ(Read(reader_, Delimited(kBrowserId, id) + unknown +
+                              Delimited(kResponse, "")),
+            "response '\\x08\\x07'");
+}
+
 TEST_F(QuestionsReaderTest, ReadsAwkwardEncodingsAsTheStreamDoes) {
   const Payloads pieces = Pieces();
   for (const std::string& first : pieces) {
@@ -367,6 +389,19 @@ TEST_F(EventsReaderTest, ReadsWhichWindowIsSubscribedTo) {
   EXPECT_EQ(ReadEvent(subscription.SerializeAsString()),
             "unsubscribe '\\x08\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff"
             "\\x01'");
+}
+
+TEST_F(EventsReaderTest, ReadsUnknownFields) {
+  const std::string unknown = Tag(kUnknown, kVarint) + Varint(1);
+  const std::string id = Tag(1, kVarint) + Varint(7);
+  EXPECT_EQ(ReadEvent(Delimited(1, id) + unknown),
+            "subscribe '\\x08\\x07' and more");
+  EXPECT_EQ(ReadEvent(Delimited(2, id + unknown)),
+            "unsubscribe '\\x08\\x07H\\x01' and more");
+  EXPECT_EQ(ReadEvent(unknown), "other ''");
+  // Replaced, and so gone.
+  EXPECT_EQ(ReadEvent(Delimited(2, id + unknown) + Delimited(1, id)),
+            "subscribe '\\x08\\x07'");
 }
 
 TEST_F(EventsReaderTest, ReadsAwkwardEncodingsAsTheStreamDoes) {

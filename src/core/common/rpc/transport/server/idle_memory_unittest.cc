@@ -1,5 +1,5 @@
 // Neither side of an idle connection keeps the memory that a large message has
-// taken.
+// taken, and an event stream takes none for what it has no use for.
 
 #include <gtest/gtest.h>
 
@@ -83,6 +83,53 @@ TEST_F(IdleConnection, KeepsNothingOfAResponseThatWasTooLongForTheClient) {
   ASSERT_TRUE(reply && reply->has_reply());
   EXPECT_TRUE(reply->reply().has_status());
   EXPECT_LT(LiveBytes() - before, kIdleBytes);
+}
+
+// What an event stream parses is never freed.
+class EventStreamMemory : public IdleConnection {
+ protected:
+  void SetUp() override {
+    StreamOpenFrame open;
+    open.set_stream_id(1);
+    open.set_method_id(peer->IdOf("Watch"));
+    peer->Send(Frame::kStreamOpen, open);
+    Say(Subscription(7));
+  }
+  static std::string Subscription(int64_t window) {
+    EventSubscription subscription;
+    subscription.mutable_subscribe_to()->set_value(window);
+    return subscription.SerializeAsString();
+  }
+  void Say(const std::string& payload) {
+    StreamDataFrame data;
+    data.add_stream_ids(1);
+    data.mutable_message()->set_payload(payload);
+    peer->Send(Frame::kStreamData, data);
+    lab.RunReady();
+  }
+};
+
+TEST_F(EventStreamMemory, TakesNothingForWhatIsSubscribedToAlready) {
+  constexpr int kTimes = 1'000;
+  const ptrdiff_t before = torvane::CountAllocations().live();
+  for (int i = 0; i < kTimes; ++i) {
+    Say(Subscription(7));
+  }
+  EXPECT_LT(torvane::CountAllocations().live() - before, kTimes / 10);
+  EXPECT_EQ(lab.server->counters().streams_now, 1u);
+}
+
+// Each of the unknown fields would be allocated.
+TEST_F(EventStreamMemory, TakesNothingForASubscriptionThatIsTooLong) {
+  constexpr size_t kFields = 20'000;
+  std::string fields;
+  for (size_t i = 0; i < kFields; ++i) {
+    fields += std::string("\x4a\0", 2);
+  }
+  const size_t before = torvane::CountAllocations().allocations;
+  Say(fields);
+  EXPECT_LT(torvane::CountAllocations().allocations - before, kFields / 10);
+  EXPECT_EQ(lab.server->counters().limit_hits.max_subscription_bytes, 1u);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/long_subscription.h"
 #include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/limits_test_support.h"
@@ -22,6 +23,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using torvane::LongSubscription;
 
 // Streams that only the test's peer opens.
 class StreamLimits : public LimitsTest {
@@ -33,14 +35,17 @@ class StreamLimits : public LimitsTest {
     peer.Send(Frame::kStreamOpen, open);
     lab_->RunReady();
   }
-  void SendData(RawPeer& peer,
-                uint64_t id,
-                const google::protobuf::MessageLite& payload) {
+  void SendPayload(RawPeer& peer, uint64_t id, const std::string& payload) {
     StreamDataFrame data;
     data.add_stream_ids(id);
-    payload.SerializeToString(data.mutable_message()->mutable_payload());
+    data.mutable_message()->set_payload(payload);
     peer.Send(Frame::kStreamData, data);
     lab_->RunReady();
+  }
+  void SendData(RawPeer& peer,
+                uint64_t id,
+                const google::protobuf::MessageLite& message) {
+    SendPayload(peer, id, message.SerializeAsString());
   }
   void Listen(RawPeer& peer, uint64_t id, int64_t window) {
     EventSubscription subscription;
@@ -183,8 +188,8 @@ TEST_F(StreamLimits, UnsubscribingMakesRoomAmongMaxSubscriptions) {
   EXPECT_THAT(hits(), IsEmpty());
 }
 
-TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartByAllTheirBytes) {
-  Serve({.max_subscriptions = 2});
+TEST_F(StreamLimits, ASubscriptionWithUnknownFieldsEndsItsStream) {
+  Serve({});
   const auto peer = lab_->NewPeer();
   const auto& registry = torvane::EventStream<lab::Text>::stream_map_;
   const size_t before = registry.size();
@@ -193,14 +198,32 @@ TEST_F(StreamLimits, MaxSubscriptionsTellsWindowsApartByAllTheirBytes) {
   BrowserId& window = *subscription.mutable_subscribe_to();
   window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 1);
   SendData(*peer, 1, subscription);
-  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 2);
-  SendData(*peer, 1, subscription);
+  const absl::Status why = absl::InvalidArgumentError(
+      "a subscription has fields that its message type does not know");
+  EXPECT_EQ(AwaitEnd(*peer, 1), why);
+  EXPECT_EQ(lab_->server->counters().messages_refused, 1u);
+  EXPECT_THAT(TakeRecords(),
+              ElementsAre(absl::StrCat("Refused a request of ", Who("raw"),
+                                       ": ", why.ToString())));
+  EXPECT_EQ(subscriptions(), 0u);
+  EXPECT_EQ(registry.size(), before);
+  ExpectBystanderIsServed();
+}
+
+// Only the one that came last is asked, unless the other says it again.
+TEST_F(StreamLimits, SubscribingAgainTakesAWindowBackOnAStreamOfQuestions) {
+  Serve({});
+  const auto first = lab_->NewPeer();
+  const auto second = lab_->NewPeer();
+  Open(*first, 1, "Decide");
+  Open(*second, 1, "Decide");
+  AnswerFor(*first, 1, 10, true);
+  AnswerFor(*second, 1, 10, true);
+  AnswerFor(*first, 1, 10, true);
   EXPECT_EQ(subscriptions(), 2u);
-  EXPECT_EQ(registry.size(), before + 2);
-  window.GetReflection()->MutableUnknownFields(&window)->AddVarint(9, 3);
-  SendData(*peer, 1, subscription);
-  EXPECT_EQ(AwaitEnd(*peer, 1),
-            absl::ResourceExhaustedError("max_subscriptions, 2, are in place"));
+  EXPECT_TRUE(Ask(10));
+  const std::optional<Frame> question = first->Receive();
+  ASSERT_TRUE(question && question->has_stream_data());
 }
 
 TEST_F(StreamLimits, MaxSubscriptionsCountsWhatParsedOfABrokenMessage) {
@@ -238,31 +261,20 @@ TEST_F(StreamLimits,
   const auto peer = lab_->NewPeer();
   Open(*peer, 1);
   Open(*peer, 2, "Decide");
-  // A field that the receiver does not know makes up the length.
-  const auto fill = [](google::protobuf::Message& message, size_t size) {
-    google::protobuf::UnknownFieldSet& fields =
-        *message.GetReflection()->MutableUnknownFields(&message);
-    fields.AddLengthDelimited(
-        99, std::string(size - message.ByteSizeLong() - 3, 'x'));
-    EXPECT_EQ(message.ByteSizeLong(), size);
-  };
   EventSubscription listen;
   listen.mutable_subscribe_to()->set_value(10);
   lab::Decision decide;
   decide.mutable_browser_id()->set_value(10);
   decide.set_subscribe(true);
-  fill(listen, 100);
-  fill(decide, 100);
-  SendData(*peer, 1, listen);
-  SendData(*peer, 2, decide);
+  SendPayload(*peer, 1, LongSubscription(listen, 100));
+  SendPayload(*peer, 2, LongSubscription(decide, 100));
   EXPECT_EQ(subscriptions(), 2u);
   EXPECT_THAT(hits(), IsEmpty());
 
   // The limit holds for unsubscribing, but not for answers.
   EventSubscription listen_no_more;
   listen_no_more.mutable_unsubscribe_from()->set_value(10);
-  fill(listen_no_more, 101);
-  SendData(*peer, 1, listen_no_more);
+  SendPayload(*peer, 1, LongSubscription(listen_no_more, 101));
   EXPECT_EQ(OutcomeOf(AwaitEnd(*peer, 1)),
             Refused(Who("raw"), "max_subscription_bytes",
                     absl::ResourceExhaustedError(
@@ -274,8 +286,7 @@ TEST_F(StreamLimits,
   SendData(*peer, 2, answer);
   EXPECT_EQ(hits(), (Hits{{"max_subscription_bytes", 1}}));
   decide.set_subscribe(false);
-  fill(decide, 201);
-  SendData(*peer, 2, decide);
+  SendPayload(*peer, 2, LongSubscription(decide, 201));
   EXPECT_EQ(AwaitEnd(*peer, 2), absl::ResourceExhaustedError(
                                     "a subscription takes 201 bytes, more than "
                                     "max_subscription_bytes, 100"));

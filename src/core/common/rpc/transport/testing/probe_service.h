@@ -15,10 +15,35 @@
 
 #include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
+#include "rpc/event_subscription.pb.h"
 
 namespace rpc::transport {
 
 using Log = std::vector<std::string>;
+
+// A subscription to a window whose number stands for `name`, of up to seven
+// characters: something that a stream of events is given.
+inline std::string SubscriptionTo(const std::string& name) {
+  int64_t window = 0;
+  for (const char character : name) {
+    window = window << 8 | character;
+  }
+  EventSubscription subscription;
+  subscription.mutable_subscribe_to()->set_value(window);
+  return subscription.SerializeAsString();
+}
+
+// The name again.
+inline std::string SubscribedTo(const std::string& payload) {
+  EventSubscription subscription;
+  subscription.ParseFromString(payload);
+  std::string name;
+  for (int64_t window = subscription.subscribe_to().value(); window != 0;
+       window >>= 8) {
+    name.insert(name.begin(), static_cast<char>(window & 0x7f));
+  }
+  return name;
+}
 
 // A stream that writes down what happens to it and does what the test says.
 class ProbeStream final : public torvane::AbstractStream {
@@ -31,7 +56,7 @@ class ProbeStream final : public torvane::AbstractStream {
   }
 
   void OnNext(StreamMessage* message) override {
-    Note("next " + message->payload());
+    Note("next " + SubscribedTo(message->payload()));
   }
   void OnError(StreamMessage* message) override {
     Note("error " + message->payload());
@@ -121,10 +146,11 @@ class ProbeTest : public ::testing::Test {
     peer->Send(Frame::kStreamOpen, open);
     RunReady();
   }
-  void SendData(uint64_t id, const std::string& payload) {
+  // Subscribes to the window of that name.
+  void SendData(uint64_t id, const std::string& name) {
     StreamDataFrame data;
     data.add_stream_ids(id);
-    data.mutable_message()->set_payload(payload);
+    data.mutable_message()->set_payload(SubscriptionTo(name));
     peer->Send(Frame::kStreamData, data);
     RunReady();
   }
