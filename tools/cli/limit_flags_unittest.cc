@@ -97,7 +97,7 @@ TEST_F(LimitFlagsTest, HelpSaysRangeAndDefault) {
               HasSubstr("  --max-calls N                calls in flight of one "
                         "client,\n"
                         "                               1 to 1000000; default: "
-                        "10000\n"));
+                        "1024\n"));
   EXPECT_THAT(LimitHelp(),
               HasSubstr("  --accept-pause SECONDS       without accepting, "
                         "when out of descriptors,\n"

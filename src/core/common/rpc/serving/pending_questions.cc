@@ -1,21 +1,40 @@
 #include "core/common/rpc/serving/pending_questions.h"
 
+#include <utility>
+
 #include "browser_id.pb.h"
 
 namespace rpc::serving {
 
+void Report(const QuestionsOfClient& questions,
+            PendingQuestion::Clock::time_point now,
+            ConnectionReport& report) {
+  report.questions = questions.size();
+  for (const PendingQuestion& question : questions) {
+    if (report.oldest_questions.size() == kReportedQuestions) {
+      return;
+    }
+    BrowserId window;
+    window.ParseFromString(question.window);
+    report.oldest_questions.push_back({question.method->descriptor->full_name(),
+                                       window.value(), now - question.asked});
+  }
+}
+
 PendingQuestions::~PendingQuestions() {
-  total_ -= pending_.size();
+  for (const auto& [call_id, question] : pending_) {
+    all_.erase(question);
+  }
 }
 
 void PendingQuestions::OnAsked(const transport::StreamMessage& question) {
-  const bool is_new =
-      pending_
-          .insert_or_assign(question.call_id(),
-                            Question{method_.reader->WindowOfQuestion(question),
-                                     Clock::now()})
-          .second;
-  total_ += is_new ? 1 : 0;
+  const auto asked = all_.insert(
+      all_.end(), {&method_, method_.reader->WindowOfQuestion(question),
+                   PendingQuestion::Clock::now()});
+  const auto [entry, is_new] = pending_.emplace(question.call_id(), asked);
+  if (!is_new) {
+    all_.erase(std::exchange(entry->second, asked));
+  }
 }
 
 void PendingQuestions::OnData(const WindowMessage& message, int64_t call_id) {
@@ -30,32 +49,21 @@ void PendingQuestions::OnError(const WindowMessage& message, int64_t call_id) {
   Settle(call_id, message.window);
 }
 
-void PendingQuestions::Report(Clock::time_point now,
-                              ConnectionReport& report) const {
-  report.questions += pending_.size();
-  size_t left = kReportedQuestions;
-  for (const auto& [call_id, question] : pending_) {
-    if (left-- == 0) {
-      return;
-    }
-    BrowserId window;
-    window.ParseFromString(question.window);
-    report.oldest_questions.push_back({method_.descriptor->full_name(),
-                                       window.value(), now - question.asked});
-  }
-}
-
 void PendingQuestions::Settle(int64_t call_id, const std::string& window) {
   const auto question = pending_.find(call_id);
-  if (question != pending_.end() && question->second.window == window) {
+  if (question != pending_.end() && question->second->window == window) {
+    all_.erase(question->second);
     pending_.erase(question);
-    --total_;
   }
 }
 
 void PendingQuestions::Release(const std::string& window) {
-  total_ -= std::erase_if(pending_, [&window](const auto& question) {
-    return question.second.window == window;
+  std::erase_if(pending_, [this, &window](const auto& question) {
+    const bool is_released = question.second->window == window;
+    if (is_released) {
+      all_.erase(question.second);
+    }
+    return is_released;
   });
 }
 

@@ -9,8 +9,11 @@
 //   answer, or error, with that id and window ────> it is settled
 //   subscription that releases a window ──────────> all of that window's are
 //
-// Ownership: the stream's entry in Streams. Holds as many entries as questions
-// are pending.
+// The questions of all streams of one client stand in one list, in the order in
+// which they were asked, so that a report finds the oldest ones without a walk.
+//
+// Ownership: the stream's entry in Streams, which owns the list, too. Holds as
+// many entries as questions are pending.
 //
 // Sequence: the server's.
 //
@@ -22,6 +25,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <string>
 
@@ -32,14 +36,28 @@
 
 namespace rpc::serving {
 
-class PendingQuestions {
- public:
+struct PendingQuestion {
   using Clock = std::chrono::steady_clock;
 
-  // `total` counts the questions that are pending, of all streams of a client,
-  // and outlives this.
-  PendingQuestions(const ServedMethod& method, size_t& total)
-      : method_(method), total_(total) {}
+  const ServedMethod* method;
+  // As in WindowMessage.
+  std::string window;
+  Clock::time_point asked;
+};
+
+// Of all streams of a client, the oldest first.
+using QuestionsOfClient = std::list<PendingQuestion>;
+
+// Tells how many questions are pending, and the oldest of them as of `now`.
+void Report(const QuestionsOfClient& questions,
+            PendingQuestion::Clock::time_point now,
+            ConnectionReport& report);
+
+class PendingQuestions {
+ public:
+  // `all` outlives this.
+  PendingQuestions(const ServedMethod& method, QuestionsOfClient& all)
+      : method_(method), all_(all) {}
   PendingQuestions(const PendingQuestions&) = delete;
   PendingQuestions& operator=(const PendingQuestions&) = delete;
   ~PendingQuestions();
@@ -52,23 +70,14 @@ class PendingQuestions {
   void OnData(const WindowMessage& message, int64_t call_id);
   void OnError(const WindowMessage& message, int64_t call_id);
 
-  // Adds how many questions are pending, and the oldest of them as of `now`.
-  void Report(Clock::time_point now, ConnectionReport& report) const;
-
  private:
-  struct Question {
-    // As in WindowMessage.
-    std::string window;
-    Clock::time_point asked;
-  };
-
   void Settle(int64_t call_id, const std::string& window);
   void Release(const std::string& window);
 
   const ServedMethod& method_;
-  size_t& total_;
-  // By call id, and so in the order in which they were asked.
-  std::map<int64_t, Question> pending_;
+  QuestionsOfClient& all_;
+  // By call id.
+  std::map<int64_t, QuestionsOfClient::iterator> pending_;
 };
 
 }  // namespace rpc::serving

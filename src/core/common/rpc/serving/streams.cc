@@ -66,7 +66,7 @@ Streams::Streams(EndingQueue& endings,
 
 Streams::~Streams() {
   ABSL_CHECK(entries_.empty()) << "streams would not see their OnCompleted";
-  ABSL_CHECK_EQ(questions_, 0u) << "of streams that are gone";
+  ABSL_CHECK(questions_.empty()) << "of streams that are gone";
   ABSL_CHECK_EQ(subscriptions_, 0u) << "of streams that are gone";
 }
 
@@ -370,20 +370,7 @@ EndingQueue::Progress Streams::FinishNext() {
 
 void Streams::Report(ConnectionReport& report) const {
   report.streams = entries_.size();
-  const auto now = PendingQuestions::Clock::now();
-  for (const auto& [id, entry] : entries_) {
-    if (entry.questions) {
-      entry.questions->Report(now, report);
-    }
-  }
-  std::vector<QuestionReport>& oldest = report.oldest_questions;
-  std::stable_sort(oldest.begin(), oldest.end(),
-                   [](const QuestionReport& one, const QuestionReport& other) {
-                     return one.age > other.age;
-                   });
-  if (oldest.size() > kReportedQuestions) {
-    oldest.resize(kReportedQuestions);
-  }
+  serving::Report(questions_, PendingQuestion::Clock::now(), report);
 }
 
 bool Streams::Send(Entry& entry, const StreamMessage& message) {
@@ -402,7 +389,7 @@ bool Streams::Send(Entry& entry, const StreamMessage& message) {
 }
 
 bool Streams::MayAsk() {
-  if (questions_ < limits_.max_questions) {
+  if (questions_.size() < limits_.max_questions) {
     return true;
   }
   client_

@@ -157,7 +157,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   // Of all streams: what they are subscribed to, and questions that are
   // pending.
   size_t subscriptions_ = 0;
-  size_t questions_ = 0;
+  QuestionsOfClient questions_;
   Entries entries_;
   // Ids of streams whose end was sent and that FinishNextEnded() must complete
   // and destroy, one after the other.

@@ -65,14 +65,13 @@ class PendingQuestionsTest : public ::testing::Test {
 
   serving::ConnectionReport Report() const {
     serving::ConnectionReport report;
-    questions.Report(serving::PendingQuestions::Clock::now(), report);
+    serving::Report(all, serving::PendingQuestion::Clock::now(), report);
     return report;
   }
   // The windows of the questions that are pending, the oldest first.
   std::vector<int64_t> Windows() const {
     const serving::ConnectionReport report = Report();
     EXPECT_EQ(report.questions, report.oldest_questions.size());
-    EXPECT_EQ(report.questions, total);
     std::vector<int64_t> windows;
     for (const serving::QuestionReport& question : report.oldest_questions) {
       windows.push_back(question.window);
@@ -81,8 +80,8 @@ class PendingQuestionsTest : public ::testing::Test {
   }
 
   using WindowList = std::vector<int64_t>;
-  size_t total = 0;
-  serving::PendingQuestions questions{Method("Decide"), total};
+  serving::QuestionsOfClient all;
+  serving::PendingQuestions questions{Method("Decide"), all};
 };
 
 TEST(ServedMethods, KnowWhichMethodsAskQuestions) {
@@ -132,6 +131,25 @@ TEST_F(PendingQuestionsTest, SubscribingAgainEndsNoQuestions) {
   Ask(1, 7);
   Subscribe(7, true);
   Subscribe(7, true, /*call_id=*/1);
+  EXPECT_EQ(Windows(), WindowList{7});
+}
+
+TEST_F(PendingQuestionsTest, ACallIdThatIsUsedAgainReplacesItsQuestion) {
+  Ask(1, 7);
+  Ask(2, 8);
+  Ask(1, 9);
+  EXPECT_EQ(Windows(), (WindowList{8, 9}));
+}
+
+TEST_F(PendingQuestionsTest, AStreamThatIsGoneLeavesTheQuestionsOfTheOthers) {
+  Ask(1, 7);
+  {
+    serving::PendingQuestions other{Method("Decide"), all};
+    lab::Decision question = About(8);
+    question.mutable_question();
+    other.OnAsked(Message(question, 1));
+    EXPECT_EQ(Windows(), (WindowList{7, 8}));
+  }
   EXPECT_EQ(Windows(), WindowList{7});
 }
 
