@@ -1,25 +1,26 @@
 // Ends the streams of clients that have left, a slice of time on each turn of
 // the sequence, so that everybody else is served in between.
 //
-// An event stream that ends walks over all subscriptions of its type, those of
-// all clients. A client may leave many such streams behind, and many clients
-// may leave at once; when the server stops, all do. So there is one queue, and
-// one slice for all clients together:
+// A stream that ends walks over all subscriptions of its type, those of all
+// clients. A client may leave many streams behind, and many clients may leave
+// at once; when the server stops, all do. So there is one queue, and one slice
+// for all clients together. What a client passes through:
 //
-//   a client that has left   [questions] ----------------------> [rest] ->
-//   (none)
-//                                  '----> [subscriptions] ------->
-//                                         when the server stops
-//   a stream that has ended
-//   while its client stays   [ended] -> (none)
+//   has left:    [questions] ---------------------> [rest] --> (none)
+//                     '-----> [subscriptions] ------->
+//                             when the server stops
+//   stays, but
+//   some streams
+//   have ended:  [ended] --> (none)
 //
 // What stands in a stage is done before any client is served in the next one:
-// questions first, since somebody waits to hear that they are cancelled.
-// Subscriptions are ended only when the server stops, and then those of all
-// clients before the first event stream ends: its walk, and that of each one
-// after it, finds nearly nothing. That would take minutes otherwise. It is not
-// done when one client leaves, since an event stream never frees the message
-// that unsubscribes it.
+// streams with pending questions first, since somebody waits to hear that they
+// are cancelled. Subscriptions are ended only when the server stops, and then
+// those of all clients before the rest of the streams end: their walks find
+// nearly nothing. With as many streams as the limits allow, that would take
+// minutes otherwise. It is not done when one client leaves: an event stream
+// never frees the message that unsubscribes it, and a stream of questions would
+// release windows that other clients have taken over.
 //
 // Ownership: the server's. Refers to the streams of a client only weakly, and
 // the tasks that it posts to this.

@@ -62,6 +62,8 @@ class PendingQuestions {
   PendingQuestions& operator=(const PendingQuestions&) = delete;
   ~PendingQuestions();
 
+  bool empty() const { return pending_.empty(); }
+
   // A question has been sent to the client.
   void OnAsked(const transport::StreamMessage& question);
 

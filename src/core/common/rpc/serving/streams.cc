@@ -5,7 +5,6 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
-#include "rpc/event_subscription.pb.h"
 
 namespace rpc::serving {
 
@@ -299,7 +298,7 @@ EndingQueue::Progress Streams::EndSome(EndingStage stage) {
   bool did_something = false;
   switch (stage) {
     case EndingStage::kQuestions:
-      did_something = FinishNextOfQuestions();
+      did_something = FinishNextWithQuestions();
       break;
     case EndingStage::kEnded:
       did_something = FinishNextEnded();
@@ -325,9 +324,10 @@ Streams::Entries::iterator Streams::NextToEnd(const Condition& condition) {
   return entry;
 }
 
-bool Streams::FinishNextOfQuestions() {
-  const auto entry = NextToEnd(
-      [](const Entry& candidate) { return candidate.questions.has_value(); });
+bool Streams::FinishNextWithQuestions() {
+  const auto entry = NextToEnd([](const Entry& candidate) {
+    return candidate.questions && !candidate.questions->empty();
+  });
   if (entry == entries_.end()) {
     return false;
   }
@@ -337,18 +337,15 @@ bool Streams::FinishNextOfQuestions() {
 
 bool Streams::UnsubscribeNext() {
   const auto entry = NextToEnd([](const Entry& candidate) {
-    return candidate.method->kind == torvane::MethodKind::kEventStream &&
-           !candidate.ended && !candidate.subscriptions->empty();
+    return !candidate.ended && !candidate.subscriptions->empty();
   });
   if (entry == entries_.end()) {
     return false;
   }
   const ClientFrame frame(*this);
-  EventSubscription unsubscribe;
-  unsubscribe.mutable_unsubscribe_from()->ParseFromString(
-      entry->second.subscriptions->TakeOne());
   StreamMessage message;
-  unsubscribe.SerializeToString(message.mutable_payload());
+  message.set_payload(entry->second.method->reader->UnsubscriptionFrom(
+      entry->second.subscriptions->TakeOne()));
   entry->second.stream->OnNext(&message);
   return true;
 }

@@ -143,7 +143,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   bool FinishNextEnded();
   template <typename Condition>
   Entries::iterator NextToEnd(const Condition& condition);
-  bool FinishNextOfQuestions();
+  bool FinishNextWithQuestions();
   bool UnsubscribeNext();
   EndingQueue::Progress FinishNext();
 

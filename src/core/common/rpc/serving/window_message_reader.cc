@@ -159,6 +159,20 @@ WindowMessage WindowMessageReader::ReadCallback() const {
   return SaidOf(kind, fields.GetMessage(*scratch_, browser_id_));
 }
 
+std::string WindowMessageReader::UnsubscriptionFrom(
+    const std::string& window) const {
+  if (browser_id_ == nullptr) {
+    EventSubscription subscription;
+    subscription.mutable_unsubscribe_from()->ParseFromString(window);
+    return subscription.SerializeAsString();
+  }
+  const std::unique_ptr<google::protobuf::Message> message(scratch_->New());
+  const google::protobuf::Reflection& fields = *message->GetReflection();
+  fields.MutableMessage(message.get(), browser_id_)->ParseFromString(window);
+  fields.SetBool(message.get(), subscribe_, false);
+  return message->SerializeAsString();
+}
+
 std::string WindowMessageReader::WindowOfQuestion(
     const transport::StreamMessage& question) {
   std::string_view payload = question.payload();

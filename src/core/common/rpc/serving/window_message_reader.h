@@ -61,6 +61,10 @@ class WindowMessageReader {
   // What a client has sent.
   WindowMessage ReadFromClient(const transport::StreamMessage& message);
 
+  // The payload with which a client unsubscribes from `window`, as in
+  // WindowMessage. Only for streams of events and of questions.
+  std::string UnsubscriptionFrom(const std::string& window) const;
+
   // The window of a question of ours, which is known to be well formed. Only
   // for streams of questions.
   std::string WindowOfQuestion(const transport::StreamMessage& question);

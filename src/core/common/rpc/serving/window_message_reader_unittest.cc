@@ -346,6 +346,16 @@ TEST_F(QuestionsReaderTest, KeepsNothingOfAnEarlierMessage) {
   ExpectAgreement("");
 }
 
+TEST_F(QuestionsReaderTest, MakesWhatUnsubscribesFromAWindow) {
+  for (const std::string& window :
+       {std::string(), Tag(1, kVarint) + Varint(7)}) {
+    const std::string payload = reader_.UnsubscriptionFrom(window);
+    EXPECT_EQ(Read(reader_, payload),
+              absl::StrCat("unsubscribe '", absl::CHexEscape(window), "'"));
+    ExpectAgreement(payload);
+  }
+}
+
 TEST_F(QuestionsReaderTest, FindsTheWindowOfAQuestion) {
   const auto window_of = [this](const CloseWindow& question) {
     transport::StreamMessage message;
@@ -389,6 +399,14 @@ TEST_F(EventsReaderTest, ReadsWhichWindowIsSubscribedTo) {
   EXPECT_EQ(ReadEvent(subscription.SerializeAsString()),
             "unsubscribe '\\x08\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff\\xff"
             "\\x01'");
+}
+
+TEST_F(EventsReaderTest, MakesWhatUnsubscribesFromAWindow) {
+  for (const std::string& window :
+       {std::string(), Tag(1, kVarint) + Varint(7)}) {
+    EXPECT_EQ(ReadEvent(reader_.UnsubscriptionFrom(window)),
+              absl::StrCat("unsubscribe '", absl::CHexEscape(window), "'"));
+  }
 }
 
 TEST_F(EventsReaderTest, ReadsUnknownFields) {

@@ -5,7 +5,7 @@
 //   [expecting] -------> [serving] ----------- limit, violation, stop -----,
 //        |                                                                 v
 //        '-- anything else, too late ---------------------> [closed] --> (none)
-//                                                             its streams end
+//                                                            (its streams end)
 //
 // Ownership: owned by the server until it is closed and the last of its streams
 // has ended, some turns later.
