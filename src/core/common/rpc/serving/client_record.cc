@@ -4,7 +4,6 @@
 
 #include "absl/strings/escaping.h"
 #include "absl/strings/str_cat.h"
-#include "base/logging.h"
 
 namespace rpc::serving {
 namespace {
@@ -25,8 +24,10 @@ std::string Describe(const ClientProcess& process) {
   return absl::StrCat("pid ", process.pid, ", user ", process.user);
 }
 
-ClientRecord::ClientRecord(const ClientProcess& process, Counters& counters)
-    : process_(process), counters_(counters) {
+ClientRecord::ClientRecord(const ClientProcess& process,
+                           Counters& counters,
+                           RecordRate& records)
+    : process_(process), counters_(counters), records_(records) {
   set_name("");
 }
 
@@ -56,12 +57,14 @@ absl::Status ClientRecord::NoteRefusedMessage(const std::string& text) {
 }
 
 void ClientRecord::RecordRefusal(const absl::Status& why) const {
-  LOG(WARNING) << "Refused a request of " << who_ << ": " << why;
+  records_.Warn(
+      absl::StrCat("Refused a request of ", who_, ": ", why.ToString()));
 }
 
 void ClientRecord::OnClosed(const absl::Status& why) const {
   if (!absl::IsUnavailable(why)) {
-    LOG(WARNING) << "Closed the connection of " << who_ << ": " << why;
+    records_.Warn(
+        absl::StrCat("Closed the connection of ", who_, ": ", why.ToString()));
   }
 }
 

@@ -353,7 +353,8 @@ class EndingRealStreams : public ::testing::Test, public StreamSink {
       std::make_shared<EndingQueue>(sequence_, std::chrono::milliseconds(0));
   Counters counters_;
   const Limits limits_;
-  ClientRecord client_{{4711, 1000}, counters_};
+  RecordRate records_{sequence_};
+  ClientRecord client_{{4711, 1000}, counters_, records_};
   Events events_;
   std::shared_ptr<Streams> streams_ = std::make_shared<Streams>(*endings_,
                                                                 *this,

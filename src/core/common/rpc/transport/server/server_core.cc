@@ -28,6 +28,7 @@ ServerCore::ServerCore(loop::Loop& loop, const ServerOptions& options)
       counters_(std::make_shared<serving::Counters>()),
       call_pool_(std::make_shared<serving::CallPool>(loop, counters_)),
       endings_(std::make_shared<serving::EndingQueue>(loop)),
+      records_(loop),
       acceptor_(loop.context()) {
   ABSL_CHECK_OK(serving::Validate(options.limits));
 }
@@ -104,9 +105,9 @@ void ServerCore::Serve(Socket socket) {
     return;
   }
   const ServerSession::Shared shared = {
-      loop_,    options_.limits, options_.unclear_messages,
-      methods_, *call_pool_,     *endings_,
-      counters_};
+      loop_,     options_.limits, options_.unclear_messages,
+      methods_,  *call_pool_,     *endings_,
+      counters_, records_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
       shared, id, std::move(socket), *peer,
@@ -147,9 +148,9 @@ void ServerCore::TurnAway(Socket socket,
                           const absl::StatusOr<serving::ClientProcess>& peer,
                           const absl::Status& why) {
   ++counters_->connections_refused;
-  LOG(WARNING) << "Refused the connection of "
-               << (peer.ok() ? Describe(*peer) : "an unknown process") << ": "
-               << why;
+  records_.Warn(absl::StrCat("Refused the connection of ",
+                             peer.ok() ? Describe(*peer) : "an unknown process",
+                             ": ", why.ToString()));
   GoodbyeFrame goodbye;
   ToWire(why, goodbye.mutable_status());
   std::string bytes;
@@ -211,6 +212,8 @@ void ServerCore::CloseSessions() {
   for (const auto& session : sessions) {
     session->Stop(Stopping());
   }
+  // Its timer would keep the loop waiting.
+  records_.Flush();
 }
 
 }  // namespace rpc::transport
