@@ -1,12 +1,16 @@
-// Neither side of an idle connection keeps the memory that a large message has
-// taken, and an event stream takes none for what it has no use for.
+// What an idle connection costs, that neither side of it keeps the memory that a
+// large message has taken, and that an event stream takes none for what it has
+// no use for.
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/allocation_counter.h"
@@ -25,6 +29,22 @@ constexpr ptrdiff_t kIdleBytes = 512 << 10;
 
 ptrdiff_t LiveBytes() {
   return static_cast<ptrdiff_t>(torvane::CountAllocations().live_bytes);
+}
+
+// What a client sends that makes one call.
+std::string HelloAndCall(uint32_t method_id, const std::string& text) {
+  HelloFrame hello;
+  hello.set_protocol_version(kProtocolVersion);
+  hello.set_max_frame_bytes(1 << 20);
+  lab::Text request;
+  request.set_text(text);
+  CallFrame call;
+  call.set_method_id(method_id);
+  request.SerializeToString(call.mutable_request());
+  std::string bytes;
+  AppendFrame(Frame::kHello, hello, FrameSize(hello), &bytes);
+  AppendFrame(Frame::kCall, call, FrameSize(call), &bytes);
+  return bytes;
 }
 
 class IdleConnection : public ::testing::Test {
@@ -130,6 +150,50 @@ TEST_F(EventStreamMemory, TakesNothingForASubscriptionThatIsTooLong) {
   Say(fields);
   EXPECT_LT(torvane::CountAllocations().allocations - before, kFields / 10);
   EXPECT_EQ(lab.server->counters().limit_hits.max_subscription_bytes, 1u);
+}
+
+// What `count` connections add to the memory that is in use, when all of them
+// have had one call of Echo with `text`. Only the server's side has memory
+// here; the other one is a descriptor.
+ptrdiff_t BytesForConnections(Lab& lab, size_t count, const std::string& text) {
+  std::vector<loop::ScopedFd> clients;
+  clients.reserve(count);
+  const uint32_t echo = lab.NewPeer()->IdOf("Echo");
+  const std::string bytes = HelloAndCall(echo, text);
+  std::string input(bytes.size() + 10'000, '\0');
+  lab.RunReady();
+  const uint64_t started = lab.server->counters().calls_started;
+  const ptrdiff_t before = LiveBytes();
+  for (size_t i = 0; i < count; ++i) {
+    clients.push_back(lab.Connect());
+    EXPECT_EQ(send(clients.back().get(), bytes.data(), bytes.size(), 0),
+              static_cast<ssize_t>(bytes.size()));
+    lab.RunReady();
+    EXPECT_GT(recv(clients.back().get(), input.data(), input.size(), 0), 0);
+  }
+  EXPECT_EQ(lab.server->counters().calls_started, started + count);
+  return LiveBytes() - before;
+}
+
+TEST_F(IdleConnection, CostsLessThanEightKib) {
+  BytesForConnections(lab, 1, "");
+  EXPECT_LT(BytesForConnections(lab, 100, ""), 100 * 8'192);
+}
+
+TEST_F(IdleConnection, CostsLessThanEightKibAlsoAfterUse) {
+  const std::string text(30'000, 'x');
+  BytesForConnections(lab, 1, text);
+  EXPECT_LT(BytesForConnections(lab, 100, text), 100 * 8'192);
+}
+
+// Of half a frame that has come no more is kept than has come.
+TEST_F(IdleConnection, KeepsOfHalfAFrameWhatHasCome) {
+  peer->SendBytes(std::string("\xc0\x84\x3d", 3));  // of a million
+  lab.RunReady();
+  const ptrdiff_t before = LiveBytes();
+  peer->SendBytes(std::string(3'000, 'x'));
+  lab.RunReady();
+  EXPECT_LT(LiveBytes() - before, 4'000);
 }
 
 }  // namespace

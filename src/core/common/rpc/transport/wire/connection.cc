@@ -1,5 +1,7 @@
 #include "core/common/rpc/transport/wire/connection.h"
 
+#include <chrono>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -20,6 +22,34 @@ absl::Status ReadError(const std::error_code& error) {
   return absl::UnavailableError(
       absl::StrCat("the connection was lost: ", error.message()));
 }
+
+// Tells when frames have been handled for long enough. Asked after each frame
+// behind which more bytes wait, so a frame that comes alone needs no clock. To
+// look at the clock takes a twentieth of a short call: while frames are quick,
+// it is done after some of them only.
+class Slice {
+ public:
+  bool IsOver() {
+    if (--frames_until_look_ > 0) {
+      return false;
+    }
+    const Clock::time_point now = Clock::now();
+    if (!end_) {
+      end_ = now + Connection::kSlice;
+    }
+    const bool is_quick = now - last_look_ < Connection::kSlice / 16;
+    frames_until_look_ = is_quick ? 8 : 1;
+    last_look_ = now;
+    return now >= *end_;
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  int frames_until_look_ = 1;
+  Clock::time_point last_look_;
+  std::optional<Clock::time_point> end_;
+};
 
 }  // namespace
 
@@ -46,20 +76,27 @@ void Connection::Start(std::shared_ptr<Delegate> delegate) {
     FinishClosingSoon();
     return;
   }
-  Read();
+  AwaitReadable();
+}
+
+void Connection::AwaitReadable() {
+  reading_ = Reading::kWaiting;
+  input_.Trim();
+  socket_.async_wait(
+      asio::socket_base::wait_read,
+      [self = shared_from_this()](const std::error_code&) { self->Read(); });
 }
 
 void Connection::Read() {
-  const auto space = input_.Space();
-  socket_.async_read_some(
-      asio::buffer(space.data(), space.size()),
-      [self = shared_from_this()](const std::error_code& error, size_t size) {
-        self->OnRead(error, size);
-      });
-}
-
-void Connection::OnRead(const std::error_code& error, size_t size) {
   if (phase_ != Phase::kOpen) {
+    return;
+  }
+  const auto space = input_.Space();
+  std::error_code error;
+  const size_t size =
+      socket_.read_some(asio::buffer(space.data(), space.size()), error);
+  if (error == asio::error::would_block) {
+    AwaitReadable();
     return;
   }
   if (error) {
@@ -79,18 +116,32 @@ void Connection::HandleInput() {
   }
   if (phase_ == Phase::kClosing) {
     FinishClosing();
-  } else if (!status.ok()) {
+    return;
+  }
+  if (!status.ok()) {
     ++counters_->protocol_violations;
     Fail(status);
-  } else {
-    Write();
-    if (reading_ == Reading::kWaiting) {
-      Read();
-    }
+    return;
+  }
+  Write();
+  if (reading_ == Reading::kWaiting) {
+    AwaitReadable();
+  } else if (reading_ == Reading::kYielded) {
+    HandleInputSoon();
   }
 }
 
+// The connection may be closed before that turn comes.
+void Connection::HandleInputSoon() {
+  asio::post(socket_.get_executor(), [self = shared_from_this()] {
+    if (self->phase_ == Phase::kOpen) {
+      self->HandleInput();
+    }
+  });
+}
+
 absl::Status Connection::HandleFrames() {
+  Slice slice;
   FrameView frame;
   absl::Status status;
   while (phase_ == Phase::kOpen) {
@@ -111,6 +162,10 @@ absl::Status Connection::HandleFrames() {
         if (!status.ok()) {
           return status;
         }
+    }
+    if (!input_.empty() && slice.IsOver()) {
+      reading_ = Reading::kYielded;
+      return absl::OkStatus();
     }
   }
   return absl::OkStatus();

@@ -67,6 +67,28 @@ absl::Status OpenEnvelope(std::string_view bytes, FrameView* frame) {
   return absl::OkStatus();
 }
 
+// A buffer of kReadBytes that nobody uses. Connections take it to read and give
+// it back when they have handled what they have read, so those of a loop use
+// the same memory one after the other. Where one is handled within the other (a
+// handler that runs the loop), or keeps half a frame, another is allocated.
+thread_local std::unique_ptr<char[]> spare_buffer;
+
+std::unique_ptr<char[]> TakeBuffer(size_t capacity) {
+  if (capacity == 0) {
+    return nullptr;
+  }
+  if (capacity == FrameBuffer::kReadBytes && spare_buffer != nullptr) {
+    return std::move(spare_buffer);
+  }
+  return std::make_unique_for_overwrite<char[]>(capacity);
+}
+
+void GiveBackBuffer(std::unique_ptr<char[]> buffer, size_t capacity) {
+  if (capacity == FrameBuffer::kReadBytes) {
+    spare_buffer = std::move(buffer);
+  }
+}
+
 }  // namespace
 
 size_t FrameSize(const google::protobuf::MessageLite& body) {
@@ -115,8 +137,8 @@ FrameBuffer::FrameBuffer(size_t max_frame_bytes)
 
 std::span<char> FrameBuffer::Space() {
   const size_t pending = end_ - begin_;
-  if (pending == 0 && capacity_ != kIdleCapacity) {
-    Reallocate(kIdleCapacity);
+  if (capacity_ < kReadBytes) {
+    Reallocate(kReadBytes);
   } else if (pending == capacity_) {
     Reallocate(std::min(2 * capacity_, max_frame_bytes_ + kMaxLengthBytes));
   } else if (begin_ > 0) {
@@ -127,13 +149,22 @@ std::span<char> FrameBuffer::Space() {
   return {data_.get() + end_, capacity_ - end_};
 }
 
+// A frame that fills a good part of the buffer stays where it is: its rest
+// needs the space soon.
+void FrameBuffer::Trim() {
+  const size_t pending = end_ - begin_;
+  if (pending <= capacity_ / 4 && pending < capacity_) {
+    Reallocate(pending);
+  }
+}
+
 void FrameBuffer::Reallocate(size_t capacity) {
-  auto data = std::make_unique_for_overwrite<char[]>(capacity);
+  auto data = TakeBuffer(capacity);
   const size_t pending = end_ - begin_;
   if (pending > 0) {
     std::memcpy(data.get(), data_.get() + begin_, pending);
   }
-  data_ = std::move(data);
+  GiveBackBuffer(std::exchange(data_, std::move(data)), capacity_);
   capacity_ = capacity;
   begin_ = 0;
   end_ = pending;

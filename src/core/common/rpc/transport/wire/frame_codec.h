@@ -13,9 +13,10 @@
 //   n = read(fd, buffer.Space());
 //   buffer.Commit(n);
 //   while (buffer.Next(&frame, &error) == FrameBuffer::kFrame) { ... }
+//   buffer.Trim();
 //
 // Ownership: a FrameView points into its buffer and is valid until the next
-// call of Space().
+// call of Space() or Trim().
 //
 // Sequence: no object here may be used from two threads at once.
 //
@@ -73,9 +74,9 @@ size_t FirstFrameBytes(std::string_view frames);
 absl::Status ParseBody(std::string_view bytes,
                        google::protobuf::MessageLite* body);
 
-// Bytes that a buffer, or a frame that is used again and again, holds when
-// nothing larger is under way: what one read of a busy connection may bring.
-inline constexpr size_t kIdleCapacity = 64 << 10;
+// Bytes that a frame which is used again and again may hold when nothing is
+// under way: enough for what services usually say.
+inline constexpr size_t kIdleCapacity = 1 << 10;
 
 // Gives back the memory of a frame that has been dealt with, and took `bytes`,
 // if that is more than an idle connection should keep.
@@ -87,9 +88,14 @@ void FreeIfLarge(Body& frame, size_t bytes) {
 }
 
 // Cuts a stream of bytes into frames. Its memory grows with the bytes that have
-// arrived, never with a length that has only been announced.
+// arrived, never with a length that has only been announced. Without bytes it
+// has none.
 class FrameBuffer {
  public:
+  // Bytes that there is space for at first: what one read of a busy connection
+  // may bring.
+  static constexpr size_t kReadBytes = 64 << 10;
+
   enum Result { kFrame, kIncomplete, kBroken };
 
   explicit FrameBuffer(size_t max_frame_bytes);
@@ -104,6 +110,13 @@ class FrameBuffer {
   // Takes the next frame, or says what is wrong with it: RESOURCE_EXHAUSTED
   // when it is too long, else INVALID_ARGUMENT.
   Result Next(FrameView* frame, absl::Status* error);
+
+  // Whether all bytes have been taken.
+  bool empty() const { return begin_ == end_; }
+
+  // Gives back memory that the bytes that wait do not need, while it may take
+  // long until more come.
+  void Trim();
 
  private:
   void Reallocate(size_t capacity);

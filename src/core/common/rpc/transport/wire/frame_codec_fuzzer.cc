@@ -22,9 +22,6 @@ using google::protobuf::io::CodedInputStream;
 // Small, so that frames that are too long occur often.
 constexpr size_t kMaxFrameBytes = 512;
 
-// What a buffer holds for short frames; see frame_codec.cc.
-constexpr size_t kIdleCapacity = 64 << 10;
-
 struct Findings {
   std::vector<std::pair<FrameKind, std::string>> frames;
   // Why there are no more; OK when only bytes are missing.
@@ -56,12 +53,13 @@ Findings Read(std::string_view bytes, Piece piece) {
   while (!bytes.empty() && findings.error.ok()) {
     const auto space = buffer.Space();
     EXPECT_FALSE(space.empty());
-    EXPECT_LE(space.size(), kIdleCapacity);
+    EXPECT_LE(space.size(), FrameBuffer::kReadBytes);
     const size_t size = std::min({piece(), bytes.size(), space.size()});
     std::copy_n(bytes.begin(), size, space.begin());
     buffer.Commit(size);
     bytes.remove_prefix(size);
     TakeFrames(buffer, &findings);
+    buffer.Trim();
   }
   return findings;
 }

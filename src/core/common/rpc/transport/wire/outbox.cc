@@ -10,6 +10,9 @@ namespace {
 // What a chunk has room for at first.
 constexpr size_t kFirstBytes = 1 << 10;
 
+// What a chunk may have room for that is kept for the next frames.
+constexpr size_t kKeptBytes = 2 << 10;
+
 constexpr size_t kLargeFrameBytes = Outbox::kChunkBytes / 4;
 
 }  // namespace
@@ -108,8 +111,7 @@ void Outbox::Written(size_t size) {
   }
   written_ = 0;
   reply_bytes_ -= std::exchange(chunk.reply_bytes, 0);
-  // The last one is kept for the next frames.
-  if (chunks_.size() > 1 || chunk.bytes.capacity() > kChunkBytes) {
+  if (chunks_.size() > 1 || chunk.bytes.capacity() > kKeptBytes) {
     chunks_.pop_front();
   } else {
     chunk.bytes.clear();

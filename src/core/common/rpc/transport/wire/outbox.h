@@ -35,9 +35,10 @@ namespace rpc::transport {
 
 class Outbox {
  public:
-  // Bytes of a chunk: worth a system call of their own, and few enough for an
-  // idle connection to keep. A frame of more than a quarter of this has a chunk
-  // for itself, so no more than a quarter of what waits is allocated on top.
+  // Bytes of a chunk: worth a system call of their own. A frame of more than a
+  // quarter of this has a chunk for itself, so no more than a quarter of what
+  // waits is allocated on top. Of what has been written, no more than a small
+  // chunk is kept.
   static constexpr size_t kChunkBytes = 64 << 10;
 
   // As AppendFrame() in frame_codec.h.
