@@ -49,14 +49,15 @@ class LimitFlagsTest : public ::testing::Test {
 };
 
 TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
-  ASSERT_TRUE(
-      Parse({"--max-frame-bytes=8192", "--max-outbox-bytes=1025",
-             "--busy-outbox-bytes=1026", "--max-connections=1", "--max-calls=2",
-             "--max-streams=3", "--max-subscriptions=4", "--max-questions=5",
-             "--max-subscription-bytes=9", "--handshake-timeout=0.006",
-             "--accept-pause=0.008"})
-          .ok());
+  ASSERT_TRUE(Parse({"--max-frame-bytes=8192", "--max-client-frame-bytes=8193",
+                     "--max-outbox-bytes=1025", "--busy-outbox-bytes=1026",
+                     "--max-connections=1", "--max-calls=2", "--max-streams=3",
+                     "--max-subscriptions=4", "--max-questions=5",
+                     "--max-subscription-bytes=9", "--handshake-timeout=0.006",
+                     "--accept-pause=0.008"})
+                  .ok());
   EXPECT_EQ(8192u, limits_.max_frame_bytes);
+  EXPECT_EQ(8193u, limits_.max_client_frame_bytes);
   EXPECT_EQ(1025u, limits_.max_outbox_bytes);
   EXPECT_EQ(1026u, limits_.busy_outbox_bytes);
   EXPECT_EQ(1u, limits_.max_connections);

@@ -26,6 +26,13 @@ namespace {
 
 using loop::ScopedFd;
 
+// Requests may be as long as responses.
+transport::ServerOptions Options() {
+  transport::ServerOptions options;
+  options.limits.max_client_frame_bytes = options.limits.max_frame_bytes;
+  return options;
+}
+
 class SocketCall final : public LinkCall, private google::protobuf::Closure {
  public:
   SocketCall(transport::Client& client,
@@ -110,7 +117,7 @@ class SocketPair : public Host {
 
  private:
   ScriptedService service_{loop_};
-  transport::Server server_{loop_};
+  transport::Server server_{loop_, Options()};
 };
 
 // Copies what arrives at each of two sockets to the other, one byte at a time.
@@ -178,7 +185,7 @@ class Process final : public Host {
   void Serve(const std::function<void()>& ready) const {
     loop::Loop loop;
     ScriptedService service(loop);
-    transport::Server server(loop);
+    transport::Server server(loop, Options());
     server.AddService(&service);
     if (server.Listen(path_).ok()) {
       ready();

@@ -23,7 +23,7 @@
 
 namespace rpc::serving {
 
-// The least that either side may announce as its max_frame_bytes. Whatever has
+// The least that either side may take as the longest frame. Whatever has
 // to be said in any case fits: the longest status has a text of 4,096 bytes.
 inline constexpr size_t kMinFrameBytes = 8 << 10;
 

@@ -270,10 +270,11 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   request->SerializeToString(call_frame_.mutable_request());
   const size_t size = FrameSize(call_frame_);
   if (!connection_->FitsPeer(size)) {
-    ++counters_->limit_hits.max_frame_bytes;
+    ++counters_->limit_hits.max_client_frame_bytes;
     return absl::ResourceExhaustedError(absl::StrCat(
         "the request takes a frame of ", size, " bytes, more than the ",
-        "server's max_frame_bytes, ", connection_->peer_max_frame_bytes()));
+        "server's max_client_frame_bytes, ",
+        connection_->peer_max_frame_bytes()));
   }
   absl::Status room = connection_->CheckRoomFor(size);
   if (!room.ok()) {

@@ -18,6 +18,7 @@ namespace {
 ServerOptions Options() {
   ServerOptions options;
   options.limits.max_frame_bytes = serving::kMinFrameBytes;
+  options.limits.max_client_frame_bytes = serving::kMinFrameBytes;
   options.limits.max_outbox_bytes = 64 << 10;
   options.limits.busy_outbox_bytes = 4 << 10;
   options.limits.max_calls = 3;

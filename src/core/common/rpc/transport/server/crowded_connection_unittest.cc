@@ -68,7 +68,7 @@ class CrowdedConnection : public ::testing::Test {
 };
 
 TEST_F(CrowdedConnection, AnswersAllCallsAlthoughBothSidesAreFull) {
-  Connect({.busy_outbox_bytes = 500'000});
+  Connect({.max_client_frame_bytes = 1'000'000, .busy_outbox_bytes = 500'000});
   constexpr int kCalls = 40;
   int over = 0;
   std::vector<std::unique_ptr<TextCall>> calls;

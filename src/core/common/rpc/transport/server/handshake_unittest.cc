@@ -32,7 +32,7 @@ TEST(Handshake, TheServerListsWhatItOffers) {
   ASSERT_TRUE(frame && frame->has_welcome());
   const WelcomeFrame& welcome = frame->welcome();
   EXPECT_EQ(welcome.protocol_version(), 1u);
-  EXPECT_EQ(welcome.max_frame_bytes(), 4u << 20);
+  EXPECT_EQ(welcome.max_frame_bytes(), 64u << 10);
   ASSERT_EQ(welcome.services_size(), 1);
   EXPECT_EQ(welcome.services(0).full_name(), "lab.Lab");
   ASSERT_EQ(welcome.services(0).methods_size(), 7);

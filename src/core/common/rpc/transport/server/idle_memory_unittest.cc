@@ -49,7 +49,7 @@ std::string HelloAndCall(uint32_t method_id, const std::string& text) {
 
 class IdleConnection : public ::testing::Test {
  protected:
-  Lab lab;
+  Lab lab{WithLargeRequests()};
   std::unique_ptr<Client> client = lab.NewClient();
   std::unique_ptr<RawPeer> peer = lab.NewPeer();
   const std::string large = std::string(kLargeBytes, 'x');

@@ -128,9 +128,8 @@ TEST_F(LimitsTest, MaxCallsCountsAbandonedCallsUntilTheirMethodsEnd) {
   EXPECT_EQ(lab_->server->counters().calls_abandoned_now, 0u);
 }
 
-TEST_F(LimitsTest,
-       FramesBeyondTheServersMaxFrameBytesAreNeitherSentNorAccepted) {
-  Serve({.max_frame_bytes = 10'000});
+TEST_F(LimitsTest, FramesBeyondMaxClientFrameBytesAreNeitherSentNorAccepted) {
+  Serve({.max_client_frame_bytes = 10'000});
   const auto client = NewClient();
   // A frame of 10,000 bytes holds a text of 9,989.
   const std::string longest(9'989, 'x');
@@ -141,19 +140,51 @@ TEST_F(LimitsTest,
   EXPECT_EQ(CallText(*client, &Lab_Stub::Echo, longest + 'x').status(),
             absl::ResourceExhaustedError(
                 "the request takes a frame of 10001 bytes, more than the "
-                "server's max_frame_bytes, 10000"));
-  EXPECT_EQ(HitsOf(client->counters()), (Hits{{"max_frame_bytes", 1}}));
+                "server's max_client_frame_bytes, 10000"));
+  EXPECT_EQ(HitsOf(client->counters()), (Hits{{"max_client_frame_bytes", 1}}));
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
 
   // A client that sends it is closed.
   const auto peer = lab_->NewPeer();
   CallFrame call;
-  call.set_request(std::string(10'000, 'x'));
+  call.set_request(std::string(9'989 + 6, 'x'));
+  ASSERT_EQ(FrameSize(call), 10'001u);
   peer->Send(Frame::kCall, call);
   EXPECT_EQ(
       OutcomeOf(peer->AwaitGoodbye()),
-      Closed(Who("raw"), "max_frame_bytes",
-             absl::ResourceExhaustedError(
-                 "a frame of 10006 bytes exceeds max_frame_bytes, 10000")));
+      Closed(Who("raw"), "max_client_frame_bytes",
+             absl::ResourceExhaustedError("a frame of 10001 bytes exceeds "
+                                          "max_client_frame_bytes, 10000")));
+  ExpectBystanderIsServed();
+}
+
+// Nothing but the length of the frame has come when the connection is closed.
+TEST_F(LimitsTest, AFrameBeyondMaxClientFrameBytesIsRefusedBeforeItHasCome) {
+  Serve({});
+  const auto peer = lab_->NewPeer();
+  peer->SendBytes("\x81\x80\x04");
+  EXPECT_EQ(
+      OutcomeOf(peer->AwaitGoodbye()),
+      Closed(Who("raw"), "max_client_frame_bytes",
+             absl::ResourceExhaustedError("a frame of 65537 bytes exceeds "
+                                          "max_client_frame_bytes, 65536")));
+  ExpectBystanderIsServed();
+}
+
+// Whatever a client takes, and although it may send more.
+TEST_F(LimitsTest, ServerSendsNoFrameBeyondItsOwnMaxFrameBytes) {
+  Serve({.max_frame_bytes = 10'000});
+  const auto client = NewClient();
+  const std::string longest(9'989, 'x');
+  EXPECT_TRUE(CallText(*client, &Lab_Stub::Echo, longest).ok());
+  EXPECT_THAT(hits(), IsEmpty());
+
+  EXPECT_EQ(
+      OutcomeOf(CallText(*client, &Lab_Stub::Echo, longest + 'x').status()),
+      Refused(Who("tester"), "max_frame_bytes",
+              absl::ResourceExhaustedError(
+                  "the response takes a frame of 10001 bytes, more than "
+                  "max_frame_bytes, 10000")));
   ExpectBystanderIsServed();
 }
 

@@ -1,5 +1,6 @@
 #include "core/common/rpc/transport/server/server_session.h"
 
+#include <string>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
@@ -132,13 +133,12 @@ absl::Status ServerSession::OnHello(std::string_view body) {
   WelcomeFrame welcome;
   welcome.set_protocol_version(kProtocolVersion);
   welcome.set_max_frame_bytes(
-      static_cast<uint32_t>(shared_.limits.max_frame_bytes));
+      static_cast<uint32_t>(shared_.limits.max_client_frame_bytes));
   FillOffer(shared_.methods, &welcome);
   const size_t size = FrameSize(welcome);
   if (!connection_->FitsPeer(size)) {
-    return absl::InvalidArgumentError(
-        absl::StrCat("the client's max_frame_bytes, ", hello.max_frame_bytes(),
-                     ", is too small for a welcome of ", size, " bytes"));
+    return absl::InvalidArgumentError(absl::StrCat(
+        LongestFrame(), ", is too small for a welcome of ", size, " bytes"));
   }
   serving_ = true;
   hello_timer_.reset();
@@ -266,11 +266,17 @@ void ServerSession::SendEnd(uint64_t stream_id, const absl::Status& status) {
 }
 
 absl::Status ServerSession::FrameTooLong(const char* what, size_t frame_bytes) {
-  return client_.NoteLimit(
-      &serving::LimitHits::max_frame_bytes,
-      absl::StrCat(what, " takes a frame of ", frame_bytes,
-                   " bytes, more than the client's max_frame_bytes, ",
-                   connection_->peer_max_frame_bytes()));
+  return client_.NoteLimit(&serving::LimitHits::max_frame_bytes,
+                           absl::StrCat(what, " takes a frame of ", frame_bytes,
+                                        " bytes, more than ", LongestFrame()));
+}
+
+// Whose limit it is that frames to the client keep, and its value.
+std::string ServerSession::LongestFrame() const {
+  const size_t bytes = connection_->peer_max_frame_bytes();
+  const bool is_ours = bytes == shared_.limits.max_frame_bytes;
+  return absl::StrCat(is_ours ? "" : "the client's ", "max_frame_bytes, ",
+                      bytes);
 }
 
 void ServerSession::OnClosed(const absl::Status& why) {

@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "absl/status/status.h"
@@ -101,6 +102,7 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   absl::Status OnStreamEnd(std::string_view body);
   void OnHelloTimeout();
   absl::Status FrameTooLong(const char* what, size_t frame_bytes);
+  std::string LongestFrame() const;
 
   const Shared shared_;
   const uint64_t id_;

@@ -173,6 +173,12 @@ void RawPeer::Close() {
   socket_.close(error);
 }
 
+ServerOptions WithLargeRequests() {
+  ServerOptions options;
+  options.limits.max_client_frame_bytes = options.limits.max_frame_bytes;
+  return options;
+}
+
 RawServer::RawServer(loop::Loop& loop, ClientOptions options)
     : RawServer(loop, torvane::SocketPair(), std::move(options)) {}
 

@@ -143,6 +143,9 @@ class Lab {
   std::optional<Server> server;
 };
 
+// For tests whose clients send more than a client usually may.
+ServerOptions WithLargeRequests();
+
 // A client whose server is a raw peer, on one loop. The server offers Echo and
 // Watch of the lab, under the ids 0 and 1.
 struct RawServer {

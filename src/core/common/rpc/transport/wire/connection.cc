@@ -1,6 +1,8 @@
 #include "core/common/rpc/transport/wire/connection.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -14,6 +16,9 @@ namespace {
 // Bytes that are worth a system call of their own: above this, waiting for more
 // saves nothing.
 constexpr size_t kWriteBytes = 256 << 10;
+
+// Protobuf takes no longer ones.
+constexpr size_t kLongestFrameBytes = INT32_MAX;
 
 absl::Status ReadError(const std::error_code& error) {
   if (error == asio::error::eof) {
@@ -61,7 +66,9 @@ Connection::Connection(Side side,
       socket_(std::move(socket)),
       limits_(limits),
       counters_(std::move(counters)),
-      input_(limits.max_frame_bytes),
+      input_(side == Side::kServer ? FrameBuffer(limits.max_client_frame_bytes,
+                                                 "max_client_frame_bytes")
+                                   : FrameBuffer(limits.max_frame_bytes)),
       peer_max_frame_bytes_(limits.max_frame_bytes) {}
 
 Connection::~Connection() = default;
@@ -153,8 +160,9 @@ absl::Status Connection::HandleFrames() {
       case FrameBuffer::kIncomplete:
         return absl::OkStatus();
       case FrameBuffer::kBroken:
-        counters_->limit_hits.max_frame_bytes +=
-            absl::IsResourceExhausted(status) ? 1 : 0;
+        if (absl::IsResourceExhausted(status)) {
+          CountTooLong(side_ == Side::kServer ? Side::kClient : Side::kServer);
+        }
         return status;
       case FrameBuffer::kFrame:
         ++counters_->frames_read;
@@ -183,9 +191,21 @@ bool Connection::ShouldPause() {
   return busy;
 }
 
+void Connection::set_peer_max_frame_bytes(uint64_t bytes) {
+  const size_t most =
+      side_ == Side::kServer ? limits_.max_frame_bytes : kLongestFrameBytes;
+  peer_max_frame_bytes_ = std::min<uint64_t>(bytes, most);
+}
+
 bool Connection::HasRoomFor(size_t frame_size) const {
   return outbox_.bytes() + SizeWithLength(frame_size) <=
          limits_.max_outbox_bytes;
+}
+
+void Connection::CountTooLong(Side sender) {
+  serving::LimitHits& hits = counters_->limit_hits;
+  ++(sender == Side::kClient ? hits.max_client_frame_bytes
+                             : hits.max_frame_bytes);
 }
 
 absl::Status Connection::TooFull() const {
@@ -218,7 +238,7 @@ bool Connection::Append(FrameKind kind,
     return false;
   }
   if (!FitsPeer(size)) {
-    ++counters_->limit_hits.max_frame_bytes;
+    CountTooLong(side_);
     return false;
   }
   if (side_ == Side::kServer && !HasRoomFor(size)) {

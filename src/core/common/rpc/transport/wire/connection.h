@@ -147,7 +147,9 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void Close(const absl::Status& why);
   void Fail(const absl::Status& why);
 
-  void set_peer_max_frame_bytes(size_t bytes) { peer_max_frame_bytes_ = bytes; }
+  // What the peer has announced as the longest frame that it takes. A server
+  // sends nothing beyond its own max_frame_bytes, whatever that is.
+  void set_peer_max_frame_bytes(uint64_t bytes);
   size_t peer_max_frame_bytes() const { return peer_max_frame_bytes_; }
 
   size_t outbox_bytes() const { return outbox_.bytes(); }
@@ -168,6 +170,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   absl::Status HandleFrames();
   bool ShouldPause();
 
+  void CountTooLong(Side sender);
   absl::Status TooFull() const;
   void AfterAppend();
   bool WriteSome();

@@ -36,7 +36,7 @@ class Writing : public ::testing::Test {
     return bytes;
   }
 
-  Lab lab;
+  Lab lab{WithLargeRequests()};
   std::unique_ptr<RawPeer> peer = lab.NewPeer();
 };
 
@@ -169,7 +169,7 @@ TEST(BlockingCall, ABlockingCallTakesNoTurnOfTheLoopToWrite) {
 class SlowReader : public ::testing::Test {
  protected:
   void Serve(size_t busy, size_t max) {
-    ServerOptions options;
+    ServerOptions options = WithLargeRequests();
     options.limits.busy_outbox_bytes = busy;
     options.limits.max_outbox_bytes = max;
     lab.emplace(options);
@@ -293,7 +293,7 @@ TEST_F(SlowReader, APausedReaderThatGoesIsNoticed) {
 }
 
 TEST(ClientOutbox, ACallThatDoesNotFitFailsAloneAtOnce) {
-  Lab lab;
+  Lab lab{WithLargeRequests()};
   ClientOptions options;
   options.limits.max_outbox_bytes = 1'000'000;
   options.limits.busy_outbox_bytes = 1'000'000;

@@ -132,8 +132,8 @@ absl::Status ParseBody(std::string_view bytes,
       absl::StrCat("a frame does not parse as a ", body->GetTypeName()));
 }
 
-FrameBuffer::FrameBuffer(size_t max_frame_bytes)
-    : max_frame_bytes_(max_frame_bytes) {}
+FrameBuffer::FrameBuffer(size_t max_frame_bytes, const char* limit_name)
+    : max_frame_bytes_(max_frame_bytes), limit_name_(limit_name) {}
 
 std::span<char> FrameBuffer::Space() {
   const size_t pending = end_ - begin_;
@@ -182,8 +182,8 @@ FrameBuffer::Result FrameBuffer::Next(FrameView* frame, absl::Status* error) {
   }
   if (length.value > max_frame_bytes_) {
     *error = absl::ResourceExhaustedError(
-        absl::StrCat("a frame of ", length.value,
-                     " bytes exceeds max_frame_bytes, ", max_frame_bytes_));
+        absl::StrCat("a frame of ", length.value, " bytes exceeds ",
+                     limit_name_, ", ", max_frame_bytes_));
     return kBroken;
   }
   if (input.size() - length.bytes < length.value) {

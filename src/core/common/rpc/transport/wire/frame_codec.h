@@ -98,7 +98,9 @@ class FrameBuffer {
 
   enum Result { kFrame, kIncomplete, kBroken };
 
-  explicit FrameBuffer(size_t max_frame_bytes);
+  // `limit_name` is what texts call `max_frame_bytes`; it has to live as long.
+  explicit FrameBuffer(size_t max_frame_bytes,
+                       const char* limit_name = "max_frame_bytes");
 
   // Where to put the next bytes; never empty. All complete frames must have
   // been taken.
@@ -122,6 +124,7 @@ class FrameBuffer {
   void Reallocate(size_t capacity);
 
   const size_t max_frame_bytes_;
+  const char* const limit_name_;
   std::unique_ptr<char[]> data_;
   size_t capacity_ = 0;
   // What has arrived and not been taken: data_[begin_, end_).
