@@ -75,8 +75,7 @@ class CallsTest : public ::testing::Test, public ReplySink {
   Limits limits_;
   Service service_;
   ServedMethods methods_;
-  RecordRate records_{sequence_};
-  ClientRecord client_{{4711, 1000}, *counters_, records_};
+  ClientRecord client_{{4711, 1000}, *counters_};
   const std::shared_ptr<CallPool> pool_ =
       std::make_shared<CallPool>(sequence_, counters_);
   std::unique_ptr<Calls> calls_ =

@@ -4,6 +4,7 @@
 
 #include "absl/strings/escaping.h"
 #include "absl/strings/str_cat.h"
+#include "base/logging.h"
 
 namespace rpc::serving {
 namespace {
@@ -24,10 +25,8 @@ std::string Describe(const ClientProcess& process) {
   return absl::StrCat("pid ", process.pid, ", user ", process.user);
 }
 
-ClientRecord::ClientRecord(const ClientProcess& process,
-                           Counters& counters,
-                           RecordRate& records)
-    : process_(process), counters_(counters), records_(records) {
+ClientRecord::ClientRecord(const ClientProcess& process, Counters& counters)
+    : process_(process), counters_(counters) {
   set_name("");
 }
 
@@ -57,14 +56,12 @@ absl::Status ClientRecord::NoteRefusedMessage(const std::string& text) {
 }
 
 void ClientRecord::RecordRefusal(const absl::Status& why) const {
-  records_.Warn(
-      absl::StrCat("Refused a request of ", who_, ": ", why.ToString()));
+  LOG(WARNING) << "Refused a request of " << who_ << ": " << why;
 }
 
 void ClientRecord::OnClosed(const absl::Status& why) const {
   if (!absl::IsUnavailable(why)) {
-    records_.Warn(
-        absl::StrCat("Closed the connection of ", who_, ": ", why.ToString()));
+    LOG(WARNING) << "Closed the connection of " << who_ << ": " << why;
   }
 }
 

@@ -1,8 +1,7 @@
 // What the host's records say of one client: who it is, and what a limit has
 // refused it.
 //
-// Ownership: the transport's, for each client. The counters and the rate
-// outlive it.
+// Ownership: the transport's, for each client. The counters outlive it.
 //
 // Sequence: the server's.
 //
@@ -18,7 +17,6 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/serving/counters.h"
-#include "core/common/rpc/serving/record_rate.h"
 
 namespace rpc::serving {
 
@@ -33,9 +31,7 @@ std::string Describe(const ClientProcess& process);
 
 class ClientRecord {
  public:
-  ClientRecord(const ClientProcess& process,
-               Counters& counters,
-               RecordRate& records);
+  ClientRecord(const ClientProcess& process, Counters& counters);
 
   const ClientProcess& process() const { return process_; }
 
@@ -48,8 +44,8 @@ class ClientRecord {
 
   // A limit keeps something from the client; returns the RESOURCE_EXHAUSTED,
   // with `text`, that it is told. Counted each time, but logged only the first
-  // time for each limit. A client that connects again and again is bounded by
-  // the rate of all records.
+  // time for each limit, so that no connection can fill the disk. A client that
+  // connects again and again still can.
   absl::Status NoteLimit(uint64_t LimitHits::*limit, const std::string& text);
 
   // A message that no stream may see; returns the INVALID_ARGUMENT, with
@@ -69,7 +65,6 @@ class ClientRecord {
   // For records: "windowctl (pid 4711, user 1000)".
   std::string who_;
   Counters& counters_;
-  RecordRate& records_;
   // How often each limit has refused this client something.
   LimitHits refusals_;
   // How often a message of its was refused.

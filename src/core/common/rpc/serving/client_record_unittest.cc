@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/logging.h"
-#include "core/common/rpc/testing/manual_sequence.h"
 
 namespace rpc::serving {
 namespace {
@@ -27,9 +26,7 @@ class ClientRecordTest : public ::testing::Test {
   static Records TakeRecords() { return std::exchange(records_, {}); }
 
   Counters counters_;
-  loop::ManualSequence sequence_;
-  RecordRate rate_{sequence_};
-  ClientRecord client_{{4711, 1000}, counters_, rate_};
+  ClientRecord client_{{4711, 1000}, counters_};
 
  private:
   static bool Keep(int,
@@ -78,7 +75,7 @@ TEST_F(ClientRecordTest, CountsARefusalEachTimeAndLogsItOnce) {
 TEST_F(ClientRecordTest, LogsEachLimitAndEachClientOnItsOwn) {
   client_.NoteLimit(&LimitHits::max_calls, "a").IgnoreError();
   client_.NoteLimit(&LimitHits::max_streams, "b").IgnoreError();
-  ClientRecord other({1, 0}, counters_, rate_);
+  ClientRecord other({1, 0}, counters_);
   other.NoteLimit(&LimitHits::max_calls, "c").IgnoreError();
   EXPECT_EQ(
       TakeRecords(),

@@ -353,8 +353,7 @@ class EndingRealStreams : public ::testing::Test, public StreamSink {
       std::make_shared<EndingQueue>(sequence_, std::chrono::milliseconds(0));
   Counters counters_;
   const Limits limits_;
-  RecordRate records_{sequence_};
-  ClientRecord client_{{4711, 1000}, counters_, records_};
+  ClientRecord client_{{4711, 1000}, counters_};
   Events events_;
   std::shared_ptr<Streams> streams_ = std::make_shared<Streams>(*endings_,
                                                                 *this,

@@ -206,8 +206,7 @@ class StreamsTest : public ::testing::Test, public StreamSink {
   Events events_;
   ProbeService service_{events_};
   ServedMethods methods_;
-  RecordRate records_{sequence_};
-  ClientRecord client_{{4711, 1000}, counters_, records_};
+  ClientRecord client_{{4711, 1000}, counters_};
   std::shared_ptr<Streams> streams_;
   int64_t last_window_ = 1'000;
 

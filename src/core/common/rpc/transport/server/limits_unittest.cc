@@ -11,10 +11,8 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/serving/record_rate.h"
 #include "core/common/rpc/transport/testing/limits_test_support.h"
 
 namespace rpc::transport {
@@ -41,30 +39,6 @@ TEST_F(LimitsTest, ServerTurnsAwayAConnectionBeyondMaxConnections) {
   last.reset();
   lab_->RunReady();
   EXPECT_NE(NewClient(), nullptr);
-}
-
-TEST_F(LimitsTest, AClientThatConnectsInALoopHasFewRecordsWritten) {
-  constexpr uint64_t kLeftOut = 3;
-  Serve({.max_connections = 1});
-  const absl::Status refusal =
-      absl::ResourceExhaustedError("max_connections, 1, are open");
-  const std::vector<std::string> records(
-      serving::kRecordsPerSecond,
-      absl::StrCat("Refused the connection of ", Process(), ": ",
-                   refusal.ToString()));
-  // Nothing waits in between, so that this takes no second.
-  for (uint64_t i = 0; i < serving::kRecordsPerSecond + kLeftOut; ++i) {
-    lab_->Connect();
-  }
-  EXPECT_EQ(TakeRecords(), records);
-  EXPECT_EQ(hits(),
-            (Hits{{"max_connections", serving::kRecordsPerSecond + kLeftOut}}));
-  // A server that stops waits for no second to be over.
-  lab_->server->Stop();
-  lab_->RunReady();
-  EXPECT_THAT(TakeRecords(),
-              ElementsAre("Left out 3 records of clients that were refused "
-                          "something or closed"));
 }
 
 TEST_F(LimitsTest, ServerRefusesACallBeyondMaxCalls) {

@@ -28,7 +28,6 @@ ServerCore::ServerCore(loop::Loop& loop, const ServerOptions& options)
       counters_(std::make_shared<serving::Counters>()),
       call_pool_(std::make_shared<serving::CallPool>(loop, counters_)),
       endings_(std::make_shared<serving::EndingQueue>(loop)),
-      records_(loop),
       acceptor_(loop.context()) {
   ABSL_CHECK_OK(serving::Validate(options.limits));
 }
@@ -105,9 +104,9 @@ void ServerCore::Serve(Socket socket) {
     return;
   }
   const ServerSession::Shared shared = {
-      loop_,     options_.limits, options_.unclear_messages,
-      methods_,  *call_pool_,     *endings_,
-      counters_, records_};
+      loop_,    options_.limits, options_.unclear_messages,
+      methods_, *call_pool_,     *endings_,
+      counters_};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
       shared, id, std::move(socket), *peer,
@@ -148,9 +147,9 @@ void ServerCore::TurnAway(Socket socket,
                           const absl::StatusOr<serving::ClientProcess>& peer,
                           const absl::Status& why) {
   ++counters_->connections_refused;
-  records_.Warn(absl::StrCat("Refused the connection of ",
-                             peer.ok() ? Describe(*peer) : "an unknown process",
-                             ": ", why.ToString()));
+  LOG(WARNING) << "Refused the connection of "
+               << (peer.ok() ? Describe(*peer) : "an unknown process") << ": "
+               << why;
   GoodbyeFrame goodbye;
   ToWire(why, goodbye.mutable_status());
   std::string bytes;
@@ -212,8 +211,6 @@ void ServerCore::CloseSessions() {
   for (const auto& session : sessions) {
     session->Stop(Stopping());
   }
-  // Its timer would keep the loop waiting.
-  records_.Flush();
 }
 
 }  // namespace rpc::transport

@@ -14,7 +14,6 @@
 #include "core/common/rpc/serving/call_pool.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/ending_queue.h"
-#include "core/common/rpc/serving/record_rate.h"
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/transport/server.h"
 #include "core/common/rpc/transport/server/server_session.h"
@@ -59,7 +58,6 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   const std::shared_ptr<serving::Counters> counters_;
   const std::shared_ptr<serving::CallPool> call_pool_;
   const std::shared_ptr<serving::EndingQueue> endings_;
-  serving::RecordRate records_;
   serving::ServedMethods methods_;
 
   std::optional<UnixListener> listener_;

@@ -56,7 +56,6 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
     serving::CallPool& call_pool;
     serving::EndingQueue& endings;
     const std::shared_ptr<serving::Counters>& counters;
-    serving::RecordRate& records;
   };
 
   using EndedCallback = std::function<void(ServerSession*)>;
