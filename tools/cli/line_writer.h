@@ -63,7 +63,8 @@ class LineWriter {
   const rpc::loop::ScopedFd own_;
   const int descriptor_;
   std::mutex mutex_;
-  // What is left of the line that was begun: only terminals take part of one.
+  // What is left of the line that was begun: a terminal or a full disk may take
+  // part of one.
   std::string rest_;
   uint64_t dropped_ = 0;
 };

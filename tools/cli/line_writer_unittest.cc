@@ -4,13 +4,16 @@
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "absl/strings/match.h"
@@ -162,6 +165,27 @@ TEST(LineWriter, WhatWasDroppedIsSaidOnce) {
   EXPECT_THAT(pipe.Read(), EndsWith(" in time.\none\ntwo\n"));
 }
 
+// Both see that there is room for one line, and one of them finds none.
+TEST(LineWriter, NoWriterWaitsWhenAnotherOneFillsThePipe) {
+  constexpr int kPipes = 2'000;
+  for (int i = 0; i < kPipes; ++i) {
+    const Ends pipe = MakePipe();
+    ASSERT_LE(0, fcntl(pipe.write.get(), F_SETPIPE_SZ, 4'096));
+    std::atomic<int> ready = 0;
+    const auto write = [&] {
+      LineWriter writer(pipe.write.get(), "line");
+      ++ready;
+      while (ready < 2) {
+      }
+      writer.Write(std::string(LineWriter::kMaxLineBytes - 1, 'x'));
+    };
+    std::thread other(write);
+    write();
+    other.join();
+    EXPECT_EQ(LineWriter::kMaxLineBytes, pipe.Read().size());
+  }
+}
+
 TEST(LineWriter, AReaderThatHasGoneDoesNotEndTheProcess) {
   signal(SIGPIPE, SIG_IGN);
   for (Ends& ends : std::array{MakePipe(), MakeSockets(), MakeTerminal()}) {
@@ -218,9 +242,32 @@ TEST(LineWriter, ALineOfOneByteMoreIsShortened) {
   EXPECT_EQ(std::string(4'090, 'x') + "[...]\n", pipe.Read());
 }
 
-// A terminal takes part of a line when it is nearly full.
+// A disk that is full takes part of a line. So does a file of limited size.
 TEST(LineWriter, ALineThatHasBegunIsFinishedBeforeTheNext) {
-  ExpectDroppedLinesToBeCounted(MakeTerminal(), 3'001);
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit unlimited;
+  ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &unlimited));
+  char path[] = "/tmp/line_writer.XXXXXX";
+  const ScopedFd file(mkstemp(path));
+  unlink(path);
+  LineWriter writer(file.get(), "line");
+  const std::string line(999, 'x');
+
+  rlimit limited = unlimited;
+  limited.rlim_cur = 1'500;
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
+  writer.Write(line);
+  writer.Write(line);
+  writer.Write("lost");
+  ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &unlimited));
+  writer.Write("next");
+  std::string text(4'000, '\0');
+  const ssize_t size = pread(file.get(), text.data(), text.size(), 0);
+  ASSERT_GT(size, 0);
+  text.resize(static_cast<size_t>(size));
+  EXPECT_EQ(line + "\n" + line +
+                "\n1 line was dropped: nobody read it in time.\nnext\n",
+            text);
 }
 
 }  // namespace
