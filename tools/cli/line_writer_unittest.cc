@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
+#include <latch>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -171,12 +171,10 @@ TEST(LineWriter, NoWriterWaitsWhenAnotherOneFillsThePipe) {
   for (int i = 0; i < kPipes; ++i) {
     const Ends pipe = MakePipe();
     ASSERT_LE(0, fcntl(pipe.write.get(), F_SETPIPE_SZ, 4'096));
-    std::atomic<int> ready = 0;
+    std::latch ready(2);
     const auto write = [&] {
       LineWriter writer(pipe.write.get(), "line");
-      ++ready;
-      while (ready < 2) {
-      }
+      ready.arrive_and_wait();
       writer.Write(std::string(LineWriter::kMaxLineBytes - 1, 'x'));
     };
     std::thread other(write);
