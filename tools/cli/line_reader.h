@@ -35,6 +35,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "core/common/rpc/loop/sequence.h"
 
@@ -63,6 +64,8 @@ class LineReader {
   // Shared with the tasks that are posted, which may run after the reader is
   // destroyed.
   struct Shared {
+    explicit Shared(Handler the_handler) : handler(std::move(the_handler)) {}
+
     // Empty after that, so that they do nothing.
     Handler handler;
     // Released when what was read last has been handled, and on destruction.
