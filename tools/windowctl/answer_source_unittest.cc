@@ -117,16 +117,11 @@ TEST_F(LineAnswersTest, LinesMayComeBeforeTheirQuestions) {
 TEST_F(LineAnswersTest, InputThatEndsIsExhaustedWhenItsLastLineIsUsedUp) {
   Write("one\ntwo\n");
   CloseInput();
-  // Two lines and the end make one turn of the loop each. The condition is
-  // asked before every turn.
-  int turns_left = 3;
-  RunUntil([&] { return turns_left-- == 0; });
   Ask();
-  loop_.RunReady();
+  WaitForAnswers(1);
   EXPECT_EQ(0, exhausted_);
   Ask();
-  loop_.RunReady();
-  EXPECT_EQ(1, exhausted_);
+  WaitForExhaustion();
   EXPECT_THAT(answers_, ElementsAre("one", "two"));
 }
 
