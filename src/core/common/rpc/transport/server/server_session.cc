@@ -249,7 +249,9 @@ absl::Status ServerSession::SendMessage(serving::OutgoingStream& stream,
   const size_t size =
       StreamDataFrameSize(StreamIdBytes(stream.id), message_bytes);
   if (!connection_->FitsPeer(size)) {
-    return FrameTooLong("a message", size);
+    return FrameTooLong("a message", size,
+                        ": it is lost, and so is what comes until the client "
+                        "opens the stream anew and subscribes again");
   }
   return connection_->AppendMessage(stream, message, message_bytes, size)
              ? absl::OkStatus()
@@ -265,10 +267,13 @@ void ServerSession::SendEnd(uint64_t stream_id, const absl::Status& status) {
   connection_->Append(Frame::kStreamEnd, end);
 }
 
-absl::Status ServerSession::FrameTooLong(const char* what, size_t frame_bytes) {
-  return client_.NoteLimit(&serving::LimitHits::max_frame_bytes,
-                           absl::StrCat(what, " takes a frame of ", frame_bytes,
-                                        " bytes, more than ", LongestFrame()));
+absl::Status ServerSession::FrameTooLong(const char* what,
+                                         size_t frame_bytes,
+                                         const char* consequence) {
+  return client_.NoteLimit(
+      &serving::LimitHits::max_frame_bytes,
+      absl::StrCat(what, " takes a frame of ", frame_bytes,
+                   " bytes, more than ", LongestFrame(), consequence));
 }
 
 // Whose limit it is that frames to the client keep, and its value.

@@ -100,7 +100,9 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
   absl::Status OnStreamError(std::string_view body);
   absl::Status OnStreamEnd(std::string_view body);
   void OnHelloTimeout();
-  absl::Status FrameTooLong(const char* what, size_t frame_bytes);
+  absl::Status FrameTooLong(const char* what,
+                            size_t frame_bytes,
+                            const char* consequence = "");
   std::string LongestFrame() const;
 
   const Shared shared_;

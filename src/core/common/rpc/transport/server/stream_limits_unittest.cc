@@ -425,10 +425,64 @@ TEST_F(StreamLimits, AnEventBeyondTheClientsMaxFrameBytesEndsItsStream) {
   lab_->RunReady();
   EXPECT_EQ(OutcomeOf(end), Refused(Who("small"), "max_frame_bytes", end));
   EXPECT_EQ(end.code(), absl::StatusCode::kResourceExhausted);
-  EXPECT_THAT(std::string(end.message()),
-              ::testing::EndsWith(
-                  " bytes, more than the client's max_frame_bytes, 10000"));
+  EXPECT_THAT(
+      std::string(end.message()),
+      ::testing::EndsWith(
+          " bytes, more than the client's max_frame_bytes, 10000: it is "
+          "lost, and so is what comes until the client opens the stream "
+          "anew and subscribes again"));
   ExpectBystanderIsServed();
+}
+
+// Streams of the same client that do not get it go on, and so do those of
+// others that can take it.
+TEST_F(StreamLimits, AnEventThatOneClientCannotTakeCostsNoOtherStreamAnything) {
+  Serve({});
+  ClientOptions options;
+  options.limits.max_frame_bytes = 10'000;
+  const auto small = lab_->NewClient(options);
+  const auto large = NewClient();
+  struct Heard {
+    Heard(Client& client, int64_t window)
+        : subscriber(
+              client,
+              lab::Lab::descriptor()->FindMethodByName("Watch"),
+              [this](const lab::Text& event) {
+                sizes.push_back(event.text().size());
+              },
+              [this](const absl::Status& status) { end = status; }) {
+      subscriber.Subscribe(torvane::WindowId(window));
+    }
+    std::vector<size_t> sizes;
+    absl::Status end;
+    EventSubscriber<lab::Text> subscriber;
+  };
+  const Heard too_long(*small, 1);
+  const Heard beside(*small, 2);
+  const Heard other(*large, 1);
+  lab_->RunReady();
+
+  for (const size_t size : {10u, 20'000u, 11u}) {
+    lab::Text event;
+    event.set_text(std::string(size, 'x'));
+    torvane::EventStream<lab::Text>::Publish(torvane::WindowId(1), event);
+    event.set_text(std::string(size == 20'000u ? 20 : size, 'x'));
+    torvane::EventStream<lab::Text>::Publish(torvane::WindowId(2), event);
+  }
+  lab_->RunReady();
+  EXPECT_THAT(too_long.sizes, ElementsAre(10u));
+  EXPECT_EQ(too_long.end.code(), absl::StatusCode::kResourceExhausted);
+  EXPECT_THAT(beside.sizes, ElementsAre(10u, 20u, 11u));
+  EXPECT_TRUE(beside.end.ok());
+  EXPECT_THAT(other.sizes, ElementsAre(10u, 20'000u, 11u));
+  EXPECT_TRUE(other.end.ok());
+
+  // The client gets events again on a stream that it opens anew.
+  const Heard again(*small, 1);
+  lab_->RunReady();
+  EXPECT_EQ(Publish(1), 2u);
+  lab_->RunReady();
+  EXPECT_THAT(again.sizes, ElementsAre(0u));
 }
 
 TEST_F(StreamLimits, AStreamBeyondMaxStreamsIsEnded) {
