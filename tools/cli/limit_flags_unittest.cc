@@ -54,7 +54,7 @@ TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
                      "--max-connections=1", "--max-calls=2", "--max-streams=3",
                      "--max-subscriptions=4", "--max-questions=5",
                      "--max-subscription-bytes=9", "--handshake-timeout=0.006",
-                     "--accept-pause=0.008"})
+                     "--frame-timeout=0.007", "--accept-pause=0.008"})
                   .ok());
   EXPECT_EQ(8192u, limits_.max_frame_bytes);
   EXPECT_EQ(8193u, limits_.max_client_frame_bytes);
@@ -67,6 +67,7 @@ TEST_F(LimitFlagsTest, EachFlagSetsTheLimitOfItsName) {
   EXPECT_EQ(9u, limits_.max_subscription_bytes);
   EXPECT_EQ(5u, limits_.max_questions);
   EXPECT_EQ(milliseconds(6), limits_.handshake_timeout);
+  EXPECT_EQ(milliseconds(7), limits_.frame_timeout);
   EXPECT_EQ(milliseconds(8), limits_.accept_pause);
 }
 

@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
 #include "absl/strings/str_cat.h"
@@ -276,6 +278,84 @@ TEST_F(LimitsTest, ServerClosesAConnectionWithoutAHelloWithinHandshakeTimeout) {
                    absl::DeadlineExceededError(
                        "no hello within handshake_timeout, 5 ms")));
   ExpectBystanderIsServed();
+}
+
+// The start of a call whose frame has 60,000 bytes.
+std::string StartOfAFrame() {
+  return "\xe0\xd4\x03\x1a";
+}
+
+TEST_F(LimitsTest, ServerClosesAConnectionWhoseFrameIsNotWholeInTime) {
+  Serve({.frame_timeout = std::chrono::milliseconds(50)});
+  const auto whole = lab_->NewPeer();
+  whole->SendBytes(StartOfAFrame());
+  lab_->RunReady();
+  whole->SendBytes("\xdc\xd4\x03\x22\xd8\xd4\x03" + std::string(59'992, 'x'));
+  whole->Receive();
+  EXPECT_THAT(hits(), IsEmpty());
+
+  const auto half = lab_->NewPeer();
+  half->SendBytes(StartOfAFrame());
+  EXPECT_EQ(
+      OutcomeOf(half->AwaitGoodbye()),
+      Closed(Who("raw"), "frame_timeout",
+             absl::DeadlineExceededError(
+                 "a frame did not arrive whole within frame_timeout, 50 ms")));
+  // Its time began earlier, and ended with its frame.
+  EXPECT_EQ(lab_->server->counters().connections_now, 2u);
+  ExpectBystanderIsServed();
+}
+
+TEST_F(LimitsTest, DrippingBytesDoesNotProlongFrameTimeout) {
+  Serve({.frame_timeout = std::chrono::milliseconds(5)});
+  const auto peer = lab_->NewPeer();
+  peer->SendBytes(StartOfAFrame());
+  std::unique_ptr<loop::Timer> timer;
+  int drips = 0;
+  std::function<void()> drip = [&] {
+    peer->SendBytes("x");
+    ++drips;
+    timer = lab_->loop.RunAfter(std::chrono::milliseconds(1), drip);
+  };
+  drip();
+  EXPECT_TRUE(absl::IsDeadlineExceeded(peer->AwaitGoodbye()));
+  EXPECT_LT(drips, 10'000);
+  EXPECT_EQ(hits(), (Hits{{"frame_timeout", 1}}));
+}
+
+// A client that is read no further has all the time it wants to send the frame
+// behind the one that waits.
+TEST_F(LimitsTest, FrameTimeoutDoesNotCountWhileTheServerDoesNotRead) {
+  Serve({.busy_outbox_bytes = 1'000'002,
+         .frame_timeout = std::chrono::milliseconds(5)});
+  const auto paused = lab_->NewPeer();
+  CallForFrameOf(*paused, 1'000'000);
+  CallPark(*paused);
+  paused->SendBytes(StartOfAFrame());
+  lab_->RunReady();
+  EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}}));
+  const auto other = lab_->NewPeer();
+  other->SendBytes(StartOfAFrame());
+  EXPECT_TRUE(absl::IsDeadlineExceeded(other->AwaitGoodbye()));
+  EXPECT_EQ(lab_->server->counters().connections_now, 2u);
+  // When it is read again its time begins.
+  EXPECT_TRUE(absl::IsDeadlineExceeded(paused->AwaitGoodbye()));
+  EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}, {"frame_timeout", 2}}));
+  ASSERT_EQ(lab_->service.parked.size(), 1u);
+  lab_->service.parked[0].Complete();
+}
+
+// While too many replies wait, half a frame in front of the pause is read on,
+// and so its time counts.
+TEST_F(LimitsTest, ABusyClientHasNoMoreThanFrameTimeoutEither) {
+  Serve({.busy_outbox_bytes = 1'000'002,
+         .frame_timeout = std::chrono::milliseconds(5)});
+  const auto peer = lab_->NewPeer();
+  CallForFrameOf(*peer, 1'000'000);
+  peer->SendBytes(StartOfAFrame());
+  lab_->RunReady();
+  EXPECT_TRUE(absl::IsDeadlineExceeded(peer->AwaitGoodbye()));
+  EXPECT_EQ(hits(), (Hits{{"frame_timeout", 1}}));
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ constexpr size_t kWriteBytes = 256 << 10;
 // Protobuf takes no longer ones.
 constexpr size_t kLongestFrameBytes = INT32_MAX;
 
-absl::Status ReadError(const std::error_code& error) {
+absl::Status LostBy(const std::error_code& error) {
   if (error == asio::error::eof) {
     return absl::UnavailableError("the other side closed the connection");
   }
@@ -79,7 +79,7 @@ void Connection::Start(std::shared_ptr<Delegate> delegate) {
   std::error_code error;
   socket_.non_blocking(true, error);
   if (error) {
-    StartClosing(ReadError(error), Goodbye::kNone);
+    StartClosing(LostBy(error), Goodbye::kNone);
     FinishClosingSoon();
     return;
   }
@@ -107,7 +107,7 @@ void Connection::Read() {
     return;
   }
   if (error) {
-    Close(ReadError(error));
+    Close(LostBy(error));
     return;
   }
   counters_->bytes_read += size;
@@ -131,6 +131,9 @@ void Connection::HandleInput() {
     return;
   }
   Write();
+  if (phase_ != Phase::kOpen) {
+    return;
+  }
   if (reading_ == Reading::kWaiting) {
     AwaitReadable();
   } else if (reading_ == Reading::kYielded) {
@@ -158,6 +161,7 @@ absl::Status Connection::HandleFrames() {
     }
     switch (input_.Next(&frame, &status)) {
       case FrameBuffer::kIncomplete:
+        AwaitRestOfFrame();
         return absl::OkStatus();
       case FrameBuffer::kBroken:
         if (absl::IsResourceExhausted(status)) {
@@ -166,6 +170,7 @@ absl::Status Connection::HandleFrames() {
         return status;
       case FrameBuffer::kFrame:
         ++counters_->frames_read;
+        frame_timer_.reset();
         status = delegate_->OnFrame(frame);
         if (!status.ok()) {
           return status;
@@ -179,10 +184,41 @@ absl::Status Connection::HandleFrames() {
   return absl::OkStatus();
 }
 
-// A client never pauses: if both sides did, each could wait for the other.
+// Goes on for as long as the rest of the same frame is awaited, however its
+// bytes come.
+void Connection::AwaitRestOfFrame() {
+  if (side_ == Side::kClient || input_.empty() || frame_timer_) {
+    return;
+  }
+  frame_timer_.emplace(socket_.get_executor(), limits_.frame_timeout);
+  frame_timer_->async_wait(
+      [self = shared_from_this()](const std::error_code& error) {
+        if (!error) {
+          self->OnFrameTimeout();
+        }
+      });
+}
+
+// Asio may have taken the wait for over when the timer was destroyed. Then
+// there is none now, or one for a later frame.
+void Connection::OnFrameTimeout() {
+  if (phase_ != Phase::kOpen || !frame_timer_ ||
+      frame_timer_->expiry() > std::chrono::steady_clock::now()) {
+    return;
+  }
+  ++counters_->limit_hits.frame_timeout;
+  Fail(absl::DeadlineExceededError(
+      absl::StrCat("a frame did not arrive whole within frame_timeout, ",
+                   limits_.frame_timeout.count(), " ms")));
+}
+
+// A client never pauses: if both sides did, each could wait for the other. The
+// server reads the rest of a frame that has begun, whose time counts, and
+// pauses before it handles it.
 bool Connection::ShouldPause() {
   if (side_ == Side::kClient ||
-      outbox_.reply_bytes() <= limits_.busy_outbox_bytes) {
+      outbox_.reply_bytes() <= limits_.busy_outbox_bytes ||
+      !input_.HasFrame()) {
     return false;
   }
   Write();
@@ -316,17 +352,26 @@ bool Connection::WriteSome() {
     return false;
   }
   if (error) {
-    // Nothing leaves any more. The connection lives on until the end of the
-    // peer is read: frames that it sent before, perhaps a goodbye with the
-    // reason, can still come.
-    writing_ = Writing::kBroken;
-    outbox_.Clear();
+    OnWriteError(error);
     return false;
   }
   outbox_.Written(size);
   ++counters_->writes;
   counters_->bytes_written += size;
   return true;
+}
+
+// Nothing leaves any more. A server closes: nobody would take the results of
+// what it does for this client. A client lives on until the end of the server
+// is read: frames that the server sent before, perhaps a goodbye with the
+// reason, can still come.
+void Connection::OnWriteError(const std::error_code& error) {
+  writing_ = Writing::kBroken;
+  outbox_.Clear();
+  if (side_ == Side::kServer && phase_ == Phase::kOpen) {
+    StartClosing(LostBy(error), Goodbye::kNone);
+    FinishClosingSoon();
+  }
 }
 
 void Connection::AwaitWritable() {
@@ -380,6 +425,7 @@ void Connection::FinishClosing() {
     return;
   }
   phase_ = Phase::kClosed;
+  frame_timer_.reset();
   if (writing_ != Writing::kBroken) {
     while (WriteSome()) {
     }

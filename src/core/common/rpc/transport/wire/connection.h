@@ -19,7 +19,7 @@
 //   writing:   idle --> scheduled, for the next turn --> idle
 //                 '---> held, the caller writes ------/
 //                 '---> blocked, until the socket takes more --> idle
-//                 '---> broken, for good
+//                 '---> broken, for good; a server closes
 //
 // Nothing is read from the socket but while waiting. The memory for what is
 // read is there only as long as something is in it: an idle connection has
@@ -50,6 +50,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include "absl/status/status.h"
@@ -167,6 +168,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void Read();
   void HandleInput();
   void HandleInputSoon();
+  void AwaitRestOfFrame();
+  void OnFrameTimeout();
   absl::Status HandleFrames();
   bool ShouldPause();
 
@@ -174,6 +177,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   absl::Status TooFull() const;
   void AfterAppend();
   bool WriteSome();
+  void OnWriteError(const std::error_code& error);
   void AwaitWritable();
   void OnWritable();
 
@@ -198,6 +202,8 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   Goodbye goodbye_ = Goodbye::kNone;
 
   FrameBuffer input_;
+  // While the rest of a client's frame is awaited.
+  std::optional<asio::steady_timer> frame_timer_;
   Outbox outbox_;
   size_t peer_max_frame_bytes_;
 };

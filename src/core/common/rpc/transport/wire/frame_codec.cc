@@ -170,8 +170,14 @@ void FrameBuffer::Reallocate(size_t capacity) {
   end_ = pending;
 }
 
+bool FrameBuffer::HasFrame() const {
+  Length length;
+  return ReadLength(pending(), &length) == kFrame &&
+         pending().size() - length.bytes >= length.value;
+}
+
 FrameBuffer::Result FrameBuffer::Next(FrameView* frame, absl::Status* error) {
-  const std::string_view input(data_.get() + begin_, end_ - begin_);
+  const std::string_view input = pending();
   Length length;
   const Result result = ReadLength(input, &length);
   if (result == kBroken) {

@@ -113,14 +113,18 @@ class FrameBuffer {
   // when it is too long, else INVALID_ARGUMENT.
   Result Next(FrameView* frame, absl::Status* error);
 
-  // Whether all bytes have been taken.
+  // Whether all bytes have been taken, and whether a whole frame waits.
   bool empty() const { return begin_ == end_; }
+  bool HasFrame() const;
 
   // Gives back memory that the bytes that wait do not need, while it may take
   // long until more come.
   void Trim();
 
  private:
+  std::string_view pending() const {
+    return {data_.get() + begin_, end_ - begin_};
+  }
   void Reallocate(size_t capacity);
 
   const size_t max_frame_bytes_;
