@@ -23,7 +23,7 @@ Calls::~Calls() {
 }
 
 absl::Status Calls::Start(uint64_t id,
-                          uint32_t method_id,
+                          uint64_t method_id,
                           std::chrono::milliseconds timeout,
                           const std::string& request) {
   if (waiting_.contains(id)) {
@@ -57,7 +57,7 @@ absl::Status Calls::Start(uint64_t id,
 }
 
 absl::Status Calls::CheckMethod(const ServedMethod* method,
-                                uint32_t method_id) {
+                                uint64_t method_id) {
   if (method == nullptr) {
     return absl::UnimplementedError(
         absl::StrCat("no method has the id ", method_id));

@@ -69,7 +69,7 @@ class Calls final : private Call::Waiter {
   // zero. INVALID_ARGUMENT when the id is in use. The transport calls nothing
   // else here until this returns: the method may be on the stack.
   absl::Status Start(uint64_t id,
-                     uint32_t method_id,
+                     uint64_t method_id,
                      std::chrono::milliseconds timeout,
                      const std::string& request);
 
@@ -88,7 +88,7 @@ class Calls final : private Call::Waiter {
   void OnCallDone(Call& call) override;
   void OnCallExpired(Call& call) override;
 
-  absl::Status CheckMethod(const ServedMethod* method, uint32_t method_id);
+  absl::Status CheckMethod(const ServedMethod* method, uint64_t method_id);
   void RefuseCall(uint64_t id, const absl::Status& why);
   void GiveUp(Call& call, const absl::Status& why);
 

@@ -15,7 +15,7 @@ void ServedMethods::Add(torvane::Service* service) {
   for (int i = 0; i < descriptor->method_count(); ++i) {
     const google::protobuf::MethodDescriptor* method = descriptor->method(i);
     ServedMethod& served = methods_.emplace_back();
-    served.id = static_cast<uint32_t>(methods_.size() - 1);
+    served.id = methods_.size() - 1;
     served.service = service;
     served.descriptor = method;
     served.kind = torvane::KindOf(*method);

@@ -25,7 +25,7 @@
 namespace rpc::serving {
 
 struct ServedMethod {
-  uint32_t id;
+  uint64_t id;
   torvane::Service* service;
   const google::protobuf::MethodDescriptor* descriptor;
   // Nothing for a stream of a kind that only its service knows.
@@ -45,7 +45,7 @@ class ServedMethods {
   void Add(torvane::Service* service);
 
   // Null when no method has this id.
-  const ServedMethod* Find(uint32_t id) const {
+  const ServedMethod* Find(uint64_t id) const {
     return id < methods_.size() ? &methods_[id] : nullptr;
   }
 

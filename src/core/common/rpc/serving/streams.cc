@@ -69,7 +69,7 @@ Streams::~Streams() {
   ABSL_CHECK_EQ(subscriptions_, 0u) << "of streams that are gone";
 }
 
-absl::Status Streams::OnClientOpen(uint64_t id, uint32_t method_id) {
+absl::Status Streams::OnClientOpen(uint64_t id, uint64_t method_id) {
   if (entries_.contains(id)) {
     return absl::InvalidArgumentError(
         absl::StrCat("stream id ", id, " is in use"));
@@ -98,7 +98,7 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint32_t method_id) {
 }
 
 absl::Status Streams::CheckOpen(const ServedMethod* method,
-                                uint32_t method_id) {
+                                uint64_t method_id) {
   if (method == nullptr) {
     return absl::UnimplementedError(
         absl::StrCat("no method has the id ", method_id));

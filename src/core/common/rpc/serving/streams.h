@@ -88,7 +88,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
 
   // What the client does. OnClientOpen() returns INVALID_ARGUMENT when the id
   // is in use.
-  absl::Status OnClientOpen(uint64_t id, uint32_t method_id);
+  absl::Status OnClientOpen(uint64_t id, uint64_t method_id);
   void OnClientData(uint64_t id, transport::StreamMessage* message);
   void OnClientError(uint64_t id, transport::StreamMessage* message);
   void OnClientEnd(uint64_t id);
@@ -127,7 +127,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   bool Send(Entry& entry, const transport::StreamMessage& message);
   void End(Entry& entry, const absl::Status& status);
 
-  absl::Status CheckOpen(const ServedMethod* method, uint32_t method_id);
+  absl::Status CheckOpen(const ServedMethod* method, uint64_t method_id);
   Entry* FindOpen(uint64_t id);
   absl::Status HandOnSubscription(Entry& entry,
                                   transport::StreamMessage* message);

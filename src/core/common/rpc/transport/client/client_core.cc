@@ -1,7 +1,6 @@
 #include "core/common/rpc/transport/client/client_core.h"
 
 #include <algorithm>
-#include <limits>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -34,13 +33,9 @@ absl::Status LoopStopped() {
   return absl::CancelledError("the loop was stopped while this waited on it");
 }
 
-// timeout_ms is a uint32, and 0 means no timeout: clamp.
-uint32_t OnWire(std::optional<std::chrono::milliseconds> timeout) {
-  if (!timeout) {
-    return 0;
-  }
-  return static_cast<uint32_t>(std::min<int64_t>(
-      timeout->count(), std::numeric_limits<uint32_t>::max()));
+// On the wire 0 means no timeout. None that is set is 0 here.
+uint64_t OnWire(std::optional<std::chrono::milliseconds> timeout) {
+  return timeout ? static_cast<uint64_t>(timeout->count()) : 0;
 }
 
 }  // namespace
@@ -64,8 +59,7 @@ void ClientCore::StartHandshake(StatusCallback on_over) {
   connection_->Start(shared_from_this());
   HelloFrame hello;
   hello.set_protocol_version(kProtocolVersion);
-  hello.set_max_frame_bytes(
-      static_cast<uint32_t>(options_.limits.max_frame_bytes));
+  hello.set_max_frame_bytes(options_.limits.max_frame_bytes);
   hello.set_client_name(options_.name);
   connection_->Append(Frame::kHello, hello);
   connection_->Write();
@@ -257,7 +251,7 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   if (!status_.ok()) {
     return status_;
   }
-  const absl::StatusOr<uint32_t> method_id = methods_.Find(method);
+  const absl::StatusOr<uint64_t> method_id = methods_.Find(method);
   if (!method_id.ok()) {
     return method_id.status();
   }

@@ -38,7 +38,7 @@ absl::Status ClientStreamTable::AppendOpen(uint64_t id, const Method& method) {
   if (!closed_.ok()) {
     return closed_;
   }
-  const absl::StatusOr<uint32_t> method_id = methods_.Find(*method);
+  const absl::StatusOr<uint64_t> method_id = methods_.Find(*method);
   if (!method_id.ok()) {
     return method_id.status();
   }

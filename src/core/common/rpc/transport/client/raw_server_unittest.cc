@@ -76,8 +76,7 @@ TEST_F(BadServer, GarbageEndsAllThatIsOpen) {
   call.Start(*server.client, &Lab_Stub::Echo, "x");
   server.peer.SendBytes(std::string(1, '\0'));
   Run([&] { return call.over(); });
-  const absl::Status why =
-      absl::InvalidArgumentError("a frame does not hold one body exactly");
+  const absl::Status why = absl::InvalidArgumentError("a frame is empty");
   EXPECT_EQ(call.controller.status(), why);
   EXPECT_EQ(stream_end, why);
   EXPECT_EQ(server.client->status(), why);

@@ -7,14 +7,14 @@ namespace rpc::transport {
 
 using google::protobuf::MethodDescriptor;
 
-absl::StatusOr<uint32_t> RemoteMethods::Find(const MethodDescriptor* method) {
+absl::StatusOr<uint64_t> RemoteMethods::Find(const MethodDescriptor* method) {
   const auto known = known_.find(method);
   return known != known_.end()
              ? known->second
              : known_.emplace(method, Match(*method)).first->second;
 }
 
-absl::StatusOr<uint32_t> RemoteMethods::Match(
+absl::StatusOr<uint64_t> RemoteMethods::Match(
     const MethodDescriptor& method) const {
   const bool streaming = torvane::KindOf(method) != torvane::MethodKind::kUnary;
   for (const OfferedService& service : offer_) {

@@ -33,17 +33,17 @@ class RemoteMethods {
   }
 
   // The id of `method`, or UNIMPLEMENTED with a text that names it.
-  absl::StatusOr<uint32_t> Find(
+  absl::StatusOr<uint64_t> Find(
       const google::protobuf::MethodDescriptor* method);
 
  private:
-  absl::StatusOr<uint32_t> Match(
+  absl::StatusOr<uint64_t> Match(
       const google::protobuf::MethodDescriptor& method) const;
 
   google::protobuf::RepeatedPtrField<OfferedService> offer_;
   // Those that have been asked for.
   absl::flat_hash_map<const google::protobuf::MethodDescriptor*,
-                      absl::StatusOr<uint32_t>>
+                      absl::StatusOr<uint64_t>>
       known_;
 };
 

@@ -107,7 +107,7 @@ TEST_F(CrowdedConnection, AsksQuestionsFromInsideAnswers) {
 }
 
 TEST_F(CrowdedConnection, AsksQuestionsFromInsideAnswersWhileBothSidesAreFull) {
-  Connect({.busy_outbox_bytes = 500'000});
+  Connect({.max_client_frame_bytes = 1'000'000, .busy_outbox_bytes = 500'000});
   const auto answerer = AnswerFor({1});
   size_t events = 0;
   EventSubscriber<lab::Text> subscriber(

@@ -168,8 +168,8 @@ TEST(Handshake, GarbageIsRefused) {
   RawPeer peer(lab.loop, lab.Connect());
   peer.SendBytes("GET / HTTP/1.1\r\nHost: localhost\r\n" +
                  std::string(100, '\n'));
-  const absl::Status why =
-      absl::InvalidArgumentError("a frame does not hold one body exactly");
+  const absl::Status why = absl::InvalidArgumentError(
+      "a frame begins with field 8 of wire type 5, which is no body");
   testing::internal::CaptureStderr();
   EXPECT_EQ(peer.AwaitGoodbye(), why);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
@@ -280,8 +280,8 @@ TEST_F(ClientHandshake, SomethingThatIsNoServerIsToldApart) {
   server_.SendBytes("* OK mail.example.org IMAP4rev1 ready, please log in");
   EXPECT_EQ(Connect(),
             absl::FailedPreconditionError(
-                "the other side does not speak this protocol: a frame does "
-                "not hold one body exactly"));
+                "the other side does not speak this protocol: a frame "
+                "begins with field 4 of wire type 0, which is no body"));
 }
 
 TEST_F(ClientHandshake, AServerThatDoesNotWelcomeIsToldApart) {

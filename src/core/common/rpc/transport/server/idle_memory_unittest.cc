@@ -32,7 +32,7 @@ ptrdiff_t LiveBytes() {
 }
 
 // What a client sends that makes one call.
-std::string HelloAndCall(uint32_t method_id, const std::string& text) {
+std::string HelloAndCall(uint64_t method_id, const std::string& text) {
   HelloFrame hello;
   hello.set_protocol_version(kProtocolVersion);
   hello.set_max_frame_bytes(1 << 20);
@@ -158,7 +158,7 @@ TEST_F(EventStreamMemory, TakesNothingForASubscriptionThatIsTooLong) {
 ptrdiff_t BytesForConnections(Lab& lab, size_t count, const std::string& text) {
   std::vector<loop::ScopedFd> clients;
   clients.reserve(count);
-  const uint32_t echo = lab.NewPeer()->IdOf("Echo");
+  const uint64_t echo = lab.NewPeer()->IdOf("Echo");
   const std::string bytes = HelloAndCall(echo, text);
   std::string input(bytes.size() + 10'000, '\0');
   lab.RunReady();

@@ -1,5 +1,6 @@
 #include "core/common/rpc/transport/server/server_session.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -24,6 +25,14 @@ void FillOffer(const serving::ServedMethods& methods, WelcomeFrame* welcome) {
     offered->set_id(method.id);
     offered->set_streaming(method.streaming());
   }
+}
+
+// What no clock can add counts as very long. 0 stands for no deadline.
+std::chrono::milliseconds TimeoutOf(uint64_t timeout_ms) {
+  constexpr std::chrono::milliseconds kLongest =
+      std::chrono::hours(24 * 36'500);
+  return std::chrono::milliseconds(
+      std::min<uint64_t>(timeout_ms, static_cast<uint64_t>(kLongest.count())));
 }
 
 }  // namespace
@@ -132,8 +141,7 @@ absl::Status ServerSession::OnHello(std::string_view body) {
 
   WelcomeFrame welcome;
   welcome.set_protocol_version(kProtocolVersion);
-  welcome.set_max_frame_bytes(
-      static_cast<uint32_t>(shared_.limits.max_client_frame_bytes));
+  welcome.set_max_frame_bytes(shared_.limits.max_client_frame_bytes);
   FillOffer(shared_.methods, &welcome);
   const size_t size = FrameSize(welcome);
   if (!connection_->FitsPeer(size)) {
@@ -166,7 +174,7 @@ absl::Status ServerSession::OnCall(std::string_view body) {
     return status;
   }
   return calls_.Start(call_frame_.call_id(), call_frame_.method_id(),
-                      std::chrono::milliseconds(call_frame_.timeout_ms()),
+                      TimeoutOf(call_frame_.timeout_ms()),
                       call_frame_.request());
 }
 

@@ -157,7 +157,7 @@ absl::Status RawPeer::AwaitGoodbye() {
   return status;
 }
 
-uint32_t RawPeer::IdOf(const std::string& method) const {
+uint64_t RawPeer::IdOf(const std::string& method) const {
   for (const OfferedService& service : welcome_.services()) {
     for (const OfferedMethod& offered : service.methods()) {
       if (offered.name() == method) {

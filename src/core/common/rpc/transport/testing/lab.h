@@ -107,7 +107,7 @@ class RawPeer {
   absl::Status AwaitGoodbye();
 
   // What `method` of Lab is called on this connection, by its welcome.
-  uint32_t IdOf(const std::string& method) const;
+  uint64_t IdOf(const std::string& method) const;
 
   void Close();
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
@@ -12,7 +13,6 @@
 namespace rpc::transport {
 namespace {
 
-using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 
 // All body kinds are length-delimited and have tags of one byte.
@@ -23,13 +23,14 @@ constexpr size_t kTagBytes = 1;
 
 constexpr uint32_t kLastKind = Frame::kGoodbye;
 
-struct Length {
+// A varint of no more than 32 bits: a length, or the tag of a field.
+struct Varint {
   uint32_t value = 0;
   size_t bytes = 0;
 };
 
 // Reads the varint at the start of `input`.
-FrameBuffer::Result ReadLength(std::string_view input, Length* length) {
+FrameBuffer::Result ReadVarint(std::string_view input, Varint* varint) {
   uint64_t value = 0;
   for (size_t i = 0; i < kMaxLengthBytes; ++i) {
     if (i == input.size()) {
@@ -38,32 +39,52 @@ FrameBuffer::Result ReadLength(std::string_view input, Length* length) {
     const auto byte = static_cast<uint8_t>(input[i]);
     value |= uint64_t{byte & 0x7fu} << (7 * i);
     if (byte < 0x80 && value <= UINT32_MAX) {
-      *length = {static_cast<uint32_t>(value), i + 1};
+      *varint = {static_cast<uint32_t>(value), i + 1};
       return FrameBuffer::kFrame;
     }
   }
   return FrameBuffer::kBroken;
 }
 
+absl::Status Broken(const std::string& why) {
+  return absl::InvalidArgumentError(why);
+}
+
 // Takes the envelope off a frame.
 absl::Status OpenEnvelope(std::string_view bytes, FrameView* frame) {
-  CodedInputStream input(reinterpret_cast<const uint8_t*>(bytes.data()),
-                         static_cast<int>(bytes.size()));
-  const uint32_t tag = input.ReadTag();
-  const uint32_t kind = tag >> kWireTypeBits;
-  uint32_t size = 0;
-  const bool delimited =
-      (tag & kWireTypeMask) == kLengthDelimited && input.ReadVarint32(&size);
-  const auto used = static_cast<size_t>(input.CurrentPosition());
-  if (!delimited || size != bytes.size() - used) {
-    return absl::InvalidArgumentError("a frame does not hold one body exactly");
+  if (bytes.empty()) {
+    return Broken("a frame is empty");
+  }
+  Varint tag;
+  if (ReadVarint(bytes, &tag) != FrameBuffer::kFrame) {
+    return Broken("a frame does not begin with the tag of a body");
+  }
+  bytes.remove_prefix(tag.bytes);
+  const uint32_t kind = tag.value >> kWireTypeBits;
+  if ((tag.value & kWireTypeMask) != kLengthDelimited) {
+    return Broken(absl::StrCat("a frame begins with field ", kind,
+                               " of wire type ", tag.value & kWireTypeMask,
+                               ", which is no body"));
+  }
+  Varint size;
+  if (ReadVarint(bytes, &size) != FrameBuffer::kFrame) {
+    return Broken("the length of a frame's body is no 32-bit varint");
+  }
+  bytes.remove_prefix(size.bytes);
+  if (size.value > bytes.size()) {
+    return Broken(absl::StrCat("a frame's body of ", size.value,
+                               " bytes is cut off after ", bytes.size()));
+  }
+  if (size.value < bytes.size()) {
+    return Broken(absl::StrCat("a frame holds ", bytes.size() - size.value,
+                               " bytes beside its body: version 1 allows no "
+                               "second body and no other field there"));
   }
   if (kind == 0 || kind > kLastKind) {
-    return absl::InvalidArgumentError(
-        absl::StrCat("a frame's body is of the unknown kind ", kind));
+    return Broken(absl::StrCat("a frame's body is of the unknown kind ", kind));
   }
   frame->kind = static_cast<FrameKind>(kind);
-  frame->body = bytes.substr(used);
+  frame->body = bytes;
   return absl::OkStatus();
 }
 
@@ -118,8 +139,8 @@ void AppendFrame(FrameKind kind,
 }
 
 size_t FirstFrameBytes(std::string_view frames) {
-  Length length;
-  ReadLength(frames, &length);
+  Varint length;
+  ReadVarint(frames, &length);
   return length.bytes + length.value;
 }
 
@@ -171,15 +192,15 @@ void FrameBuffer::Reallocate(size_t capacity) {
 }
 
 bool FrameBuffer::HasFrame() const {
-  Length length;
-  return ReadLength(pending(), &length) == kFrame &&
+  Varint length;
+  return ReadVarint(pending(), &length) == kFrame &&
          pending().size() - length.bytes >= length.value;
 }
 
 FrameBuffer::Result FrameBuffer::Next(FrameView* frame, absl::Status* error) {
   const std::string_view input = pending();
-  Length length;
-  const Result result = ReadLength(input, &length);
+  Varint length;
+  const Result result = ReadVarint(input, &length);
   if (result == kBroken) {
     *error = absl::InvalidArgumentError("a frame's length is no 32-bit varint");
   }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "rpc/transport/frame.pb.h"
@@ -143,20 +144,47 @@ TEST(FrameCodec, ALengthOfMoreThan32BitsIsBroken) {
 
 TEST(FrameCodec, AFrameHoldsOneBodyExactly) {
   const std::string body = CallBytes(1, "x").substr(1);
-  const std::string frames[] = {
-      "",                          // none
-      body + body,                 // two
-      body.substr(0, 3),           // cut off
-      body + "x",                  // and more
-      std::string("\x18\x05", 2),  // a number instead of a body
-      std::string("\x1a", 1),      // without the body's length
-      std::string("\x1a\x85", 2),  // with half of it
+  const std::string unknown("\xa0\x01\x05", 3);  // field 20, a number
+  const std::pair<std::string, std::string> cases[] = {
+      {"", "a frame is empty"},
+      {"\x9a", "a frame does not begin with the tag of a body"},
+      {std::string("\x18\x05", 2),
+       "a frame begins with field 3 of wire type 0, which is no body"},
+      {unknown + body,
+       "a frame begins with field 20 of wire type 0, which is no body"},
+      {"\x1a", "the length of a frame's body is no 32-bit varint"},
+      {"\x1a\x85", "the length of a frame's body is no 32-bit varint"},
+      {body.substr(0, 3), "a frame's body of 5 bytes is cut off after 1"},
+      {body + body,
+       "a frame holds 7 bytes beside its body: version 1 allows no second "
+       "body and no other field there"},
+      {body + unknown,
+       "a frame holds 3 bytes beside its body: version 1 allows no second "
+       "body and no other field there"},
+      {body + "x",
+       "a frame holds 1 bytes beside its body: version 1 allows no second "
+       "body and no other field there"},
   };
-  for (const std::string& frame : frames) {
+  for (const auto& [frame, text] : cases) {
     Reader reader;
     EXPECT_TRUE(reader.Feed(static_cast<char>(frame.size()) + frame).empty());
-    EXPECT_EQ(reader.error(), absl::InvalidArgumentError(
-                                  "a frame does not hold one body exactly"));
+    EXPECT_EQ(reader.error(), absl::InvalidArgumentError(text));
+  }
+}
+
+// 2^32 more than the tag, and the length, of a body.
+TEST(FrameCodec, NumbersOfMoreThan32BitsInAnEnvelopeAreNotCut) {
+  const std::string tag("\x9a\x80\x80\x80\x10", 5);
+  const std::string length("\x80\x80\x80\x80\x10", 5);
+  const std::pair<std::string, std::string> cases[] = {
+      {tag + std::string(1, '\0'),
+       "a frame does not begin with the tag of a body"},
+      {"\x1a" + length, "the length of a frame's body is no 32-bit varint"},
+  };
+  for (const auto& [frame, text] : cases) {
+    Reader reader;
+    EXPECT_TRUE(reader.Feed(static_cast<char>(frame.size()) + frame).empty());
+    EXPECT_EQ(reader.error(), absl::InvalidArgumentError(text));
   }
 }
 

@@ -1,6 +1,9 @@
 #include "core/common/rpc/transport/wire/rpc_status.h"
 
 #include <cstddef>
+#include <cstdint>
+
+#include "absl/strings/str_cat.h"
 
 namespace rpc::transport {
 namespace {
@@ -8,13 +11,19 @@ namespace {
 // Bytes of a status text: a person reads it, and it must fit in any frame.
 constexpr size_t kMaxTextBytes = 4096;
 
+constexpr auto kLastCode =
+    static_cast<int64_t>(absl::StatusCode::kUnauthenticated);
+
 }  // namespace
 
 absl::Status FromWire(const RpcStatus& status) {
   if (status.code() == 0) {
     return absl::OkStatus();
   }
-  // absl::Status::code() makes UNKNOWN of what is not canonical.
+  if (status.code() < 0 || status.code() > kLastCode) {
+    return absl::UnknownError(
+        absl::StrCat("status code ", status.code(), ": ", status.text()));
+  }
   return absl::Status(static_cast<absl::StatusCode>(status.code()),
                       status.text());
 }

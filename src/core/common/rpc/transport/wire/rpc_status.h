@@ -11,7 +11,8 @@
 
 namespace rpc::transport {
 
-// A code that is not among the canonical ones arrives as UNKNOWN.
+// A code that is not among the canonical ones arrives as UNKNOWN, with its
+// number in the text.
 absl::Status FromWire(const RpcStatus& status);
 
 // A text too long for a status is cut.
