@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <thread>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
@@ -19,6 +21,12 @@ namespace {
 
 // Read and write for the user that owns the socket, nothing for anybody else.
 constexpr mode_t kSocketMode = 0600;
+
+// For how long another process may have the folder locked, and the pause
+// between two looks. A server that starts has it locked for less than a
+// millisecond.
+constexpr std::chrono::milliseconds kLockTime{500};
+constexpr std::chrono::milliseconds kLockPause{5};
 
 absl::Status Errno(int error, const std::string& what) {
   return absl::ErrnoToStatus(error, what);
@@ -70,6 +78,24 @@ absl::Status CheckPrivate(const std::string& folder, const struct stat& info) {
   return absl::OkStatus();
 }
 
+// Waits a short while at most: whoever holds the lock may never let it go.
+absl::Status Lock(int fd, const std::string& folder) {
+  const auto end = std::chrono::steady_clock::now() + kLockTime;
+  while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return Errno(errno, absl::StrCat("cannot lock the folder ", folder));
+    }
+    if (std::chrono::steady_clock::now() >= end) {
+      return absl::UnavailableError(absl::StrCat(
+          "another process has had the folder ", folder,
+          " of the socket locked for ", kLockTime.count(),
+          " ms: end it (/proc/locks has its pid) or choose another folder"));
+    }
+    std::this_thread::sleep_for(kLockPause);
+  }
+  return absl::OkStatus();
+}
+
 // Locks the folder, so that two servers cannot check and replace the same file
 // at once.
 absl::StatusOr<loop::ScopedFd> LockFolderOf(const std::string& path) {
@@ -87,8 +113,9 @@ absl::StatusOr<loop::ScopedFd> LockFolderOf(const std::string& path) {
   if (!privacy.ok()) {
     return privacy;
   }
-  if (flock(fd.get(), LOCK_EX) != 0) {
-    return Errno(errno, absl::StrCat("cannot lock the folder of ", path));
+  absl::Status lock = Lock(fd.get(), folder);
+  if (!lock.ok()) {
+    return lock;
   }
   return fd;
 }

@@ -1,6 +1,8 @@
 #include "core/common/rpc/transport/socket/unix_socket.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -153,6 +155,23 @@ TEST_F(UnixSocket, AnotherUsersFolderIsRefused) {
             absl::PermissionDeniedError(absl::StrCat(
                 "the folder ", folder, " of the socket belongs to user ", owner,
                 ", not to user ", geteuid(), ": choose another one")));
+}
+
+// Locks belong to descriptions of open files: this one holds it as another
+// process would.
+TEST_F(UnixSocket, ALockedFolderIsNamedInsteadOfWaitedForEver) {
+  {
+    const loop::ScopedFd holder(
+        open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
+    EXPECT_EQ(UnixListener::Open(path_).status(),
+              absl::UnavailableError(
+                  "another process has had the folder " + folder_ +
+                  "/ of the socket locked for 500 ms: end it (/proc/locks has "
+                  "its pid) or choose another folder"));
+    EXPECT_FALSE(HasSocket());
+  }
+  EXPECT_TRUE(UnixListener::Open(path_).ok());
 }
 
 TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
