@@ -34,7 +34,7 @@ std::string Describe(const WindowView& view) {
   // Shortened, so that what stands behind it is seen.
   constexpr size_t kMaxTitleBytes = 200;
   return absl::StrCat("Window ", view.id, ", \"",
-                      cli::Shorten(cli::Printable(view.title), kMaxTitleBytes),
+                      cli::Shorten(view.title, kMaxTitleBytes),
                       "\": ", absl::StrJoin(words, ", "));
 }
 
