@@ -12,6 +12,9 @@
 namespace cli {
 namespace {
 
+// How much is read at once.
+constexpr size_t kChunkBytes = 4096;
+
 // Blocks them in the calling thread, so that the main thread gets them. With
 // SIGTTIN blocked, read() fails in a background job instead of stopping it.
 void BlockSignals() {
@@ -39,7 +42,8 @@ LineReader::LineReader(rpc::loop::Sequence& sequence,
 LineReader::~LineReader() {
   shared_->handler = nullptr;
   eventfd_write(wake_, 1);
-  shared_->handled.release();
+  // As often as the thread may be waiting for.
+  shared_->handled.release(kChunkBytes);
   thread_.join();
   close(wake_);
 }
@@ -50,13 +54,16 @@ void LineReader::Run() {
   std::string chunk;
   while (ReadMore(chunk)) {
     std::string_view rest = chunk;
+    size_t posted = 0;
     for (size_t end; (end = rest.find('\n')) != std::string_view::npos;
          rest.remove_prefix(end + 1)) {
       Append(rest.substr(0, end), line);
       Post(std::exchange(line, {}));
+      ++posted;
     }
     Append(rest, line);
-    AwaitSequence();
+    for (; posted > 0; --posted)
+      shared_->handled.acquire();
   }
   if (!line.empty())
     Post(std::move(line));
@@ -68,7 +75,6 @@ bool LineReader::ReadMore(std::string& chunk) {
                                   pollfd{descriptor_, POLLIN, 0}};
   if (poll(polled.data(), polled.size(), -1) < 0 || polled[0].revents != 0)
     return false;
-  constexpr size_t kChunkBytes = 4096;
   chunk.resize(kChunkBytes);
   const ssize_t size = read(descriptor_, chunk.data(), chunk.size());
   if (size <= 0)
@@ -83,12 +89,8 @@ void LineReader::Post(std::optional<std::string> line) {
     // shared handler while it runs.
     if (const Handler handle = shared->handler)
       handle(std::move(line));
+    shared->handled.release();
   });
-}
-
-void LineReader::AwaitSequence() {
-  sequence_.Post([shared = shared_] { shared->handled.release(); });
-  shared_->handled.acquire();
 }
 
 }  // namespace cli

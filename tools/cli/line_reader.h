@@ -68,7 +68,7 @@ class LineReader {
 
     // Empty after that, so that they do nothing.
     Handler handler;
-    // Released when what was read last has been handled, and on destruction.
+    // Released with each line that has been handled, and on destruction.
     std::counting_semaphore<> handled{0};
   };
 
@@ -77,9 +77,6 @@ class LineReader {
   // input, or when the reader is destroyed.
   bool ReadMore(std::string& chunk);
   void Post(std::optional<std::string> line);
-  // Blocks until everything that was posted has run, or the reader is
-  // destroyed.
-  void AwaitSequence();
 
   rpc::loop::Sequence& sequence_;
   const int descriptor_;
