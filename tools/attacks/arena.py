@@ -128,9 +128,7 @@ def run(chosen: Attack, program: pathlib.Path, rules: Rules) -> list[Finding]:
                 findings.extend(play(chosen, arena))
             except FAILURES as error:
                 findings.append(Finding(str(error), False))
-            if not chosen.stops_host and not host.is_running:
-                findings.append(Finding("the host has ended; its last record: "
-                                        f"{host.last_record()}", False))
+            findings.extend(ended_well(host))
     except Silence as error:
         findings.append(Finding(str(error), False))
     return findings
@@ -140,6 +138,22 @@ def play(chosen: Attack, arena: Arena) -> Iterator[Finding]:
     yield from chosen.play(arena)
     if not chosen.stops_host:
         yield from innocent_lost_nothing(arena)
+
+
+def ended_well(host: Host) -> Iterator[Finding]:
+    """Lets the host stop, if it still runs. It must end without a fault.
+
+    That is also when a sanitizer reports memory that was not freed.
+    """
+    try:
+        if host.is_running:
+            host.stop()
+    except Silence as error:
+        yield Finding(str(error), False)
+        return
+    if host.process.returncode != 0:
+        yield Finding(f"the host has ended with {host.process.returncode}, its "
+                      f"last record: {host.last_record()}", False)
 
 
 def innocent_lost_nothing(arena: Arena) -> Iterator[Finding]:
