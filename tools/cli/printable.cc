@@ -59,16 +59,16 @@ std::string Escape(std::string_view text, bool keep_line_breaks) {
   result.reserve(text.size());
   while (!text.empty()) {
     const Character character = FirstOf(text);
-    const auto byte = static_cast<unsigned char>(text[0]);
-    const bool stays = character.code == '\n' && keep_line_breaks;
-    if (character.size == 0)
-      absl::StrAppendFormat(&result, "\\x%02x", byte);
-    else if (!IsEscaped(character.code) || stays)
+    const bool is_kept_break = character.code == '\n' && keep_line_breaks;
+    const bool stays =
+        character.size > 0 && (!IsEscaped(character.code) || is_kept_break);
+    if (stays)
       result.append(text.substr(0, character.size));
-    else if (character.size == 1)
-      absl::StrAppendFormat(&result, "\\x%02x", byte);
-    else
+    else if (character.size > 1)
       absl::StrAppendFormat(&result, "\\u%04x", character.code);
+    else
+      absl::StrAppendFormat(&result, "\\x%02x",
+                            static_cast<unsigned char>(text[0]));
     text.remove_prefix(character.size == 0 ? 1 : character.size);
   }
   return result;
