@@ -1,32 +1,18 @@
 #include "core/common/rpc/transport/client_controller.h"
 
-#include <cstring>
-
 #include "absl/log/absl_check.h"
 #include "absl/log/absl_log.h"
 #include "core/common/rpc/transport/client/client_core.h"
+#include "core/common/rpc/transport/client/virtual_table.h"
 
 namespace rpc::transport {
-namespace {
 
 using google::protobuf::RpcController;
 
-// What an object with virtual functions begins with, in the C++ ABI of GCC and
-// Clang: the address of its class's table of them. The class of an object is
-// not known otherwise, without run-time type information.
-const void* VirtualTableOf(const RpcController& controller) {
-  const void* table = nullptr;
-  static_assert(sizeof(RpcController) >= sizeof(table));
-  std::memcpy(&table, static_cast<const void*>(&controller), sizeof(table));
-  return table;
-}
-
-}  // namespace
-
 // No class derives from this one, so all of its objects have the same table.
 bool ClientController::IsOne(const RpcController& controller) {
-  const ClientController own;
-  return VirtualTableOf(controller) == VirtualTableOf(own);
+  static const void* const own = VirtualTableOf(ClientController());
+  return VirtualTableOf(controller) == own;
 }
 
 void ClientController::StartCancel() {

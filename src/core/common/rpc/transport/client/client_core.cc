@@ -8,7 +8,6 @@
 #include "absl/log/absl_check.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
-#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
 
@@ -244,7 +243,7 @@ absl::Status ClientCore::AppendCall(uint64_t id,
                                     const Message* request,
                                     const Message* response,
                                     std::optional<Milliseconds> timeout) {
-  absl::Status valid = CheckCall(method, request, response);
+  absl::Status valid = check_call_(method, request, response);
   if (!valid.ok()) {
     return valid;
   }

@@ -34,6 +34,7 @@
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream_table.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/client/remote_methods.h"
 #include "core/common/rpc/transport/wire/connection.h"
 #include "rpc/transport/frame.pb.h"
@@ -144,6 +145,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   const std::shared_ptr<serving::Counters> counters_ =
       std::make_shared<serving::Counters>();
   RemoteMethods methods_;
+  CallCheck check_call_;
   const std::shared_ptr<Connection> connection_;
   const std::shared_ptr<ClientStreamTable> streams_;
   StatusCallback on_closed_;

@@ -1,9 +1,11 @@
 // A program that uses a method, a controller or a message for what it is not.
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/dynamic_message.h>
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -66,6 +68,12 @@ class Misuse : public ::testing::Test {
     EXPECT_EQ(controller.status(), blocking.status());
     EXPECT_EQ(lab.server->counters().calls_started, 0u);
     EXPECT_TRUE(client->status().ok());
+    return controller.status();
+  }
+
+  absl::Status OneCall(const google::protobuf::Message& request) {
+    ClientController controller;
+    client->CallMethod(Method("Echo"), &controller, &request, &text, nullptr);
     return controller.status();
   }
 
@@ -143,6 +151,28 @@ TEST_F(Misuse, AResponseOfAnotherTypeFailsItsCall) {
                                        "lab.Text, not a lab.Number"));
   EXPECT_EQ(Call(Method("Echo"), &text, nullptr),
             absl::InvalidArgumentError("the response of lab.Lab.Echo is null"));
+}
+
+// What was right once is not looked up again, whatever the types are then.
+TEST_F(Misuse, AWrongTypeFailsItsCallAfterARightOneToo) {
+  EXPECT_EQ(OneCall(text), absl::OkStatus());
+  EXPECT_EQ(OneCall(number),
+            absl::InvalidArgumentError("the request of lab.Lab.Echo is a "
+                                       "lab.Text, not a lab.Number"));
+  EXPECT_EQ(OneCall(text), absl::OkStatus());
+}
+
+// Messages that are made at run time have one class, whatever their types.
+TEST_F(Misuse, AWrongTypeMadeAtRunTimeFailsItsCallAfterARightOneToo) {
+  google::protobuf::DynamicMessageFactory factory;
+  const std::unique_ptr<google::protobuf::Message> right(
+      factory.GetPrototype(lab::Text::descriptor())->New());
+  const std::unique_ptr<google::protobuf::Message> wrong(
+      factory.GetPrototype(lab::Number::descriptor())->New());
+  EXPECT_EQ(OneCall(*right), absl::OkStatus());
+  EXPECT_EQ(OneCall(*wrong),
+            absl::InvalidArgumentError("the request of lab.Lab.Echo is a "
+                                       "lab.Text, not a lab.Number"));
 }
 
 using MisuseDeathTest = Misuse;

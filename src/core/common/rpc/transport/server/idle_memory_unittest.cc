@@ -1,6 +1,6 @@
-// What an idle connection costs, that neither side of it keeps the memory that a
-// large message has taken, and that an event stream takes none for what it has
-// no use for.
+// What an idle connection costs, that neither side of it keeps the memory that
+// a large message has taken, and that an event stream takes none for what it
+// has no use for.
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

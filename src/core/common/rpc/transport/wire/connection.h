@@ -82,10 +82,10 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 
   // For how long the frames of one connection are handled before the loop turns
   // to others. A caller may have to wait for two slices of each busy client,
-  // one until the loop sees its frame and one until it comes to it: with 20
-  // busy clients that is 10 ms. A slice has room for hundreds of calls, so what
+  // one until the loop sees its frame and one until it comes to it: with 50
+  // busy clients that is 10 ms. A slice has room for a hundred calls, so what
   // it costs to go on later does not show.
-  static constexpr std::chrono::microseconds kSlice{250};
+  static constexpr std::chrono::microseconds kSlice{100};
 
   Connection(Side side,
              asio::local::stream_protocol::socket socket,
