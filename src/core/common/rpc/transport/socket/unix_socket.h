@@ -29,7 +29,8 @@ class UnixListener {
   // Listens at `path`, for this user only. Replaces a socket on which nobody
   // listens any more; ALREADY_EXISTS when somebody does, or when the path is
   // something else than a socket. PERMISSION_DENIED when the folder is not this
-  // user's, or others may do anything with it.
+  // user's, or others may do anything with it; UNAVAILABLE when another process
+  // keeps it locked. Waits for that for half a second.
   static absl::StatusOr<UnixListener> Open(const std::string& path);
 
   UnixListener(UnixListener&& other) noexcept;

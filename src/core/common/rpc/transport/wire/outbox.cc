@@ -14,6 +14,18 @@ constexpr size_t kFirstBytes = 1 << 10;
 constexpr size_t kKeptBytes = 2 << 10;
 
 constexpr size_t kLargeFrameBytes = Outbox::kChunkBytes / 4;
+static_assert(kLargePayloadBytes >= kLargeFrameBytes);
+
+// Makes room for `size` more bytes. Memory doubles up to the size of a chunk;
+// what is larger gets what it needs.
+void Reserve(size_t size, std::string* bytes) {
+  const size_t needed = bytes->size() + size;
+  if (needed > bytes->capacity()) {
+    bytes->reserve(size > kLargeFrameBytes
+                       ? needed
+                       : std::bit_ceil(std::max(needed, kFirstBytes)));
+  }
+}
 
 }  // namespace
 
@@ -41,9 +53,20 @@ void Outbox::AppendHeldMessage() {
   if (held_.empty()) {
     return;
   }
-  const StreamDataFrame& frame = held_.frame();
-  AppendToChunk(Frame::kStreamData, frame, FrameSize(frame));
+  if (held_.large_payload()) {
+    AppendHeldLargeMessage();
+  } else {
+    const StreamDataFrame& frame = held_.frame();
+    AppendToChunk(Frame::kStreamData, frame, FrameSize(frame));
+  }
   held_.Clear();
+}
+
+void Outbox::AppendHeldLargeMessage() {
+  Chunk& chunk = ChunkFor(held_.frame_size());
+  held_.AppendHead(&chunk.bytes);
+  chunk.payload = held_.large_payload();
+  bytes_ += chunk.size();
 }
 
 // The length before the held frame is part of what waits, too.
@@ -66,6 +89,7 @@ void Outbox::AppendToChunk(FrameKind kind,
                            const google::protobuf::MessageLite& body,
                            size_t frame_size) {
   Chunk& chunk = ChunkFor(frame_size + kMaxLengthBytes);
+  Reserve(frame_size + kMaxLengthBytes, &chunk.bytes);
   const size_t before = chunk.bytes.size();
   AppendFrame(kind, body, frame_size, &chunk.bytes);
   const size_t added = chunk.bytes.size() - before;
@@ -76,22 +100,19 @@ void Outbox::AppendToChunk(FrameKind kind,
   }
 }
 
-// A chunk with room for `size` bytes. Memory doubles up to the size of a chunk;
-// what is larger gets what it needs.
+// The chunk that a frame of `size` bytes goes to. A large one has a chunk for
+// itself.
 Outbox::Chunk& Outbox::ChunkFor(size_t size) {
-  const bool is_large = size > kLargeFrameBytes;
-  if (chunks_.empty() ||
-      (!chunks_.back().bytes.empty() &&
-       (is_large || chunks_.back().bytes.size() + size > kChunkBytes))) {
-    chunks_.emplace_back();
+  if (chunks_.empty()) {
+    return chunks_.emplace_back();
   }
-  std::string& bytes = chunks_.back().bytes;
-  const size_t needed = bytes.size() + size;
-  if (needed > bytes.capacity()) {
-    bytes.reserve(is_large ? needed
-                           : std::bit_ceil(std::max(needed, kFirstBytes)));
+  const Chunk& last = chunks_.back();
+  const bool has_room = last.payload == nullptr && size <= kLargeFrameBytes &&
+                        last.bytes.size() + size <= kChunkBytes;
+  if (has_room || last.bytes.empty()) {
+    return chunks_.back();
   }
-  return chunks_.back();
+  return chunks_.emplace_back();
 }
 
 std::string_view Outbox::Front() {
@@ -99,19 +120,24 @@ std::string_view Outbox::Front() {
   if (bytes_ == 0) {
     return {};
   }
-  return std::string_view(chunks_.front().bytes).substr(written_);
+  const Chunk& chunk = chunks_.front();
+  const size_t head = chunk.bytes.size();
+  return written_ < head
+             ? std::string_view(chunk.bytes).substr(written_)
+             : std::string_view(*chunk.payload).substr(written_ - head);
 }
 
 void Outbox::Written(size_t size) {
   written_ += size;
   bytes_ -= size;
   Chunk& chunk = chunks_.front();
-  if (written_ < chunk.bytes.size()) {
+  if (written_ < chunk.size()) {
     return;
   }
   written_ = 0;
   reply_bytes_ -= std::exchange(chunk.reply_bytes, 0);
-  if (chunks_.size() > 1 || chunk.bytes.capacity() > kKeptBytes) {
+  if (chunks_.size() > 1 || chunk.payload ||
+      chunk.bytes.capacity() > kKeptBytes) {
     chunks_.pop_front();
   } else {
     chunk.bytes.clear();
@@ -123,12 +149,14 @@ void Outbox::DropUnbegun() {
   if (bytes_ == 0) {
     return;
   }
-  std::string& first = chunks_.front().bytes;
+  Chunk& first = chunks_.front();
   size_t begun = 0;
   while (begun < written_) {
-    begun += FirstFrameBytes(std::string_view(first).substr(begun));
+    begun += FirstFrameBytes(std::string_view(first.bytes).substr(begun));
   }
-  first.resize(begun);
+  if (!first.payload) {
+    first.bytes.resize(begun);
+  }
   chunks_.resize(1);
   reply_bytes_ = chunks_.front().reply_bytes;
   bytes_ = begun - written_;

@@ -10,6 +10,9 @@
 //   +-------+-------+-------+ +---------+-----
 //    written ---> | <--- bytes() ------------->
 //
+// The payload of a large message lies beside its chunk, shared with the other
+// connections that it waits for; each counts it as its own.
+//
 // A message for many streams is held back at the end for as long as it may find
 // one more (shared_message.h). Any other frame, and writing, ends that.
 //
@@ -78,8 +81,14 @@ class Outbox {
   void Clear();
 
  private:
+  // Whole frames; or one, whose last part is shared.
   struct Chunk {
+    size_t size() const {
+      return bytes.size() + (payload ? payload->size() : 0);
+    }
+
     std::string bytes;
+    SharedPayload payload;
     size_t reply_bytes = 0;
   };
 
@@ -87,6 +96,7 @@ class Outbox {
                      const google::protobuf::MessageLite& body,
                      size_t frame_size);
   void AppendHeldMessage();
+  void AppendHeldLargeMessage();
   Chunk& ChunkFor(size_t size);
 
   // The last one may be empty.

@@ -278,6 +278,45 @@ TEST_F(OutboxMessagesTest, OneMessageForManyStreamsIsOneFrame) {
   EXPECT_EQ(Write(), Frames{"event: 3 1 200"});
 }
 
+TEST_F(OutboxMessagesTest, OneLargeMessageForManyStreamsIsOneFrame) {
+  const std::string large(kLargePayloadBytes + 1, 'x');
+  EXPECT_TRUE(Send(3, large, 300));
+  EXPECT_FALSE(Send(1, large, 300));
+  EXPECT_FALSE(Send(2'000'000'000'000, large, 300));
+  EXPECT_TRUE(Send(4, large, 301));
+  EXPECT_TRUE(Send(5, large + "y", 301));
+  Reply();
+  EXPECT_EQ(Write(), (Frames{large + ": 3 1 2000000000000", large + ": 4",
+                             large + "y: 5", "reply"}));
+  // What is small afterwards has nothing of it.
+  EXPECT_TRUE(Send(3, "event"));
+  EXPECT_EQ(Write(), Frames{"event: 3"});
+}
+
+TEST_F(OutboxMessagesTest, ALargeMessageThatHasBegunIsKeptWhole) {
+  const std::string large(kLargePayloadBytes + 1, 'x');
+  for (const size_t begun : {size_t{1}, size_t{5}, large.size()}) {
+    Send(1, large);
+    const size_t bytes = outbox_.bytes();
+    Send(2, "other");
+    std::string written;
+    while (written.size() < begun) {
+      const std::string_view piece =
+          outbox_.Front().substr(0, begun - written.size());
+      written += piece;
+      outbox_.Written(piece.size());
+    }
+    outbox_.DropUnbegun();
+    EXPECT_EQ(written.size() + outbox_.bytes(), bytes);
+    written += Drain(outbox_);
+    EXPECT_EQ(written.size(), bytes);
+  }
+  Send(1, large);
+  outbox_.DropUnbegun();
+  EXPECT_EQ(outbox_.bytes(), 0u);
+  EXPECT_EQ(Write(), Frames());
+}
+
 TEST_F(OutboxMessagesTest, AnotherPayloadOrCallIdIsAnotherFrame) {
   EXPECT_TRUE(Send(1, "event"));
   EXPECT_TRUE(Send(2, "other"));

@@ -1,6 +1,8 @@
 // One message on its way to one or many streams of a connection. It travels
 // once: a stream_data frame that lists the streams. For as long as the same
-// message is sent on other streams, only the list grows.
+// message is sent on other streams, only the list grows. A large payload is
+// shared with other connections (shared_payload.h): the frame is then written
+// as a head and, last in it, the payload.
 //
 // Ownership: the outbox's.
 //
@@ -11,8 +13,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "core/common/rpc/serving/outgoing_stream.h"
+#include "core/common/rpc/transport/wire/shared_payload.h"
 #include "rpc/transport/frame.pb.h"
 
 namespace rpc::transport {
@@ -45,13 +49,25 @@ class SharedMessage {
   // What it would be with this stream added.
   size_t FrameSizeWith(const serving::OutgoingStream& stream) const;
 
+  // The payload if it is large, else null.
+  const SharedPayload& large_payload() const { return large_payload_; }
+
+  // The frame of a message whose payload is not large.
   const StreamDataFrame& frame() const { return frame_; }
+
+  // Appends what stands before a large payload on the wire: the frame with its
+  // length, up to the payload's bytes.
+  void AppendHead(std::string* bytes) const;
 
   // Forgets the message and its streams: empty() holds.
   void Clear();
 
  private:
+  const std::string& payload() const;
+
+  // Without the payload if that is large.
   StreamDataFrame frame_;
+  SharedPayload large_payload_;
   size_t message_bytes_ = 0;
   size_t id_bytes_ = 0;
   size_t frame_size_ = 0;
