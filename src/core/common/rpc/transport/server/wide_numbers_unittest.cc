@@ -115,9 +115,9 @@ TEST(WideNumbersOfAServer, ALongestFrameAndAMethodIdAreNotCut) {
   echo->set_name("Echo");
   echo->set_id(kTwoTo32 + 3);
   server.Send(Frame::kWelcome, welcome);
+  TextCall call;
   auto client = Client::Adopt(loop, std::move(theirs));
   ASSERT_TRUE(client.ok()) << client.status();
-  TextCall call;
   call.Start(**client, &lab::Lab_Stub::Echo, "x");
   const std::optional<Frame> hello = server.Receive();
   ASSERT_TRUE(hello && hello->has_hello());
