@@ -141,13 +141,10 @@ void Connection::HandleInput() {
   }
 }
 
-// The connection may be closed before that turn comes.
+// If the connection is closed before that turn comes, nothing is handled in it.
 void Connection::HandleInputSoon() {
-  asio::post(socket_.get_executor(), [self = shared_from_this()] {
-    if (self->phase_ == Phase::kOpen) {
-      self->HandleInput();
-    }
-  });
+  asio::post(socket_.get_executor(),
+             [self = shared_from_this()] { self->HandleInput(); });
 }
 
 absl::Status Connection::HandleFrames() {
