@@ -14,7 +14,6 @@ constexpr size_t kFirstBytes = 1 << 10;
 constexpr size_t kKeptBytes = 2 << 10;
 
 constexpr size_t kLargeFrameBytes = Outbox::kChunkBytes / 4;
-static_assert(kLargePayloadBytes >= kLargeFrameBytes);
 
 // Makes room for `size` more bytes. Memory doubles up to the size of a chunk;
 // what is larger gets what it needs.
@@ -63,7 +62,7 @@ void Outbox::AppendHeldMessage() {
 }
 
 void Outbox::AppendHeldLargeMessage() {
-  Chunk& chunk = ChunkFor(held_.frame_size());
+  Chunk& chunk = EmptyChunk();
   held_.AppendHead(&chunk.bytes);
   chunk.payload = held_.large_payload();
   bytes_ += chunk.size();
@@ -103,16 +102,18 @@ void Outbox::AppendToChunk(FrameKind kind,
 // The chunk that a frame of `size` bytes goes to. A large one has a chunk for
 // itself.
 Outbox::Chunk& Outbox::ChunkFor(size_t size) {
-  if (chunks_.empty()) {
-    return chunks_.emplace_back();
-  }
-  const Chunk& last = chunks_.back();
-  const bool has_room = last.payload == nullptr && size <= kLargeFrameBytes &&
-                        last.bytes.size() + size <= kChunkBytes;
-  if (has_room || last.bytes.empty()) {
+  if (!chunks_.empty() && size <= kLargeFrameBytes &&
+      chunks_.back().payload == nullptr &&
+      chunks_.back().bytes.size() + size <= kChunkBytes) {
     return chunks_.back();
   }
-  return chunks_.emplace_back();
+  return EmptyChunk();
+}
+
+Outbox::Chunk& Outbox::EmptyChunk() {
+  return !chunks_.empty() && chunks_.back().bytes.empty()
+             ? chunks_.back()
+             : chunks_.emplace_back();
 }
 
 std::string_view Outbox::Front() {

@@ -98,6 +98,7 @@ class Outbox {
   void AppendHeldMessage();
   void AppendHeldLargeMessage();
   Chunk& ChunkFor(size_t size);
+  Chunk& EmptyChunk();
 
   // The last one may be empty.
   std::deque<Chunk> chunks_;

@@ -18,9 +18,10 @@ namespace rpc::transport {
 
 using SharedPayload = std::shared_ptr<const std::string>;
 
-// Bytes of a payload above which a copy for each connection costs more than
-// finding out whether there is one.
-inline constexpr size_t kLargePayloadBytes = 16 << 10;
+// Bytes of a payload above which it is shared: what is kept for each connection
+// all the same, and the write of its own that it takes, are little beside it.
+// An event about a window with a very long title is larger.
+inline constexpr size_t kLargePayloadBytes = 2 << 10;
 
 // The copy that the last call gave out if that is in use and has the same
 // bytes, else a new one.
