@@ -29,6 +29,9 @@ _WRAPPERS = frozenset(
     )
 )
 
+# Where a word ends: "get|Title", "URL|Of".
+_WORD_BOUNDARY = re.compile(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])")
+
 # Field numbers in FileDescriptorProto and ServiceDescriptorProto, by which the
 # comments of a proto file are found.
 _SERVICE_OF_FILE = 6
@@ -166,8 +169,7 @@ def builtin_contract() -> Contract:
 
 def snake_case(name: str) -> str:
     """ "GetTitle" is get_title, "GetURLOf" is get_url_of, "Import" is import_."""
-    words = re.findall(r"[A-Z]+(?![a-z])|[A-Z]?[a-z0-9_]+", name)
-    snake = "_".join(word.strip("_").lower() for word in words)
+    snake = _WORD_BOUNDARY.sub("_", name).lower()
     return snake + "_" if keyword.iskeyword(snake) else snake
 
 
