@@ -176,7 +176,7 @@ class FakeServerTestCase(FolderTestCase):
         self.addAsyncCleanup(self.server.stop)
 
     async def connect(self, max_frame_bytes: int = 1 << 20, **options: Any) -> Any:
-        """A connected client and its peer."""
+        """A connected client and its peer. The options are those of connect()."""
         connecting = asyncio.ensure_future(torvane.connect(self.path, **options))
         peer = await self.server.accept()
         await peer.welcome(max_frame_bytes)

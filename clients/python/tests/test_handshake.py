@@ -2,12 +2,13 @@
 
 import asyncio
 import os
+import socket
 import unittest
 
 import torvane
-from support import FakeServerTestCase, FolderTestCase, start
+from support import WINDOWS, FakeServerTestCase, FolderTestCase, offered_service, start
 from torvane import Code
-from torvane.wire import encode_varint, with_length
+from torvane.wire import KINDS, encode_frame, encode_varint, with_length
 
 
 class Connecting(FolderTestCase):
@@ -149,6 +150,28 @@ class End(FakeServerTestCase):
         peer.close()
         error = await self.expect_error(Code.UNAVAILABLE, "closed the connection", call)
         self.assertEqual(error.method, "rpc.BrowserWindow.Show")
+
+    async def test_a_goodbye_is_read_although_writing_fails_first(self):
+        loop = asyncio.get_running_loop()
+        path = self.path + "2"
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(path)
+            listener.listen()
+            listener.setblocking(False)
+            connecting = start(torvane.connect(path))
+            server, _ = await loop.sock_accept(listener)
+        server.setblocking(False)
+        welcome = KINDS["welcome"].message(
+            protocol_version=1, max_frame_bytes=8192, services=[offered_service(WINDOWS)]
+        )
+        await loop.sock_sendall(server, with_length(encode_frame("welcome", welcome)))
+        client = await connecting
+        self.addAsyncCleanup(client.aclose)
+        goodbye = KINDS["goodbye"].message(status={"code": 8, "text": b"too many"})
+        server.send(with_length(encode_frame("goodbye", goodbye)))
+        server.close()
+        # Writes to the closed socket before the loop can read the goodbye.
+        await self.expect_error(Code.RESOURCE_EXHAUSTED, "too many", client.windows.show(1))
 
     async def test_closing_the_client_cancels_all_that_is_open(self):
         client, peer = await self.connect()

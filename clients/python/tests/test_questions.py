@@ -1,7 +1,10 @@
 """Questions and their handlers, against a server that is scripted here."""
 
 import asyncio
+import importlib.resources
 import unittest
+
+from google.protobuf import descriptor_pb2
 
 import torvane
 from support import FakeServerTestCase, message, start, until
@@ -252,25 +255,66 @@ class Questions(FakeServerTestCase):
         self.assertEqual((answerer(5), answerer.__doc__), (5, "Says yes."))
 
 
-class Patience(FakeServerTestCase):
-    """A server that says for how long it waits."""
+def contract_with_patience():
+    """The contract, whose questions about closing say for how long the server waits."""
+    data = (importlib.resources.files("torvane") / "contract.binpb").read_bytes()
+    files = descriptor_pb2.FileDescriptorSet.FromString(data)
+    for file in files.file:
+        for kind in file.message_type:
+            if kind.name == "CloseWindow":
+                question = next(inner for inner in kind.nested_type if inner.name == "Question")
+                if not any(field.name == "answer_within_ms" for field in question.field):
+                    question.field.add(
+                        name="answer_within_ms",
+                        number=2,
+                        type=descriptor_pb2.FieldDescriptorProto.TYPE_UINT32,
+                        label=descriptor_pb2.FieldDescriptorProto.LABEL_OPTIONAL,
+                    )
+    return torvane.Contract(files.SerializeToString())
 
-    def asked(self, milliseconds):
-        class Question:
-            answer_within_ms = milliseconds
 
-            class DESCRIPTOR:
-                fields_by_name = {"answer_within_ms": None}
+class Patience(Questions):
+    """Of a server that says for how long it waits. Also runs everything above with
+    a contract that is not that of the package."""
 
-        return torvane.Asked(1, Question(), None)
+    async def answer(self, handler, *windows, **options):
+        return await super().answer(handler, *windows, contract=contract_with_patience(), **options)
 
-    def test_is_told_in_seconds(self):
-        self.assertEqual(self.asked(2500).answer_within, 2.5)
-        self.assertIsNone(self.asked(0).answer_within)
+    def ask_within(self, milliseconds):
+        kind = self.client.contract.message(CLOSE)
+        question = {"answer_within_ms": milliseconds} if milliseconds else {}
+        whole = kind(browser_id={"value": 7}, question=question)
+        self.peer.send_payload(whole, self.id, call_id=1)
 
-    def test_of_a_server_that_does_not_say_is_none(self):
-        question = message("rpc.WindowCommand")
-        self.assertIsNone(torvane.Asked(1, question, None).answer_within)
+    async def test_is_told_to_the_handler_in_seconds(self):
+        told = []
+
+        def handler(asked):
+            told.append(asked.answer_within)
+            return True
+
+        await self.answer(handler)
+        for milliseconds in (2500, 0):
+            self.ask_within(milliseconds)
+            await self.expect_answer(allowed=True)
+        self.assertEqual(told, [2.5, None])
+
+    async def test_a_handler_that_takes_longer_is_cancelled_and_declines(self):
+        cancelled = []
+
+        async def handler(asked):
+            try:
+                await asyncio.Event().wait()
+            except asyncio.CancelledError:
+                cancelled.append(asked.window)
+                raise
+
+        await self.answer(handler)
+        with self.assertLogs("torvane", "WARNING") as logs:
+            self.ask_within(1)
+            await self.expect_refusal()
+        self.assertEqual(cancelled, [7])
+        self.assertIn("its handler took too long", logs.output[0])
 
 
 if __name__ == "__main__":

@@ -80,11 +80,16 @@ class _LoopThread:
 
     def _run(self) -> None:
         self.loop.run_forever()
-        tasks = asyncio.all_tasks(self.loop)
-        for task in tasks:
-            task.cancel()
-        self.loop.run_until_complete(asyncio.gather(*tasks, return_exceptions=True))
+        self.loop.run_until_complete(_cancel_others())
         self.loop.close()
+
+
+async def _cancel_others() -> None:
+    """Cancels all other tasks of the loop, and waits until they have ended."""
+    tasks = asyncio.all_tasks() - {asyncio.current_task()}
+    for task in tasks:
+        task.cancel()
+    await asyncio.gather(*tasks, return_exceptions=True)
 
 
 class Events:

@@ -10,6 +10,8 @@ told once.
 """
 
 import asyncio
+import contextlib
+import os
 from typing import Any, Callable, Dict, List, Optional, cast
 
 from torvane.errors import Code, RpcError, code_from_wire
@@ -82,6 +84,7 @@ class Connection(asyncio.Protocol):
             self._on_violation(violation)
 
     def connection_lost(self, error: Optional[Exception]) -> None:
+        self._read_rest()
         text = "the server has closed the connection"
         if error is not None:
             text = f"the connection was lost: {error}"
@@ -150,6 +153,20 @@ class Connection(asyncio.Protocol):
             self._transport.abort()
 
     # The protocol:
+
+    def _read_rest(self) -> None:
+        """Reads what has come when the connection ends.
+
+        A write that fails makes asyncio give up the socket. The goodbye that says
+        why the server has closed it may be there, unread.
+        """
+        socket = self._transport.get_extra_info("socket") if self._transport else None
+        with contextlib.suppress(OSError):
+            while socket is not None and self.error is None:
+                data = os.read(socket.fileno(), _SOCKET_BUFFER_BYTES)
+                if not data:
+                    return
+                self.data_received(data)
 
     def _waiting_bytes(self) -> int:
         in_socket = self._transport.get_write_buffer_size() if self._transport else 0
