@@ -180,6 +180,14 @@ class Reconnecting(FolderTestCase):
             await self.expect_error(Code.CANCELLED, "closed", waiting)
             await self.expect_error(Code.CANCELLED, "closed", reading)
 
+    async def test_closing_works_at_every_turn_of_connecting(self):
+        with self.assertLogs("torvane", "WARNING"):
+            for turns in range(30):
+                client = await self.enter()
+                for _ in range(turns):
+                    await asyncio.sleep(0)
+                await asyncio.wait_for(client.aclose(), TIMEOUT)
+
     async def test_closing_a_stream_ends_its_iteration_without_connection(self):
         with self.assertLogs("torvane", "WARNING") as logs:
             client = await self.enter()

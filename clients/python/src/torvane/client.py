@@ -54,13 +54,18 @@ async def connect(
     path = default_socket_path() if path is None else path
     check_folder(path)
     client = Client(name or _program_name(), timeout, limits, contract or builtin_contract())
+    late = RpcError(
+        Code.DEADLINE_EXCEEDED,
+        f"the server at {path} has not welcomed this client within {handshake_timeout} s",
+    )
+    # No asyncio.wait_for(): before Python 3.12 it may swallow a cancellation.
+    timer = asyncio.get_running_loop().call_later(
+        handshake_timeout, client._connection.close, late
+    )
     try:
-        await asyncio.wait_for(client._open(path), handshake_timeout)
-    except asyncio.TimeoutError:
-        raise RpcError(
-            Code.DEADLINE_EXCEEDED,
-            f"the server at {path} has not welcomed this client within {handshake_timeout} s",
-        ) from None
+        await client._open(path)
+    finally:
+        timer.cancel()
     return client
 
 
@@ -166,7 +171,7 @@ class Client:
         try:
             await asyncio.shield(self._connection.welcomed)
         except BaseException:
-            await self.aclose()
+            self._connection.close(RpcError(Code.CANCELLED, "connecting was given up"))
             raise
 
     def _on_frame(self, name: str, body: Any) -> None:

@@ -64,6 +64,9 @@ class Connection(asyncio.Protocol):
 
     def connection_made(self, transport: asyncio.BaseTransport) -> None:
         self._transport = cast(asyncio.Transport, transport)
+        if self.error is not None:
+            # Connecting took longer than the handshake may.
+            return self._transport.abort()
         self._transport.set_write_buffer_limits(high=_SOCKET_BUFFER_BYTES)
         self.write(
             "hello",
