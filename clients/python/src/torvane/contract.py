@@ -92,14 +92,16 @@ class Contract:
         """
         self._pool = descriptor_pool.DescriptorPool()
         self._comments: Dict[str, str] = {}
-        self._service_names: Tuple[str, ...] = ()
+        # In the proto form of their descriptors: only that tells with all versions of
+        # protobuf whether a method streams.
+        self._services: Dict[str, Any] = {}
         for file in _parse(descriptor_set).file:
             self._add(file)
 
     @property
     def services(self) -> Tuple[str, ...]:
         """The full names of all services."""
-        return self._service_names
+        return tuple(self._services)
 
     def message(self, full_name: str) -> MessageClass:
         """The class of a message, such as "rpc.Rect".
@@ -113,22 +115,22 @@ class Contract:
 
     def service(self, full_name: str) -> ServiceContract:
         """A service by its full name. Raises KeyError where there is none."""
-        if full_name not in self._service_names:
+        service = self._services.get(full_name)
+        if service is None:
             raise KeyError(
                 f"the contract has no service {full_name}; it has "
-                + ", ".join(self._service_names)
+                + ", ".join(self._services)
             )
-        service = self._pool.FindServiceByName(full_name)
         return ServiceContract(
             full_name=full_name,
             doc=self._comments.get(full_name, ""),
-            methods=tuple(self._method(full_name, method) for method in service.methods),
+            methods=tuple(self._method(full_name, method) for method in service.method),
         )
 
     def _add(self, file: Any) -> None:
         prefix = f"{file.package}." if file.package else ""
         names = [prefix + service.name for service in file.service]
-        self._service_names += tuple(names)
+        self._services.update(zip(names, file.service))
         for location in file.source_code_info.location:
             path = location.path
             if not path or path[0] != _SERVICE_OF_FILE:
@@ -142,21 +144,20 @@ class Contract:
         file.ClearField("source_code_info")
         self._pool.AddSerializedFile(file.SerializeToString())
 
-    def _method(self, service: str, method: Descriptor) -> Method:
-        # Older versions of protobuf don't tell whether a method streams, except
-        # in the proto form of its descriptor.
-        proto = descriptor_pb2.MethodDescriptorProto()
-        method.CopyToProto(proto)
+    def _method(self, service: str, method: Any) -> Method:
+        # Types are written with a dot before the full name.
+        request = self._pool.FindMessageTypeByName(method.input_type[1:])
+        response = self._pool.FindMessageTypeByName(method.output_type[1:])
         full_name = f"{service}.{method.name}"
         return Method(
             service=service,
             name=method.name,
             full_name=full_name,
             python_name=snake_case(method.name),
-            kind=_kind(proto, method.input_type, method.output_type),
-            request_class=_class_of(method.input_type),
-            response_class=_class_of(method.output_type),
-            plain=_plain_for(method.output_type.full_name),
+            kind=_kind(method, request, response),
+            request_class=_class_of(request),
+            response_class=_class_of(response),
+            plain=_plain_for(response.full_name),
             doc=self._comments.get(full_name, ""),
         )
 
@@ -196,10 +197,10 @@ def _tidy(comment: str) -> str:
     return "\n".join(line.strip() for line in comment.strip().splitlines())
 
 
-def _kind(proto: Any, request: Descriptor, response: Descriptor) -> MethodKind:
-    if not proto.client_streaming and not proto.server_streaming:
+def _kind(method: Any, request: Descriptor, response: Descriptor) -> MethodKind:
+    if not method.client_streaming and not method.server_streaming:
         return MethodKind.UNARY
-    if not (proto.client_streaming and proto.server_streaming):
+    if not (method.client_streaming and method.server_streaming):
         return MethodKind.OTHER
     if request.full_name == _EVENT_REQUEST:
         return MethodKind.EVENTS
