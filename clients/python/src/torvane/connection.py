@@ -81,8 +81,7 @@ class Connection(asyncio.Protocol):
         self._decoder.feed(data)
         try:
             for name, body in self._decoder.frames():
-                if self.error is None:
-                    self._handle(name, body)
+                self._handle(name, body)
         except RpcError as violation:
             self._on_violation(violation)
 
