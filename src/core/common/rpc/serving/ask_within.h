@@ -24,7 +24,9 @@
 // turn, outside of any stream, so that it may ask again, and may end the window
 // or the stream that it is about.
 //
-// Failure: the function runs exactly once, with the outcome that came first.
+// Failure: the function runs exactly once, with the outcome that came first. A
+// client that fails or leaves when its time is up was too late, also where this
+// hears of it before its timer has run.
 
 #ifndef CORE_COMMON_RPC_SERVING_ASK_WITHIN_H_
 #define CORE_COMMON_RPC_SERVING_ASK_WITHIN_H_
@@ -69,6 +71,7 @@ class TimedQuestion final
 
   void Ask(std::chrono::milliseconds patience, const T& question) {
     const auto self = this->shared_from_this();
+    deadline_ = sequence_.Now() + patience;
     const bool asked = torvane::CallbackStream<T>::Ask(
         question, {.response_callback =
                        [self](T& answer) {
@@ -76,7 +79,7 @@ class TimedQuestion final
                        },
                    .error_callback =
                        [self](torvane::StreamCallError error) {
-                         self->Settle(OutcomeOf(error));
+                         self->Settle(self->OutcomeOf(error));
                        }});
     if (!asked) {
       Settle(QuestionOutcome::kNobodyAnswers);
@@ -86,7 +89,7 @@ class TimedQuestion final
     if (!settle_) {
       return;
     }
-    timer_ = sequence_.RunAfter(patience, [weak_self = this->weak_from_this()] {
+    timer_ = sequence_.RunAt(deadline_, [weak_self = this->weak_from_this()] {
       if (const auto late = weak_self.lock()) {
         late->Settle(QuestionOutcome::kTooLate);
       }
@@ -94,7 +97,12 @@ class TimedQuestion final
   }
 
  private:
-  static QuestionOutcome OutcomeOf(torvane::StreamCallError error) {
+  // A client that declines because its time is up does so at the moment when
+  // the timer is due.
+  QuestionOutcome OutcomeOf(torvane::StreamCallError error) const {
+    if (sequence_.Now() >= deadline_) {
+      return QuestionOutcome::kTooLate;
+    }
     return error == torvane::StreamCallError::kRemoteError
                ? QuestionOutcome::kClientFailed
                : QuestionOutcome::kClientLeft;
@@ -111,14 +119,15 @@ class TimedQuestion final
   }
 
   loop::Sequence& sequence_;
+  loop::Clock::time_point deadline_;
   std::unique_ptr<loop::Timer> timer_;
   // Empty once settled.
   SettleQuestion<T> settle_;
 };
 
 // Tells whoever gets `question` how long it will be waited for, if it has a
-// field for that. 0 stands for not saying it, so no time at all is said as 1
-// ms.
+// field for that. 0 stands for not saying it, so no time at all is
+// said as 1 ms.
 template <typename T>
 void SetTimeToAnswer(std::chrono::milliseconds patience, T& question) {
   if constexpr (requires {

@@ -188,6 +188,27 @@ TEST_F(AskWithinTest, ALateAnswerIsDropped) {
   EXPECT_EQ(RunAndTakeSettled(), Settled());
 }
 
+// The loop may come to a frame of the client before it comes to a timer that is
+// due.
+TEST_F(AskWithinTest, AClientThatFailsOrLeavesWhenItsTimeIsUpIsTooLate) {
+  const auto fails =
+      sequence_.RunAfter(seconds(5), [this] { FailQuestion(1); });
+  const auto leaves = sequence_.RunAfter(seconds(6), [this] { Leave(); });
+  Ask(seconds(5));
+  Ask(seconds(6));
+  sequence_.Advance(seconds(5));
+  EXPECT_EQ(TakeSettled(), Settled{"late"});
+  sequence_.Advance(seconds(1));
+  EXPECT_EQ(TakeSettled(), Settled{"late"});
+}
+
+TEST_F(AskWithinTest, AClientThatFailsWhileThereIsTimeIsNotTooLate) {
+  Ask(seconds(5));
+  sequence_.Advance(seconds(5) - milliseconds(1));
+  FailQuestion(1);
+  EXPECT_EQ(RunAndTakeSettled(), Settled{"failed"});
+}
+
 TEST_F(AskWithinTest, TheFirstOutcomeCountsWhereSeveralCome) {
   Ask(seconds(5));
   Answer(1);
