@@ -286,7 +286,7 @@ std::string StartOfAFrame() {
 }
 
 TEST_F(LimitsTest, ServerClosesAConnectionWhoseFrameIsNotWholeInTime) {
-  Serve({.frame_timeout = std::chrono::milliseconds(50)});
+  Serve({.frame_timeout = std::chrono::milliseconds(300)});
   const auto whole = lab_->NewPeer();
   whole->SendBytes(StartOfAFrame());
   lab_->RunReady();
@@ -300,7 +300,7 @@ TEST_F(LimitsTest, ServerClosesAConnectionWhoseFrameIsNotWholeInTime) {
       OutcomeOf(half->AwaitGoodbye()),
       Closed(Who("raw"), "frame_timeout",
              absl::DeadlineExceededError(
-                 "a frame did not arrive whole within frame_timeout, 50 ms")));
+                 "a frame did not arrive whole within frame_timeout, 300 ms")));
   // Its time began earlier, and ended with its frame.
   EXPECT_EQ(lab_->server->counters().connections_now, 2u);
   ExpectBystanderIsServed();
@@ -338,8 +338,9 @@ TEST_F(LimitsTest, FrameTimeoutDoesNotCountWhileTheServerDoesNotRead) {
   other->SendBytes(StartOfAFrame());
   EXPECT_TRUE(absl::IsDeadlineExceeded(other->AwaitGoodbye()));
   EXPECT_EQ(lab_->server->counters().connections_now, 2u);
-  // When it is read again its time begins.
-  EXPECT_TRUE(absl::IsDeadlineExceeded(paused->AwaitGoodbye()));
+  // When it is read again its time begins. How much of the reply it has read by
+  // then, and so whether a goodbye fits its socket, is the machine's.
+  paused->AwaitGoodbye().IgnoreError();
   EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}, {"frame_timeout", 2}}));
   ASSERT_EQ(lab_->service.parked.size(), 1u);
   lab_->service.parked[0].Complete();
@@ -353,8 +354,9 @@ TEST_F(LimitsTest, ABusyClientHasNoMoreThanFrameTimeoutEither) {
   const auto peer = lab_->NewPeer();
   CallForFrameOf(*peer, 1'000'000);
   peer->SendBytes(StartOfAFrame());
-  lab_->RunReady();
-  EXPECT_TRUE(absl::IsDeadlineExceeded(peer->AwaitGoodbye()));
+  // Its socket is full, so it gets no goodbye.
+  lab_->loop.RunUntil(
+      [&] { return lab_->server->counters().connections_now == 1; });
   EXPECT_EQ(hits(), (Hits{{"frame_timeout", 1}}));
 }
 
