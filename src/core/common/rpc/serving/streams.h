@@ -6,11 +6,10 @@
 // with its own:
 //
 //                    OnClientEnd()
-//          open     ,--------------------> OnCompleted ---------------,
-//   (none) ----> [stream]                                             |->
-//   (none)
-//                   '-- Complete(), --> [ended] --> OnCompleted ------'
-//                       or a limit       on a later turn
+//          open     ,--------------------> OnCompleted --------,
+//   (none) ----> [stream]                                      |-> (none)
+//                   '-- Complete(), -> [ended] -> OnCompleted -'
+//                       or a limit             on a later turn
 //
 // What still comes in for a stream that is forgotten was sent before the client
 // knew, and is ignored. When the client leaves, its streams get their

@@ -40,8 +40,7 @@ class Subscriptions {
   // What a message of the client does to the stream's subscriptions.
   enum class Change {
     // Nothing: it subscribes to what is subscribed to, unsubscribes from what
-    // is
-    // not, or does neither.
+    // is not subscribed to, or does neither.
     kNone,
     kSubscribed,
     kUnsubscribed,

@@ -7,8 +7,8 @@
 //       loop, path, {},
 //       [&](rpc::transport::Client& client, const auto& gap) {
 //         if (gap) {
-//           // What happened meanwhile was not heard of: ask for the state
-//           anew. LOG(WARNING) << "events may be missing: " << gap->why;
+//           // Nothing was heard meanwhile: ask for the state anew, too.
+//           LOG(WARNING) << "events may be missing: " << gap->why;
 //         }
 //         closed.emplace(client, when_closed, on_event);
 //         closed->Subscribe(window);
