@@ -59,7 +59,11 @@ class LineAnswers final : public AnswerSource {
       questions_.pop_front();
       const std::string line = std::move(lines_.front());
       lines_.pop_front();
-      take(line);
+      const absl::Status length = CheckLength(line);
+      if (length.ok())
+        take(line);
+      else
+        take(length);
     }
     if (ended_ && lines_.empty() && on_exhausted_)
       sequence_.Post(std::exchange(on_exhausted_, nullptr));
@@ -140,6 +144,14 @@ class CommandAnswers final : public AnswerSource {
 };
 
 }  // namespace
+
+absl::Status CheckLength(const std::string& line) {
+  if (!cli::LineReader::IsTooLong(line))
+    return absl::OkStatus();
+  return absl::InvalidArgumentError(absl::StrCat("a line of more than ",
+                                                 cli::LineReader::kMaxLineBytes,
+                                                 " bytes is not read"));
+}
 
 std::unique_ptr<AnswerSource> MakeFixedAnswers(std::string answer) {
   return std::make_unique<FixedAnswers>(std::move(answer));

@@ -48,11 +48,16 @@ class AnswerSource {
   virtual void Answer(const Question& question, Take take) = 0;
 };
 
+// INVALID_ARGUMENT for a line of which cli::LineReader has passed on only the
+// beginning: that is no answer, whatever it says.
+absl::Status CheckLength(const std::string& line);
+
 // The same answer to every question.
 std::unique_ptr<AnswerSource> MakeFixedAnswers(std::string answer);
 
 // The lines read from the descriptor, each for one question, in order. Lines
-// may come before their questions. Calls `on_exhausted` once, on a later turn,
+// may come before their questions. One that is too long is no answer to its
+// question. Calls `on_exhausted` once, on a later turn,
 // when the input has ended and every line is used up.
 std::unique_ptr<AnswerSource> MakeLineAnswers(
     rpc::loop::Sequence& sequence,

@@ -114,6 +114,24 @@ TEST_F(LineAnswersTest, LinesMayComeBeforeTheirQuestions) {
   EXPECT_THAT(answers_, ElementsAre("one", "two"));
 }
 
+TEST_F(LineAnswersTest, LineOfTheGreatestLengthIsAnAnswerAndALongerOneIsNone) {
+  const std::string longest(65'536, 'x');
+  Ask();
+  Ask();
+  Ask();
+  Write(longest + "\n");
+  WaitForAnswers(1);
+  Write(longest + "x\n");
+  WaitForAnswers(2);
+  Write("three\n");
+  WaitForAnswers(3);
+  EXPECT_THAT(answers_,
+              ElementsAre(longest,
+                          "INVALID_ARGUMENT: a line of more than 65536 bytes "
+                          "is not read",
+                          "three"));
+}
+
 TEST_F(LineAnswersTest, InputThatEndsIsExhaustedWhenItsLastLineIsUsedUp) {
   Write("one\ntwo\n");
   CloseInput();

@@ -41,7 +41,9 @@ void TypedAnswers::OnLine(std::optional<std::string> line) {
     return;
   }
   const auto shown = questions_.begin();
-  const absl::Status valid = shown->question.check(*line);
+  absl::Status valid = CheckLength(*line);
+  if (valid.ok())
+    valid = shown->question.check(*line);
   if (!valid.ok()) {
     say_(absl::StrCat("That is no answer: ", valid.message()));
     return Ask();

@@ -96,6 +96,27 @@ TEST_F(TypedAnswersTest, InvalidLineIsAskedForAgainWithTheTimeThatIsLeft) {
   EXPECT_EQ(0u, sequence_.timers());
 }
 
+// Its end is missing, so that it is no answer even if its beginning is one.
+TEST_F(TypedAnswersTest, LineThatIsTooLongIsAskedForAgain) {
+  constexpr size_t kLongest = 65'536;
+  Question question;
+  question.title = "close 1";
+  question.check = [](const std::string&) { return absl::OkStatus(); };
+  source_->Answer(question, [this](const absl::StatusOr<std::string>& answer) {
+    answers_.push_back(std::to_string(answer.value().size()) + " bytes");
+  });
+  sequence_.Run();
+  said_.clear();
+  Type(std::string(kLongest + 1, 'x'));
+  EXPECT_THAT(answers_, IsEmpty());
+  EXPECT_THAT(said_,
+              ElementsAre("That is no answer: a line of more than 65536 bytes "
+                          "is not read",
+                          "What is the answer to close 1?"));
+  Type(std::string(kLongest, 'x'));
+  EXPECT_THAT(answers_, ElementsAre("65536 bytes"));
+}
+
 TEST_F(TypedAnswersTest, LineTypedBeforeAnyQuestionAnswersNone) {
   Type("yes");
   EXPECT_THAT(said_,
