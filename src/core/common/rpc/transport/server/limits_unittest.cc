@@ -285,12 +285,16 @@ std::string StartOfAFrame() {
   return "\xe0\xd4\x03\x1a";
 }
 
+std::string RestOfAFrame() {
+  return "\xdc\xd4\x03\x22\xd8\xd4\x03" + std::string(59'992, 'x');
+}
+
 TEST_F(LimitsTest, ServerClosesAConnectionWhoseFrameIsNotWholeInTime) {
   Serve({.frame_timeout = std::chrono::milliseconds(300)});
   const auto whole = lab_->NewPeer();
   whole->SendBytes(StartOfAFrame());
   lab_->RunReady();
-  whole->SendBytes("\xdc\xd4\x03\x22\xd8\xd4\x03" + std::string(59'992, 'x'));
+  whole->SendBytes(RestOfAFrame());
   whole->Receive();
   EXPECT_THAT(hits(), IsEmpty());
 
@@ -346,6 +350,27 @@ TEST_F(LimitsTest, FrameTimeoutDoesNotCountWhileTheServerDoesNotRead) {
   EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}, {"frame_timeout", 2}}));
   ASSERT_EQ(lab_->service.parked.size(), 1u);
   lab_->service.parked[0].Complete();
+}
+
+// A frame that is whole has no time any more, though the server handles it only
+// when the client has taken its replies.
+TEST_F(LimitsTest, FrameTimeoutEndsWithAFrameThatWaitsForThePauseToEnd) {
+  Serve({.busy_outbox_bytes = 1'000'002,
+         .frame_timeout = std::chrono::milliseconds(300)});
+  const auto paused = lab_->NewPeer();
+  CallForFrameOf(*paused, 1'000'000);
+  paused->SendBytes(StartOfAFrame());
+  lab_->RunReady();
+  paused->SendBytes(RestOfAFrame());
+  lab_->RunReady();
+  EXPECT_EQ(hits(), (Hits{{"busy_outbox_bytes", 1}}));
+  // Its time began later.
+  const auto other = lab_->NewPeer();
+  other->SendBytes(StartOfAFrame());
+  EXPECT_TRUE(absl::IsDeadlineExceeded(other->AwaitGoodbye()));
+  EXPECT_EQ(lab_->server->counters().connections_now, 2u);
+  EXPECT_TRUE(paused->Receive()->has_reply());
+  EXPECT_TRUE(paused->Receive()->has_reply());
 }
 
 // While too many replies wait, half a frame in front of the pause is read on,

@@ -153,6 +153,7 @@ absl::Status Connection::HandleFrames() {
   absl::Status status;
   while (phase_ == Phase::kOpen) {
     if (ShouldPause()) {
+      frame_timer_.reset();
       reading_ = Reading::kPaused;
       return absl::OkStatus();
     }
@@ -210,8 +211,8 @@ void Connection::OnFrameTimeout() {
 }
 
 // A client never pauses: if both sides did, each could wait for the other. The
-// server reads the rest of a frame that has begun, whose time counts, and
-// pauses before it handles it.
+// server reads the rest of a frame that has begun, whose time counts until it
+// is whole, and pauses before it handles it.
 bool Connection::ShouldPause() {
   if (side_ == Side::kClient ||
       outbox_.reply_bytes() <= limits_.busy_outbox_bytes ||
