@@ -44,8 +44,8 @@ class ClientRecord {
 
   // A limit keeps something from the client; returns the RESOURCE_EXHAUSTED,
   // with `text`, that it is told. Counted each time, but logged only the first
-  // time for each limit, so that no connection can fill the disk. A client that
-  // connects again and again still can.
+  // time for each limit, so that no connection can fill the disk. What a
+  // client makes that connects again and again, the program has to limit.
   absl::Status NoteLimit(uint64_t LimitHits::*limit, const std::string& text);
 
   // A message that no stream may see; returns the INVALID_ARGUMENT, with
