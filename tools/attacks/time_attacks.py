@@ -128,6 +128,39 @@ def stream_ends(arena: Arena) -> Iterable[Finding]:
 
 
 @attack()
+def shared_windows(arena: Arena) -> Iterable[Finding]:
+    """Streams end that had thousands of windows in common with one that stays.
+
+    What a host keeps of them is walked over whenever a stream ends, also when
+    all who had a part in it have left.
+    """
+    streams = arena.limits["max_streams"]
+    with arena.connect() as holder, arena.connect() as client:
+        method = client.method(CLOSED_EVENTS)
+        holder.send(open_frame(0, method), *subscribe_to_all(arena.limits))
+        await_turn(holder)
+        # All of them first, so that no two are the same to the host.
+        client.send(*(open_frame(stream, method)
+                      for stream in range(streams)))
+        await_turn(client)
+        for stream in range(streams):
+            client.send(*subscribe_to_all(arena.limits, stream),
+                        end_frame(stream))
+            client.receive()
+    with arena.connect() as client:
+        client.send(*(open_frame(stream, method) + end_frame(stream)
+                      for stream in range(1_000)))
+        client.call(IS_VISIBLE, window(1))
+    return ()
+
+
+def subscribe_to_all(limits: Limits, stream: int = 0) -> Iterator[bytes]:
+    """Subscribes to as many windows as one client may."""
+    for number in range(limits["max_subscriptions"]):
+        yield data_frame(stream, subscribe_to(FAR_WINDOW + number))
+
+
+@attack()
 def flood(arena: Arena) -> Iterator[Finding]:
     """16 clients call as fast as the host answers, and read the replies."""
     with flooding(arena.host.path) as replies:

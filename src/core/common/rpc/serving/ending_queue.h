@@ -18,9 +18,10 @@
 // are cancelled. Subscriptions are ended only when the server stops, and then
 // those of all clients before the rest of the streams end: their walks find
 // nearly nothing. With as many streams as the limits allow, that would take
-// minutes otherwise. It is not done when one client leaves: an event stream
-// never frees the message that unsubscribes it, and a stream of questions would
-// release windows that other clients have taken over.
+// minutes otherwise. It is not done when one client leaves, but for windows
+// that streams share (subscribers.h): an event stream never frees the message
+// that unsubscribes it, and a stream of questions would release windows that
+// other clients have taken over.
 //
 // Ownership: the server's. Refers to the streams of a client only weakly, and
 // the tasks that it posts to this.

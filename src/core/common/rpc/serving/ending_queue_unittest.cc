@@ -386,6 +386,34 @@ TEST_F(EndingRealStreams, EachQuestionOfAClientThatLeavesIsCancelledOnce) {
                              "third cancelled", "all ended"}));
 }
 
+// The end of a stream would else leave its address with each window that it
+// shares, for good.
+TEST_F(EndingRealStreams, NothingStaysOfWindowsThatStreamsHaveShared) {
+  constexpr int64_t kWindows = 5;
+  using Registry = torvane::EventStream<BrowserWindowClosed>;
+  ASSERT_TRUE(Registry::stream_map_.empty());
+  const auto listen = [this](uint64_t id) {
+    Open(id, "WhenBrowserWindowClosed");
+    for (int64_t window = 1; window <= kWindows; ++window) {
+      EventSubscription subscription;
+      subscription.mutable_subscribe_to()->set_value(window);
+      Data(id, subscription);
+    }
+  };
+  listen(1);
+  listen(2);
+  streams_->OnClientEnd(2);
+  ASSERT_EQ(Registry::stream_map_.size(), kWindows);
+  for (const auto& [window, streams] : Registry::stream_map_) {
+    EXPECT_EQ(streams.size(), 1u);
+  }
+  listen(3);
+  Leave();
+  sequence_.Run();
+  EXPECT_TRUE(Registry::stream_map_.empty());
+  EXPECT_EQ(events_, Events{"all ended"});
+}
+
 TEST_F(EndingRealStreams, AtAStopTheFirstStreamThatEndsFindsAnEmptyRegistry) {
   constexpr int64_t kWindows = 5;
   using Registry = torvane::EventStream<BrowserWindowClosed>;

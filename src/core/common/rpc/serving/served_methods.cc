@@ -22,7 +22,20 @@ void ServedMethods::Add(torvane::Service* service) {
     if (served.streaming()) {
       served.reader = std::make_unique<WindowMessageReader>(*service, *method);
     }
+    if (served.kind == torvane::MethodKind::kEventStream) {
+      served.subscribers = SubscribersTo(method->output_type());
+    }
   }
+}
+
+std::shared_ptr<Subscribers> ServedMethods::SubscribersTo(
+    const google::protobuf::Descriptor* event) const {
+  for (const ServedMethod& method : methods_) {
+    if (method.subscribers && method.descriptor->output_type() == event) {
+      return method.subscribers;
+    }
+  }
+  return std::make_shared<Subscribers>();
 }
 
 }  // namespace rpc::serving

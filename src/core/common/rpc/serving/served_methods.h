@@ -18,6 +18,7 @@
 #include <optional>
 #include <vector>
 
+#include "core/common/rpc/serving/subscribers.h"
 #include "core/common/rpc/serving/window_message_reader.h"
 #include "core/common/rpc/stream/method_kind.h"
 #include "core/common/rpc/stream/service.h"
@@ -32,6 +33,9 @@ struct ServedMethod {
   std::optional<torvane::MethodKind> kind;
   // Reads what passes on the method's streams; null for a unary method.
   std::unique_ptr<WindowMessageReader> reader;
+  // Counts those of the streams that have the method's events in common, since
+  // these have one registry; null where there are no events.
+  std::shared_ptr<Subscribers> subscribers;
 
   bool streaming() const { return kind != torvane::MethodKind::kUnary; }
   bool asks_questions() const {
@@ -53,6 +57,9 @@ class ServedMethods {
   const std::deque<ServedMethod>& all() const { return methods_; }
 
  private:
+  std::shared_ptr<Subscribers> SubscribersTo(
+      const google::protobuf::Descriptor* event) const;
+
   // They stay in place when more are added: open streams point to them.
   std::deque<ServedMethod> methods_;
 };

@@ -87,7 +87,8 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint64_t method_id) {
   Entry& entry = entries_[id];
   entry.outgoing.id = id;
   entry.method = method;
-  entry.subscriptions.emplace(subscriptions_, counters_);
+  entry.subscriptions.emplace(subscriptions_, counters_,
+                              method->subscribers.get());
   if (method->asks_questions()) {
     entry.questions.emplace(*method, questions_);
   }
@@ -258,6 +259,9 @@ void Streams::Finish(Entries::iterator entry) {
   if (std::exchange(entry->second.completing, true)) {
     return;
   }
+  for (const std::string& window : entry->second.subscriptions->TakeShared()) {
+    Unsubscribe(entry->second, window);
+  }
   entry->second.stream->OnCompleted();
   End(entry->second, absl::OkStatus());
   entries_.erase(entry);
@@ -343,11 +347,14 @@ bool Streams::UnsubscribeNext() {
     return false;
   }
   const ClientFrame frame(*this);
-  StreamMessage message;
-  message.set_payload(entry->second.method->reader->UnsubscriptionFrom(
-      entry->second.subscriptions->TakeOne()));
-  entry->second.stream->OnNext(&message);
+  Unsubscribe(entry->second, entry->second.subscriptions->TakeOne());
   return true;
+}
+
+void Streams::Unsubscribe(Entry& entry, const std::string& window) {
+  StreamMessage message;
+  message.set_payload(entry.method->reader->UnsubscriptionFrom(window));
+  entry.stream->OnNext(&message);
 }
 
 // A stream that is left may be completing, further down on the stack.

@@ -139,6 +139,7 @@ class Streams final : public std::enable_shared_from_this<Streams> {
   absl::Status CheckSubscriptions(Subscriptions::Change change);
   bool MayAsk();
   void Finish(Entries::iterator entry);
+  static void Unsubscribe(Entry& entry, const std::string& window);
   bool FinishNextEnded();
   template <typename Condition>
   Entries::iterator NextToEnd(const Condition& condition);

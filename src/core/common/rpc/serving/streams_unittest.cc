@@ -83,6 +83,51 @@ TEST_F(StreamsTest, AStreamThatForgetsToCompleteEndsAllTheSame) {
   EXPECT_EQ(TakeEvents(), (Events{"a completed", "end 7 OK", "a destroyed"}));
 }
 
+TEST_F(StreamsTest, AStreamThatEndsIsUnsubscribedFromWhatOthersHaveToo) {
+  OpenEvents(1);
+  OpenEvents(2);
+  for (const int64_t window : {10, 11, 12}) {
+    Listen(1, window);
+  }
+  Listen(2, 12);
+  Listen(2, 13);
+  TakeEvents();
+  streams_->OnClientEnd(1);
+  // From 12.
+  EXPECT_EQ(TakeEvents(),
+            (Events{"a next", "a completed", "end 1 OK", "a destroyed"}));
+  EXPECT_EQ(counters_.subscriptions_now, 2u);
+  streams_->OnClientEnd(2);
+  EXPECT_EQ(TakeEvents(), (Events{"b completed", "end 2 OK", "b destroyed"}));
+}
+
+TEST_F(StreamsTest, AStreamThatIsCutOffIsUnsubscribedFromWhatOthersHaveToo) {
+  Limits limits;
+  limits.max_subscriptions = 2;
+  Serve(limits);
+  OpenEvents(1);
+  OpenEvents(2);
+  Listen(1, 10);
+  Listen(2, 10);
+  TakeEvents();
+  Listen(2, 11);
+  EXPECT_EQ(TakeEvents(),
+            (Events{"end 2 RESOURCE_EXHAUSTED: max_subscriptions, 2, are in "
+                    "place",
+                    "b next", "b completed", "b destroyed"}));
+}
+
+TEST_F(StreamsTest, AStreamOfQuestionsKeepsTheWindowsThatAnotherOneTookOver) {
+  OpenQuestions(1);
+  OpenQuestions(2);
+  AnswerFor(1, 10);
+  AnswerFor(2, 10);
+  TakeEvents();
+  // Nothing is unsubscribed: that would release the other one's window.
+  streams_->OnClientEnd(1);
+  EXPECT_EQ(TakeEvents(), (Events{"a completed", "end 1 OK", "a destroyed"}));
+}
+
 TEST_F(StreamsTest, AStreamMaySpeakWhileItCompletes) {
   ProbeStream& stream = OpenEvents(7);
   stream.meanwhile = [&] { EXPECT_TRUE(stream.Say()); };

@@ -5,7 +5,9 @@
 namespace rpc::serving {
 
 Subscriptions::~Subscriptions() {
-  Count(0, windows_.size());
+  for (const std::string& window : windows_) {
+    CountRemoved(window);
+  }
 }
 
 Subscriptions::Change Subscriptions::Note(const WindowMessage& message,
@@ -34,7 +36,7 @@ Subscriptions::Change Subscriptions::Add(const std::string& window,
     return Change::kTooManyOfServer;
   }
   windows_.insert(window);
-  Count(1, 0);
+  CountAdded(window);
   return Change::kSubscribed;
 }
 
@@ -42,19 +44,46 @@ Subscriptions::Change Subscriptions::Remove(const std::string& window) {
   if (windows_.erase(window) == 0) {
     return Change::kNone;
   }
-  Count(0, 1);
+  CountRemoved(window);
   return Change::kUnsubscribed;
 }
 
 std::string Subscriptions::TakeOne() {
   std::string window = std::move(windows_.extract(windows_.begin()).value());
-  Count(0, 1);
+  CountRemoved(window);
   return window;
 }
 
-void Subscriptions::Count(size_t added, size_t removed) {
-  total_ += added - removed;
-  counters_.subscriptions_now += added - removed;
+std::vector<std::string> Subscriptions::TakeShared() {
+  std::vector<std::string> shared;
+  if (subscribers_ == nullptr) {
+    return shared;
+  }
+  for (const std::string& window : windows_) {
+    if (subscribers_->AreSeveral(window)) {
+      shared.push_back(window);
+    }
+  }
+  for (const std::string& window : shared) {
+    Remove(window);
+  }
+  return shared;
+}
+
+void Subscriptions::CountAdded(const std::string& window) {
+  ++total_;
+  ++counters_.subscriptions_now;
+  if (subscribers_ != nullptr) {
+    subscribers_->Add(window);
+  }
+}
+
+void Subscriptions::CountRemoved(const std::string& window) {
+  --total_;
+  --counters_.subscriptions_now;
+  if (subscribers_ != nullptr) {
+    subscribers_->Remove(window);
+  }
 }
 
 }  // namespace rpc::serving

@@ -19,20 +19,23 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "absl/container/flat_hash_set.h"
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limits.h"
+#include "core/common/rpc/serving/subscribers.h"
 #include "core/common/rpc/serving/window_message_reader.h"
 
 namespace rpc::serving {
 
 class Subscriptions {
  public:
-  // `total` counts those of all streams of a client. It and the counters
-  // outlive this.
-  Subscriptions(size_t& total, Counters& counters)
-      : total_(total), counters_(counters) {}
+  // `total` counts those of all streams of a client, `subscribers` those of all
+  // streams with the same events; it is null for a stream of questions, whose
+  // windows have one client each. They and the counters outlive this.
+  Subscriptions(size_t& total, Counters& counters, Subscribers* subscribers)
+      : total_(total), counters_(counters), subscribers_(subscribers) {}
   Subscriptions(const Subscriptions&) = delete;
   Subscriptions& operator=(const Subscriptions&) = delete;
   ~Subscriptions();
@@ -59,13 +62,19 @@ class Subscriptions {
   // WindowMessage names it. There must be one.
   std::string TakeOne();
 
+  // Notes that all those are over that other streams have, too; returns their
+  // windows.
+  std::vector<std::string> TakeShared();
+
  private:
   Change Add(const std::string& window, const Limits& limits);
   Change Remove(const std::string& window);
-  void Count(size_t added, size_t removed);
+  void CountAdded(const std::string& window);
+  void CountRemoved(const std::string& window);
 
   size_t& total_;
   Counters& counters_;
+  Subscribers* const subscribers_;
   // As WindowMessage names windows.
   absl::flat_hash_set<std::string> windows_;
 };
