@@ -79,10 +79,14 @@ absl::Status Check(const rpc::BrowserVibrancy& request) {
   return material;
 }
 
-// The change of the desktop that a request asks for.
+// The change of the desktop that a request asks for. A window keeps it, and
+// each look at the window copies it: so without the fields that the contract
+// does not know, of which a client may send thousands.
 template <typename Request>
-const Request& ChangeOf(const Request& request) {
-  return request;
+Request ChangeOf(const Request& request) {
+  Request change = request;
+  change.DiscardUnknownFields();
+  return change;
 }
 
 BoundsChange ChangeOf(const rpc::WindowPosition& request) {
@@ -109,7 +113,7 @@ BoundsChange ChangeOf(const rpc::WindowBounds& request) {
 }
 
 rpc::BrowserVibrancy ChangeOf(const rpc::BrowserVibrancy& request) {
-  rpc::BrowserVibrancy change = request;
+  auto change = ChangeOf<rpc::BrowserVibrancy>(request);
   if (change.state() == rpc::BrowserVibrancy::STATE_UNSPECIFIED)
     change.set_state(rpc::BrowserVibrancy::STATE_FOLLOWS_WINDOW);
   return change;

@@ -169,6 +169,45 @@ TEST_F(WindowServiceTest, TitleMayHaveTheGreatestLengthAndNoByteMore) {
   EXPECT_EQ(longest, Call(&Service::GetTitle, torvane::WindowId(1))->value());
 }
 
+// Each look at a window copies what it keeps.
+TEST_F(WindowServiceTest, WindowKeepsNoUnknownFieldsOfWhatItIsSetTo) {
+  const auto with_unknown_fields = [](auto request) {
+    request.GetReflection()->MutableUnknownFields(&request)->AddLengthDelimited(
+        100, "unknown");
+    return request;
+  };
+  rpc::WindowStyleFlags style;
+  style.set_utility(true);
+  ASSERT_TRUE(
+      Call(&Service::SetWindowStyleFlags, with_unknown_fields(For(1, style)))
+          .ok());
+  rpc::BrowserWindowDisplayPolicy policy;
+  policy.set_policy(rpc::BrowserWindowDisplayPolicy::POLICY_ALL_WORKSPACES);
+  ASSERT_TRUE(Call(&Service::SetWindowDisplayPolicy,
+                   with_unknown_fields(For(1, policy)))
+                  .ok());
+  rpc::WindowAnimationBehavior animation;
+  animation.set_behavior(rpc::WindowAnimationBehavior::BEHAVIOR_ALERT);
+  ASSERT_TRUE(Call(&Service::SetWindowAnimationBehavior,
+                   with_unknown_fields(For(1, animation)))
+                  .ok());
+  rpc::BrowserVibrancy vibrancy;
+  vibrancy.set_material(rpc::BrowserVibrancy::MATERIAL_MENU);
+  ASSERT_TRUE(
+      Call(&Service::SetVibrancy, with_unknown_fields(For(1, vibrancy))).ok());
+
+  const WindowView window = *host_.windows.Inspect(1);
+  EXPECT_EQ(For(1, style).SerializeAsString(),
+            window.style.SerializeAsString());
+  EXPECT_EQ(For(1, policy).SerializeAsString(),
+            window.display_policy.SerializeAsString());
+  EXPECT_EQ(For(1, animation).SerializeAsString(),
+            window.animation.SerializeAsString());
+  vibrancy.set_state(rpc::BrowserVibrancy::STATE_FOLLOWS_WINDOW);
+  EXPECT_EQ(For(1, vibrancy).SerializeAsString(),
+            window.vibrancy.SerializeAsString());
+}
+
 TEST_F(WindowServiceTest, TitleAndTitlebarAreShownAndHiddenSeparately) {
   EXPECT_TRUE(Ask(&Service::IsWindowTitleVisible, 1));
   EXPECT_TRUE(Ask(&Service::IsWindowTitlebarVisible, 1));
