@@ -1,5 +1,6 @@
 // The real host as a process: its standard streams, its signals, and titles.
 
+#include <sched.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -191,6 +192,26 @@ TEST_F(HostProcessTest, AHangupThatIsIgnoredAtTheStartDoesNotEndIt) {
   EXPECT_EQ("window_host: ready at " + socket_, host_->ReadLine());
   host_->Signal(SIGHUP);
   EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 1})"));
+  ExpectCleanEnd();
+}
+
+// Again and again, since the moment in question is short.
+TEST_F(HostProcessTest, ASignalAsSoonAsThereIsASocketLeavesNoFile) {
+  for (int i = 0; i < 20; ++i) {
+    host_ = std::make_unique<Process>(HostWords({}));
+    while (access(socket_.c_str(), F_OK) != 0)
+      sched_yield();
+    ExpectCleanEnd();
+  }
+}
+
+TEST_F(HostProcessTest, ServesAndStopsThoughTheFileOfItsRecordsMayNotGrow) {
+  host_ = std::make_unique<Process>(std::vector<std::string>{
+      "/bin/sh", "-c", R"(ulimit -f 1; exec "$0" --socket "$1" 2> "$2")",
+      WINDOW_HOST, socket_, folder_.File("records")});
+  EXPECT_EQ("window_host: ready at " + socket_, host_->ReadLine());
+  Connect();
+  MakeManyRecords();
   ExpectCleanEnd();
 }
 

@@ -101,12 +101,14 @@ class Host {
   }
 
   int Run() {
+    // Watched before there is a socket, which else would stay when a signal
+    // comes right after.
+    stop_signals_.emplace(loop_, [this] { Stop(); });
     absl::Status listening = cli::MakeSocketFolder(options_.socket);
     if (listening.ok())
       listening = server_.Listen(options_.socket);
     if (!listening.ok())
       return Fail(EXIT_FAILURE, listening.message());
-    stop_signals_.emplace(loop_, [this] { Stop(); });
     input_.emplace(
         loop_, STDIN_FILENO,
         [this](const std::optional<std::string>& line) { OnInput(line); });
@@ -184,6 +186,8 @@ int Main(int argc, char** argv) {
     return Fail(kUsage, fault.message());
   // A reader of the output that goes must not end the host.
   signal(SIGPIPE, SIG_IGN);
+  // Nor must a file that takes no more of it.
+  signal(SIGXFSZ, SIG_IGN);
   cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
   Host host(options);
   const int exit_code = host.Run();
