@@ -9,6 +9,7 @@
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
+#include "core/common/rpc/transport/wire/turns.h"
 
 namespace rpc::transport {
 namespace {
@@ -143,8 +144,10 @@ void Connection::HandleInput() {
 
 // If the connection is closed before that turn comes, nothing is handled in it.
 void Connection::HandleInputSoon() {
-  asio::post(socket_.get_executor(),
-             [self = shared_from_this()] { self->HandleInput(); });
+  asio::execution_context& context =
+      asio::query(socket_.get_executor(), asio::execution::context);
+  asio::use_service<Turns>(static_cast<asio::io_context&>(context))
+      .Add([self = shared_from_this()] { self->HandleInput(); });
 }
 
 absl::Status Connection::HandleFrames() {

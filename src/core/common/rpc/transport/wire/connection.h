@@ -81,10 +81,11 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   enum class Side { kServer, kClient };
 
   // For how long the frames of one connection are handled before the loop turns
-  // to others. A caller may have to wait for two slices of each busy client,
-  // one until the loop sees its frame and one until it comes to it: with 50
-  // busy clients that is 10 ms. A slice has room for a hundred calls, so what
-  // it costs to go on later does not show.
+  // to others. What is left waits for its turn (turns.h). So a caller may have
+  // to wait for two slices, one until the loop sees its frame and one until it
+  // comes to it, however many clients are busy; and for the first slice of
+  // each that begins at that moment. A slice has room for a hundred calls, so
+  // what it costs to go on later does not show.
   static constexpr std::chrono::microseconds kSlice{100};
 
   Connection(Side side,

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/common/rpc/transport/testing/lab.h"
 #include "core/common/rpc/transport/wire/connection.h"
@@ -91,6 +92,26 @@ TEST_F(Slices, ACallerIsAnsweredBetweenTheFramesOfABusyClient) {
   EXPECT_LE(echoes, 5u);
   ExpectReplies(*busy, kCalls);
   EXPECT_EQ(echoes, kCalls + 1);
+}
+
+TEST_F(Slices, ACallerWaitsForNoMoreThoughManyClientsAreBusy) {
+  constexpr uint64_t kClients = 20;
+  Serve();
+  const auto other = lab->NewPeer();
+  std::vector<std::unique_ptr<RawPeer>> crowd;
+  for (uint64_t i = 0; i < kClients; ++i) {
+    crowd.push_back(lab->NewPeer());
+    SendCalls(*crowd.back(), kCalls);
+  }
+  // Each has had its first slice.
+  lab->RunUntil([this] { return echoes > 2 * kClients; });
+  const uint64_t before = echoes;
+  SendCalls(*other, 1);
+  ExpectReplies(*other, 1);
+  EXPECT_LE(echoes, before + 10);
+  for (const auto& peer : crowd) {
+    ExpectReplies(*peer, kCalls);
+  }
 }
 
 TEST_F(Slices, RepliesLeaveWithTheSliceOfTheirCalls) {
