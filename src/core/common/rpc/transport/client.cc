@@ -3,8 +3,8 @@
 #include <system_error>
 #include <utility>
 
-#include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "base/logging.h"
 #include "core/common/rpc/transport/client/client_core.h"
 #include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/socket/unix_socket.h"
@@ -73,10 +73,17 @@ void Client::CallMethod(const google::protobuf::MethodDescriptor* method,
                         const google::protobuf::Message* request,
                         google::protobuf::Message* response,
                         google::protobuf::Closure* done) {
-  ABSL_CHECK(controller != nullptr)
-      << "a call of " << NameOf(method) << " without a controller";
-  ABSL_CHECK(ClientController::IsOne(*controller))
-      << "the controller for " << NameOf(method) << " is no ClientController";
+  if (controller == nullptr) {
+    LOG(ERROR) << "A call of " << NameOf(method) << " has no controller.";
+    core_->RunSoon(done);
+    return;
+  }
+  if (!ClientController::IsOne(*controller)) {
+    controller->SetFailed(absl::StrCat("the controller for ", NameOf(method),
+                                       " is no ClientController"));
+    core_->RunSoon(done);
+    return;
+  }
   core_->Call(method, static_cast<ClientController*>(controller), request,
               response, done);
 }

@@ -92,9 +92,10 @@ class Client final : public google::protobuf::RpcChannel {
   // request or response that is null or of another type than the method's fail
   // the call with INVALID_ARGUMENT, and nothing is sent.
   //
-  // `controller` is a ClientController of which no other call is under way.
-  // Anything else has no room for a status, and ends the process with a fatal
-  // record that says what it was.
+  // `controller` is a ClientController. Another one is told by its SetFailed()
+  // that it is none, and a call without one is recorded as an error; both are
+  // over then. One of which another call is under way has no room for a second
+  // status, and ends the process with a fatal record that says so.
   void CallMethod(const google::protobuf::MethodDescriptor* method,
                   google::protobuf::RpcController* controller,
                   const google::protobuf::Message* request,

@@ -193,6 +193,12 @@ void ClientCore::Call(const MethodDescriptor* method,
   }
 }
 
+void ClientCore::RunSoon(Closure* done) {
+  if (done != nullptr) {
+    loop_.Post([done] { done->Run(); });
+  }
+}
+
 void ClientCore::CallAndWait(const MethodDescriptor* method,
                              ClientController* controller,
                              const Message* request,

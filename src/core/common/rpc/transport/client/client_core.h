@@ -70,6 +70,10 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
             google::protobuf::Closure* done);
   void CancelCall(uint64_t id);
 
+  // Runs the closure of a call that could not even begin, on a later turn. Null
+  // for a blocking call.
+  void RunSoon(google::protobuf::Closure* done);
+
   // The Client is being destroyed: ends its calls and streams with CANCELLED,
   // and closes the connection.
   void Close();

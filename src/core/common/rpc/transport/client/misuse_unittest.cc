@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "core/common/rpc/testing/log_capture.h"
 #include "core/common/rpc/testing/recording_call.h"
 #include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/callback_answerer.h"
@@ -175,22 +176,40 @@ TEST_F(Misuse, AWrongTypeMadeAtRunTimeFailsItsCallAfterARightOneToo) {
                                        "lab.Text, not a lab.Number"));
 }
 
-using MisuseDeathTest = Misuse;
-
-TEST_F(MisuseDeathTest, ACallWithoutAControllerEndsTheProcessWithAText) {
-  EXPECT_DEATH(
-      client->CallMethod(Method("Echo"), nullptr, &text, &text, nullptr),
-      "a call of lab.Lab.Echo without a controller");
-  EXPECT_DEATH(client->CallMethod(nullptr, nullptr, &text, &text, nullptr),
-               "a call of a null method without a controller");
+TEST_F(Misuse, ACallWithoutAControllerIsRecordedAndOver) {
+  torvane::LogCapture log;
+  torvane::CountingClosure done;
+  client->CallMethod(Method("Echo"), nullptr, &text, &text, &done);
+  EXPECT_EQ(done.runs(), 0);
+  lab.RunReady();
+  EXPECT_EQ(done.runs(), 1);
+  client->CallMethod(nullptr, nullptr, &text, &text, nullptr);
+  ASSERT_EQ(log.records().size(), 2u);
+  EXPECT_EQ(log.records()[0].severity, logging::LOGGING_ERROR);
+  EXPECT_EQ(log.records()[0].text, "A call of lab.Lab.Echo has no controller.");
+  EXPECT_EQ(log.records()[1].text,
+            "A call of a null method has no controller.");
+  EXPECT_EQ(lab.server->counters().calls_started, 0u);
 }
 
-TEST_F(MisuseDeathTest, AForeignControllerEndsTheProcessWithAText) {
+TEST_F(Misuse, AForeignControllerIsToldSo) {
+  constexpr char kText[] =
+      "the controller for lab.Lab.Echo is no ClientController";
   torvane::RecordingController foreign;
-  EXPECT_DEATH(
-      client->CallMethod(Method("Echo"), &foreign, &text, &text, nullptr),
-      "the controller for lab.Lab.Echo is no ClientController");
+  torvane::CountingClosure done;
+  client->CallMethod(Method("Echo"), &foreign, &text, &text, &done);
+  EXPECT_EQ(foreign.ErrorText(), kText);
+  EXPECT_EQ(done.runs(), 0);
+  lab.RunReady();
+  EXPECT_EQ(done.runs(), 1);
+
+  torvane::RecordingController blocking;
+  client->CallMethod(Method("Echo"), &blocking, &text, &text, nullptr);
+  EXPECT_EQ(blocking.ErrorText(), kText);
+  EXPECT_EQ(lab.server->counters().calls_started, 0u);
 }
+
+using MisuseDeathTest = Misuse;
 
 TEST_F(MisuseDeathTest, AControllerInUseEndsTheProcessWithAText) {
   TextCall call;
