@@ -18,6 +18,9 @@ namespace {
 // saves nothing.
 constexpr size_t kWriteBytes = 256 << 10;
 
+// A frame of more than this may take a good part of a slice.
+constexpr size_t kLongFrameBytes = 2 << 10;
+
 // Protobuf takes no longer ones.
 constexpr size_t kLongestFrameBytes = INT32_MAX;
 
@@ -177,12 +180,23 @@ absl::Status Connection::HandleFrames() {
           return status;
         }
     }
+    if (IsLongForServer(frame)) {
+      reading_ = Reading::kYielded;
+      input_.Trim();
+      return absl::OkStatus();
+    }
     if (!input_.empty() && slice.IsOver()) {
       reading_ = Reading::kYielded;
       return absl::OkStatus();
     }
   }
   return absl::OkStatus();
+}
+
+// A client may fill a frame with what takes long to parse. So it has to wait
+// for its turn before it is read any further.
+bool Connection::IsLongForServer(const FrameView& frame) const {
+  return side_ == Side::kServer && frame.body.size() > kLongFrameBytes;
 }
 
 // Goes on for as long as the rest of the same frame is awaited, however its

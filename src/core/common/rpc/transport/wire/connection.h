@@ -172,6 +172,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void AwaitRestOfFrame();
   void OnFrameTimeout();
   absl::Status HandleFrames();
+  bool IsLongForServer(const FrameView& frame) const;
   bool ShouldPause();
 
   void CountTooLong(Side sender);

@@ -114,6 +114,35 @@ TEST_F(Slices, ACallerWaitsForNoMoreThoughManyClientsAreBusy) {
   }
 }
 
+// Who sends one such frame after the other waits as if they had come together.
+TEST_F(Slices, ALongFrameIsTheLastOfItsSlice) {
+  constexpr uint64_t kClients = 20;
+  Serve();
+  const auto other = lab->NewPeer();
+  std::vector<std::unique_ptr<RawPeer>> crowd;
+  for (uint64_t i = 0; i < kClients; ++i) {
+    crowd.push_back(lab->NewPeer());
+  }
+  lab::Text request;
+  request.set_text(std::string(3'000, 'x'));
+  const auto send_from_all = [&](uint64_t id) {
+    for (const auto& peer : crowd) {
+      std::string call;
+      AppendCall(*peer, "Echo", id, request, &call);
+      peer->SendBytes(call);
+    }
+  };
+  send_from_all(0);
+  lab->RunUntil([this] { return echoes == kClients; });
+  send_from_all(1);
+  SendCalls(*other, 1);
+  ExpectReplies(*other, 1);
+  EXPECT_LE(echoes, kClients + 10);
+  for (const auto& peer : crowd) {
+    ExpectReplies(*peer, 2);
+  }
+}
+
 TEST_F(Slices, RepliesLeaveWithTheSliceOfTheirCalls) {
   Serve();
   const uint64_t writes = counters().writes;
