@@ -1,11 +1,64 @@
 #include "core/common/rpc/transport/client/remote_methods.h"
 
+#include <string_view>
+
+#include "absl/status/status.h"
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/stream/method_kind.h"
 
 namespace rpc::transport {
 
 using google::protobuf::MethodDescriptor;
+
+namespace {
+
+std::string_view NameOf(OfferedMethod::StreamKind kind) {
+  switch (kind) {
+    case OfferedMethod::STREAM_KIND_EVENTS:
+      return "an event stream";
+    case OfferedMethod::STREAM_KIND_QUESTIONS:
+      return "a callback stream";
+    default:
+      return "a stream of a newer kind";
+  }
+}
+
+// A client opens streams of two kinds. Where the server does not say which one it
+// has, nothing is checked: it refuses messages of the other kind itself.
+absl::Status CheckStreamKind(const MethodDescriptor& method,
+                             const OfferedMethod& offered) {
+  const OfferedMethod::StreamKind wanted =
+      torvane::KindOf(method) == torvane::MethodKind::kEventStream
+          ? OfferedMethod::STREAM_KIND_EVENTS
+          : OfferedMethod::STREAM_KIND_QUESTIONS;
+  if (offered.stream_kind() == OfferedMethod::STREAM_KIND_UNSPECIFIED ||
+      offered.stream_kind() == wanted) {
+    return absl::OkStatus();
+  }
+  return absl::UnimplementedError(
+      absl::StrCat(method.full_name(), " is ", NameOf(offered.stream_kind()),
+                   " on the server, not ", NameOf(wanted)));
+}
+
+// The id of `method`, if the server's method of that name is of its kind.
+absl::StatusOr<uint64_t> IdOf(const MethodDescriptor& method,
+                              const OfferedMethod& offered) {
+  const bool streaming = torvane::KindOf(method) != torvane::MethodKind::kUnary;
+  if (offered.streaming() != streaming) {
+    return absl::UnimplementedError(
+        absl::StrCat(method.full_name(), " is ",
+                     streaming ? "no stream" : "a stream", " on the server"));
+  }
+  if (streaming) {
+    absl::Status status = CheckStreamKind(method, offered);
+    if (!status.ok()) {
+      return status;
+    }
+  }
+  return offered.id();
+}
+
+}  // namespace
 
 absl::StatusOr<uint64_t> RemoteMethods::Find(const MethodDescriptor* method) {
   const auto known = known_.find(method);
@@ -16,21 +69,14 @@ absl::StatusOr<uint64_t> RemoteMethods::Find(const MethodDescriptor* method) {
 
 absl::StatusOr<uint64_t> RemoteMethods::Match(
     const MethodDescriptor& method) const {
-  const bool streaming = torvane::KindOf(method) != torvane::MethodKind::kUnary;
   for (const OfferedService& service : offer_) {
     if (service.full_name() != method.service()->full_name()) {
       continue;
     }
     for (const OfferedMethod& offered : service.methods()) {
-      if (offered.name() != method.name()) {
-        continue;
+      if (offered.name() == method.name()) {
+        return IdOf(method, offered);
       }
-      if (offered.streaming() == streaming) {
-        return offered.id();
-      }
-      return absl::UnimplementedError(
-          absl::StrCat(method.full_name(), " is ",
-                       streaming ? "no stream" : "a stream", " on the server"));
     }
     return absl::UnimplementedError(
         absl::StrCat("the server has no method ", method.full_name()));

@@ -1,9 +1,10 @@
 // The methods that the server offers on one connection: maps a method of this
 // program's contract to the id that the server has given it.
 //
-// Methods are matched by name and by whether they stream, never by their index:
-// client and server may be built from different versions of the contract, and
-// must not reach a wrong method.
+// Methods are matched by name and kind, never by their index: client and server
+// may be built from different versions of the contract, and must not reach a
+// wrong method. A server of an older version says of a stream only that it is
+// one.
 //
 // Ownership: the client's. Descriptors live as long as the process.
 //

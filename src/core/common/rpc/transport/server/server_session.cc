@@ -11,6 +11,14 @@
 namespace rpc::transport {
 namespace {
 
+OfferedMethod::StreamKind StreamKindOf(const serving::ServedMethod& method) {
+  if (method.kind == torvane::MethodKind::kEventStream) {
+    return OfferedMethod::STREAM_KIND_EVENTS;
+  }
+  return method.asks_questions() ? OfferedMethod::STREAM_KIND_QUESTIONS
+                                 : OfferedMethod::STREAM_KIND_UNSPECIFIED;
+}
+
 // What the server offers. Methods of one service stand together.
 void FillOffer(const serving::ServedMethods& methods, WelcomeFrame* welcome) {
   const google::protobuf::ServiceDescriptor* service = nullptr;
@@ -24,6 +32,7 @@ void FillOffer(const serving::ServedMethods& methods, WelcomeFrame* welcome) {
     offered->set_name(method.descriptor->name());
     offered->set_id(method.id);
     offered->set_streaming(method.streaming());
+    offered->set_stream_kind(StreamKindOf(method));
   }
 }
 
