@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <optional>
 
 #include "core/common/rpc/transport/testing/lab.h"
@@ -26,7 +28,7 @@ struct TimedClient {
       : server(loop, WithCallTimeout(call_timeout)) {}
 
   // Begins the call, and returns the timeout that the server is told.
-  uint32_t Start() {
+  uint64_t Start() {
     call.Start(*server.client, &Lab_Stub::Echo, "x");
     std::optional<Frame> frame;
     do {
@@ -59,7 +61,7 @@ TEST(CallTimeout, TheCallsOwnComesBeforeTheClients) {
   for (const milliseconds own : {milliseconds(hours(2)), milliseconds(70)}) {
     TimedClient client(hours(1));
     client.call.controller.set_timeout(own);
-    EXPECT_EQ(client.Start(), own.count());
+    EXPECT_EQ(client.Start(), static_cast<uint64_t>(own.count()));
   }
 }
 
@@ -78,6 +80,15 @@ TEST(CallTimeout, TheClientKeepsItWhereTheServerDoesNot) {
   EXPECT_TRUE(client.loop.RunUntil([&] { return client.call.over(); }));
   EXPECT_EQ(client.call.controller.status(),
             absl::DeadlineExceededError("the call was not answered in time"));
+}
+
+// An older server would take the lower half of it for all of it.
+TEST(CallTimeout, OfMoreThan32BitsIsKeptByTheClientAlone) {
+  constexpr int64_t kLongest = std::numeric_limits<uint32_t>::max();
+  TimedClient longest{milliseconds(kLongest)};
+  EXPECT_EQ(longest.Start(), static_cast<uint64_t>(kLongest));
+  TimedClient longer{milliseconds(kLongest + 1)};
+  EXPECT_EQ(longer.Start(), 0u);
 }
 
 TEST(CallTimeout, OfNothingFailsTheCallAtOnce) {

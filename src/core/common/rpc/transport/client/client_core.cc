@@ -1,6 +1,8 @@
 #include "core/common/rpc/transport/client/client_core.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -33,8 +35,15 @@ absl::Status LoopStopped() {
 }
 
 // On the wire 0 means no timeout. None that is set is 0 here.
+//
+// The first servers of this version read 32 bits of it. They would take the
+// lower half of a longer one for all of it, so the client keeps that alone: it
+// cancels the call when the time is up.
 uint64_t OnWire(std::optional<std::chrono::milliseconds> timeout) {
-  return timeout ? static_cast<uint64_t>(timeout->count()) : 0;
+  constexpr int64_t kLongest = std::numeric_limits<uint32_t>::max();
+  return timeout && timeout->count() <= kLongest
+             ? static_cast<uint64_t>(timeout->count())
+             : 0;
 }
 
 }  // namespace

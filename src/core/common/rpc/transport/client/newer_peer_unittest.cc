@@ -4,9 +4,12 @@
 #include <google/protobuf/unknown_field_set.h>
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/testing/window_id.h"
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -89,6 +92,34 @@ TEST(NewerPeer, AClientTakesNoFieldBesideTheBody) {
   server.peer.SendBytes(WithFieldBesideTheBody(Bytes(Frame::kStreamEnd, end)));
   ASSERT_TRUE(loop.RunUntil([&] { return !server.client->status().ok(); }));
   EXPECT_TRUE(absl::IsInvalidArgument(server.client->status()));
+}
+
+// What streams on the server in a way that this client does not know.
+TEST(NewerPeer, AClientOpensNoStreamOfAKindThatItDoesNotKnow) {
+  loop::Loop loop;
+  auto [ours, theirs] = torvane::SocketPair();
+  RawPeer server(loop, std::move(ours));
+  WelcomeFrame welcome;
+  welcome.set_protocol_version(kProtocolVersion);
+  welcome.set_max_frame_bytes(1 << 20);
+  OfferedService* service = welcome.add_services();
+  service->set_full_name("lab.Lab");
+  OfferedMethod* watch = service->add_methods();
+  watch->set_name("Watch");
+  watch->set_streaming(true);
+  watch->set_stream_kind(static_cast<OfferedMethod::StreamKind>(1'000));
+  server.Send(Frame::kWelcome, welcome);
+  const auto client = Client::Adopt(loop, std::move(theirs));
+  ASSERT_TRUE(client.ok()) << client.status();
+  std::optional<absl::Status> end;
+  EventSubscriber<lab::Text> subscriber(
+      **client, lab::Lab::descriptor()->FindMethodByName("Watch"),
+      [](const lab::Text&) {},
+      [&end](const absl::Status& status) { end = status; });
+  ASSERT_TRUE(loop.RunUntil([&end] { return end.has_value(); }));
+  EXPECT_EQ(*end, absl::UnimplementedError(
+                      "lab.Lab.Watch is a stream of a newer kind on the "
+                      "server, not an event stream"));
 }
 
 // So the client of one may know when its subscriptions count.

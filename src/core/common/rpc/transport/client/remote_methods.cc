@@ -23,8 +23,8 @@ std::string_view NameOf(OfferedMethod::StreamKind kind) {
   }
 }
 
-// A client opens streams of two kinds. Where the server does not say which one it
-// has, nothing is checked: it refuses messages of the other kind itself.
+// A client opens streams of two kinds. Where the server does not say which one
+// it has, nothing is checked: it refuses messages of the other kind itself.
 absl::Status CheckStreamKind(const MethodDescriptor& method,
                              const OfferedMethod& offered) {
   const OfferedMethod::StreamKind wanted =
