@@ -4,8 +4,8 @@
 // name and kind or fails with UNIMPLEMENTED and a text that names it, and every
 // event and question is understood or refused.
 //
-// What a pair should say follows from ContractOf(), which restates the contracts
-// in age_N/house.proto, and from one rule for all pairs, Meeting.
+// What a pair should say follows from ContractOf(), which restates the
+// contracts in age_N/house.proto, and from one rule for all pairs, Meeting.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
