@@ -16,7 +16,7 @@ SYSTEM = 'base proto stream'
 LIBRARY = SYSTEM + ' loop serving'
 WIRE = LIBRARY + ' asio'
 # Everything that a program may include.
-PUBLIC = LIBRARY + ' status transport'
+PUBLIC = LIBRARY + ' status reflection transport'
 
 # Name of the layer, prefix of its paths, the other layers that it may include.
 # The first line whose prefix fits a path counts.
@@ -29,6 +29,7 @@ LAYERS = [
     ('loop', RPC + 'loop/', 'base asio'),
     ('serving', RPC + 'serving/', SYSTEM + ' loop'),
     ('status', RPC + 'status/', LIBRARY),
+    ('reflection', RPC + 'reflection/', LIBRARY),
     ('wire', RPC + 'transport/wire/', WIRE),
     ('socket', RPC + 'transport/socket/', WIRE),
     ('server', RPC + 'transport/server/', WIRE + ' wire socket transport'),
@@ -38,7 +39,8 @@ LAYERS = [
     ('conformance', RPC + 'conformance/', ''),
     ('cli', 'tools/cli/', PUBLIC),
     ('soak', 'tools/soak/', PUBLIC + ' cli'),
-    ('windowctl', 'tools/windowctl/', PUBLIC + ' cli'),
+    ('rpcctl', 'tools/rpcctl/', PUBLIC + ' cli'),
+    ('windowctl', 'tools/windowctl/', PUBLIC + ' cli rpcctl'),
     ('windows', 'examples/window_host/windows/', PUBLIC + ' cli'),
     ('service', 'examples/window_host/service/', PUBLIC + ' cli windows'),
     ('app', 'examples/window_host/app/', PUBLIC + ' cli windows service'),
@@ -56,7 +58,7 @@ SHARED_HELPERS = 'testing'
 
 # What programs include. Asio takes seconds to compile, so none of these headers
 # may bring it along, by whatever way.
-PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|transport)/[^/]+)\.h$')
+PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|reflection|transport)/[^/]+)\.h$')
 
 INCLUDE = re.compile(r'\s*#\s*include\s*["<]([^">]+)[">]')
 
@@ -80,6 +82,7 @@ REFUSED = [
     (RPC + 'serving/x.h', 'asio/write.hpp'),
     (RPC + 'serving/x.h', 'core/common/rpc/transport/server.h'),
     (RPC + 'status/x.h', 'core/common/rpc/transport/server.h'),
+    (RPC + 'reflection/x.h', 'core/common/rpc/transport/server.h'),
     (RPC + 'transport/wire/x.h', 'core/common/rpc/transport/server.h'),
     (RPC + 'transport/client/x.h', 'lab.pb.h'),
     (RPC + 'transport/client/x.h', 'core/common/rpc/testing/choice.h'),

@@ -12,10 +12,17 @@
 
 #include "core/common/rpc/testing/private_folder.h"
 #include "gtest/gtest.h"
-#include "tools/windowctl/exit_code.h"
-#include "tools/windowctl/process_test_support.h"
+#include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/process_test_support.h"
 
 namespace windowctl {
+
+using rpcctl::kCallFailed;
+using rpcctl::kNoConnection;
+using rpcctl::kSuccess;
+using rpcctl::kUsage;
+using rpcctl::Process;
+using rpcctl::RunToEnd;
 
 class EndToEndTest : public ::testing::Test {
  protected:

@@ -15,9 +15,9 @@
 #include "gtest/gtest.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "rpc/status/server_status.pb.h"
+#include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/false_host_test_support.h"
 #include "tools/windowctl/end_to_end_test_support.h"
-#include "tools/windowctl/exit_code.h"
-#include "tools/windowctl/false_host_test_support.h"
 
 namespace windowctl {
 namespace {
@@ -25,6 +25,7 @@ namespace {
 using rpc::loop::ScopedFd;
 using rpc::transport::Frame;
 using rpc::transport::RawPeer;
+using rpcctl::Accept;
 using ::testing::HasSubstr;
 using ::testing::Not;
 

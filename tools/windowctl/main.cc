@@ -1,13 +1,10 @@
-// Drives the windows of a running host from the command line.
+// Drives the windows of a running host from the command line: the short form of
+// rpcctl for the contract that it was built with.
 
-#include <cstdio>
-#include <string>
-#include <vector>
-
-#include "absl/strings/str_cat.h"
+#include "rpc/browser/browser_window.pb.h"
 #include "tools/cli/flags.h"
-#include "tools/cli/nearest_name.h"
-#include "tools/cli/protobuf_log.h"
+#include "tools/cli/socket_path.h"
+#include "tools/rpcctl/program.h"
 #include "tools/windowctl/commands.h"
 
 namespace windowctl {
@@ -65,87 +62,31 @@ Examples:
 Exit status: 0 success, 1 the call failed, 2 wrong usage, 3 no connection.
 )";
 
-struct Command {
-  const char* name;
-  ExitCode (*run)(const Options&, const Arguments&);
-};
-
-constexpr Command kCommands[] = {{"methods", Methods},
-                                 {"call", Call},
-                                 {"watch", Watch},
-                                 {"answer", Answer},
-                                 {"status", Status}};
-
-ExitCode FailUsage(std::string_view text) {
-  return Fail(kUsage, absl::StrCat(text, " 'windowctl --help' says more."));
-}
-
-// What is wrong with the flags for `command`; empty if they are right.
-std::string FlagFault(const Options& options, const std::string& command) {
-  const struct {
-    const char* flag;
-    bool is_set;
-    const char* command;
-  } special_flags[] = {{"with", options.with.has_value(), "answer"},
-                       {"exec", options.exec.has_value(), "answer"},
-                       {"reconnect", options.reconnect, "watch"},
-                       {"json", options.json, "status"}};
-  for (const auto& special : special_flags) {
-    if (special.is_set && command != special.command) {
-      return absl::StrCat("The flag --", special.flag, " is for '",
-                          special.command, "' only.");
-    }
-  }
-  return "";
-}
-
-ExitCode RunCommand(const Options& options,
-                    const std::string& name,
-                    const Arguments& arguments) {
-  std::vector<std::string> names;
-  for (const Command& command : kCommands) {
-    if (name == command.name) {
-      const std::string fault = FlagFault(options, name);
-      return fault.empty() ? command.run(options, arguments) : FailUsage(fault);
-    }
-    names.emplace_back(command.name);
-  }
-  return FailUsage(absl::StrCat("There is no command '", name, "'.",
-                                cli::DidYouMean(name, names)));
-}
-
-ExitCode Main(int argc, char** argv) {
-  Options options;
-  bool help = false;
-  cli::Flags flags;
-  flags.AddSwitch("help", &help);
-  flags.AddText("socket", &options.socket);
-  flags.AddSeconds("timeout", &options.timeout);
-  flags.AddText("with", &options.with);
-  flags.AddText("exec", &options.exec);
-  flags.AddSwitch("reconnect", &options.reconnect);
-  flags.AddSwitch("json", &options.json);
-  absl::StatusOr<Arguments> arguments = flags.Parse(argc, argv);
-  if (!arguments.ok())
-    return FailUsage(arguments.status().message());
-  if (help) {
-    std::fputs(kHelp, stdout);
-    return kSuccess;
-  }
-  if (arguments->empty())
-    return FailUsage("A command is missing.");
-  const std::string name = arguments->front();
-  arguments->erase(arguments->begin());
-  const ExitCode exit_code = RunCommand(options, name, *arguments);
-  if (std::fflush(stdout) != 0 || std::ferror(stdout))
-    return Fail(kCallFailed, "Standard output can't be written to.");
-  return exit_code;
+rpcctl::Program MakeProgram() {
+  return {
+      .help = kHelp,
+      .commands = {{"methods", Methods},
+                   {"call", rpcctl::Call},
+                   {"watch", Watch},
+                   {"answer", Answer},
+                   {"status", rpcctl::Status}},
+      .forms = {.list = "windowctl methods",
+                .call = "windowctl call $0 JSON",
+                .watch = "windowctl watch ID...",
+                .answer = "windowctl answer $0 ID..."},
+      .default_socket = cli::DefaultSocketPath,
+      .absent_server_hint = "\nIs window_host running, with the same --socket?",
+      .service = rpc::BrowserWindow::descriptor,
+      .add_flags =
+          [](cli::Flags& flags, rpcctl::Options& options) {
+            flags.AddSwitch("reconnect", &options.reconnect);
+          },
+  };
 }
 
 }  // namespace
 }  // namespace windowctl
 
 int main(int argc, char** argv) {
-  cli::RecordProtobufLog();
-  return windowctl::Main(argc, argv);
+  return rpcctl::RunProgram(windowctl::MakeProgram(), argc, argv);
 }

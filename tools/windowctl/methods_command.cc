@@ -1,17 +1,18 @@
 #include <cstdio>
 
 #include "rpc/browser/browser_window.pb.h"
+#include "tools/rpcctl/method_table.h"
 #include "tools/windowctl/commands.h"
-#include "tools/windowctl/method_table.h"
 
 namespace windowctl {
 
-ExitCode Methods(const Options&, const Arguments& arguments) {
+rpcctl::ExitCode Methods(rpcctl::Session&, const rpcctl::Arguments& arguments) {
   if (!arguments.empty())
-    return Fail(kUsage, "'methods' takes no arguments.");
-  const std::string list = ListMethods(*rpc::BrowserWindow::descriptor());
+    return rpcctl::Fail(rpcctl::kUsage, "'methods' takes no arguments.");
+  const std::string list =
+      rpcctl::ListMethods(*rpc::BrowserWindow::descriptor());
   std::fputs(list.c_str(), stdout);
-  return kSuccess;
+  return rpcctl::kSuccess;
 }
 
 }  // namespace windowctl

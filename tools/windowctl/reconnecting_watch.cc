@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -12,9 +11,9 @@
 #include "absl/time/clock.h"
 #include "core/common/rpc/loop/signal_watch.h"
 #include "tools/cli/socket_path.h"
-#include "tools/windowctl/commands.h"
-#include "tools/windowctl/connect.h"
-#include "tools/windowctl/json.h"
+#include "tools/rpcctl/commands.h"
+#include "tools/rpcctl/json.h"
+#include "tools/rpcctl/session.h"
 
 namespace windowctl {
 namespace {
@@ -25,16 +24,16 @@ std::string TimeOfDay(absl::Time time) {
 
 }  // namespace
 
-ReconnectingWatch::ReconnectingWatch(const Options& options,
+ReconnectingWatch::ReconnectingWatch(const rpcctl::Options& options,
                                      std::vector<BrowserId> windows)
     : options_(options), windows_(std::move(windows)) {}
 
 ReconnectingWatch::~ReconnectingWatch() = default;
 
-ExitCode ReconnectingWatch::Run() {
+rpcctl::ExitCode ReconnectingWatch::Run() {
   const absl::Status folder = cli::CheckSocketFolder(options_.socket);
   if (!folder.ok())
-    return Fail(kNoConnection, folder.message());
+    return rpcctl::Fail(rpcctl::kNoConnection, folder.message());
   // A second signal ends the process, in case the host does not react.
   std::optional<rpc::loop::SignalWatch> signals;
   signals.emplace(loop_, std::initializer_list<int>{SIGINT, SIGTERM}, [&](int) {
@@ -42,7 +41,7 @@ ExitCode ReconnectingWatch::Run() {
     OnInterrupt();
   });
   rpc::transport::ReconnectingOptions options;
-  options.client = ClientOptionsFor(options_);
+  options.client = rpcctl::ClientOptionsFor(options_);
   options.client.call_timeout = options_.timeout;
   host_.emplace(
       loop_, options_.socket, std::move(options),
@@ -64,7 +63,9 @@ void ReconnectingWatch::OnConnected(rpc::transport::Client& client,
       client,
       rpc::BrowserWindow::descriptor()->FindMethodByName(
           "WhenBrowserWindowClosed"),
-      [](const rpc::BrowserWindowClosed& event) { PrintLine(ToJson(event)); },
+      [](const rpc::BrowserWindowClosed& event) {
+        rpcctl::PrintLine(rpcctl::ToJson(event));
+      },
       [this](const absl::Status& status) { OnStreamEnd(status); });
   for (const BrowserId& window : windows_)
     events_->Subscribe(window);
@@ -87,7 +88,7 @@ void ReconnectingWatch::OnReply() {
   const absl::Status& status = controller_.status();
   // UNIMPLEMENTED also shows that the host has handled the subscription.
   if (!status.ok() && !absl::IsUnimplemented(status)) {
-    exit_code_ = FailOn(*host_->client(), status);
+    exit_code_ = rpcctl::FailOn(*host_->client(), status);
     return;
   }
   if (++awaited_ < windows_.size())
@@ -98,37 +99,35 @@ void ReconnectingWatch::OnReply() {
 void ReconnectingWatch::OnSubscribed() {
   down_ = absl::OkStatus();
   if (!missing_since_) {
-    std::fputs("windowctl: subscribed\n", stderr);
+    rpcctl::Say("subscribed");
     return;
   }
-  std::fputs(absl::StrCat("windowctl: subscribed again; events from ",
-                          TimeOfDay(*missing_since_), " to ",
-                          TimeOfDay(absl::Now()), " may have been missed\n")
-                 .c_str(),
-             stderr);
+  rpcctl::Say(absl::StrCat("subscribed again; events from ",
+                           TimeOfDay(*missing_since_), " to ",
+                           TimeOfDay(absl::Now()), " may have been missed"));
   missing_since_.reset();
 }
 
 void ReconnectingWatch::OnDown(const absl::Status& why) {
   if (interrupted_)
-    exit_code_ = kSuccess;
+    exit_code_ = rpcctl::kSuccess;
   // Each attempt fails like the one before, as long as there is no host.
   if (exit_code_ || std::exchange(down_, why) == why)
     return;
-  Fail(kNoConnection, why);
+  rpcctl::Fail(rpcctl::kNoConnection, why);
 }
 
 void ReconnectingWatch::OnStreamEnd(const absl::Status& status) {
   if (status.ok())
-    exit_code_ = kSuccess;
+    exit_code_ = rpcctl::kSuccess;
   else if (!exit_code_ && host_->client() != nullptr)
-    exit_code_ = FailOn(*host_->client(), status);
+    exit_code_ = rpcctl::FailOn(*host_->client(), status);
 }
 
 void ReconnectingWatch::OnInterrupt() {
   interrupted_ = true;
   if (host_->client() == nullptr)
-    exit_code_ = kSuccess;
+    exit_code_ = rpcctl::kSuccess;
   else
     events_->End();
 }

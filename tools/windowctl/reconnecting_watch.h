@@ -26,20 +26,21 @@
 #include "core/common/rpc/transport/event_subscriber.h"
 #include "core/common/rpc/transport/reconnecting_client.h"
 #include "rpc/browser/browser_window.pb.h"
-#include "tools/windowctl/exit_code.h"
-#include "tools/windowctl/options.h"
+#include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/options.h"
 
 namespace windowctl {
 
 class ReconnectingWatch {
  public:
-  ReconnectingWatch(const Options& options, std::vector<BrowserId> windows);
+  ReconnectingWatch(const rpcctl::Options& options,
+                    std::vector<BrowserId> windows);
   ReconnectingWatch(const ReconnectingWatch&) = delete;
   ReconnectingWatch& operator=(const ReconnectingWatch&) = delete;
   ~ReconnectingWatch();
 
   // Until SIGINT or SIGTERM comes, or the host refuses to be watched.
-  ExitCode Run();
+  rpcctl::ExitCode Run();
 
  private:
   using Host = rpc::transport::ReconnectingClient;
@@ -56,12 +57,12 @@ class ReconnectingWatch {
   void OnReply();
   void OnSubscribed();
 
-  const Options& options_;
+  const rpcctl::Options& options_;
   const std::vector<BrowserId> windows_;
   rpc::loop::Loop loop_;
   bool interrupted_ = false;
   // Set when the watch is over.
-  std::optional<ExitCode> exit_code_;
+  std::optional<rpcctl::ExitCode> exit_code_;
   // What was last said about a host that is not there.
   absl::Status down_;
   // Since the connection was lost, until all is subscribed again.

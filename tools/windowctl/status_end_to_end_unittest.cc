@@ -11,9 +11,9 @@
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "rpc/status/server_status.pb.h"
+#include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/json.h"
 #include "tools/windowctl/end_to_end_test_support.h"
-#include "tools/windowctl/exit_code.h"
-#include "tools/windowctl/json.h"
 
 namespace windowctl {
 namespace {
@@ -70,7 +70,7 @@ TEST_F(StatusTest, JsonIsTheWholeReportOnOneLine) {
   EXPECT_THAT(json, HasSubstr(R"("pendingQuestions":0)"));
 
   rpc::status::StatusReport report;
-  ASSERT_TRUE(FromJson(json, &report).ok());
+  ASSERT_TRUE(rpcctl::FromJson(json, &report).ok());
   ASSERT_EQ(2, report.connections_size());
   EXPECT_EQ(watcher.pid(), report.connections(0).pid());
   EXPECT_EQ(getuid(), report.connections(0).uid());

@@ -7,8 +7,8 @@
 
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
+#include "tools/rpcctl/exit_code.h"
 #include "tools/windowctl/end_to_end_test_support.h"
-#include "tools/windowctl/exit_code.h"
 
 namespace windowctl {
 namespace {

@@ -17,9 +17,9 @@
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "rpc/browser/browser_window.rpc.h"
+#include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/false_host_test_support.h"
 #include "tools/windowctl/end_to_end_test_support.h"
-#include "tools/windowctl/exit_code.h"
-#include "tools/windowctl/false_host_test_support.h"
 
 namespace windowctl {
 namespace {
@@ -27,6 +27,7 @@ namespace {
 using rpc::loop::ScopedFd;
 using rpc::transport::Frame;
 using rpc::transport::RawPeer;
+using rpcctl::Accept;
 
 // Keeps a call of IsVisible for later.
 class LateService final : public rpc::BrowserWindowRpc {

@@ -1,33 +1,25 @@
-#include <cstdio>
-
-#include "core/common/rpc/transport/event_subscriber.h"
-#include "rpc/browser/browser_window.pb.h"
 #include "tools/windowctl/commands.h"
-#include "tools/windowctl/json.h"
 #include "tools/windowctl/reconnecting_watch.h"
-#include "tools/windowctl/stream_session.h"
+#include "tools/windowctl/windows.h"
 
 namespace windowctl {
 
-ExitCode Watch(const Options& options, const Arguments& arguments) {
-  if (options.reconnect) {
-    const auto windows = ParseWindows(arguments);
-    if (!windows.ok())
-      return Fail(kUsage, windows.status().message());
-    return ReconnectingWatch(options, *windows).Run();
-  }
-  StreamSession session(options);
-  if (ExitCode fault = session.Open(arguments); fault != kSuccess)
+rpcctl::ExitCode Watch(rpcctl::Session& session,
+                       const rpcctl::Arguments& arguments) {
+  const auto windows = ParseWindows(arguments);
+  if (!windows.ok())
+    return rpcctl::Fail(rpcctl::kUsage, windows.status().message());
+  if (session.options().reconnect)
+    return ReconnectingWatch(session.options(), *windows).Run();
+  const google::protobuf::MethodDescriptor* method;
+  if (const rpcctl::ExitCode fault =
+          session.FindMethod("WhenBrowserWindowClosed",
+                             torvane::MethodKind::kEventStream, &method);
+      fault != rpcctl::kSuccess) {
     return fault;
-  rpc::transport::EventSubscriber<rpc::BrowserWindowClosed> events(
-      session.client(),
-      rpc::BrowserWindow::descriptor()->FindMethodByName(
-          "WhenBrowserWindowClosed"),
-      [](const rpc::BrowserWindowClosed& event) { PrintLine(ToJson(event)); },
-      session.on_end());
-  for (const BrowserId& window : session.windows())
-    events.Subscribe(window);
-  return session.Run([&] { events.End(); });
+  }
+  return rpcctl::WatchEvents(session, method, KeysOf(*windows),
+                             AwaitWindows(*windows));
 }
 
 }  // namespace windowctl

@@ -12,6 +12,7 @@
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/reflection/reflection_service.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/status/status_service.h"
 #include "core/common/rpc/transport/server.h"
@@ -93,11 +94,13 @@ class Host {
         service_(MakeWindowService(desktop_, browser_)),
         logger_(*service_),
         status_([this] { return server_.Report(); }),
+        reflection_([this] { return server_.Services(); }),
         server_(loop_, {.limits = options.limits}) {
     for (int i = 0; i < options.windows; ++i)
       desktop_.Open();
     server_.AddService(&logger_);
     server_.AddService(&status_);
+    server_.AddService(&reflection_);
   }
 
   int Run() {
@@ -154,6 +157,7 @@ class Host {
   const std::unique_ptr<rpc::BrowserWindowRpc> service_;
   CallLogger logger_;
   rpc::status::StatusService status_;
+  rpc::reflection::ReflectionService reflection_;
   rpc::transport::Server server_;
   std::optional<cli::StopSignals> stop_signals_;
   std::optional<cli::LineReader> input_;

@@ -38,4 +38,15 @@ std::shared_ptr<Subscribers> ServedMethods::SubscribersTo(
   return std::make_shared<Subscribers>();
 }
 
+std::vector<const google::protobuf::ServiceDescriptor*>
+ServedMethods::Services() const {
+  std::vector<const google::protobuf::ServiceDescriptor*> services;
+  for (const ServedMethod& method : methods_) {
+    if (method.descriptor->index() == 0) {
+      services.push_back(method.descriptor->service());
+    }
+  }
+  return services;
+}
+
 }  // namespace rpc::serving

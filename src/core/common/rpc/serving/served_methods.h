@@ -56,6 +56,9 @@ class ServedMethods {
   // All of them by id: those of one service stand together.
   const std::deque<ServedMethod>& all() const { return methods_; }
 
+  // The services of those methods, in the order in which they were added.
+  std::vector<const google::protobuf::ServiceDescriptor*> Services() const;
+
  private:
   std::shared_ptr<Subscribers> SubscribersTo(
       const google::protobuf::Descriptor* event) const;

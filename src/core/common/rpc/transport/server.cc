@@ -17,6 +17,11 @@ void Server::AddService(torvane::Service* service) {
   core_->AddService(service);
 }
 
+std::vector<const google::protobuf::ServiceDescriptor*> Server::Services()
+    const {
+  return core_->Services();
+}
+
 absl::Status Server::Listen(const std::string& path) {
   return core_->Listen(path);
 }

@@ -31,11 +31,13 @@
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_H_
 
+#include <google/protobuf/descriptor.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "absl/status/status.h"
 #include "core/common/rpc/loop/loop.h"
@@ -76,6 +78,9 @@ class Server {
   // Offers `service` to clients that connect from now on. Its full name must
   // differ from that of the others.
   void AddService(torvane::Service* service);
+
+  // The services that have methods, in the order in which they were added.
+  std::vector<const google::protobuf::ServiceDescriptor*> Services() const;
 
   // Accepts connections on a socket at `path`, which only this user may use.
   // Its folder must be one that only this user may use. Replaces a socket that

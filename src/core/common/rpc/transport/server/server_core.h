@@ -3,11 +3,14 @@
 #ifndef CORE_COMMON_RPC_TRANSPORT_SERVER_SERVER_CORE_H_
 #define CORE_COMMON_RPC_TRANSPORT_SERVER_SERVER_CORE_H_
 
+#include <google/protobuf/descriptor.h>
+
 #include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <unordered_map>
+#include <vector>
 
 #include "absl/status/status.h"
 #include "core/common/rpc/loop/asio.h"
@@ -28,6 +31,9 @@ class ServerCore final : public std::enable_shared_from_this<ServerCore> {
   ~ServerCore();
 
   void AddService(torvane::Service* service) { methods_.Add(service); }
+  std::vector<const google::protobuf::ServiceDescriptor*> Services() const {
+    return methods_.Services();
+  }
   absl::Status Listen(const std::string& path);
   void Adopt(loop::ScopedFd socket);
   void Stop();
