@@ -130,9 +130,9 @@ TEST_F(ReflectionServiceTest, WithoutANameTheFilesOfAllServicesComeEachOnce) {
 
 TEST_F(ReflectionServiceTest, APoolMakesTheSameOfTheFilesAsTheServerHas) {
   const auto client = NewClient();
+  const FileDescriptorSet files = GetFiles(*client, "rpc.BrowserWindow");
   google::protobuf::DescriptorPool pool;
-  for (const FileDescriptorProto& file :
-       GetFiles(*client, "rpc.BrowserWindow").file()) {
+  for (const FileDescriptorProto& file : files.file()) {
     ASSERT_NE(pool.BuildFile(file), nullptr) << file.name();
   }
   const auto* service = pool.FindServiceByName("rpc.BrowserWindow");
