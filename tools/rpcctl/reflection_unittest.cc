@@ -51,7 +51,7 @@ class FalseReflection final : public rpc::reflection::ServerReflectionRpc {
 // The server runs on the loop of the client.
 class ReflectionTest : public ::testing::Test {
  protected:
-  explicit ReflectionTest() { options_.socket = folder_.File("server.sock"); }
+  ReflectionTest() { options_.socket = folder_.File("server.sock"); }
 
   void Serve(torvane::Service& service) {
     server_.AddService(&service);
@@ -161,6 +161,14 @@ TEST_F(FalseReflectionTest, FilesThatThePoolRefusesAreRefusedWithAText) {
                 "the server's file a.proto can't be used: missing.proto: "
                 "Import \"missing.proto\" has not been loaded."),
             Fault());
+}
+
+TEST_F(FalseReflectionTest, NamesOfServicesArePrintedWithEscapes) {
+  reflection_.services.add_services("\x1b[2J\nforged\u202e");
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(kSuccess, List(session_, {}));
+  EXPECT_EQ("\\x1b[2J\\x0aforged\\u202e\n",
+            ::testing::internal::GetCapturedStdout());
 }
 
 TEST_F(ReflectionTest, ServerWithoutReflectionIsSaidToOfferNone) {
