@@ -21,7 +21,7 @@ using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-class EndToEndTest : public ::testing::Test {
+class RpcctlTest : public ::testing::Test {
  protected:
   std::vector<std::string> ClientWords(std::vector<std::string> words) const {
     words.insert(words.begin(), {RPCCTL, "--socket", socket_});
@@ -70,7 +70,7 @@ class EndToEndTest : public ::testing::Test {
   std::unique_ptr<Process> server_;
 };
 
-class ShopTest : public EndToEndTest {
+class ShopTest : public RpcctlTest {
  protected:
   ShopTest() { StartServer({}); }
 
@@ -255,7 +255,7 @@ TEST_F(ShopTest, ServerWithoutAStatusSaysSo) {
                          "rpc.status.ServerStatus"));
 }
 
-TEST_F(EndToEndTest, ServerWithoutReflectionSaysSo) {
+TEST_F(RpcctlTest, ServerWithoutReflectionSaysSo) {
   server_ = std::make_unique<Process>(
       std::vector<std::string>{SHOP_SERVER, socket_, "--silent"});
   EXPECT_EQ("ready", server_->ReadLine());
@@ -273,13 +273,13 @@ TEST_F(EndToEndTest, ServerWithoutReflectionSaysSo) {
   }
 }
 
-TEST_F(EndToEndTest, AbsentServerIsSaidWithItsSocket) {
+TEST_F(RpcctlTest, AbsentServerIsSaidWithItsSocket) {
   const std::string fault = Fault(kNoConnection, {"list"});
   EXPECT_THAT(fault, HasSubstr(socket_));
   EXPECT_THAT(fault, HasSubstr("Is the server running"));
 }
 
-TEST_F(EndToEndTest, SocketMustBeNamed) {
+TEST_F(RpcctlTest, SocketMustBeNamed) {
   const Process::Result result = RunToEnd({RPCCTL, "list"});
   EXPECT_EQ(kUsage, result.exit_code);
   EXPECT_EQ(
@@ -288,7 +288,7 @@ TEST_F(EndToEndTest, SocketMustBeNamed) {
       result.errors);
 }
 
-TEST_F(EndToEndTest, HelpIsThereForTheProgramAndForEachCommand) {
+TEST_F(RpcctlTest, HelpIsThereForTheProgramAndForEachCommand) {
   const std::string general = RunToEnd({RPCCTL, "--help"}).output;
   EXPECT_THAT(general, HasSubstr("rpcctl call METHOD JSON"));
   for (const char* const command :
@@ -302,7 +302,7 @@ TEST_F(EndToEndTest, HelpIsThereForTheProgramAndForEachCommand) {
   }
 }
 
-TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
+TEST_F(RpcctlTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
   const struct {
     std::vector<std::string> words;
     const char* fault;
@@ -323,7 +323,7 @@ TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
 }
 
 // The same as windowctl does, without its contract.
-TEST_F(EndToEndTest, WindowHostIsUsedThroughWhatItSaysOfItself) {
+TEST_F(RpcctlTest, WindowHostIsUsedThroughWhatItSaysOfItself) {
   server_ = std::make_unique<Process>(std::vector<std::string>{
       WINDOW_HOST, "--socket", socket_, "--windows", "2"});
   EXPECT_EQ("window_host: ready at " + socket_, server_->ReadLine());
