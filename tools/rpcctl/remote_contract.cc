@@ -68,7 +68,7 @@ absl::Status Refuse(const std::string& file, std::string_view why) {
 }  // namespace
 
 RemoteContract::RemoteContract() : messages_(&pool_) {
-  // A type that is missing is a fault, also where a file says it need not be
+  // An import that is missing is a fault, also where a file says it need not be
   // there.
   pool_.EnforceWeakDependencies(true);
 }

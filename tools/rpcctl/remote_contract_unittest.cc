@@ -129,9 +129,15 @@ TEST(RemoteContractTest, FaultyDeclarationsAreRefusedWithTheFirstFault) {
                 "the server's file forged.proto can't be used: a.A.f: "
                 "\".a.Missing\" is not defined."),
             Fault(file));
-  // Protocol Buffers would take a message without fields for it.
-  field->mutable_options()->set_weak(true);
-  EXPECT_EQ(absl::StatusCode::kInvalidArgument, Fault(file).code());
+}
+
+// Protocol Buffers would take an empty file for it.
+TEST(RemoteContractTest, ImportThatIsSaidNotToMatterIsNeededToo) {
+  FileDescriptorProto file = FileWith("a", "A");
+  file.add_dependency("missing.proto");
+  file.add_weak_dependency(0);
+  EXPECT_THAT(std::string(Fault(file).message()),
+              HasSubstr("Import \"missing.proto\" has not been loaded."));
 }
 
 TEST(RemoteContractTest, NameThatIsNoIdentifierIsRefused) {
