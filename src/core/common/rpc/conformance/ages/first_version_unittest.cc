@@ -4,10 +4,7 @@
 // sends, and what it makes of a message is what an old program reads in it.
 
 #include <gmock/gmock.h>
-#include <google/protobuf/compiler/importer.h>
 #include <google/protobuf/descriptor.h>
-#include <google/protobuf/dynamic_message.h>
-#include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -21,6 +18,7 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/conformance/ages/first_schema_test_support.h"
 #include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/serving/limit_table.h"
 #include "core/common/rpc/serving/limits.h"
@@ -40,7 +38,6 @@ using google::protobuf::Descriptor;
 using google::protobuf::DescriptorPool;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::FileDescriptor;
-using google::protobuf::Message;
 using serving::QuestionOutcome;
 using std::chrono::hours;
 using std::chrono::milliseconds;
@@ -48,61 +45,6 @@ using ::testing::ElementsAre;
 using transport::Frame;
 using transport::Lab;
 using transport::RawPeer;
-
-// The schema as it was first published.
-class FirstSchema {
- public:
-  FirstSchema() {
-    sources_.MapPath("", FIRST_VERSION);
-    sources_.MapPath("", PROTOBUF_PROTO_ROOT);
-  }
-
-  const FileDescriptor* File(const std::string& name) {
-    const FileDescriptor* file = importer_.Import(name);
-    ABSL_CHECK(file != nullptr) << name;
-    return file;
-  }
-
-  // The bytes that an old program makes of the message with these fields.
-  std::string Write(const std::string& type, const std::string& fields) {
-    const std::unique_ptr<Message> message = New(type);
-    ABSL_CHECK(
-        google::protobuf::TextFormat::ParseFromString(fields, message.get()))
-        << fields;
-    return message->SerializeAsString();
-  }
-
-  // What an old program reads in these bytes.
-  std::string Read(const std::string& type, const std::string& bytes) {
-    const std::unique_ptr<Message> message = New(type);
-    ABSL_CHECK(message->ParseFromString(bytes)) << type;
-    message->DiscardUnknownFields();
-    return message->ShortDebugString();
-  }
-
-  std::string WriteFrame(const std::string& body) {
-    const std::string frame = Write("rpc.transport.Frame", body);
-    ABSL_CHECK_LT(frame.size(), 128u) << "its length takes more than a byte";
-    return static_cast<char>(frame.size()) + frame;
-  }
-
- private:
-  std::unique_ptr<Message> New(const std::string& type) {
-    for (const char* file :
-         {"rpc/transport/frame.proto", "rpc/status/server_status.proto",
-          "rpc/browser/browser_window.proto"}) {
-      File(file);
-    }
-    const Descriptor* descriptor =
-        importer_.pool()->FindMessageTypeByName(type);
-    ABSL_CHECK(descriptor != nullptr) << type;
-    return std::unique_ptr<Message>(factory_.GetPrototype(descriptor)->New());
-  }
-
-  google::protobuf::compiler::DiskSourceTree sources_;
-  google::protobuf::compiler::Importer importer_{&sources_, nullptr};
-  google::protobuf::DynamicMessageFactory factory_;
-};
 
 // What has been added to the messages of a schema, and what has changed or
 // gone.
