@@ -417,6 +417,36 @@ TEST_F(AskTest, PutsTheQuestionToTheStreamThatAnswersForItsWindow) {
   EXPECT_THAT(endings_, ElementsAre("question answered"));
 }
 
+TEST_F(AskTest, NumbersTheQuestionsOfAStreamFromOne) {
+  const auto client = std::make_shared<FakeClient>();
+  const auto stream = Open(client);
+  Subscription(*stream, 7, true);
+  for (const char* name : {"first", "second"})
+    Stream::Ask(QuestionAbout(7), Recorded(name));
+  ASSERT_EQ(client->frames.size(), 2u);
+  EXPECT_EQ(client->frames[0].call_id(), 1);
+  EXPECT_EQ(client->frames[1].call_id(), 2);
+}
+
+TEST_F(AskTest, KeepsOneKeyForAllQuestionsAboutAWindow) {
+  const auto client = std::make_shared<FakeClient>();
+  const auto stream = Open(client);
+  Subscription(*stream, 7, true);
+  const auto silent = [] {
+    return Stream::StreamCall{.response_callback = [](rpc::CloseWindow&) {},
+                              .error_callback = [](StreamCallError) {}};
+  };
+  client->frames.reserve(2);
+  const ptrdiff_t before = CountAllocations().live();
+  for (int i = 0; i < 2; ++i)
+    ASSERT_TRUE(Stream::Ask(QuestionAbout(7), silent()));
+  for (const int64_t call_id : {1, 2})
+    Answer(*stream, 7, call_id);
+  EXPECT_EQ(PendingWindows(*stream), 0u);
+  client->frames.clear();
+  EXPECT_EQ(CountAllocations().live(), before);
+}
+
 TEST_F(AskTest, SaysAtOnceThatNobodyAnswersForTheWindow) {
   const auto stream = Open();
   Subscription(*stream, 7, true);

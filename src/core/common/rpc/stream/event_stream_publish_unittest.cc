@@ -172,6 +172,22 @@ TEST_F(PublishTest, PassesOverThoseWhoAreNoLongerSubscribedByAWrite) {
   EXPECT_EQ(client->frames.size(), 1u);
 }
 
+TEST_F(PublishTest, PassesOverAStreamThatAWriteUnsubscribesThoughOthersStay) {
+  const auto client = std::make_shared<FakeClient>();
+  std::unique_ptr<Stream> streams[] = {Open(client), Open(client),
+                                       Open(client)};
+  std::sort(std::begin(streams), std::end(streams));
+  for (const auto& stream : streams)
+    Subscribe(*stream, 7);
+  bool is_first_write = true;
+  client->on_frame = [&](const rpc::transport::StreamMessage&) {
+    if (std::exchange(is_first_write, false))
+      streams[1]->Unsubscribe(WindowId(7));
+  };
+  EXPECT_EQ(Stream::Publish(WindowId(7), Closed(7)), 2u);
+  EXPECT_EQ(client->frames.size(), 2u);
+}
+
 TEST_F(PublishTest, SurvivesStreamsThatAWriteCompletes) {
   const auto client = std::make_shared<FakeClient>();
   const std::unique_ptr<Stream> streams[] = {Open(client), Open(client),

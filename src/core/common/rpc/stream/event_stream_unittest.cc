@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <new>
 
 #include "core/common/rpc/stream/event_stream_test_support.h"
 #include "core/common/rpc/testing/allocation_counter.h"
@@ -257,6 +258,22 @@ TEST_F(EventStreamTest, LeavesOthersKeysAloneWhenItCompletes) {
   stream->OnCompleted();
   EXPECT_EQ(SubscribersOf(2), Streams{other.get()});
   EXPECT_EQ(Entries(), 1u);
+}
+
+TEST_F(EventStreamTest, LeavesNothingBehindOfKeysThatOnlyOthersHold) {
+  const auto other = Open();
+  for (const int64_t window : {1, 2, 3})
+    Subscribe(*other, window);
+  // Whatever the first completion of all allocates stays.
+  Open()->OnCompleted();
+  alignas(Stream) char memory[sizeof(Stream)];
+  Stream* stream = new (memory)
+      Stream(&service_, rpc::BrowserWindowRpc::descriptor()->method(37),
+             MakeChannel());
+  const ptrdiff_t before = CountAllocations().live();
+  stream->OnCompleted();
+  EXPECT_EQ(CountAllocations().live(), before);
+  stream->~Stream();
 }
 
 TEST_F(EventStreamTest, RemovesAnEntryThatHoldsNobodyWhenItCompletes) {

@@ -105,6 +105,16 @@ TEST(MessageComparatorAllocation, AllocatesNothingForUnknownFields) {
   ExpectNoAllocation(key, other);
 }
 
+TEST(MessageComparatorAllocation, AllocatesNothingForUnknownFieldsBesideMaps) {
+  test::Maps key;
+  for (const int i : {3, 1, 2})
+    (*key.mutable_int32s())[i] = i;
+  key.GetReflection()->MutableUnknownFields(&key)->AddVarint(99, 1);
+  test::Maps other = key;
+  other.mutable_int32s()->at(3) = 4;
+  ExpectNoAllocation(key, other);
+}
+
 TEST(MessageComparatorAllocation, AllocatesNothingForMissingRequiredFields) {
   test::Mandatory key;
   key.set_text("a text of more than sixteen bytes");

@@ -149,6 +149,17 @@ TEST(MessageComparatorMaps, UnknownFieldsAreNotTakenForSubMessages) {
   EXPECT_EQ(Sorted(message), DeterministicBytes(message));
 }
 
+// A singular field is there once; what has its number behind it is unknown.
+TEST(MessageComparatorMaps, UnknownFieldBehindASubMessageIsNotTakenForASecond) {
+  test::MapsWithin message;
+  for (const int key : {1, 2})
+    (*message.mutable_maps()->mutable_int32s())[key] = 1;
+  const char maps[] = "\x1A\x04\x08\x02\x10\x01\x1A\x04\x08\x01\x10\x01";
+  message.GetReflection()->MutableUnknownFields(&message)->AddLengthDelimited(
+      1, maps);
+  EXPECT_EQ(Sorted(message), DeterministicBytes(message));
+}
+
 TEST(MessageComparatorMaps, ExtensionsPreventSorting) {
   test::Extensible message;
   (*message.mutable_colours())[1] = test::RED;

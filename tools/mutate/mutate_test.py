@@ -1,0 +1,249 @@
+#!/usr/bin/python3
+"""Tests of what changes are made, and of how they are judged."""
+
+from __future__ import annotations
+
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import build
+import run
+import suites
+from equivalent import Equivalents
+from switches import SWITCH_HEADER, MutatedFile
+
+_COMPILER = "g++"  # As scripts/mutate uses it.
+
+# Every line holds what one kind of change is tried on; main() prints the outcome.
+_PROGRAM = """\
+#include <iostream>
+
+void Say(const char* what) {  // A comment, with "quotes".
+  std::cout << what; }
+void Show(int n) { std::cout << n; }
+bool Less(int a, int b) {
+  return a < b;
+}
+bool Both(bool a, bool b) {
+  return a && b;
+}
+bool IsSet(bool is_set) {
+  return is_set;
+}
+int Sum() {
+  int sum = 0;
+  for (const int i : {1, 2, 4})
+    sum += i;
+  return sum;
+}
+int Minus(int a, int b) {
+  return a - b;
+}
+void InOrder() {
+  Say("one");
+  // Comments between statements stay.
+  Say("two");
+}
+void Last() {
+  if (Less(1, 2))
+    return Say("yes");
+  Say("no");
+}
+int line = __LINE__;
+
+int main() {
+  Show(Less(1, 1));
+  Show(Less(2, 1));
+  Show(Both(true, false));
+  Show(IsSet(true));
+  Show(Sum());
+  Show(Minus(5, 3));
+  InOrder();
+  Last();
+  Show(line);
+}
+"""
+_OUTCOME = "000172onetwoyes34"
+
+
+class Program:
+    """The program above, built once with all changes that compile."""
+
+    def __init__(self, folder: pathlib.Path) -> None:
+        self.file = MutatedFile("program.cc", _PROGRAM)
+        for number, mutant in enumerate(self.file.mutants, start=1):
+            mutant.number = number
+        source = folder / "program.cc"
+        source.write_text(self.file.code())
+        self._program = folder / "program"
+        header = pathlib.Path(__file__).with_name(SWITCH_HEADER).parent
+        subprocess.run([_COMPILER, "-std=c++20", "-w", f"-I{header}",
+                        str(source), "-o", str(self._program)], check=True)
+
+    def outcome(self, number: int) -> str:
+        result = subprocess.run([self._program], capture_output=True, text=True,
+                                env={"TORVANE_MUTANT": str(number)}, timeout=60)
+        return result.stdout
+
+    def number(self, line: int, change: str) -> int:
+        return next(m.number for m in self.file.mutants
+                    if self.file.line_of(m) == line and m.change == change)
+
+
+class Changes(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls._folder = tempfile.TemporaryDirectory()
+        cls.program = Program(pathlib.Path(cls._folder.name))
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls._folder.cleanup()
+
+    def expect(self, line: int, change: str, outcome: str) -> None:
+        self.assertEqual(self.program.outcome(self.program.number(line, change)), outcome)
+
+    def test_program_is_as_before_while_no_mutant_is_switched_on(self) -> None:
+        self.assertEqual(self.program.outcome(0), _OUTCOME)
+
+    def test_every_line_stays_where_it_was(self) -> None:
+        lines = self.program.file.code().split("\n")
+        for number, line in enumerate(_PROGRAM.split("\n")):
+            for comment in ("// A comment", "// Comments between", "int line"):
+                if comment in line:
+                    self.assertIn(comment, lines[number])
+
+    def test_comparison_is_made_another(self) -> None:
+        self.expect(7, "<= instead of < in a < b", "100172onetwoyes34")
+        self.expect(7, ">= instead of < in a < b", "110172onetwono34")
+
+    def test_condition_is_joined_otherwise_and_loses_a_side(self) -> None:
+        self.expect(10, "|| instead of && in a && b", "001172onetwoyes34")
+        self.expect(10, "without b behind &&", "001172onetwoyes34")
+        self.expect(10, "without a before &&", _OUTCOME)
+
+    def test_condition_is_taken_for_true_and_for_false(self) -> None:
+        self.expect(30, "false instead of Less ( 1 , 2 )", "000172onetwono34")
+        self.expect(30, "true instead of Less ( 1 , 2 )", _OUTCOME)
+
+    def test_returned_truth_value_is_negated(self) -> None:
+        self.expect(13, "returns !(is_set)", "000072onetwoyes34")
+
+    def test_constant_is_one_more_and_one_less(self) -> None:
+        self.expect(16, "1 instead of 0", "000182onetwoyes34")
+        self.expect(42, "6 instead of 5", "000173onetwoyes34")
+        self.expect(42, "4 instead of 5", "000171onetwoyes34")
+
+    def test_text_is_left_out(self) -> None:
+        self.expect(25, '"" instead of "one"', "000172twoyes34")
+
+    def test_first_and_last_element_are_left_out(self) -> None:
+        self.expect(17, "without the first of { 1 , 2 , 4 }", "000162onetwoyes34")
+        self.expect(17, "without the last of { 1 , 2 , 4 }", "000132onetwoyes34")
+
+    def test_neighbouring_statements_are_swapped(self) -> None:
+        self.expect(25, 'Say ( "two" ) ; before Say ( "one" ) ;',
+                    "000172twooneyes34")
+
+    def test_call_is_left_out(self) -> None:
+        self.expect(27, 'without Say ( "two" ) ;', "000172oneyes34")
+        self.expect(31, 'without return Say ( "yes" ) ;', "000172onetwo34")
+
+    def test_neighbouring_arguments_are_swapped(self) -> None:
+        self.expect(42, "3 before 5", "00017-2onetwoyes34")
+
+
+class Faults(unittest.TestCase):
+    """What the compiler says leads to the change that does not compile."""
+
+    def test_change_that_does_not_compile_is_found(self) -> None:
+        with tempfile.TemporaryDirectory() as name:
+            folder = pathlib.Path(name).resolve()
+            file = MutatedFile("f.cc", "#include <cstdio>\n\nvoid F() {\n"
+                               '  std::fputs("text", stdout); std::fflush(stdout);\n}\n')
+            for number, mutant in enumerate(file.mutants, start=1):
+                mutant.number = number
+            source = folder / "f.cc"
+            source.write_text(file.code())
+            header = pathlib.Path(__file__).parent
+            errors = subprocess.run(
+                [_COMPILER, "-std=c++20", "-w", f"-I{header}", "-c", str(source), "-o",
+                 str(folder / "f.o")], capture_output=True, text=True).stderr
+        faults = build.faults(errors, {str(source)})
+        self.assertEqual({file.at_fault(line, column).change for _, line, column in faults},
+                         {'stdout before "text"'})
+
+
+class Names(unittest.TestCase):
+    def test_name_of_a_mutant_does_not_depend_on_its_line(self) -> None:
+        code = "\n\nvoid F() {\n  G();\n}\n"
+        first = MutatedFile("f.cc", code)
+        second = MutatedFile("f.cc", "\n\n" + code)
+        self.assertEqual(first.name_of(first.mutants[0]), second.name_of(second.mutants[0]))
+        self.assertEqual(first.name_of(first.mutants[0]),
+                         "f.cc | G(); | without G ( ) ;")
+
+
+class Templates(unittest.TestCase):
+    def test_statements_of_written_code_are_left_out(self) -> None:
+        file = MutatedFile("f.cc", '\n\nvoid F() {\n  Print(R"(\n  Call();\n)");\n}\n')
+        self.assertIn("without Call();", [m.change for m in file.mutants])
+
+
+class Constants(unittest.TestCase):
+    def test_constant_becomes_a_variable_and_pure_functions_stay(self) -> None:
+        file = MutatedFile("f.h", "\n\ninline constexpr int kMost = 7;\n"
+                           "struct A { virtual void F() = 0; int n = 1; };\n")
+        self.assertEqual({m.change for m in file.mutants},
+                         {"8 instead of 7", "6 instead of 7", "2 instead of 1",
+                          "0 instead of 1"})
+        self.assertIn("inline const int kMost", file.code())
+        for mutant in file.mutants:
+            mutant.dropped = True
+        self.assertIn("inline constexpr int kMost = 7;", file.code())
+
+
+class Reports(unittest.TestCase):
+    def setUp(self) -> None:
+        path = f"{suites.RPC}/stream/f.h"
+        file = MutatedFile(path, "\n\nvoid F() {\n  G();\n}\n")
+        self.verdict = run.Verdict(file, file.mutants[0], file.name_of(file.mutants[0]))
+        self._folder = tempfile.TemporaryDirectory()
+        self.list = pathlib.Path(self._folder.name) / "equivalent.txt"
+        self.list.write_text("# Nothing.\n")
+
+    def tearDown(self) -> None:
+        self._folder.cleanup()
+
+    def good(self, whole: bool = False) -> bool:
+        with open(os.devnull, "w") as nowhere:
+            shown, sys.stdout = sys.stdout, nowhere
+            try:
+                return run.report([self.verdict], Equivalents(self.list), whole)
+            finally:
+                sys.stdout = shown
+
+    def test_mutant_without_a_reason_is_a_failure(self) -> None:
+        self.assertFalse(self.good())
+
+    def test_mutant_with_a_reason_is_none(self) -> None:
+        self.list.write_text(f"{self.verdict.name} | nobody sees it\n")
+        self.assertTrue(self.good())
+
+    def test_goal_is_judged_when_all_mutants_have_run(self) -> None:
+        self.list.write_text(f"{self.verdict.name} | nobody sees it\n")
+        self.assertFalse(self.good(whole=True))
+
+    def test_reason_for_a_mutant_that_is_noticed_is_a_failure(self) -> None:
+        self.verdict.noticed_by = "some_unittest"
+        self.assertTrue(self.good(whole=True))
+        self.list.write_text(f"{self.verdict.name} | nobody sees it\n")
+        self.assertFalse(self.good())
+
+
+if __name__ == "__main__":
+    unittest.main()
