@@ -39,6 +39,7 @@ LAYERS = [
     ('conformance', RPC + 'conformance/', ''),
     ('cli', 'tools/cli/', PUBLIC),
     ('soak', 'tools/soak/', PUBLIC + ' cli'),
+    ('mutate', 'tools/mutate/', ''),
     ('rpcctl', 'tools/rpcctl/', PUBLIC + ' cli'),
     ('windowctl', 'tools/windowctl/', PUBLIC + ' cli rpcctl'),
     ('windows', 'examples/window_host/windows/', PUBLIC + ' cli'),
