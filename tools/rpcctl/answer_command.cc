@@ -101,7 +101,7 @@ class QuestionAnswerer {
             method,
             *session.contract().messages,
             [this](const Message& question,
-                   DynamicCallbackAnswerer::Reply reply) {
+                   const DynamicCallbackAnswerer::Reply& reply) {
               OnQuestion(question, reply);
             },
             run.on_end()) {

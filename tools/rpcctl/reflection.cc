@@ -22,7 +22,7 @@ absl::Status Ask(Session& session,
                  const char* method,
                  const Message& request,
                  Message* response) {
-  const absl::Status status =
+  absl::Status status =
       session.Call(ServerReflection::descriptor()->FindMethodByName(method),
                    request, response);
   if (absl::IsUnimplemented(status)) {

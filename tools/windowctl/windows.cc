@@ -11,8 +11,6 @@
 
 namespace windowctl {
 
-using rpcctl::ExitCode;
-
 absl::StatusOr<std::vector<BrowserId>> ParseWindows(
     const rpcctl::Arguments& words) {
   std::vector<BrowserId> windows;

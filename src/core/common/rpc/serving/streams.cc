@@ -162,8 +162,7 @@ absl::Status Streams::HandOnSubscription(Entry& entry, StreamMessage* message) {
 // that came later.
 absl::Status Streams::HandOnMessage(Entry& entry, StreamMessage* message) {
   const WindowMessage said = entry.method->reader->ReadFromClient(*message);
-  const absl::Status refusal =
-      CheckMessage(entry, said, message->payload().size());
+  absl::Status refusal = CheckMessage(entry, said, message->payload().size());
   if (!refusal.ok()) {
     return refusal;
   }
@@ -186,7 +185,7 @@ absl::Status Streams::CheckMessage(Entry& entry,
   if (!said.subscribes_or_unsubscribes()) {
     return absl::OkStatus();
   }
-  const absl::Status refusal = CheckSubscriptionBytes(bytes);
+  absl::Status refusal = CheckSubscriptionBytes(bytes);
   if (!refusal.ok()) {
     return refusal;
   }
