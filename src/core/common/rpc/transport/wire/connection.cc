@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -93,9 +94,39 @@ void Connection::Start(std::shared_ptr<Delegate> delegate) {
 void Connection::AwaitReadable() {
   reading_ = Reading::kWaiting;
   input_.Trim();
+  if (input_.empty()) {
+    AwaitFirstBytes();
+    return;
+  }
   socket_.async_wait(
       asio::socket_base::wait_read,
       [self = shared_from_this()](const std::error_code&) { self->Read(); });
+}
+
+void Connection::AwaitFirstBytes() {
+  socket_.async_read_some(
+      asio::buffer(first_bytes_),
+      [self = shared_from_this()](const std::error_code& error, size_t size) {
+        self->OnFirstBytes(error, size);
+      });
+}
+
+// More may have come than there was room for: the rest is read behind it.
+void Connection::OnFirstBytes(const std::error_code& error, size_t size) {
+  if (phase_ != Phase::kOpen) {
+    return;
+  }
+  if (error) {
+    Close(LostBy(error));
+    return;
+  }
+  std::memcpy(input_.Space().data(), first_bytes_.data(), size);
+  Take(size);
+  if (size == first_bytes_.size()) {
+    Read();
+  } else {
+    HandleInput();
+  }
 }
 
 void Connection::Read() {
@@ -106,17 +137,17 @@ void Connection::Read() {
   std::error_code error;
   const size_t size =
       socket_.read_some(asio::buffer(space.data(), space.size()), error);
-  if (error == asio::error::would_block) {
-    AwaitReadable();
-    return;
-  }
-  if (error) {
+  if (error && error != asio::error::would_block) {
     Close(LostBy(error));
     return;
   }
+  Take(size);
+  HandleInput();
+}
+
+void Connection::Take(size_t size) {
   counters_->bytes_read += size;
   input_.Commit(size);
-  HandleInput();
 }
 
 void Connection::HandleInput() {

@@ -23,7 +23,7 @@
 //
 // Nothing is read from the socket but while waiting. The memory for what is
 // read is there only as long as something is in it: an idle connection has
-// none.
+// a little for the first bytes that come.
 //
 // Frames that are appended while a frame of the peer is being handled leave in
 // one write when all that has been read is handled, or the slice is over;
@@ -46,6 +46,7 @@
 #ifndef CORE_COMMON_RPC_TRANSPORT_WIRE_CONNECTION_H_
 #define CORE_COMMON_RPC_TRANSPORT_WIRE_CONNECTION_H_
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -166,7 +167,10 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   enum class Goodbye { kNone, kSend };
 
   void AwaitReadable();
+  void AwaitFirstBytes();
+  void OnFirstBytes(const std::error_code& error, size_t size);
   void Read();
+  void Take(size_t size);
   void HandleInput();
   void HandleInputSoon();
   void AwaitRestOfFrame();
@@ -203,6 +207,10 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   absl::Status why_;
   Goodbye goodbye_ = Goodbye::kNone;
 
+  // Where the first bytes go that come while nothing waits to be handled. To
+  // read a little at once is quicker than to wait for what can be read: the
+  // kernel need not be told anew to watch the socket.
+  std::array<char, 2 << 10> first_bytes_;
   FrameBuffer input_;
   // While the rest of a client's frame is awaited.
   std::optional<asio::steady_timer> frame_timer_;
