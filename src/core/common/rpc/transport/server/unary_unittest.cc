@@ -317,5 +317,32 @@ TEST(UnaryCall, AControllerMayBeUsedAgainAfterReset) {
   EXPECT_EQ(call.response.text(), "yes");
 }
 
+// A call of each length around what a connection reads at first, with the end
+// of the client right behind it.
+TEST(UnaryCall, WhatComesBeforeTheEndOfAClientIsHandledWhateverItsLength) {
+  constexpr size_t kFirstBytes = 2 << 10;
+  for (size_t bytes = kFirstBytes - 2; bytes <= kFirstBytes + 2; ++bytes) {
+    Lab lab;
+    const std::unique_ptr<RawPeer> peer = lab.NewPeer();
+    CallFrame call;
+    call.set_call_id(1);
+    call.set_method_id(peer->IdOf("Echo"));
+    lab::Text request;
+    std::string frame;
+    for (size_t length = kFirstBytes - 100; frame.size() < bytes; ++length) {
+      request.set_text(std::string(length, 'x'));
+      request.SerializeToString(call.mutable_request());
+      frame.clear();
+      AppendFrame(Frame::kCall, call, FrameSize(call), &frame);
+    }
+    ASSERT_EQ(frame.size(), bytes);
+    peer->SendBytes(frame);
+    peer->Close();
+    lab.RunUntil(
+        [&lab] { return lab.server->counters().connections_now == 0; });
+    EXPECT_EQ(lab.server->counters().calls_started, 1u) << bytes;
+  }
+}
+
 }  // namespace
 }  // namespace rpc::transport

@@ -112,6 +112,8 @@ void Connection::AwaitFirstBytes() {
 }
 
 // More may have come than there was room for: the rest is read behind it.
+// Should the connection have ended there, the next read finds that out, when
+// what came before has been handled.
 void Connection::OnFirstBytes(const std::error_code& error, size_t size) {
   if (phase_ != Phase::kOpen) {
     return;
@@ -123,26 +125,28 @@ void Connection::OnFirstBytes(const std::error_code& error, size_t size) {
   std::memcpy(input_.Space().data(), first_bytes_.data(), size);
   Take(size);
   if (size == first_bytes_.size()) {
-    Read();
-  } else {
-    HandleInput();
+    std::error_code found_again;
+    ReadSome(found_again);
   }
+  HandleInput();
 }
 
 void Connection::Read() {
   if (phase_ != Phase::kOpen) {
     return;
   }
-  const auto space = input_.Space();
   std::error_code error;
-  const size_t size =
-      socket_.read_some(asio::buffer(space.data(), space.size()), error);
+  ReadSome(error);
   if (error && error != asio::error::would_block) {
     Close(LostBy(error));
     return;
   }
-  Take(size);
   HandleInput();
+}
+
+void Connection::ReadSome(std::error_code& error) {
+  const auto space = input_.Space();
+  Take(socket_.read_some(asio::buffer(space.data(), space.size()), error));
 }
 
 void Connection::Take(size_t size) {

@@ -170,6 +170,7 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void AwaitFirstBytes();
   void OnFirstBytes(const std::error_code& error, size_t size);
   void Read();
+  void ReadSome(std::error_code& error);
   void Take(size_t size);
   void HandleInput();
   void HandleInputSoon();
