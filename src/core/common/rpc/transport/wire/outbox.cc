@@ -70,7 +70,7 @@ void Outbox::AppendHeldLargeMessage() {
 
 // The length before the held frame is part of what waits, too.
 size_t Outbox::bytes() const {
-  return bytes_ + (held_.empty() ? 0 : SizeWithLength(held_.frame_size()));
+  return bytes_ + held_.wire_size();
 }
 
 size_t Outbox::BytesWithMessage(const serving::OutgoingStream& stream,

@@ -52,7 +52,7 @@ void SharedMessage::Add(serving::OutgoingStream& stream) {
   stream.last_shared_message = number_;
   frame_.add_stream_ids(stream.id);
   id_bytes_ += StreamIdBytes(stream.id);
-  frame_size_ = StreamDataFrameSize(id_bytes_, message_bytes_);
+  wire_size_ = SizeWithLength(StreamDataFrameSize(id_bytes_, message_bytes_));
 }
 
 bool SharedMessage::CanCarry(const StreamMessage& message,
@@ -77,7 +77,8 @@ const std::string& SharedMessage::payload() const {
 void SharedMessage::AppendHead(std::string* bytes) const {
   google::protobuf::io::StringOutputStream stream(bytes);
   CodedOutputStream output(&stream);
-  output.WriteVarint32(static_cast<uint32_t>(frame_size_));
+  output.WriteVarint32(
+      static_cast<uint32_t>(StreamDataFrameSize(id_bytes_, message_bytes_)));
   BeginField(Frame::kStreamData,
              FieldSize(id_bytes_) + FieldSize(message_bytes_), output);
   BeginField(StreamDataFrame::kStreamIdsFieldNumber, id_bytes_, output);
@@ -99,7 +100,7 @@ void SharedMessage::Clear() {
     frame_.clear_message();
   }
   FreeIfLarge(frame_, frame_.message().payload().capacity());
-  frame_size_ = 0;
+  wire_size_ = 0;
 }
 
 }  // namespace rpc::transport

@@ -44,9 +44,10 @@ class SharedMessage {
                 const serving::OutgoingStream& stream,
                 size_t max_frame_bytes) const;
 
-  size_t frame_size() const { return frame_size_; }
+  // The bytes that the frame takes with its length; none when it is empty().
+  size_t wire_size() const { return wire_size_; }
 
-  // What it would be with this stream added.
+  // What the frame alone would take with this stream added.
   size_t FrameSizeWith(const serving::OutgoingStream& stream) const;
 
   // The payload if it is large, else null.
@@ -70,7 +71,7 @@ class SharedMessage {
   SharedPayload large_payload_;
   size_t message_bytes_ = 0;
   size_t id_bytes_ = 0;
-  size_t frame_size_ = 0;
+  size_t wire_size_ = 0;
   // Counts the messages, so that a stream can tell whether it has this one.
   uint64_t number_ = 0;
 };

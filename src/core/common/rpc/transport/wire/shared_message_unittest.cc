@@ -28,6 +28,10 @@ Ids IdsOf(const StreamDataFrame& frame) {
   return {frame.stream_ids().begin(), frame.stream_ids().end()};
 }
 
+size_t WireSize(const StreamDataFrame& frame) {
+  return SizeWithLength(FrameSize(frame));
+}
+
 // A message that is on its way to the streams 1 and 2.
 class SharedMessageTest : public ::testing::Test {
  protected:
@@ -51,7 +55,7 @@ TEST_F(SharedMessageTest, IsAFrameThatListsItsStreams) {
   EXPECT_EQ(IdsOf(shared_.frame()), (Ids{1, 2}));
   EXPECT_EQ(shared_.frame().message().payload(), "event");
   EXPECT_EQ(shared_.frame().message().call_id(), 5);
-  EXPECT_EQ(shared_.frame_size(), FrameSize(shared_.frame()));
+  EXPECT_EQ(shared_.wire_size(), WireSize(shared_.frame()));
 }
 
 TEST_F(SharedMessageTest, CarriesTheSameMessageToAnotherStream) {
@@ -75,7 +79,7 @@ TEST_F(SharedMessageTest, CarriesNoMessageTwiceToAStream) {
 TEST_F(SharedMessageTest, CarriesNothingOnceItIsEmpty) {
   shared_.Clear();
   EXPECT_TRUE(shared_.empty());
-  EXPECT_EQ(shared_.frame_size(), 0u);
+  EXPECT_EQ(shared_.wire_size(), 0u);
   EXPECT_FALSE(shared_.CanCarry(message_, third_, kNoLimit));
 }
 
@@ -87,7 +91,7 @@ TEST_F(SharedMessageTest, ForgetsTheStreamsOfTheMessageBefore) {
   EXPECT_EQ(IdsOf(shared_.frame()), Ids{3});
   EXPECT_EQ(shared_.frame().message().payload(), "next");
   EXPECT_EQ(shared_.frame().message().call_id(), 0);
-  EXPECT_EQ(shared_.frame_size(), FrameSize(shared_.frame()));
+  EXPECT_EQ(shared_.wire_size(), WireSize(shared_.frame()));
 }
 
 TEST_F(SharedMessageTest, GivesBackTheMemoryOfALargeMessage) {
@@ -117,9 +121,9 @@ TEST_F(SharedMessageTest, KnowsItsSizeWithAnyNumberOfStreams) {
     OutgoingStream stream{.id = id * id * id * id};
     shared_.Add(stream);
     // Not EXPECT_EQ for each.
-    if (id % 64 < 3 && shared_.frame_size() != FrameSize(shared_.frame())) {
-      ADD_FAILURE() << "with " << id << " streams: " << shared_.frame_size()
-                    << " instead of " << FrameSize(shared_.frame());
+    if (id % 64 < 3 && shared_.wire_size() != WireSize(shared_.frame())) {
+      ADD_FAILURE() << "with " << id << " streams: " << shared_.wire_size()
+                    << " instead of " << WireSize(shared_.frame());
     }
   }
 }
