@@ -262,6 +262,9 @@ void ServerSession::SendError(uint64_t call_id, const absl::Status& status) {
 
 absl::Status ServerSession::SendMessage(serving::OutgoingStream& stream,
                                         const StreamMessage& message) {
+  if (connection_->JoinMessage(stream, message)) {
+    return absl::OkStatus();
+  }
   const size_t message_bytes = message.ByteSizeLong();
   const size_t size =
       StreamDataFrameSize(StreamIdBytes(stream.id), message_bytes);

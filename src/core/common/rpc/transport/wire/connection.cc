@@ -215,7 +215,12 @@ absl::Status Connection::HandleFrames() {
           return status;
         }
     }
-    if (IsLongForServer(frame)) {
+    if (side_ == Side::kClient) {
+      continue;
+    }
+    // A client may fill a frame with what takes long to parse. So it has to
+    // wait for its turn before it is read any further.
+    if (frame.body.size() > kLongFrameBytes) {
       reading_ = Reading::kYielded;
       input_.Trim();
       return absl::OkStatus();
@@ -226,12 +231,6 @@ absl::Status Connection::HandleFrames() {
     }
   }
   return absl::OkStatus();
-}
-
-// A client may fill a frame with what takes long to parse. So it has to wait
-// for its turn before it is read any further.
-bool Connection::IsLongForServer(const FrameView& frame) const {
-  return side_ == Side::kServer && frame.body.size() > kLongFrameBytes;
 }
 
 // Goes on for as long as the rest of the same frame is awaited, however its
@@ -337,6 +336,17 @@ bool Connection::Append(FrameKind kind,
   return true;
 }
 
+bool Connection::JoinMessage(serving::OutgoingStream& stream,
+                             const StreamMessage& message) {
+  if (!can_send() ||
+      !outbox_.JoinMessage(stream, message, peer_max_frame_bytes_,
+                           limits_.max_outbox_bytes)) {
+    return false;
+  }
+  AfterAppend();
+  return true;
+}
+
 bool Connection::AppendMessage(serving::OutgoingStream& stream,
                                const StreamMessage& message,
                                size_t message_bytes,
@@ -344,17 +354,12 @@ bool Connection::AppendMessage(serving::OutgoingStream& stream,
   if (!can_send()) {
     return false;
   }
-  // Together with the message before it, it may need less than a frame.
-  if (!HasRoomFor(frame_size) &&
-      outbox_.BytesWithMessage(stream, message, message_bytes,
-                               peer_max_frame_bytes_) >
-          limits_.max_outbox_bytes) {
+  if (!HasRoomFor(frame_size)) {
     FailAsFull();
     return false;
   }
-  const bool is_new_frame = outbox_.AppendMessage(
-      stream, message, message_bytes, peer_max_frame_bytes_);
-  counters_->frames_written += is_new_frame ? 1 : 0;
+  outbox_.AppendMessage(stream, message, message_bytes);
+  ++counters_->frames_written;
   AfterAppend();
   return true;
 }

@@ -12,7 +12,7 @@
 //
 //   reading:   waiting --> handling --> waiting
 //                             |-------> yielded --> handling, on a later turn
-//                             |         its slice of time is over
+//                             |         on a server, its slice of time is over
 //                             '-------> paused --> handling
 //                              the client has to take its replies first
 //
@@ -81,12 +81,12 @@ class Connection final : public std::enable_shared_from_this<Connection> {
 
   enum class Side { kServer, kClient };
 
-  // For how long the frames of one connection are handled before the loop turns
-  // to others. What is left waits for its turn (turns.h). So a caller may have
-  // to wait for two slices, one until the loop sees its frame and one until it
-  // comes to it, however many clients are busy; and for the first slice of
-  // each that begins at that moment. A slice has room for a hundred calls, so
-  // what it costs to go on later does not show.
+  // For how long a server handles the frames of one connection before the loop
+  // turns to others. What is left waits for its turn (turns.h). So a caller may
+  // have to wait for two slices, one until the loop sees its frame and one
+  // until it comes to it, however many clients are busy; and for the first
+  // slice of each that begins at that moment. A slice has room for a hundred
+  // calls, so what it costs to go on later does not show.
   static constexpr std::chrono::microseconds kSlice{100};
 
   Connection(Side side,
@@ -109,8 +109,12 @@ class Connection final : public std::enable_shared_from_this<Connection> {
     return Append(kind, body, FrameSize(body));
   }
 
-  // The same of a message on a stream, which may leave together with the one
-  // before it. `frame_size` is that of a frame for this stream alone.
+  // Lets a message on a stream leave in one frame with the one before it. False
+  // when it can't, since that is another one, or for any limit.
+  bool JoinMessage(serving::OutgoingStream& stream,
+                   const StreamMessage& message);
+
+  // As Append(), for a message on a stream that JoinMessage() has not taken.
   bool AppendMessage(serving::OutgoingStream& stream,
                      const StreamMessage& message,
                      size_t message_bytes,
@@ -177,7 +181,6 @@ class Connection final : public std::enable_shared_from_this<Connection> {
   void AwaitRestOfFrame();
   void OnFrameTimeout();
   absl::Status HandleFrames();
-  bool IsLongForServer(const FrameView& frame) const;
   bool ShouldPause();
 
   void CountTooLong(Side sender);

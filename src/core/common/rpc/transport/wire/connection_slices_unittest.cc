@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/common/rpc/transport/client/client_stream.h"
 #include "core/common/rpc/transport/testing/lab.h"
 #include "core/common/rpc/transport/wire/connection.h"
 
@@ -218,6 +219,32 @@ TEST_F(Slices, AClientThatDoesNotReadIsPausedBetweenSlices) {
 }
 
 // Within the handler nothing but the rest of its own connection waits.
+// A client's loop is that of its own program.
+TEST_F(Slices, AClientHandlesInOneTurnWhatOneReadHasBrought) {
+  loop::Loop loop;
+  RawServer server(loop);
+  uint64_t messages = 0;
+  uint64_t messages_at_next_turn = 0;
+  const ClientStream stream(
+      *server.client, lab::Lab::descriptor()->FindMethodByName("Watch"),
+      [&](const StreamMessage&) {
+        if (++messages == 1) {
+          loop.Post([&] { messages_at_next_turn = messages; });
+        }
+        Spin();
+      },
+      [](const absl::Status&) {});
+  StreamDataFrame data;
+  data.add_stream_ids(1);
+  std::string bytes;
+  for (uint64_t i = 0; i < kCalls; ++i) {
+    AppendFrame(Frame::kStreamData, data, FrameSize(data), &bytes);
+  }
+  server.peer.SendBytes(bytes);
+  ASSERT_TRUE(loop.RunUntil([&] { return messages_at_next_turn > 0; }));
+  EXPECT_EQ(messages_at_next_turn, kCalls);
+}
+
 TEST_F(Slices, AHandlerThatRunsTheLoopIsNotEnteredAgain) {
   Serve();
   int depth = 0;

@@ -35,17 +35,28 @@ void Outbox::Append(FrameKind kind,
   AppendToChunk(kind, body, frame_size);
 }
 
-bool Outbox::AppendMessage(serving::OutgoingStream& stream,
+void Outbox::AppendMessage(serving::OutgoingStream& stream,
                            const StreamMessage& message,
-                           size_t message_bytes,
-                           size_t max_frame_bytes) {
-  const bool is_new_frame = !held_.CanCarry(message, stream, max_frame_bytes);
-  if (is_new_frame) {
-    AppendHeldMessage();
-    held_.Begin(message, message_bytes);
+                           size_t message_bytes) {
+  AppendHeldMessage();
+  held_.Begin(message, message_bytes);
+  held_.Add(stream);
+}
+
+bool Outbox::JoinMessage(serving::OutgoingStream& stream,
+                         const StreamMessage& message,
+                         size_t max_frame_bytes,
+                         size_t max_bytes) {
+  if (!held_.CanCarry(message, stream)) {
+    return false;
+  }
+  const size_t frame_size = held_.FrameSizeWith(stream);
+  if (frame_size > max_frame_bytes ||
+      bytes_ + SizeWithLength(frame_size) > max_bytes) {
+    return false;
   }
   held_.Add(stream);
-  return is_new_frame;
+  return true;
 }
 
 void Outbox::AppendHeldMessage() {
@@ -66,22 +77,6 @@ void Outbox::AppendHeldLargeMessage() {
   held_.AppendHead(&chunk.bytes);
   chunk.payload = held_.large_payload();
   bytes_ += chunk.size();
-}
-
-// The length before the held frame is part of what waits, too.
-size_t Outbox::bytes() const {
-  return bytes_ + held_.wire_size();
-}
-
-size_t Outbox::BytesWithMessage(const serving::OutgoingStream& stream,
-                                const StreamMessage& message,
-                                size_t message_bytes,
-                                size_t max_frame_bytes) const {
-  if (held_.CanCarry(message, stream, max_frame_bytes)) {
-    return bytes_ + SizeWithLength(held_.FrameSizeWith(stream));
-  }
-  return bytes() + SizeWithLength(StreamDataFrameSize(StreamIdBytes(stream.id),
-                                                      message_bytes));
 }
 
 void Outbox::AppendToChunk(FrameKind kind,

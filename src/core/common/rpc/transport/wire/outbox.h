@@ -49,21 +49,22 @@ class Outbox {
               const google::protobuf::MessageLite& body,
               size_t frame_size);
 
-  // Appends `message` for `stream`, together with the message before it where
-  // that is the same and one frame of `max_frame_bytes` can carry both.
-  // `message_bytes` is the message's ByteSizeLong(). True when it is a frame of
-  // its own.
-  bool AppendMessage(serving::OutgoingStream& stream,
+  // Appends `message` for `stream`, in a frame of its own. `message_bytes` is
+  // the message's ByteSizeLong().
+  void AppendMessage(serving::OutgoingStream& stream,
                      const StreamMessage& message,
-                     size_t message_bytes,
-                     size_t max_frame_bytes);
+                     size_t message_bytes);
 
-  // Bytes that wait; and how many would if AppendMessage() were called.
-  size_t bytes() const;
-  size_t BytesWithMessage(const serving::OutgoingStream& stream,
-                          const StreamMessage& message,
-                          size_t message_bytes,
-                          size_t max_frame_bytes) const;
+  // Lets the last frame carry `message` to `stream` as well. False, and nothing
+  // is changed, unless that is the frame of the same message, takes no more
+  // than `max_frame_bytes` with the stream, and all that waits `max_bytes`.
+  bool JoinMessage(serving::OutgoingStream& stream,
+                   const StreamMessage& message,
+                   size_t max_frame_bytes,
+                   size_t max_bytes);
+
+  // Bytes that wait.
+  size_t bytes() const { return bytes_ + held_.wire_size(); }
 
   // Waiting bytes except stream data: what the peer has asked for by what it
   // sent. A partly written chunk counts whole.

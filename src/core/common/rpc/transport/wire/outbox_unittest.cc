@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -193,10 +194,13 @@ class OutboxMessagesTest : public ::testing::Test {
     message.set_call_id(call_id);
     serving::OutgoingStream& stream = streams_[id];
     stream.id = id;
-    const bool is_new_frame = outbox_.AppendMessage(
-        stream, message, message.ByteSizeLong(), max_frame_bytes);
+    const bool joins =
+        outbox_.JoinMessage(stream, message, max_frame_bytes, max_bytes_);
+    if (!joins) {
+      outbox_.AppendMessage(stream, message, message.ByteSizeLong());
+    }
     ExpectBytesAreThoseWritten();
-    return is_new_frame;
+    return !joins;
   }
   void Reply() {
     const ReplyFrame reply;
@@ -239,6 +243,7 @@ class OutboxMessagesTest : public ::testing::Test {
   }
 
   Outbox outbox_;
+  size_t max_bytes_ = std::numeric_limits<size_t>::max();
 
  private:
   static void Put(std::string_view bytes, FrameBuffer& buffer) {
@@ -374,6 +379,16 @@ TEST_F(OutboxMessagesTest, AFrameIsFilledToTheLimitToTheByte) {
   for (const uint64_t id : {1, 2, 128}) {
     EXPECT_EQ(Send(id, payload, 0, limit), id != 2);
   }
+}
+
+TEST_F(OutboxMessagesTest, AFrameGrowsUntilTheOutboxIsFullToTheByte) {
+  Reply();
+  Send(1, "event");
+  // A list of one stream more takes one byte more.
+  max_bytes_ = outbox_.bytes() + 1;
+  EXPECT_FALSE(Send(2, "event"));
+  EXPECT_TRUE(Send(3, "event"));
+  EXPECT_EQ(Write(), (Frames{"reply", "event: 1 2", "event: 3"}));
 }
 
 // Borders of the lengths before the list, the message and the frame.

@@ -56,12 +56,10 @@ void SharedMessage::Add(serving::OutgoingStream& stream) {
 }
 
 bool SharedMessage::CanCarry(const StreamMessage& message,
-                             const serving::OutgoingStream& stream,
-                             size_t max_frame_bytes) const {
+                             const serving::OutgoingStream& stream) const {
   return !empty() && stream.last_shared_message != number_ &&
          frame_.message().call_id() == message.call_id() &&
-         payload() == message.payload() &&
-         FrameSizeWith(stream) <= max_frame_bytes;
+         payload() == message.payload();
 }
 
 size_t SharedMessage::FrameSizeWith(

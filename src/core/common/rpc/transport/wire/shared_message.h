@@ -38,11 +38,9 @@ class SharedMessage {
   // Adds the stream to those that the message goes to.
   void Add(serving::OutgoingStream& stream);
 
-  // Whether Add() would carry `message` to `stream`, for the first time and in
-  // a frame of `max_frame_bytes` at most.
+  // Whether Add() would carry `message` to `stream`, and for the first time.
   bool CanCarry(const StreamMessage& message,
-                const serving::OutgoingStream& stream,
-                size_t max_frame_bytes) const;
+                const serving::OutgoingStream& stream) const;
 
   // The bytes that the frame takes with its length; none when it is empty().
   size_t wire_size() const { return wire_size_; }

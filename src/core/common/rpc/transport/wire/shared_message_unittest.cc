@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -35,8 +34,6 @@ size_t WireSize(const StreamDataFrame& frame) {
 // A message that is on its way to the streams 1 and 2.
 class SharedMessageTest : public ::testing::Test {
  protected:
-  static constexpr size_t kNoLimit = std::numeric_limits<size_t>::max();
-
   SharedMessageTest() {
     shared_.Begin(message_, message_.ByteSizeLong());
     shared_.Add(first_);
@@ -59,28 +56,28 @@ TEST_F(SharedMessageTest, IsAFrameThatListsItsStreams) {
 }
 
 TEST_F(SharedMessageTest, CarriesTheSameMessageToAnotherStream) {
-  EXPECT_TRUE(shared_.CanCarry(message_, third_, kNoLimit));
-  EXPECT_TRUE(shared_.CanCarry(Message("event", 5), third_, kNoLimit));
-  EXPECT_FALSE(shared_.CanCarry(Message("event", 6), third_, kNoLimit));
-  EXPECT_FALSE(shared_.CanCarry(Message("other", 5), third_, kNoLimit));
-  EXPECT_FALSE(shared_.CanCarry(Message("event"), third_, kNoLimit));
+  EXPECT_TRUE(shared_.CanCarry(message_, third_));
+  EXPECT_TRUE(shared_.CanCarry(Message("event", 5), third_));
+  EXPECT_FALSE(shared_.CanCarry(Message("event", 6), third_));
+  EXPECT_FALSE(shared_.CanCarry(Message("other", 5), third_));
+  EXPECT_FALSE(shared_.CanCarry(Message("event"), third_));
 }
 
 TEST_F(SharedMessageTest, CarriesNoMessageTwiceToAStream) {
-  EXPECT_FALSE(shared_.CanCarry(message_, first_, kNoLimit));
-  EXPECT_FALSE(shared_.CanCarry(message_, second_, kNoLimit));
+  EXPECT_FALSE(shared_.CanCarry(message_, first_));
+  EXPECT_FALSE(shared_.CanCarry(message_, second_));
   // The next message may be the same.
   shared_.Clear();
   shared_.Begin(message_, message_.ByteSizeLong());
   shared_.Add(third_);
-  EXPECT_TRUE(shared_.CanCarry(message_, first_, kNoLimit));
+  EXPECT_TRUE(shared_.CanCarry(message_, first_));
 }
 
 TEST_F(SharedMessageTest, CarriesNothingOnceItIsEmpty) {
   shared_.Clear();
   EXPECT_TRUE(shared_.empty());
   EXPECT_EQ(shared_.wire_size(), 0u);
-  EXPECT_FALSE(shared_.CanCarry(message_, third_, kNoLimit));
+  EXPECT_FALSE(shared_.CanCarry(message_, third_));
 }
 
 TEST_F(SharedMessageTest, ForgetsTheStreamsOfTheMessageBefore) {
@@ -104,15 +101,13 @@ TEST_F(SharedMessageTest, GivesBackTheMemoryOfALargeMessage) {
   EXPECT_TRUE(shared_.empty());
 }
 
-TEST_F(SharedMessageTest, StaysWithinTheLimitToTheByte) {
+TEST_F(SharedMessageTest, KnowsTheSizeOfItsFrameWithOneMoreStream) {
   // Ids of one, two and ten bytes.
   for (const uint64_t id : {uint64_t{127}, uint64_t{128}, ~uint64_t{0}}) {
-    const OutgoingStream next{.id = id};
     StreamDataFrame grown = shared_.frame();
     grown.add_stream_ids(id);
-    const size_t size = FrameSize(grown);
-    EXPECT_TRUE(shared_.CanCarry(message_, next, size));
-    EXPECT_FALSE(shared_.CanCarry(message_, next, size - 1));
+    EXPECT_EQ(shared_.FrameSizeWith(OutgoingStream{.id = id}),
+              FrameSize(grown));
   }
 }
 
