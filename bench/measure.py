@@ -145,6 +145,8 @@ def run_round(build, measurements):
                      measurements)
     run_pair(folder / "rpc_bench", "timed-question.rpc", "timed-question",
              measurements)
+    run_pair(folder / "rpc_bench", "traced-unary.rpc", "traced-unary",
+             measurements)
     for peer in PEERS:
         run_pair(folder / f"{peer}_bench", f"pipelined-all-cores.{peer}",
                  "pipelined", measurements, "--all-cores")

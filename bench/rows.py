@@ -123,6 +123,8 @@ ROWS = (
         "attacks.leave.longest", "", 50, unit="ms"),
     Row("stop_ms", "from SIGTERM to the host's end, with 4 such clients",
         "attacks.stop.time", "", 1000, unit="ms"),
+    Row("traced_vs_untraced", "unary round trip of a server that is traced / not",
+        "traced-unary.rpc.cpu", "unary.rpc.cpu", 1.1),
     # These have no goal.
     Row("protoc_run_vs_protoc",
         "a whole run of protoc with the plugin / for messages",

@@ -16,7 +16,7 @@ SYSTEM = 'base proto stream'
 LIBRARY = SYSTEM + ' loop serving'
 WIRE = LIBRARY + ' asio'
 # Everything that a program may include.
-PUBLIC = LIBRARY + ' status reflection transport'
+PUBLIC = LIBRARY + ' status reflection trace transport'
 
 # Name of the layer, prefix of its paths, the other layers that it may include.
 # The first line whose prefix fits a path counts.
@@ -30,6 +30,7 @@ LAYERS = [
     ('serving', RPC + 'serving/', SYSTEM + ' loop'),
     ('status', RPC + 'status/', LIBRARY),
     ('reflection', RPC + 'reflection/', LIBRARY),
+    ('trace', RPC + 'trace/', LIBRARY),
     ('wire', RPC + 'transport/wire/', WIRE),
     ('socket', RPC + 'transport/socket/', WIRE),
     ('server', RPC + 'transport/server/', WIRE + ' wire socket transport'),
@@ -59,7 +60,7 @@ SHARED_HELPERS = 'testing'
 
 # What programs include. Asio takes seconds to compile, so none of these headers
 # may bring it along, by whatever way.
-PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|reflection|transport)/[^/]+)\.h$')
+PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|reflection|trace|transport)/[^/]+)\.h$')
 
 INCLUDE = re.compile(r'\s*#\s*include\s*["<]([^">]+)[">]')
 

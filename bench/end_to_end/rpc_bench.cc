@@ -1,10 +1,14 @@
 // The service between two processes, over the reference transport with default
 // options and limits.
 
+#include <unistd.h>
+
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -14,6 +18,7 @@
 #include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "core/common/rpc/trace/trace_file.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/event_subscriber.h"
@@ -30,6 +35,7 @@ using google::protobuf::BoolValue;
 using google::protobuf::Closure;
 using google::protobuf::MethodDescriptor;
 using google::protobuf::RpcController;
+using rpc::trace::TraceFile;
 using rpc::transport::Client;
 using rpc::transport::ClientController;
 
@@ -136,10 +142,27 @@ class Questions {
   int64_t window_ = bench::kWindow;
 };
 
+// Without a name, so that nothing is left of it.
+std::unique_ptr<TraceFile> OpenTrace(rpc::loop::Loop& loop,
+                                     const ProcessPair& pair) {
+  constexpr size_t kLongEnough = size_t{1} << 32;
+  const std::string path = pair.socket_path() + ".trace";
+  auto trace = TraceFile::Open(loop, path, kLongEnough);
+  if (!trace.ok())
+    Fail(trace.status().ToString());
+  unlink(path.c_str());
+  return *std::move(trace);
+}
+
 void Serve(ProcessPair& pair) {
   rpc::loop::Loop loop;
   WindowService service;
-  rpc::transport::Server server(loop);
+  std::unique_ptr<TraceFile> trace;
+  if (pair.mode() == Mode::kTracedUnary)
+    trace = OpenTrace(loop, pair);
+  rpc::transport::ServerOptions options;
+  options.trace = trace.get();
+  rpc::transport::Server server(loop, options);
   server.AddService(&service);
   Questions questions(pair, loop);
   service.set_on_ready([&] {
@@ -295,6 +318,7 @@ void CallServer(ProcessPair& pair) {
   const std::unique_ptr<Client> client = Connect(loop, pair);
   switch (pair.mode()) {
     case Mode::kUnary:
+    case Mode::kTracedUnary:
       return MeasureUnary(pair, *client);
     case Mode::kPipelined:
       return MeasurePipelined(pair, loop, *client);
@@ -310,6 +334,6 @@ int main(int argc, char** argv) {
       argc, argv,
       {.serve = Serve,
        .call = CallServer,
-       .modes = {Mode::kUnary, Mode::kPipelined, Mode::kQuestion,
-                 Mode::kTimedQuestion, Mode::kFanout}});
+       .modes = {Mode::kUnary, Mode::kTracedUnary, Mode::kPipelined,
+                 Mode::kQuestion, Mode::kTimedQuestion, Mode::kFanout}});
 }

@@ -26,9 +26,13 @@ struct NamedMode {
 };
 
 constexpr NamedMode kModes[] = {
-    {"unary", Mode::kUnary},       {"pipelined", Mode::kPipelined},
-    {"question", Mode::kQuestion}, {"timed-question", Mode::kTimedQuestion},
-    {"fanout", Mode::kFanout},     {"memory", Mode::kMemory},
+    {"unary", Mode::kUnary},
+    {"traced-unary", Mode::kTracedUnary},
+    {"pipelined", Mode::kPipelined},
+    {"question", Mode::kQuestion},
+    {"timed-question", Mode::kTimedQuestion},
+    {"fanout", Mode::kFanout},
+    {"memory", Mode::kMemory},
 };
 
 bool Has(const Halves& halves, Mode mode) {

@@ -27,6 +27,7 @@ namespace bench {
 
 enum class Mode {
   kUnary,
+  kTracedUnary,
   kPipelined,
   kQuestion,
   kTimedQuestion,

@@ -79,6 +79,7 @@ class Call final : public google::protobuf::Closure,
   bool is_waited_for() const { return waiter_ != nullptr; }
 
   uint64_t id() const { return id_; }
+  const ServedMethod& method() const { return *method_; }
   const absl::Status& status() const { return context_.status(); }
   const google::protobuf::Message& response() const { return *response_; }
 

@@ -33,7 +33,7 @@ absl::Status Calls::Start(uint64_t id,
   const ServedMethod* method = methods_.Find(method_id);
   absl::Status refusal = CheckMethod(method, method_id);
   if (!refusal.ok()) {
-    RefuseCall(id, refusal);
+    RefuseCall(id, method, refusal);
     return absl::OkStatus();
   }
   CallContext::Deadline deadline;
@@ -44,11 +44,12 @@ absl::Status Calls::Start(uint64_t id,
   refusal = call->Prepare(id, *method, request, client_.peer(), deadline);
   if (!refusal.ok()) {
     pool_.Return(std::move(call));
-    RefuseCall(id, refusal);
+    RefuseCall(id, method, refusal);
     return absl::OkStatus();
   }
   ++pool_.counters().calls_started;
   ++pool_.counters().calls_now;
+  client_.trace().Begin(SpanKind::kCall, *method->descriptor, id);
   call->Invoke(*this);
   if (call->is_waited_for()) {
     waiting_.emplace(id, std::move(call));
@@ -74,14 +75,19 @@ absl::Status Calls::CheckMethod(const ServedMethod* method,
   return absl::OkStatus();
 }
 
-void Calls::RefuseCall(uint64_t id, const absl::Status& why) {
+void Calls::RefuseCall(uint64_t id,
+                       const ServedMethod* method,
+                       const absl::Status& why) {
   ++pool_.counters().calls_refused;
+  client_.trace().Refuse(SpanKind::kCall, method ? method->descriptor : nullptr,
+                         id, why);
   sink_.SendError(id, why);
 }
 
 void Calls::OnCallDone(Call& call) {
   waiting_.erase(call.id());
   --pool_.counters().calls_now;
+  TraceEnd(call, call.status());
   if (call.status().ok()) {
     sink_.SendReply(call.id(), call.response());
   } else {
@@ -104,6 +110,7 @@ void Calls::Cancel(uint64_t id) {
 
 void Calls::GiveUp(Call& call, const absl::Status& why) {
   sink_.SendError(call.id(), why);
+  TraceEnd(call, why);
   const auto entry = waiting_.extract(call.id());
   --pool_.counters().calls_now;
   call.Abandon(abandoned_);
@@ -114,8 +121,14 @@ void Calls::AbandonAll() {
   while (!waiting_.empty()) {
     const auto entry = waiting_.extract(waiting_.begin());
     --pool_.counters().calls_now;
+    TraceEnd(*entry.mapped(), absl::CancelledError("the client is gone"));
     entry.mapped()->Abandon(abandoned_);
   }
+}
+
+void Calls::TraceEnd(const Call& call, const absl::Status& status) const {
+  client_.trace().End(SpanKind::kCall, *call.method().descriptor, call.id(),
+                      status);
 }
 
 }  // namespace rpc::serving

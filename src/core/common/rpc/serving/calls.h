@@ -89,8 +89,11 @@ class Calls final : private Call::Waiter {
   void OnCallExpired(Call& call) override;
 
   absl::Status CheckMethod(const ServedMethod* method, uint64_t method_id);
-  void RefuseCall(uint64_t id, const absl::Status& why);
+  void RefuseCall(uint64_t id,
+                  const ServedMethod* method,
+                  const absl::Status& why);
   void GiveUp(Call& call, const absl::Status& why);
+  void TraceEnd(const Call& call, const absl::Status& status) const;
 
   ReplySink& sink_;
   const ServedMethods& methods_;

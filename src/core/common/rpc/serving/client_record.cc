@@ -25,8 +25,10 @@ std::string Describe(const ClientProcess& process) {
   return absl::StrCat("pid ", process.pid, ", user ", process.user);
 }
 
-ClientRecord::ClientRecord(const ClientProcess& process, Counters& counters)
-    : process_(process), counters_(counters) {
+ClientRecord::ClientRecord(const ClientProcess& process,
+                           Counters& counters,
+                           const ClientTrace& trace)
+    : process_(process), counters_(counters), trace_(trace) {
   set_name("");
 }
 

@@ -17,6 +17,7 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/trace.h"
 
 namespace rpc::serving {
 
@@ -31,7 +32,9 @@ std::string Describe(const ClientProcess& process);
 
 class ClientRecord {
  public:
-  ClientRecord(const ClientProcess& process, Counters& counters);
+  ClientRecord(const ClientProcess& process,
+               Counters& counters,
+               const ClientTrace& trace = {});
 
   const ClientProcess& process() const { return process_; }
 
@@ -41,6 +44,8 @@ class ClientRecord {
 
   // For services: "windowctl (pid 4711)".
   const std::string& peer() const { return peer_; }
+
+  const ClientTrace& trace() const { return trace_; }
 
   // A limit keeps something from the client; returns the RESOURCE_EXHAUSTED,
   // with `text`, that it is told. Counted each time, but logged only the first
@@ -65,6 +70,7 @@ class ClientRecord {
   // For records: "windowctl (pid 4711, user 1000)".
   std::string who_;
   Counters& counters_;
+  const ClientTrace trace_;
   // How often each limit has refused this client something.
   LimitHits refusals_;
   // How often a message of its was refused.

@@ -24,6 +24,7 @@ void Report(const QuestionsOfClient& questions,
 PendingQuestions::~PendingQuestions() {
   for (const auto& [call_id, question] : pending_) {
     all_.erase(question);
+    TraceEnd(call_id, absl::CancelledError("the stream has ended"));
   }
 }
 
@@ -34,7 +35,10 @@ void PendingQuestions::OnAsked(const transport::StreamMessage& question) {
   const auto [entry, is_new] = pending_.emplace(question.call_id(), asked);
   if (!is_new) {
     all_.erase(std::exchange(entry->second, asked));
+    return;
   }
+  trace_.Begin(SpanKind::kQuestion, *method_.descriptor,
+               static_cast<uint64_t>(question.call_id()));
 }
 
 void PendingQuestions::OnData(const WindowMessage& message, int64_t call_id) {
@@ -54,6 +58,7 @@ void PendingQuestions::Settle(int64_t call_id, const std::string& window) {
   if (question != pending_.end() && question->second->window == window) {
     all_.erase(question->second);
     pending_.erase(question);
+    TraceEnd(call_id, absl::OkStatus());
   }
 }
 
@@ -62,9 +67,16 @@ void PendingQuestions::Release(const std::string& window) {
     const bool is_released = question.second->window == window;
     if (is_released) {
       all_.erase(question.second);
+      TraceEnd(question.first, absl::CancelledError("the window is released"));
     }
     return is_released;
   });
+}
+
+void PendingQuestions::TraceEnd(int64_t call_id,
+                                const absl::Status& status) const {
+  trace_.End(SpanKind::kQuestion, *method_.descriptor,
+             static_cast<uint64_t>(call_id), status);
 }
 
 }  // namespace rpc::serving

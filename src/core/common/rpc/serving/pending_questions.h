@@ -31,6 +31,7 @@
 
 #include "core/common/rpc/serving/served_methods.h"
 #include "core/common/rpc/serving/server_report.h"
+#include "core/common/rpc/serving/trace.h"
 #include "core/common/rpc/serving/window_message_reader.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -56,8 +57,10 @@ void Report(const QuestionsOfClient& questions,
 class PendingQuestions {
  public:
   // `all` outlives this.
-  PendingQuestions(const ServedMethod& method, QuestionsOfClient& all)
-      : method_(method), all_(all) {}
+  PendingQuestions(const ServedMethod& method,
+                   QuestionsOfClient& all,
+                   const ClientTrace& trace = {})
+      : method_(method), all_(all), trace_(trace) {}
   PendingQuestions(const PendingQuestions&) = delete;
   PendingQuestions& operator=(const PendingQuestions&) = delete;
   ~PendingQuestions();
@@ -75,9 +78,11 @@ class PendingQuestions {
  private:
   void Settle(int64_t call_id, const std::string& window);
   void Release(const std::string& window);
+  void TraceEnd(int64_t call_id, const absl::Status& status) const;
 
   const ServedMethod& method_;
   QuestionsOfClient& all_;
+  const ClientTrace trace_;
   // By call id.
   std::map<int64_t, QuestionsOfClient::iterator> pending_;
 };

@@ -78,6 +78,8 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint64_t method_id) {
   const absl::Status refusal = CheckOpen(method, method_id);
   if (!refusal.ok()) {
     ++counters_.streams_refused;
+    client_.trace().Refuse(SpanKind::kStream,
+                           method ? method->descriptor : nullptr, id, refusal);
     sink_.SendEnd(id, refusal);
     return absl::OkStatus();
   }
@@ -90,8 +92,9 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint64_t method_id) {
   entry.subscriptions.emplace(subscriptions_, counters_,
                               method->subscribers.get());
   if (method->asks_questions()) {
-    entry.questions.emplace(*method, questions_);
+    entry.questions.emplace(*method, questions_, client_.trace());
   }
+  client_.trace().Begin(SpanKind::kStream, *method->descriptor, id);
   entry.stream = method->service->OpenStream(
       method->descriptor,
       torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
@@ -385,10 +388,16 @@ bool Streams::Send(Entry& entry, const StreamMessage& message) {
   if (absl::IsResourceExhausted(sent)) {
     End(entry, sent);
   }
-  if (sent.ok() && asks) {
-    entry.questions->OnAsked(message);
+  if (!sent.ok()) {
+    return false;
   }
-  return sent.ok();
+  if (asks) {
+    entry.questions->OnAsked(message);
+  } else {
+    client_.trace().Event(*entry.method->descriptor, entry.outgoing.id,
+                          message.payload().size());
+  }
+  return true;
 }
 
 bool Streams::MayAsk() {
@@ -410,6 +419,8 @@ void Streams::End(Entry& entry, const absl::Status& status) {
   if (std::exchange(entry.ended, true)) {
     return;
   }
+  client_.trace().End(SpanKind::kStream, *entry.method->descriptor,
+                      entry.outgoing.id, status);
   // The end of a client ends its streams without a word.
   if (closed_) {
     return;

@@ -45,6 +45,7 @@
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/serving/server_report.h"
+#include "core/common/rpc/serving/trace.h"
 #include "core/common/rpc/serving/unclear_messages.h"
 #include "core/common/rpc/stream/service.h"
 
@@ -62,6 +63,10 @@ struct ServerOptions {
   // subscribes nor answers. The streams' contract is that it ends the process;
   // unless that is asked for, it ends its stream only.
   serving::UnclearMessages unclear_messages = serving::UnclearMessages::kRefuse;
+
+  // Is told what the server does; the caller's, and outlives the server. Null:
+  // nobody.
+  serving::Trace* trace = nullptr;
 };
 
 class Server {

@@ -104,9 +104,9 @@ void ServerCore::Serve(Socket socket) {
     return;
   }
   const ServerSession::Shared shared = {
-      loop_,    options_.limits, options_.unclear_messages,
-      methods_, *call_pool_,     *endings_,
-      counters_};
+      loop_,     options_.limits, options_.unclear_messages,
+      methods_,  *call_pool_,     *endings_,
+      counters_, options_.trace};
   const uint64_t id = ++counters_->connections_accepted;
   auto session = std::make_shared<ServerSession>(
       shared, id, std::move(socket), *peer,

@@ -58,7 +58,7 @@ ServerSession::ServerSession(const Shared& shared,
                                                std::move(socket),
                                                shared.limits,
                                                shared.counters)),
-      client_(process, *shared.counters),
+      client_(process, *shared.counters, {shared.trace, id}),
       calls_(*this, shared.methods, shared.limits, shared.call_pool, client_),
       streams_(std::make_shared<serving::Streams>(shared.endings,
                                                   *this,
@@ -158,6 +158,7 @@ absl::Status ServerSession::OnHello(std::string_view body) {
         LongestFrame(), ", is too small for a welcome of ", size, " bytes"));
   }
   serving_ = true;
+  client_.trace().BeginConnection(client_.peer());
   hello_timer_.reset();
   connection_->Append(Frame::kWelcome, welcome, size);
   return absl::OkStatus();
@@ -311,6 +312,9 @@ void ServerSession::OnClosed(const absl::Status& why) {
     ++shared_.counters->handshakes_failed;
   }
   calls_.AbandonAll();
+  if (serving_) {
+    client_.trace().EndConnection(client_.peer(), why);
+  }
   streams_->Close([self = shared_from_this()] { self->on_ended_(self.get()); });
 }
 

@@ -56,6 +56,8 @@ class ServerSession final : public std::enable_shared_from_this<ServerSession>,
     serving::CallPool& call_pool;
     serving::EndingQueue& endings;
     const std::shared_ptr<serving::Counters>& counters;
+    // Null where nobody traces.
+    serving::Trace* trace;
   };
 
   using EndedCallback = std::function<void(ServerSession*)>;
