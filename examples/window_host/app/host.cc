@@ -1,0 +1,77 @@
+#include "examples/window_host/app/host.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "absl/strings/str_cat.h"
+#include "tools/cli/socket_path.h"
+
+namespace window_host {
+
+Host::Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options)
+    : options_(std::move(options)),
+      output_(STDOUT_FILENO, "line"),
+      loop_(loop),
+      browser_(loop, windows, options_.answer_timeout),
+      console_(windows,
+               browser_,
+               [this](const std::string& line) { output_.Write(line); }),
+      service_(MakeWindowService(windows, browser_)),
+      logger_(*service_),
+      status_([this] { return server_.Report(); }),
+      reflection_([this] { return server_.Services(); }),
+      server_(loop, {.limits = options_.limits}) {
+  server_.AddService(&logger_);
+  server_.AddService(&status_);
+  server_.AddService(&reflection_);
+}
+
+absl::Status Host::Serve() {
+  // Watched before there is a socket, which else would stay when a signal comes
+  // right after.
+  stop_signals_.emplace(loop_, [this] { Stop(); });
+  if (absl::Status made = cli::MakeSocketFolder(options_.socket); !made.ok())
+    return made;
+  if (absl::Status listening = server_.Listen(options_.socket); !listening.ok())
+    return listening;
+  input_.emplace(
+      loop_, STDIN_FILENO,
+      [this](const std::optional<std::string>& line) { OnInput(line); });
+  output_.Write(absl::StrCat(options_.program, ": ready at ", options_.socket));
+  return absl::OkStatus();
+}
+
+void Host::OnInput(const std::optional<std::string>& line) {
+  if (!line)
+    return;
+  if (cli::LineReader::IsTooLong(*line)) {
+    return output_.Write(absl::StrCat("A line of more than ",
+                                      cli::LineReader::kMaxLineBytes,
+                                      " bytes is not read."));
+  }
+  console_.Obey(*line);
+}
+
+void Host::Stop() {
+  input_.reset();
+  browser_.Shutdown([this] {
+    server_.Stop();
+    stopped_ = true;
+  });
+}
+
+bool Host::IsOver() const {
+  return stopped_ && server_.counters().connections_now == 0;
+}
+
+cli::RecordWriter& PrepareOutput() {
+  // A reader of the output that goes must not end the program.
+  signal(SIGPIPE, SIG_IGN);
+  // Nor must a file that takes no more of it.
+  signal(SIGXFSZ, SIG_IGN);
+  return cli::WriteRecordsTo(STDERR_FILENO);
+}
+
+}  // namespace window_host

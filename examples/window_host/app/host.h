@@ -1,0 +1,89 @@
+// Serves the windows of a desktop to clients on a Unix socket, and lets a
+// person at standard input play their user.
+//
+//   rpc::loop::Loop loop;
+//   MemoryDesktop desktop(loop, Display{});
+//   Host host(loop, desktop, options);
+//   absl::Status serving = host.Serve();
+//   loop.RunUntil([&] { return host.IsOver(); });
+//
+// It runs until the process gets a signal that ends it, or Stop(). It then
+// closes the windows, says goodbye to its clients and removes its socket.
+//
+// Ownership: loop and windows are the caller's and must outlive the host, which
+// must outlive the last task of the loop.
+//
+// Sequence: that of the loop.
+//
+// Failure: Serve() says why it cannot.
+
+#ifndef EXAMPLES_WINDOW_HOST_APP_HOST_H_
+#define EXAMPLES_WINDOW_HOST_APP_HOST_H_
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "absl/status/status.h"
+#include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/reflection/reflection_service.h"
+#include "core/common/rpc/status/status_service.h"
+#include "core/common/rpc/transport/server.h"
+#include "examples/window_host/app/call_logger.h"
+#include "examples/window_host/app/console.h"
+#include "examples/window_host/app/host_options.h"
+#include "examples/window_host/service/browser.h"
+#include "examples/window_host/service/window_service.h"
+#include "examples/window_host/windows/window_system.h"
+#include "tools/cli/line_reader.h"
+#include "tools/cli/line_writer.h"
+#include "tools/cli/record_writer.h"
+#include "tools/cli/stop_signals.h"
+
+namespace window_host {
+
+class Host {
+ public:
+  Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options);
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  // Begins to serve, and says on standard output that it is ready. Signals stop
+  // the host from here on.
+  absl::Status Serve();
+
+  // Closes the windows first, so that clients hear of it before the server says
+  // goodbye.
+  void Stop();
+
+  // Whether the host has stopped, and the server has ended all that its clients
+  // had under way.
+  bool IsOver() const;
+
+ private:
+  void OnInput(const std::optional<std::string>& line);
+
+  const HostOptions options_;
+  cli::LineWriter output_;
+  rpc::loop::Loop& loop_;
+  Browser browser_;
+  Console console_;
+  const std::unique_ptr<rpc::BrowserWindowRpc> service_;
+  CallLogger logger_;
+  rpc::status::StatusService status_;
+  rpc::reflection::ReflectionService reflection_;
+  rpc::transport::Server server_;
+  std::optional<cli::StopSignals> stop_signals_;
+  std::optional<cli::LineReader> input_;
+  // Whether the server has been told to stop.
+  bool stopped_ = false;
+};
+
+// To be called first: nobody who reads the program's standard output or
+// standard error can end or delay it from here on. The program has the records
+// that it returns say at the end what was left out.
+cli::RecordWriter& PrepareOutput();
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_APP_HOST_H_

@@ -1,0 +1,58 @@
+// The command line of a host: a program that serves windows.
+//
+//   HostOptions options;
+//   options.program = "window_host";
+//   if (std::optional<int> exit = ReadCommandLine(argc, argv, kHelp, &options))
+//     return *exit;
+//
+// Ownership: plain data.
+//
+// Sequence: any; used before there is one.
+//
+// Failure: said on standard error, with an exit status for the program.
+
+#ifndef EXAMPLES_WINDOW_HOST_APP_HOST_OPTIONS_H_
+#define EXAMPLES_WINDOW_HOST_APP_HOST_OPTIONS_H_
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/common/rpc/serving/limits.h"
+#include "tools/cli/socket_path.h"
+
+namespace window_host {
+
+// The exit status of a wrong command line, as windowctl's.
+inline constexpr int kWrongUsage = 2;
+
+struct HostOptions {
+  // The program's name, which its lines begin with.
+  std::string program;
+  std::string socket = cli::DefaultSocketPath();
+  // How many windows to open at the start, and how many may be asked for.
+  int windows = 0;
+  int maximum_windows = 1000;
+  std::chrono::milliseconds answer_timeout{5'000};
+  rpc::serving::Limits limits;
+  // What is not a flag. Empty unless the program takes arguments.
+  bool takes_arguments = false;
+  std::vector<std::string> arguments;
+};
+
+// Fills in what the command line says. Returns the exit status where the
+// program is to end at once: because of a fault, or when help was asked for,
+// which is `help`, with a %s where the flags of the limits belong.
+std::optional<int> ReadCommandLine(int argc,
+                                   const char* const* argv,
+                                   const char* help,
+                                   HostOptions* options);
+
+// Prints "program: text" on standard error, and returns `exit_code`.
+int Fail(const HostOptions& options, int exit_code, std::string_view text);
+
+}  // namespace window_host
+
+#endif  // EXAMPLES_WINDOW_HOST_APP_HOST_OPTIONS_H_
