@@ -12,9 +12,9 @@ namespace window_host {
 namespace {
 
 // A command's id is its position here, counted from 1.
-constexpr const char* kCommands[] = {"back", "forward", "reload",
-                                     "copy", "paste",   "print",
-                                     "find", "zoom_in", "zoom_out"};
+constexpr const char* kCommands[] = {
+    "back", "forward", "reload",   "copy",       "paste",      "print",
+    "find", "zoom_in", "zoom_out", "zoom_reset", "new_window", "close_window"};
 
 // The context menu has the first of these commands, this many.
 constexpr int kMenuLength = 6;
@@ -110,8 +110,10 @@ void Browser::ExecuteCommand(int64_t id,
       [=, this](QuestionOutcome outcome, const rpc::CanExecuteCommand& answer) {
         if (absl::Status found = windows_.Inspect(id).status(); !found.ok())
           return then(found);
-        then(
-            Decision{IsAllowed(outcome, answer.response().allowed()), outcome});
+        const bool allowed = IsAllowed(outcome, answer.response().allowed());
+        if (allowed)
+          windows_.Execute(id, name);
+        then(Decision{allowed, outcome});
       });
 }
 
@@ -133,7 +135,9 @@ void Browser::OpenContextMenu(int64_t id,
           return then(found);
         if (answer.response().handled())
           return then(Menu{true, {}, outcome});
-        then(Menu{false, Remaining(question, answer), outcome});
+        const Menu menu = {false, Remaining(question, answer), outcome};
+        windows_.OpenMenu(id, x, y, menu.commands);
+        then(menu);
       });
 }
 
@@ -154,6 +158,14 @@ void Browser::Shutdown(const std::function<void()>& then) {
 void Browser::OnCloseWish(int64_t id) {
   CloseWindow(id, rpc::WINDOW_CLOSE_REASON_USER,
               [](const absl::StatusOr<Decision>&) {});
+}
+
+void Browser::OnCommandWish(int64_t id, const std::string& name) {
+  ExecuteCommand(id, name, [](const absl::StatusOr<Decision>&) {});
+}
+
+void Browser::OnMenuWish(int64_t id, int x, int y) {
+  OpenContextMenu(id, x, y, [](const absl::StatusOr<Menu>&) {});
 }
 
 void Browser::OnWindowGone(const WindowView& last,

@@ -87,6 +87,8 @@ class Browser final : private WindowObserver {
  private:
   // WindowObserver:
   void OnCloseWish(int64_t id) override;
+  void OnCommandWish(int64_t id, const std::string& name) override;
+  void OnMenuWish(int64_t id, int x, int y) override;
   void OnWindowGone(const WindowView& last,
                     rpc::WindowCloseReason reason) override;
 

@@ -336,6 +336,26 @@ TEST_F(CommandTest, CommandIsExecutedWhenNobodyAnswersForTheWindow) {
   EXPECT_EQ(QuestionOutcome::kNobodyAnswers, executed_->outcome);
 }
 
+TEST_F(CommandTest, DesktopExecutesWhatIsAllowedAndNothingElse) {
+  UserWants(1, "reload");
+  Answer(false);
+  EXPECT_THAT(host_.windows.done_for_user(), IsEmpty());
+  UserWants(1, "print");
+  Answer(true);
+  UserWants(2, "back");
+  host_.sequence.Run();
+  EXPECT_THAT(host_.windows.done_for_user(), ElementsAre("1 print", "2 back"));
+}
+
+TEST_F(CommandTest, WishOfTheUserAtTheDesktopIsAskedAbout) {
+  host_.windows.WishCommand(1, "zoom_in");
+  host_.sequence.Run();
+  ASSERT_THAT(client_.Received(), SizeIs(1));
+  EXPECT_EQ("zoom_in", client_.Received()[0].question().command().name());
+  Answer(true);
+  EXPECT_THAT(host_.windows.done_for_user(), ElementsAre("1 zoom_in"));
+}
+
 TEST_F(CommandTest, UnknownCommandIsAnsweredWithTheNearestName) {
   UserWants(1, "relod");
   EXPECT_EQ(absl::InvalidArgumentError(
@@ -410,6 +430,24 @@ TEST_F(MenuTest, ClientShowsAMenuOfItsOwn) {
   Answer(true, {});
   EXPECT_TRUE(menu_->is_clients);
   EXPECT_THAT(menu_->commands, IsEmpty());
+}
+
+TEST_F(MenuTest, DesktopOpensTheRestUnlessTheClientShowsAMenu) {
+  UserOpensMenu(1);
+  Answer(true, {});
+  EXPECT_THAT(host_.windows.done_for_user(), IsEmpty());
+  UserOpensMenu(1);
+  Answer(false, {1, 2, 3});
+  EXPECT_THAT(host_.windows.done_for_user(),
+              ElementsAre("1 menu at 40,60: copy paste print"));
+}
+
+TEST_F(MenuTest, WishOfTheUserAtTheDesktopIsAskedAbout) {
+  host_.windows.WishMenu(1, 7, 8);
+  host_.sequence.Run();
+  ASSERT_THAT(client_.Received(), SizeIs(1));
+  EXPECT_EQ(7, client_.Received()[0].question().x());
+  EXPECT_EQ(8, client_.Received()[0].question().y());
 }
 
 TEST_F(MenuTest, WindowThatClosedMeanwhileIsAnError) {

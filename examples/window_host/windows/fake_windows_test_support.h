@@ -13,8 +13,12 @@
 
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "absl/strings/str_cat.h"
+#include "absl/strings/str_join.h"
 #include "examples/window_host/windows/memory_desktop.h"
 
 namespace window_host {
@@ -32,6 +36,23 @@ class FakeWindows final : public MemoryDesktop {
       held_.push_back({id, std::move(change), std::move(done)});
     else
       MemoryDesktop::Change(id, std::move(change), std::move(done));
+  }
+
+  void Execute(int64_t id, const std::string& command) override {
+    done_for_user_.push_back(absl::StrCat(id, " ", command));
+  }
+  void OpenMenu(int64_t id,
+                int x,
+                int y,
+                const std::vector<std::string>& commands) override {
+    done_for_user_.push_back(absl::StrCat(id, " menu at ", x, ",", y, ": ",
+                                          absl::StrJoin(commands, " ")));
+  }
+
+  // The commands that were executed, as "1 reload", and the menus that were
+  // opened, as "1 menu at 40,60: back forward".
+  const std::vector<std::string>& done_for_user() const {
+    return done_for_user_;
   }
 
   size_t held() const { return held_.size(); }
@@ -56,9 +77,16 @@ class FakeWindows final : public MemoryDesktop {
     }
   }
 
-  // Tells the observer that the user wants to close the window.
+  // Tells the observer that the user wants to close the window, and so on.
   void WishToClose(int64_t id) {
     sequence_.Post([this, id] { observer()->OnCloseWish(id); });
+  }
+  void WishCommand(int64_t id, const std::string& command) {
+    sequence_.Post(
+        [this, id, command] { observer()->OnCommandWish(id, command); });
+  }
+  void WishMenu(int64_t id, int x, int y) {
+    sequence_.Post([this, id, x, y] { observer()->OnMenuWish(id, x, y); });
   }
 
  private:
@@ -82,6 +110,7 @@ class FakeWindows final : public MemoryDesktop {
   rpc::loop::Sequence& sequence_;
   bool holds_ = false;
   std::deque<Request> held_;
+  std::vector<std::string> done_for_user_;
 };
 
 }  // namespace window_host

@@ -144,6 +144,12 @@ class WindowObserver {
   // MemoryDesktop have no users who could wish it.
   virtual void OnCloseWish(int64_t id) = 0;
 
+  // The user wants a command executed in the window, or its context menu at
+  // that place, in device-independent pixels from its top left corner. For
+  // desktops of real windows, as above.
+  virtual void OnCommandWish(int64_t, const std::string&) {}
+  virtual void OnMenuWish(int64_t, int, int) {}
+
   // The window is closed. `last` is its state before.
   virtual void OnWindowGone(const WindowView& last,
                             rpc::WindowCloseReason reason) = 0;
@@ -161,6 +167,12 @@ class WindowSystem {
   virtual std::vector<int64_t> stacking() const = 0;
 
   virtual void Change(int64_t id, WindowChange change, Completion done) = 0;
+
+  // Executes a command of the user's, one that Browser knows, in the window;
+  // opens the context menu with these commands at that place. Nothing for a
+  // window that is not open, nor on a desktop whose windows have no pages.
+  virtual void Execute(int64_t, const std::string&) {}
+  virtual void OpenMenu(int64_t, int, int, const std::vector<std::string>&) {}
 
   // Sets the only observer; null for none. The caller owns it and must replace
   // it before destroying it.
