@@ -1,24 +1,11 @@
 #include "examples/window_host/windows/memory_desktop.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
 
 namespace window_host {
 namespace {
-
-constexpr int kFirstWidth = 1024;
-constexpr int kFirstHeight = 700;
-
-// Offset of each new window, so that it does not cover another's title bar.
-constexpr int kCascadeStep = 32;
-constexpr int kCascadeLength = 8;
-
-Rect FirstBounds(int64_t id, const Rect& work_area) {
-  const int step = static_cast<int>((id - 1) % kCascadeLength) * kCascadeStep;
-  return {work_area.x + step, work_area.y + step, kFirstWidth, kFirstHeight};
-}
 
 WindowView FirstView(int64_t id) {
   WindowView view;
@@ -34,13 +21,6 @@ WindowView FirstView(int64_t id) {
   view.vibrancy.set_material(rpc::BrowserVibrancy::MATERIAL_NONE);
   view.vibrancy.set_state(rpc::BrowserVibrancy::STATE_FOLLOWS_WINDOW);
   return view;
-}
-
-absl::Status CheckLength(const char* name, std::optional<int> length) {
-  if (length.value_or(0) >= 0)
-    return absl::OkStatus();
-  return absl::InvalidArgumentError(absl::StrCat("The ", name, " is ", *length,
-                                                 ": it must not be negative."));
 }
 
 // Copies the fields of a message into `view`.
@@ -73,14 +53,6 @@ struct Setter {
 
 }  // namespace
 
-WindowState MemoryDesktop::Window::state() const {
-  if (minimized)
-    return WindowState::kMinimized;
-  if (full_screen)
-    return WindowState::kFullScreen;
-  return maximized ? WindowState::kMaximized : WindowState::kNormal;
-}
-
 MemoryDesktop::MemoryDesktop(rpc::loop::Sequence& sequence,
                              const Display& display)
     : sequence_(sequence), display_(display) {}
@@ -88,7 +60,7 @@ MemoryDesktop::MemoryDesktop(rpc::loop::Sequence& sequence,
 int64_t MemoryDesktop::Open() {
   const int64_t id = ++last_id_;
   Window& window = windows_[id];
-  window.normal_bounds = FirstBounds(id, display_.work_area);
+  window.form.normal_bounds = FirstBounds(id, display_.work_area);
   window.view = FirstView(id);
   MakeActive(id);
   return id;
@@ -110,14 +82,15 @@ void MemoryDesktop::Change(int64_t id, WindowChange change, Completion done) {
 
 WindowView MemoryDesktop::View(const Window& window) const {
   WindowView view = window.view;
-  view.state = window.state();
-  view.visible = window.visible();
+  view.state = window.form.state();
+  view.visible = window.form.visible();
   view.active = view.id == active_;
   view.page_has_keyboard = view.active && page_has_keyboard_;
-  if (window.full_screen)
+  const WindowForm& form = window.form;
+  if (form.full_screen)
     view.bounds = display_.bounds;
   else
-    view.bounds = window.maximized ? display_.work_area : window.normal_bounds;
+    view.bounds = form.maximized ? display_.work_area : form.normal_bounds;
   return view;
 }
 
@@ -130,65 +103,24 @@ absl::Status MemoryDesktop::ChangeNow(int64_t id, const WindowChange& change) {
 }
 
 absl::Status MemoryDesktop::Apply(Window& window, WindowAction action) {
-  switch (action) {
-    case WindowAction::kShow:
-      window.shown = true;
-      return Activate(window);
-    case WindowAction::kHide:
-      window.shown = false;
-      PassActivationOn(window.view.id);
-      break;
-    case WindowAction::kActivate:
-      return Activate(window);
-    case WindowAction::kDeactivate:
-      PassActivationOn(window.view.id);
-      break;
-    case WindowAction::kFocus: {
-      absl::Status activated = Activate(window);
-      page_has_keyboard_ |= activated.ok();
-      return activated;
-    }
-    case WindowAction::kMaximize:
-      window.maximized = true;
-      window.full_screen = false;
-      BringBack(window);
-      break;
-    case WindowAction::kMinimize:
-      window.minimized = true;
-      PassActivationOn(window.view.id);
-      break;
-    case WindowAction::kRestore:
-      Restore(window);
-      break;
-    case WindowAction::kEnterFullScreen:
-      window.full_screen = true;
-      BringBack(window);
-      break;
-    case WindowAction::kExitFullScreen:
-      if (!window.minimized)
-        window.full_screen = false;
-      break;
-    case WindowAction::kCenter:
-      Center(window);
-      break;
-  }
+  WindowForm& form = window.form;
+  const int64_t id = window.view.id;
+  const absl::StatusOr<ActivationChange> activation =
+      ApplyAction(action, id, form);
+  if (!activation.ok())
+    return activation.status();
+  if (action == WindowAction::kCenter)
+    form.normal_bounds = Centered(form.normal_bounds, display_.work_area);
+  if (*activation == ActivationChange::kTake)
+    MakeActive(id);
+  if (*activation == ActivationChange::kPassOn)
+    PassActivationOn(id);
+  page_has_keyboard_ |= action == WindowAction::kFocus;
   return absl::OkStatus();
 }
 
-// Changes the normal bounds, which a window that is maximized, minimized or
-// full screen gets when it becomes normal again.
 absl::Status MemoryDesktop::Apply(Window& window, const BoundsChange& change) {
-  if (absl::Status width = CheckLength("width", change.width); !width.ok())
-    return width;
-  if (absl::Status height = CheckLength("height", change.height); !height.ok())
-    return height;
-  Rect& bounds = window.normal_bounds;
-  bounds.x = change.x.value_or(bounds.x);
-  bounds.y = change.y.value_or(bounds.y);
-  bounds.width = std::max(change.width.value_or(bounds.width), kMinimumWidth);
-  bounds.height =
-      std::max(change.height.value_or(bounds.height), kMinimumHeight);
-  return absl::OkStatus();
+  return ApplyBounds(change, window.form);
 }
 
 absl::Status MemoryDesktop::Apply(Window& window, const Close& close) {
@@ -209,34 +141,6 @@ absl::Status MemoryDesktop::Apply(Window& window, const Message& message) {
   return absl::OkStatus();
 }
 
-absl::Status MemoryDesktop::Activate(Window& window) {
-  if (!window.shown) {
-    return absl::FailedPreconditionError(
-        absl::StrCat("Window ", window.view.id, " is hidden: show it first."));
-  }
-  window.minimized = false;
-  MakeActive(window.view.id);
-  return absl::OkStatus();
-}
-
-void MemoryDesktop::Restore(Window& window) {
-  if (window.minimized)
-    BringBack(window);
-  else if (window.full_screen)
-    window.full_screen = false;
-  else
-    window.maximized = false;
-}
-
-// max(): the title bar of a window larger than the work area stays on the
-// screen.
-void MemoryDesktop::Center(Window& window) {
-  const Rect& area = display_.work_area;
-  Rect& bounds = window.normal_bounds;
-  bounds.x = area.x + std::max(0, (area.width - bounds.width) / 2);
-  bounds.y = area.y + std::max(0, (area.height - bounds.height) / 2);
-}
-
 void MemoryDesktop::MakeActive(int64_t id) {
   std::erase(stacking_, id);
   stacking_.insert(stacking_.begin(), id);
@@ -248,14 +152,6 @@ void MemoryDesktop::MakeActive(int64_t id) {
   page_has_keyboard_ = false;
 }
 
-void MemoryDesktop::BringBack(Window& window) {
-  if (!window.minimized)
-    return;
-  window.minimized = false;
-  if (window.shown)
-    MakeActive(window.view.id);
-}
-
 void MemoryDesktop::PassActivationOn(int64_t id) {
   if (active_ != id)
     return;
@@ -263,7 +159,8 @@ void MemoryDesktop::PassActivationOn(int64_t id) {
   page_has_keyboard_ = false;
   for (int64_t next : stacking_) {
     const Window& window = windows_.at(next);
-    if (next != id && window.visible() && !window.view.activation_independent)
+    if (next != id && window.form.visible() &&
+        !window.view.activation_independent)
       return MakeActive(next);
   }
 }

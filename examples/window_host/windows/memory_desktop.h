@@ -8,12 +8,10 @@
 //   int64_t id = desktop.Open();
 //   desktop.Change(id, WindowAction::kMaximize, [](const absl::Status&) {...});
 //
-// A window is hidden or shown and, independently of that, normal, maximized,
-// full screen or minimized. A minimized window remembers that it was full
-// screen, a full-screen one that it was maximized, and all of them their normal
-// bounds. At most one window is active; it is shown and not minimized. When it
-// goes away, the next such window in stacking order takes its place, unless its
-// activation is independent.
+// What the state of a window follows from is said in window_form.h. At most one
+// window is active; it is shown and not minimized. When it goes away, the next
+// such window in stacking order takes its place, unless its activation is
+// independent.
 //
 // A change is made at once, so that the next one builds on it. On later turns
 // the observer is told and the completion runs, as for any desktop.
@@ -31,6 +29,7 @@
 #include <vector>
 
 #include "core/common/rpc/loop/sequence.h"
+#include "examples/window_host/windows/window_form.h"
 #include "examples/window_host/windows/window_system.h"
 
 namespace window_host {
@@ -40,11 +39,6 @@ struct Display {
   // The part that the desktop's own bars leave free.
   Rect work_area = {0, 32, 1920, 1000};
 };
-
-// Smaller sizes are raised to this one, so that the buttons of the title bar
-// stay usable.
-inline constexpr int kMinimumWidth = 160;
-inline constexpr int kMinimumHeight = 120;
 
 class MemoryDesktop : public WindowSystem {
  public:
@@ -62,17 +56,9 @@ class MemoryDesktop : public WindowSystem {
 
  private:
   struct Window {
-    // Only the id and what a client may set; View() fills in the state, which
-    // follows from the members below.
+    // Only the id and what a client may set; View() fills in the state.
     WindowView view;
-    bool shown = true;
-    bool minimized = false;
-    bool full_screen = false;
-    bool maximized = false;
-    Rect normal_bounds;
-
-    bool visible() const { return shown && !minimized; }
-    WindowState state() const;
+    WindowForm form;
   };
 
   WindowView View(const Window& window) const;
@@ -85,12 +71,7 @@ class MemoryDesktop : public WindowSystem {
   template <typename Message>
   absl::Status Apply(Window& window, const Message& message);
 
-  absl::Status Activate(Window& window);
-  void Restore(Window& window);
-  void Center(Window& window);
-
   void MakeActive(int64_t id);
-  void BringBack(Window& window);
   void PassActivationOn(int64_t id);
 
   // Tells the observer on a later turn.
