@@ -21,7 +21,6 @@
 #ifndef EXAMPLES_WINDOW_HOST_SERVICE_WINDOW_SERVICE_H_
 #define EXAMPLES_WINDOW_HOST_SERVICE_WINDOW_SERVICE_H_
 
-#include <cstddef>
 #include <memory>
 
 #include "examples/window_host/service/browser.h"
@@ -29,12 +28,6 @@
 #include "rpc/browser/browser_window.rpc.h"
 
 namespace window_host {
-
-// The longest title that SetTitle takes, in bytes of UTF-8. Titles are sent to
-// all clients that watch a window, in the event that tells of its closing: with
-// this one the event is shorter than the shortest frame that a client may
-// choose to take, so no client loses its events by the title that another sets.
-inline constexpr size_t kMaxTitleBytes = 4096;
 
 std::unique_ptr<rpc::BrowserWindowRpc> MakeWindowService(WindowSystem& windows,
                                                          Browser& browser);

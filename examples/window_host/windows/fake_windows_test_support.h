@@ -1,5 +1,5 @@
-// A desktop in memory that a test controls: it holds changes back until the
-// test confirms or refuses them, and it can lose a window.
+// A desktop in memory that a test controls: it holds changes and new windows
+// back until the test confirms or refuses them, and it can lose a window.
 //
 //   FakeWindows windows(sequence);
 //   windows.Open();
@@ -15,6 +15,7 @@
 #include <deque>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "absl/strings/str_cat.h"
@@ -28,12 +29,21 @@ class FakeWindows final : public MemoryDesktop {
   explicit FakeWindows(rpc::loop::Sequence& sequence)
       : MemoryDesktop(sequence, Display{}), sequence_(sequence) {}
 
-  // Holds back all changes from now on. Before, they are made at once.
+  // Holds back all changes and new windows from now on. Before, they are made
+  // at once.
   void Hold() { holds_ = true; }
+
+  using MemoryDesktop::Open;
+  void Open(NewWindow window, Opened done) override {
+    if (holds_)
+      held_.push_back(NewRequest{std::move(window), std::move(done)});
+    else
+      MemoryDesktop::Open(std::move(window), std::move(done));
+  }
 
   void Change(int64_t id, WindowChange change, Completion done) override {
     if (holds_)
-      held_.push_back({id, std::move(change), std::move(done)});
+      held_.push_back(Request{id, std::move(change), std::move(done)});
     else
       MemoryDesktop::Change(id, std::move(change), std::move(done));
   }
@@ -57,20 +67,26 @@ class FakeWindows final : public MemoryDesktop {
 
   size_t held() const { return held_.size(); }
 
-  // Makes or refuses the oldest change that is held back.
+  // Makes or refuses the oldest that is held back.
   void Confirm() {
-    Request request = TakeOldest();
-    MemoryDesktop::Change(request.id, std::move(request.change),
-                          std::move(request.done));
+    AnyRequest oldest = TakeOldest();
+    if (auto* change = std::get_if<Request>(&oldest)) {
+      MemoryDesktop::Change(change->id, std::move(change->change),
+                            std::move(change->done));
+    } else {
+      auto& window = std::get<NewRequest>(oldest);
+      MemoryDesktop::Open(std::move(window.window), std::move(window.done));
+    }
   }
   void Refuse(const absl::Status& status) { Complete(TakeOldest(), status); }
 
   // Closes the window. Changes of it that are held back end with NOT_FOUND.
   void Lose(int64_t id) {
     MemoryDesktop::Change(id, Close{}, [](const absl::Status&) {});
-    for (std::deque<Request> held = std::exchange(held_, {}); !held.empty();
+    for (std::deque<AnyRequest> held = std::exchange(held_, {}); !held.empty();
          held.pop_front()) {
-      if (held.front().id == id)
+      const auto* change = std::get_if<Request>(&held.front());
+      if (change != nullptr && change->id == id)
         Complete(std::move(held.front()), NoWindow(id));
       else
         held_.push_back(std::move(held.front()));
@@ -96,20 +112,31 @@ class FakeWindows final : public MemoryDesktop {
     Completion done;
   };
 
-  Request TakeOldest() {
-    Request request = std::move(held_.front());
+  struct NewRequest {
+    NewWindow window;
+    Opened done;
+  };
+  using AnyRequest = std::variant<Request, NewRequest>;
+
+  AnyRequest TakeOldest() {
+    AnyRequest oldest = std::move(held_.front());
     held_.pop_front();
-    return request;
+    return oldest;
   }
 
-  void Complete(Request request, const absl::Status& status) {
-    sequence_.Post(
-        [done = std::move(request.done), status]() mutable { done(status); });
+  void Complete(AnyRequest request, const absl::Status& status) {
+    std::visit(
+        [&](auto& kind) {
+          sequence_.Post([done = std::move(kind.done), status]() mutable {
+            done(status);
+          });
+        },
+        request);
   }
 
   rpc::loop::Sequence& sequence_;
   bool holds_ = false;
-  std::deque<Request> held_;
+  std::deque<AnyRequest> held_;
   std::vector<std::string> done_for_user_;
 };
 

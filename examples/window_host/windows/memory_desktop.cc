@@ -58,12 +58,13 @@ MemoryDesktop::MemoryDesktop(rpc::loop::Sequence& sequence,
     : sequence_(sequence), display_(display) {}
 
 int64_t MemoryDesktop::Open() {
-  const int64_t id = ++last_id_;
-  Window& window = windows_[id];
-  window.form.normal_bounds = FirstBounds(id, display_.work_area);
-  window.view = FirstView(id);
-  MakeActive(id);
-  return id;
+  return *OpenNow({});
+}
+
+void MemoryDesktop::Open(NewWindow window, Opened done) {
+  sequence_.Post([id = OpenNow(window), done = std::move(done)]() mutable {
+    done(id);
+  });
 }
 
 absl::StatusOr<WindowView> MemoryDesktop::Inspect(int64_t id) const {
@@ -92,6 +93,28 @@ WindowView MemoryDesktop::View(const Window& window) const {
   else
     view.bounds = form.maximized ? display_.work_area : form.normal_bounds;
   return view;
+}
+
+absl::StatusOr<int64_t> MemoryDesktop::OpenNow(const NewWindow& new_window) {
+  WindowForm form;
+  form.normal_bounds = FirstBounds(last_id_ + 1, display_.work_area);
+  if (absl::Status fault = ApplyBounds(new_window.bounds, form); !fault.ok())
+    return fault;
+  const int64_t id = ++last_id_;
+  Window& window = windows_[id];
+  window.form = form;
+  window.view = FirstView(id);
+  if (!new_window.url.empty())
+    window.view.title = new_window.url;
+  // Before MakeActive(), which tells that the window has changed.
+  WindowView first = View(window);
+  first.active = true;
+  sequence_.Post([this, first = std::move(first)] {
+    if (observer())
+      observer()->OnWindowOpened(first);
+  });
+  MakeActive(id);
+  return id;
 }
 
 absl::Status MemoryDesktop::ChangeNow(int64_t id, const WindowChange& change) {

@@ -18,6 +18,8 @@
 //
 // Ownership, sequence: see window_system.h.
 //
+// It has no pages: the URL that a window is opened with becomes its title.
+//
 // Failure: FAILED_PRECONDITION where a hidden window is to be activated or
 // focused, INVALID_ARGUMENT for a negative size.
 
@@ -45,13 +47,14 @@ class MemoryDesktop : public WindowSystem {
   // The sequence is the caller's and must outlive the desktop.
   MemoryDesktop(rpc::loop::Sequence& sequence, const Display& display);
 
-  // Opens a window, shows and activates it. Ids begin with 1 and are never
-  // reused.
+  // Opens a window at once, with nothing but the desktop's choices. Ids begin
+  // with 1 and are never reused.
   int64_t Open();
 
   // WindowSystem:
   absl::StatusOr<WindowView> Inspect(int64_t id) const override;
   std::vector<int64_t> stacking() const override { return stacking_; }
+  void Open(NewWindow window, Opened done) override;
   void Change(int64_t id, WindowChange change, Completion done) override;
 
  private:
@@ -63,6 +66,7 @@ class MemoryDesktop : public WindowSystem {
 
   WindowView View(const Window& window) const;
 
+  absl::StatusOr<int64_t> OpenNow(const NewWindow& window);
   absl::Status ChangeNow(int64_t id, const WindowChange& change);
   absl::Status Apply(Window& window, WindowAction action);
   absl::Status Apply(Window& window, const BoundsChange& change);

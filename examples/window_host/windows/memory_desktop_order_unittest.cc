@@ -14,7 +14,6 @@
 namespace window_host {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
@@ -22,6 +21,10 @@ using ::testing::IsSupersetOf;
 // Writes down what it is told, each thing as a word.
 class RecordingObserver final : public WindowObserver {
  public:
+  void OnWindowOpened(const WindowView& first) override {
+    told.push_back(absl::StrCat("opened ", first.id, " ", first.title,
+                                first.active ? " active" : ""));
+  }
   void OnWindowChanged(int64_t id) override {
     told.push_back(absl::StrCat("changed ", id));
   }
@@ -81,11 +84,31 @@ TEST_F(MemoryDesktopOrderTest,
               IsSupersetOf({"changed 1", "changed 2"}));
 }
 
-TEST_F(MemoryDesktopOrderTest, ObserverIsToldOfANewWindow) {
+TEST_F(MemoryDesktopOrderTest, ObserverIsToldOfANewWindowBeforeAllElseAboutIt) {
   desktop_.Open();
   EXPECT_THAT(observer_.told, IsEmpty());
   sequence_.Run();
-  EXPECT_THAT(observer_.told, Contains("changed 3"));
+  EXPECT_THAT(observer_.told, ElementsAre("opened 3 Window 3 active",
+                                          "changed 2", "changed 3"));
+}
+
+TEST_F(MemoryDesktopOrderTest, ObserverIsToldOfANewWindowBeforeItsIdIsGiven) {
+  desktop_.Open({.url = "about:blank"}, [&](const absl::StatusOr<int64_t>& id) {
+    observer_.told.push_back(absl::StrCat("done ", *id));
+  });
+  EXPECT_THAT(observer_.told, IsEmpty());
+  sequence_.Run();
+  EXPECT_THAT(observer_.told, ElementsAre("opened 3 about:blank active",
+                                          "changed 2", "changed 3", "done 3"));
+}
+
+TEST_F(MemoryDesktopOrderTest, ObserverIsToldOfANewWindowThatIsClosedAtOnce) {
+  desktop_.Change(desktop_.Open(), Close{}, [](const absl::Status&) {});
+  sequence_.Run();
+  EXPECT_THAT(observer_.told,
+              ElementsAre("opened 3 Window 3 active", "changed 2",
+                          "gone 3 Window 3 WINDOW_CLOSE_REASON_UNSPECIFIED",
+                          "changed 2"));
 }
 
 TEST_F(MemoryDesktopOrderTest, ObserverIsToldHowAGoneWindowWasAndWhyItWent) {

@@ -57,6 +57,14 @@ class MemoryDesktopTest : public ::testing::Test {
   absl::Status SetBounds(int64_t id, const BoundsChange& change) {
     return Change(id, change);
   }
+  absl::StatusOr<int64_t> OpenWith(NewWindow window) {
+    absl::StatusOr<int64_t> opened = absl::UnknownError("not completed");
+    desktop_.Open(std::move(window),
+                  [&](const absl::StatusOr<int64_t>& id) { opened = id; });
+    sequence_.Run();
+    return opened;
+  }
+
   absl::Status CloseWindow(int64_t id) { return Change(id, Close{}); }
 
   void MakeIndependent(int64_t id) {
@@ -95,6 +103,33 @@ TEST_F(MemoryDesktopTest, NewWindowsStayWithinTheWorkAreaHoweverManyThereAre) {
     EXPECT_LE(bounds.y + bounds.height,
               display_.work_area.y + display_.work_area.height);
   }
+}
+
+TEST_F(MemoryDesktopTest, NewWindowGetsTheBoundsThatAreNamed) {
+  EXPECT_EQ(1, *OpenWith({.bounds = {.x = -5, .width = 1}}));
+  const Rect chosen = Bounds(desktop_.Open());
+  EXPECT_EQ(-5, Bounds(1).x);
+  EXPECT_EQ(kMinimumWidth, Bounds(1).width);
+  EXPECT_EQ(display_.work_area.y, Bounds(1).y);
+  EXPECT_EQ(chosen.height, Bounds(1).height);
+}
+
+TEST_F(MemoryDesktopTest, NewWindowOfANegativeSizeIsRefusedAndTakesNoId) {
+  EXPECT_EQ(
+      absl::InvalidArgumentError("The width is -1: it must not be negative."),
+      OpenWith({.bounds = {.width = -1}}).status());
+  EXPECT_EQ(
+      absl::InvalidArgumentError("The height is -2: it must not be negative."),
+      OpenWith({.bounds = {.height = -2}}).status());
+  EXPECT_THAT(desktop_.stacking(), ElementsAre());
+  EXPECT_EQ(1, desktop_.Open());
+}
+
+TEST_F(MemoryDesktopTest, NewWindowIsTitledWithItsUrl) {
+  EXPECT_EQ(1, *OpenWith({.url = "https://example.org/"}));
+  EXPECT_EQ(2, *OpenWith({}));
+  EXPECT_EQ("https://example.org/", View(1).title);
+  EXPECT_EQ("Window 2", View(2).title);
 }
 
 TEST_F(MemoryDesktopTest, EveryChangeNamesTheWindowThatItDoesNotFind) {

@@ -1,9 +1,12 @@
 // The windows of a browser, on whatever desktop they are shown.
 //
 // On a real desktop the window manager makes a change later, or refuses it, and
-// meanwhile the window may vanish. So Change() only requests a change and takes
-// a completion, and Inspect() returns what was confirmed last:
+// meanwhile the window may vanish. So Open() and Change() only request what
+// they are named after and take a completion, and Inspect() returns what was
+// confirmed last:
 //
+//   windows.Open({.url = "https://example.org/"},
+//                [](const absl::StatusOr<int64_t>& id) {...});
 //   windows.Change(7, WindowAction::kMaximize, [](const absl::Status& status) {
 //     ...
 //   });
@@ -11,15 +14,16 @@
 //   absl::StatusOr<WindowView> view = windows.Inspect(7);
 //
 // A completion runs exactly once, as a task of the sequence, never from within
-// Change(). Its status is
+// Open() or Change(). Its status is
 //
-//   OK                 the change is done, and Inspect() shows it;
+//   OK                 the change is done, or the window is open, and Inspect()
+//                      shows it;
 //   NOT_FOUND          "No window 7.": there is no such window, or it went away
 //                      before the change was done;
 //   DEADLINE_EXCEEDED  the desktop did not confirm the change in time;
-//   another error      the change was refused, and the window is as it was; the
-//                      text says why, and names the window manager if it was
-//                      the one that refused.
+//   another error      the change was refused, and the window is as it was, or
+//                      there is no new one; the text says why, and names the
+//                      window manager if it was the one that refused.
 //
 // Ownership: the implementation owns the windows. It must outlive the last task
 // of the sequence.
@@ -31,6 +35,7 @@
 #ifndef EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_
 #define EXAMPLES_WINDOW_HOST_WINDOWS_WINDOW_SYSTEM_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <set>
@@ -44,6 +49,12 @@
 #include "rpc/browser/browser_window.pb.h"
 
 namespace window_host {
+
+// The longest title of a window, in bytes of UTF-8. Titles are sent to clients
+// that watch windows, in the events that tell of their opening and closing:
+// with this one an event is shorter than the shortest frame that a client may
+// choose to take, so no client loses its events by a title that others set.
+inline constexpr size_t kMaxTitleBytes = 4096;
 
 // All lengths here are in device-independent pixels.
 struct Rect {
@@ -70,6 +81,9 @@ struct WindowView {
   // Properties that a client may set in any state. Nothing else depends on
   // them, except that an independent window is not activated when another one
   // goes.
+
+  // Valid UTF-8 of at most kMaxTitleBytes. Where others than clients set
+  // titles, such as pages, the desktop sees to that.
   std::string title;
   bool title_visible = true;
   bool titlebar_visible = true;
@@ -128,14 +142,31 @@ using WindowChange = std::variant<WindowAction,
 
 using Completion = absl::AnyInvocable<void(const absl::Status&)>;
 
+// What a window is opened with.
+struct NewWindow {
+  // What it is to show. Empty: what the desktop shows in a window that nobody
+  // has named a page for. A desktop without pages titles the window with it.
+  std::string url = {};
+
+  // Members without a value are the desktop's choice.
+  BoundsChange bounds = {};
+};
+
+// Gets the id of a window that is open.
+using Opened = absl::AnyInvocable<void(const absl::StatusOr<int64_t>&)>;
+
 // Is told what happens to the windows, whoever has caused it. Called from tasks
-// of the sequence, never within Change(). Of the effects of a change it is told
-// before the change's completion runs.
+// of the sequence, never within Open() or Change(). Of the effects of a change,
+// and of a new window, it is told before the completion runs.
 class WindowObserver {
  public:
   virtual ~WindowObserver() = default;
 
-  // The window is new, or what Inspect() returns for it may have changed.
+  // The window is open. `first` is its state by then. Nothing else is said
+  // about a window before this.
+  virtual void OnWindowOpened(const WindowView&) {}
+
+  // What Inspect() returns for the window may have changed.
   // For hosts with real windows; the example's browser ignores it.
   virtual void OnWindowChanged(int64_t) {}
 
@@ -165,6 +196,10 @@ class WindowSystem {
 
   // The open windows, the frontmost first.
   virtual std::vector<int64_t> stacking() const = 0;
+
+  // Opens a window, shows and activates it. Its id is greater than those of all
+  // windows before.
+  virtual void Open(NewWindow window, Opened done) = 0;
 
   virtual void Change(int64_t id, WindowChange change, Completion done) = 0;
 
