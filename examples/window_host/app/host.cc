@@ -19,11 +19,14 @@ Host::Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options)
                browser_,
                [this](const std::string& line) { output_.Write(line); }),
       service_(MakeWindowService(windows, browser_)),
+      directory_(MakeDirectoryService(windows, options_.directory)),
       logger_(*service_),
+      directory_logger_(*directory_),
       status_([this] { return server_.Report(); }),
       reflection_([this] { return server_.Services(); }),
       server_(loop, {.limits = options_.limits}) {
   server_.AddService(&logger_);
+  server_.AddService(&directory_logger_);
   server_.AddService(&status_);
   server_.AddService(&reflection_);
 }

@@ -33,6 +33,7 @@
 #include "examples/window_host/app/console.h"
 #include "examples/window_host/app/host_options.h"
 #include "examples/window_host/service/browser.h"
+#include "examples/window_host/service/directory_service.h"
 #include "examples/window_host/service/window_service.h"
 #include "examples/window_host/windows/window_system.h"
 #include "tools/cli/line_reader.h"
@@ -69,7 +70,9 @@ class Host {
   Browser browser_;
   Console console_;
   const std::unique_ptr<rpc::BrowserWindowRpc> service_;
+  const std::unique_ptr<rpc::directory::WindowDirectoryRpc> directory_;
   CallLogger logger_;
+  CallLogger directory_logger_;
   rpc::status::StatusService status_;
   rpc::reflection::ReflectionService reflection_;
   rpc::transport::Server server_;

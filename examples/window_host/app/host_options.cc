@@ -14,6 +14,11 @@
 #include "tools/cli/printable.h"
 
 namespace window_host {
+namespace {
+
+constexpr int kMaximumWindows = 1000;
+
+}  // namespace
 
 std::optional<int> ReadCommandLine(int argc,
                                    const char* const* argv,
@@ -23,7 +28,9 @@ std::optional<int> ReadCommandLine(int argc,
   cli::Flags flags;
   flags.AddSwitch("help", &wants_help);
   flags.AddText("socket", &options->socket);
-  flags.AddInteger("windows", 0, options->maximum_windows, &options->windows);
+  flags.AddInteger("windows", 0, kMaximumWindows, &options->windows);
+  flags.AddSize("max-windows", 0, kMaximumWindows,
+                &options->directory.max_windows);
   flags.AddSeconds("answer-timeout", &options->answer_timeout);
   cli::AddLimitFlags(flags, &options->limits);
   auto arguments = flags.Parse(argc, argv);

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "core/common/rpc/serving/limits.h"
+#include "examples/window_host/service/directory_service.h"
 #include "tools/cli/socket_path.h"
 
 namespace window_host {
@@ -32,9 +33,9 @@ struct HostOptions {
   // The program's name, which its lines begin with.
   std::string program;
   std::string socket = cli::DefaultSocketPath();
-  // How many windows to open at the start, and how many may be asked for.
+  // How many windows to open at the start.
   int windows = 0;
-  int maximum_windows = 1000;
+  DirectoryLimits directory;
   std::chrono::milliseconds answer_timeout{5'000};
   rpc::serving::Limits limits;
   // What is not a flag. Empty unless the program takes arguments.

@@ -18,6 +18,8 @@ Flags:
   --socket PATH             where to listen; default:
                             ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
   --windows N               how many windows to open, 0 to 1000; default: 3
+  --max-windows N           how many windows may be open when a client opens
+                            another one, 0 to 1000; default: 1000
   --answer-timeout SECONDS  how long a client may take to answer a question
                             before the host goes on without it; default: 5
   -h, --help                prints this

@@ -6,6 +6,8 @@
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/stream/event_stream.h"
+#include "examples/window_host/service/directory_service.h"
+#include "rpc/directory/window_directory.pb.h"
 #include "tools/cli/nearest_name.h"
 
 namespace window_host {
@@ -155,6 +157,13 @@ void Browser::Shutdown(const std::function<void()>& then) {
   }
 }
 
+void Browser::OnWindowOpened(const WindowView& first) {
+  rpc::directory::WindowOpened event;
+  *event.mutable_window() = ToInfo(first);
+  torvane::EventStream<rpc::directory::WindowOpened>::Publish(
+      BrowserId::default_instance(), event);
+}
+
 void Browser::OnCloseWish(int64_t id) {
   CloseWindow(id, rpc::WINDOW_CLOSE_REASON_USER,
               [](const absl::StatusOr<Decision>&) {});
@@ -174,8 +183,9 @@ void Browser::OnWindowGone(const WindowView& last,
   event.mutable_browser_id()->set_value(last.id);
   event.set_reason(reason);
   event.set_title(last.title);
-  torvane::EventStream<rpc::BrowserWindowClosed>::Publish(event.browser_id(),
-                                                          event);
+  using Events = torvane::EventStream<rpc::BrowserWindowClosed>;
+  Events::Publish(event.browser_id(), event);
+  Events::Publish(BrowserId::default_instance(), event);
 }
 
 }  // namespace window_host

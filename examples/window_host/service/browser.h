@@ -1,5 +1,5 @@
 // The browser around the windows: it asks clients before it does what users or
-// other clients request, and tells them which windows have closed.
+// other clients request, and tells them which windows have opened and closed.
 //
 //   window_host::Browser browser(sequence, windows, std::chrono::seconds(5));
 //   browser.CloseWindow(7, rpc::WINDOW_CLOSE_REASON_USER,
@@ -86,6 +86,7 @@ class Browser final : private WindowObserver {
 
  private:
   // WindowObserver:
+  void OnWindowOpened(const WindowView& first) override;
   void OnCloseWish(int64_t id) override;
   void OnCommandWish(int64_t id, const std::string& name) override;
   void OnMenuWish(int64_t id, int x, int y) override;

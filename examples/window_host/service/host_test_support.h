@@ -35,7 +35,8 @@ enum StreamMethod {
 template <typename T>
 class TestStream {
  public:
-  TestStream(torvane::Service& service, StreamMethod method)
+  // `method` is its index in the service.
+  TestStream(torvane::Service& service, int method)
       : stream_(service.OpenStream(service.GetDescriptor()->method(method),
                                    torvane::MakeChannel(client_))) {}
   ~TestStream() { End(); }
@@ -59,7 +60,8 @@ class TestStream {
     stream_->OnNext(&frame);
   }
 
-  // For event streams: subscribes.
+  // For event streams: subscribes to the window, or to all of them under 0,
+  // which makes the empty key.
   void Watch(int64_t id) {
     rpc::EventSubscription subscription;
     *subscription.mutable_subscribe_to() = torvane::WindowId(id);

@@ -11,6 +11,8 @@
 #ifndef EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_TEST_SUPPORT_H_
 #define EXAMPLES_WINDOW_HOST_WINDOWS_FAKE_WINDOWS_TEST_SUPPORT_H_
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -32,6 +34,14 @@ class FakeWindows final : public MemoryDesktop {
   // Holds back all changes and new windows from now on. Before, they are made
   // at once.
   void Hold() { holds_ = true; }
+
+  size_t window_count() const override {
+    const auto held = std::count_if(
+        held_.begin(), held_.end(), [](const AnyRequest& request) {
+          return std::holds_alternative<NewRequest>(request);
+        });
+    return MemoryDesktop::window_count() + static_cast<size_t>(held);
+  }
 
   using MemoryDesktop::Open;
   void Open(NewWindow window, Opened done) override {

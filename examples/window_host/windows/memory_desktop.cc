@@ -62,9 +62,8 @@ int64_t MemoryDesktop::Open() {
 }
 
 void MemoryDesktop::Open(NewWindow window, Opened done) {
-  sequence_.Post([id = OpenNow(window), done = std::move(done)]() mutable {
-    done(id);
-  });
+  sequence_.Post(
+      [id = OpenNow(window), done = std::move(done)]() mutable { done(id); });
 }
 
 absl::StatusOr<WindowView> MemoryDesktop::Inspect(int64_t id) const {

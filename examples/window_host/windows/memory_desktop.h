@@ -26,6 +26,7 @@
 #ifndef EXAMPLES_WINDOW_HOST_WINDOWS_MEMORY_DESKTOP_H_
 #define EXAMPLES_WINDOW_HOST_WINDOWS_MEMORY_DESKTOP_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -54,6 +55,7 @@ class MemoryDesktop : public WindowSystem {
   // WindowSystem:
   absl::StatusOr<WindowView> Inspect(int64_t id) const override;
   std::vector<int64_t> stacking() const override { return stacking_; }
+  size_t window_count() const override { return windows_.size(); }
   void Open(NewWindow window, Opened done) override;
   void Change(int64_t id, WindowChange change, Completion done) override;
 

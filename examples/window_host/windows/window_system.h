@@ -164,7 +164,7 @@ class WindowObserver {
 
   // The window is open. `first` is its state by then. Nothing else is said
   // about a window before this.
-  virtual void OnWindowOpened(const WindowView&) {}
+  virtual void OnWindowOpened(const WindowView& first) = 0;
 
   // What Inspect() returns for the window may have changed.
   // For hosts with real windows; the example's browser ignores it.
@@ -196,6 +196,9 @@ class WindowSystem {
 
   // The open windows, the frontmost first.
   virtual std::vector<int64_t> stacking() const = 0;
+
+  // How many windows are open, or have been requested and may yet open.
+  virtual size_t window_count() const = 0;
 
   // Opens a window, shows and activates it. Its id is greater than those of all
   // windows before.
