@@ -46,6 +46,8 @@ LAYERS = [
     ('windows', 'examples/window_host/windows/', PUBLIC + ' cli'),
     ('service', 'examples/window_host/service/', PUBLIC + ' cli windows'),
     ('app', 'examples/window_host/app/', PUBLIC + ' cli windows service'),
+    ('x11', 'examples/web_browser/x11/', 'base loop'),
+    ('web_browser', 'examples/web_browser/', PUBLIC + ' cli windows service x11'),
     ('bench', 'bench/', ''),
     ('prelude', 'cmake/prelude.h', ''),
     ('partition_alloc', 'cmake/partition_alloc/', 'base'),
@@ -60,7 +62,8 @@ SHARED_HELPERS = 'testing'
 
 # What programs include. Asio takes seconds to compile, so none of these headers
 # may bring it along, by whatever way.
-PUBLIC_HEADER = re.compile(RPC + r'(loop/loop|(serving|status|reflection|trace|transport)/[^/]+)\.h$')
+PUBLIC_HEADER = re.compile(
+    RPC + r'(loop/(glib_main_)?loop|(serving|status|reflection|trace|transport)/[^/]+)\.h$')
 
 INCLUDE = re.compile(r'\s*#\s*include\s*["<]([^">]+)[">]')
 
