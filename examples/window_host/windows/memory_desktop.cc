@@ -2,57 +2,9 @@
 
 #include <utility>
 
-#include "absl/strings/str_cat.h"
+#include "examples/window_host/windows/window_properties.h"
 
 namespace window_host {
-namespace {
-
-WindowView FirstView(int64_t id) {
-  WindowView view;
-  view.id = id;
-  view.title = absl::StrCat("Window ", id);
-  view.style.set_titled(true);
-  view.style.set_closable(true);
-  view.style.set_minimizable(true);
-  view.style.set_resizable(true);
-  view.display_policy.set_policy(
-      rpc::BrowserWindowDisplayPolicy::POLICY_ONE_WORKSPACE);
-  view.animation.set_behavior(rpc::WindowAnimationBehavior::BEHAVIOR_DEFAULT);
-  view.vibrancy.set_material(rpc::BrowserVibrancy::MATERIAL_NONE);
-  view.vibrancy.set_state(rpc::BrowserVibrancy::STATE_FOLLOWS_WINDOW);
-  return view;
-}
-
-// Copies the fields of a message into `view`.
-struct Setter {
-  void Set(const rpc::WindowTitle& m) { view.title = m.title(); }
-  void Set(const rpc::WindowTitleVisibility& m) {
-    view.title_visible = m.visible();
-  }
-  void Set(const rpc::WindowTitlebarVisibility& m) {
-    view.titlebar_visible = m.visible();
-  }
-  void Set(const rpc::WindowButtonVisibility& m) {
-    if (m.visible())
-      view.hidden_buttons.erase(m.kind());
-    else
-      view.hidden_buttons.insert(m.kind());
-  }
-  void Set(const rpc::WindowStyleFlags& m) { view.style = m; }
-  void Set(const rpc::BrowserWindowDisplayPolicy& m) {
-    view.display_policy = m;
-  }
-  void Set(const rpc::WindowAnimationBehavior& m) { view.animation = m; }
-  void Set(const rpc::ActivationIndependence& m) {
-    view.activation_independent = m.enabled();
-  }
-  void Set(const rpc::BrowserVibrancy& m) { view.vibrancy = m; }
-
-  WindowView& view;
-};
-
-}  // namespace
-
 MemoryDesktop::MemoryDesktop(rpc::loop::Sequence& sequence,
                              const Display& display)
     : sequence_(sequence), display_(display) {}
@@ -159,7 +111,7 @@ absl::Status MemoryDesktop::Apply(Window& window, const Close& close) {
 
 template <typename Message>
 absl::Status MemoryDesktop::Apply(Window& window, const Message& message) {
-  Setter{window.view}.Set(message);
+  SetProperty(message, window.view);
   return absl::OkStatus();
 }
 
