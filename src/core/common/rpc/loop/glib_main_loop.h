@@ -11,11 +11,11 @@
 //
 // What belongs to both and to one only:
 //
-// - Run() takes the place of Loop::Run() and of g_main_loop_run(). It is one
-//   long task of the loop, so Loop::IsCurrent() holds in GLib's callbacks, too.
-// - Whoever of both has something to do gets a turn: GLib one iteration, the
-//   loop at most kTasksInATurn tasks. Neither can keep the other one waiting
-//   for longer than that. When neither has, the thread sleeps until a
+// - Run() takes the place of Loop::Run() and of g_main_loop_run(). Within it
+//   Loop::IsCurrent() holds in GLib's callbacks, too.
+// - Whoever of both has something to do gets a turn: GLib two iterations,
+//   the loop at most kTasksInATurn tasks. Neither can keep the other one
+//   waiting for longer than that. When neither has, the thread sleeps until a
 //   descriptor, a timer or a task of another thread wakes it.
 // - GLib's main loop may be run again inside of a callback of GLib's or a task
 //   of the loop, as menus and dialogs do: everything is served there as well.
@@ -65,6 +65,8 @@ class GlibMainLoop {
 
  private:
   class Joint;
+
+  Loop& loop_;
   const std::unique_ptr<Joint> joint_;
 };
 

@@ -43,7 +43,8 @@ void Loop::Post(Task task) {
 }
 
 bool Loop::IsCurrent() const {
-  return context_->get_executor().running_in_this_thread();
+  return runner_.load() == std::this_thread::get_id() ||
+         context_->get_executor().running_in_this_thread();
 }
 
 Clock::time_point Loop::Now() const {
@@ -69,11 +70,25 @@ void Loop::Stop() {
   context_->stop();
 }
 
+bool Loop::IsStopped() const {
+  return depth_ > 0 && context_->stopped();
+}
+
 // Asio stays stopped when it has run out of work or was told to stop. A nested
 // run must not undo that for the one around it.
 Loop::Running::Running(Loop& loop) : loop_(loop) {
-  if (loop_.depth_++ == 0 && loop_.context_->stopped()) {
+  if (loop_.depth_++ > 0) {
+    return;
+  }
+  loop_.runner_ = std::this_thread::get_id();
+  if (loop_.context_->stopped()) {
     loop_.context_->restart();
+  }
+}
+
+Loop::Running::~Running() {
+  if (--loop_.depth_ == 0) {
+    loop_.runner_ = std::thread::id();
   }
 }
 

@@ -18,8 +18,10 @@
 #ifndef CORE_COMMON_RPC_LOOP_LOOP_H_
 #define CORE_COMMON_RPC_LOOP_LOOP_H_
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <thread>
 
 #include "core/common/rpc/loop/sequence.h"
 
@@ -81,27 +83,33 @@ class Loop final : public Sequence {
     Loop& loop_;
   };
 
+  // Whether Stop() was called and what it ends is not over yet.
+  bool IsStopped() const;
+
   // For transports and for glue to other main loops.
   asio::io_context& context() { return *context_; }
 
- private:
-  // For as long as the loop is being run by somebody.
+  // For as long as the loop is being run by somebody, such as glue that drives
+  // context(): the loop is current for all that its thread does.
   class Running {
    public:
     explicit Running(Loop& loop);
     Running(const Running&) = delete;
     Running& operator=(const Running&) = delete;
-    ~Running() { --loop_.depth_; }
+    ~Running();
 
    private:
     Loop& loop_;
   };
 
+ private:
   bool RunOne();
 
   const std::unique_ptr<asio::io_context> context_;
   // How many times it is being run, each inside a task of the one before.
   int depth_ = 0;
+  // The thread that runs it; no thread while nobody does.
+  std::atomic<std::thread::id> runner_;
 };
 
 }  // namespace rpc::loop
