@@ -88,9 +88,8 @@ void Flags::AddSeconds(const std::string& name,
   };
 }
 
-absl::StatusOr<std::vector<std::string>> Flags::Parse(
-    int argc,
-    const char* const* argv) const {
+absl::StatusOr<std::vector<std::string>> Flags::Parse(int argc,
+                                                      const char* const* argv) {
   std::vector<std::string> arguments;
   const char* const* const end = argv + argc;
   for (const char* const* next = argv + 1; next < end;) {
@@ -115,7 +114,7 @@ absl::StatusOr<std::vector<std::string>> Flags::Parse(
 // the flag's value, `next` is moved past it.
 absl::Status Flags::Set(std::string_view flag,
                         const char* const*& next,
-                        const char* const* end) const {
+                        const char* const* end) {
   const size_t equals = flag.find('=');
   const std::string_view name = flag.substr(0, equals);
   const auto it = flags_.find(name);
@@ -145,8 +144,10 @@ absl::Status Flags::Set(std::string_view flag,
   }
 
   const std::string fault = it->second.set(value);
-  if (fault.empty())
+  if (fault.empty()) {
+    given_.emplace_back(name);
     return absl::OkStatus();
+  }
   return absl::InvalidArgumentError(
       absl::StrCat("The value of --", name, ", '", value, "', ", fault, "."));
 }

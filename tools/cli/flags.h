@@ -71,7 +71,10 @@ class Flags {
   // Sets the variables and returns the arguments in their order, without the
   // program's name.
   absl::StatusOr<std::vector<std::string>> Parse(int argc,
-                                                 const char* const* argv) const;
+                                                 const char* const* argv);
+
+  // The names of the flags that Parse() has found, in their order.
+  const std::vector<std::string>& given() const { return given_; }
 
  private:
   struct Flag {
@@ -82,9 +85,10 @@ class Flags {
 
   absl::Status Set(std::string_view flag,
                    const char* const*& next,
-                   const char* const* end) const;
+                   const char* const* end);
 
   std::map<std::string, Flag, std::less<>> flags_;
+  std::vector<std::string> given_;
 };
 
 }  // namespace cli

@@ -57,6 +57,11 @@ TEST_F(FlagsTest, ValuesFollowAsNextWordOrAfterAnEqualsSign) {
   EXPECT_EQ(std::chrono::milliseconds(250), timeout_);
 }
 
+TEST_F(FlagsTest, FlagsThatAreGivenAreNamedInTheirOrder) {
+  EXPECT_TRUE(Parse({"--windows=7", "word", "-h", "--socket", "a"}).ok());
+  EXPECT_THAT(flags_.given(), ElementsAre("windows", "help", "socket"));
+}
+
 TEST_F(FlagsTest, ValueMayBeEmptyOrLookLikeAFlag) {
   ASSERT_TRUE(Parse({"--socket="}).ok());
   EXPECT_EQ("", socket_);

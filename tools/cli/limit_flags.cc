@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
-#include "absl/strings/str_format.h"
 #include "absl/strings/str_replace.h"
 #include "core/common/rpc/serving/limit_table.h"
 
@@ -58,18 +57,21 @@ absl::Status CheckLimits(const Limits& limits) {
       "The limit ", absl::StrReplaceAll(fault.message(), flags), "."));
 }
 
-std::string LimitHelp() {
+std::vector<FlagDescription> DescribeLimits() {
   const Limits defaults;
-  std::string help;
+  std::vector<FlagDescription> flags;
   for (const LimitInfo& limit : kLimitTable) {
-    const char* const unit = limit.size != nullptr ? " N" : " SECONDS";
-    absl::StrAppendFormat(&help, "  --%-25s  %s,\n%31s%s to %s; default: %s\n",
-                          absl::StrCat(FlagName(limit), unit), limit.meaning,
-                          "", ValueText(limit, limit.least),
-                          ValueText(limit, limit.most),
-                          ValueText(limit, limit.ValueIn(defaults)));
+    flags.push_back(
+        {FlagName(limit), limit.size != nullptr ? "N" : "SECONDS",
+         absl::StrCat(limit.meaning, ",\n", ValueText(limit, limit.least),
+                      " to ", ValueText(limit, limit.most), "; default: ",
+                      ValueText(limit, limit.ValueIn(defaults)))});
   }
-  return help;
+  return flags;
+}
+
+std::string LimitHelp() {
+  return FlagTable(DescribeLimits());
 }
 
 }  // namespace cli

@@ -18,10 +18,12 @@
 #define TOOLS_CLI_LIMIT_FLAGS_H_
 
 #include <string>
+#include <vector>
 
 #include "absl/status/status.h"
 #include "core/common/rpc/serving/limits.h"
 #include "tools/cli/flags.h"
+#include "tools/cli/program_description.h"
 
 namespace cli {
 
@@ -32,7 +34,10 @@ void AddLimitFlags(Flags& flags, rpc::serving::Limits* limits);
 // names flags.
 absl::Status CheckLimits(const rpc::serving::Limits& limits);
 
-// The --help text: meaning, unit, range and default of each flag.
+// Meaning, unit, range and default of each flag.
+std::vector<FlagDescription> DescribeLimits();
+
+// The same as the text of --help.
 std::string LimitHelp();
 
 }  // namespace cli

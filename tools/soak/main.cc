@@ -11,6 +11,7 @@
 #include "absl/strings/numbers.h"
 #include "absl/strings/str_cat.h"
 #include "tools/cli/flags.h"
+#include "tools/cli/program_description.h"
 #include "tools/soak/soak_client.h"
 #include "tools/soak/soak_host.h"
 
@@ -26,24 +27,30 @@ constexpr int kMostSeconds = 7 * 24 * 60 * 60;
 // than most clients are stopped.
 constexpr std::chrono::milliseconds kPatience{20};
 
-constexpr char kHelp[] =
-    R"(soak: a host, and clients that are killed, stopped and slowed at random.
-
-  soak SECONDS [FLAG...]
-
-The host asks its clients questions, publishes events and answers calls, for so
-many seconds, while it kills (SIGKILL), stops and continues (SIGSTOP, SIGCONT)
-client processes, and starts new ones. A quarter of them takes a break before
-each answer. Every question must end exactly once, and with its own answer if
-with any.
-
-Flags:
-  --clients N  how many clients at a time, 2 to 400; default: 16
-  --seed N     what all chance follows from; default: another each time
-  -h, --help   prints this
-
-Exit status: 0 if every question did, 1 if not, 2 wrong usage.
-)";
+cli::ProgramDescription Describe() {
+  return {
+      .name = "soak",
+      .summary =
+          "a host, and clients that are killed, stopped and slowed at "
+          "random",
+      .arguments = "SECONDS",
+      .flags = {{"clients", "N",
+                 "how many clients at a time, 2 to 400; default: 16"},
+                {"seed", "N",
+                 "what all chance follows from; default: another each time"},
+                cli::HelpFlag(),
+                cli::VersionFlag()},
+      .details =
+          "The host asks its clients questions, publishes events and answers "
+          "calls, for so many seconds, while it kills (SIGKILL), stops and "
+          "continues (SIGSTOP, SIGCONT) client processes, and starts new ones. "
+          "A quarter of them takes a break before each answer. Every question "
+          "must end exactly once, and with its own answer if with any.",
+      .exit_statuses = {{"0", "if every question did"},
+                        {"1", "if not"},
+                        {"2", "wrong usage"}},
+  };
+}
 
 int Fail(int exit_code, std::string_view text) {
   std::fputs(absl::StrCat("soak: ", text, "\n").c_str(), stderr);
@@ -98,6 +105,7 @@ int Client(ClientOptions options, const std::string& manner) {
 int Main(int argc, char** argv) {
   constexpr size_t kAny = std::numeric_limits<uint32_t>::max();
   bool help = false;
+  bool version = false;
   bool is_client = false;
   int clients = 16;
   size_t seed = std::random_device()();
@@ -108,6 +116,7 @@ int Main(int argc, char** argv) {
 
   cli::Flags flags;
   flags.AddSwitch("help", &help);
+  flags.AddSwitch("version", &version);
   flags.AddInteger("clients", 2, kMostClients, &clients);
   flags.AddSize("seed", 0, kAny, &seed);
   flags.AddSwitch("client", &is_client);
@@ -120,8 +129,10 @@ int Main(int argc, char** argv) {
     return Fail(kUsage, absl::StrCat(arguments.status().message(),
                                      " 'soak --help' says more."));
   }
-  if (help) {
-    std::fputs(kHelp, stdout);
+  if (help || version) {
+    const cli::ProgramDescription program = Describe();
+    std::fputs((help ? cli::Help(program) : cli::VersionLine(program)).c_str(),
+               stdout);
     return EXIT_SUCCESS;
   }
   if (is_client) {

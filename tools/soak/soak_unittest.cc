@@ -125,7 +125,7 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
 }
 
 TEST(Help, IsNoFailure) {
-  for (const char* flag : {"-h", "--help"}) {
+  for (const char* flag : {"-h", "--help", "--version"}) {
     const std::string command = absl::StrCat(SOAK, " ", flag, " >/dev/null");
     EXPECT_EQ(std::system(command.c_str()), 0) << flag;
   }

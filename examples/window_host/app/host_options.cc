@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "absl/strings/str_cat.h"
-#include "absl/strings/str_replace.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/limit_flags.h"
 #include "tools/cli/line_writer.h"
@@ -20,13 +19,34 @@ constexpr int kMaximumWindows = 1000;
 
 }  // namespace
 
-std::optional<int> ReadCommandLine(int argc,
+std::vector<cli::FlagDescription> DescribeHostFlags(int windows) {
+  return {{"socket", "PATH",
+           "where to listen; default: "
+           "${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock"},
+          {"windows", "N",
+           absl::StrCat("how many windows to open, 0 to ", kMaximumWindows,
+                        "; default: ", windows)},
+          {"max-windows", "N",
+           absl::StrCat("how many windows may be open when a client opens "
+                        "another one, 0 to ",
+                        kMaximumWindows, "; default: ", kMaximumWindows)},
+          {"answer-timeout", "SECONDS",
+           "how long a client may take to answer a question before the host "
+           "goes on without it; default: 5"},
+          cli::HelpFlag(),
+          cli::VersionFlag()};
+}
+
+std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
+                                   int argc,
                                    const char* const* argv,
-                                   const char* help,
                                    HostOptions* options) {
-  bool wants_help = false;
+  options->program = program.name;
+  bool help = false;
+  bool version = false;
   cli::Flags flags;
-  flags.AddSwitch("help", &wants_help);
+  flags.AddSwitch("help", &help);
+  flags.AddSwitch("version", &version);
   flags.AddText("socket", &options->socket);
   flags.AddInteger("windows", 0, kMaximumWindows, &options->windows);
   flags.AddSize("max-windows", 0, kMaximumWindows,
@@ -39,9 +59,9 @@ std::optional<int> ReadCommandLine(int argc,
                 absl::StrCat(arguments.status().message(), " '",
                              options->program, " --help' says more."));
   }
-  if (wants_help) {
-    std::printf("%s",
-                absl::StrReplaceAll(help, {{"%s", cli::LimitHelp()}}).c_str());
+  if (help || version) {
+    std::fputs((help ? cli::Help(program) : cli::VersionLine(program)).c_str(),
+               stdout);
     return EXIT_SUCCESS;
   }
   if (!arguments->empty() && !options->takes_arguments) {

@@ -1,8 +1,7 @@
 // The command line of a host: a program that serves windows.
 //
 //   HostOptions options;
-//   options.program = "window_host";
-//   if (std::optional<int> exit = ReadCommandLine(argc, argv, kHelp, &options))
+//   if (auto exit = ReadCommandLine(description, argc, argv, &options))
 //     return *exit;
 //
 // Ownership: plain data.
@@ -22,6 +21,7 @@
 
 #include "core/common/rpc/serving/limits.h"
 #include "examples/window_host/service/directory_service.h"
+#include "tools/cli/program_description.h"
 #include "tools/cli/socket_path.h"
 
 namespace window_host {
@@ -43,12 +43,16 @@ struct HostOptions {
   std::vector<std::string> arguments;
 };
 
+// The flags that each host takes, but for those of the limits. `windows` is how
+// many it opens unless it is told.
+std::vector<cli::FlagDescription> DescribeHostFlags(int windows);
+
 // Fills in what the command line says. Returns the exit status where the
-// program is to end at once: because of a fault, or when help was asked for,
-// which is `help`, with a %s where the flags of the limits belong.
-std::optional<int> ReadCommandLine(int argc,
+// program is to end at once: because of a fault, or when its help or version
+// was asked for.
+std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
+                                   int argc,
                                    const char* const* argv,
-                                   const char* help,
                                    HostOptions* options);
 
 // Prints "program: text" on standard error, and returns `exit_code`.
