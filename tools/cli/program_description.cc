@@ -1,76 +1,20 @@
 #include "tools/cli/program_description.h"
 
-#include <algorithm>
-#include <cstddef>
-
-#include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_join.h"
-#include "absl/strings/str_split.h"
+#include "tools/cli/text_layout.h"
 
 namespace cli {
 namespace {
 
-constexpr size_t kWidth = 80;
-// A longer left column has its text on the next line.
-constexpr size_t kMaxLeft = 28;
-
-// Lines of the text that are no longer than `width`, unless a word is.
-std::vector<std::string> Wrap(std::string_view text, size_t width) {
-  std::vector<std::string> lines;
-  for (std::string_view paragraph : absl::StrSplit(text, '\n')) {
-    if (paragraph.empty() || absl::StartsWith(paragraph, "  ")) {
-      lines.emplace_back(paragraph);
-      continue;
-    }
-    std::string line;
-    for (std::string_view word :
-         absl::StrSplit(paragraph, ' ', absl::SkipEmpty())) {
-      if (!line.empty() && line.size() + 1 + word.size() > width) {
-        lines.push_back(line);
-        line.clear();
-      }
-      absl::StrAppend(&line, line.empty() ? "" : " ", word);
-    }
-    lines.push_back(line);
-  }
-  return lines;
-}
-
-// A name and what is said of it, in two columns.
-struct Row {
-  std::string left;
-  std::string text;
-};
-
-std::string Table(const std::vector<Row>& rows) {
-  size_t left = 0;
-  for (const Row& row : rows)
-    left = std::max(left, std::min(row.left.size(), kMaxLeft));
-  const std::string indent(left + 4, ' ');
-  std::string table;
-  for (const Row& row : rows) {
-    std::string head = absl::StrCat("  ", row.left);
-    if (row.left.size() > left)
-      absl::StrAppend(&head, "\n", indent);
-    else
-      head.resize(indent.size(), ' ');
-    absl::StrAppend(
-        &table, head,
-        absl::StrJoin(Wrap(row.text, kWidth - indent.size()), "\n" + indent),
-        "\n");
-  }
-  return table;
-}
-
 std::string Section(std::string_view heading, const std::vector<Row>& rows) {
-  return rows.empty() ? "" : absl::StrCat("\n", heading, ":\n", Table(rows));
+  return rows.empty() ? "" : absl::StrCat("\n", heading, ":\n", Columns(rows));
 }
 
 std::string Paragraphs(std::string_view text) {
   return text.empty()
              ? ""
-             : absl::StrCat("\n", absl::StrJoin(Wrap(text, kWidth), "\n"),
+             : absl::StrCat("\n", absl::StrJoin(Wrap(text, kLineWidth), "\n"),
                             "\n");
 }
 
@@ -130,7 +74,7 @@ FlagDescription VersionFlag() {
 }
 
 std::string FlagTable(const std::vector<FlagDescription>& flags) {
-  return Table(Rows(flags));
+  return Columns(Rows(flags));
 }
 
 std::string Help(const ProgramDescription& program) {
@@ -141,6 +85,8 @@ std::string Help(const ProgramDescription& program) {
              has_commands ? "COMMAND [ARGUMENT...]" : program.arguments}),
       "\n");
   absl::StrAppend(&help, Section("Commands", Rows(program.commands)));
+  for (const CommandGroup& group : program.more_commands)
+    absl::StrAppend(&help, Section(group.heading, Rows(group.commands)));
   if (has_commands) {
     absl::StrAppend(&help, "\n'", program.name,
                     " COMMAND --help' says more about a command.\n");

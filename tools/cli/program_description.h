@@ -13,9 +13,8 @@
 //                 cli::HelpFlag(), cli::VersionFlag()}};
 //   std::fputs(cli::Help(description).c_str(), stdout);
 //
-// A text is prose, which is broken into lines when it is printed. Line breaks
-// within it stay, so that it may have several paragraphs with an empty line
-// between them, and a line that begins with two spaces is printed as it is.
+// A text is prose, which is broken into lines when it is printed
+// (tools/cli/text_layout.h).
 //
 // Sequence: any thread.
 //
@@ -54,7 +53,11 @@ struct CommandDescription {
   std::vector<std::string> examples = {};
 };
 
-// Flags that belong together.
+// Commands, or flags, that belong together.
+struct CommandGroup {
+  std::string heading;
+  std::vector<CommandDescription> commands;
+};
 struct FlagGroup {
   std::string heading = {};
   std::vector<FlagDescription> flags = {};
@@ -72,6 +75,7 @@ struct ProgramDescription {
   // Of a program without commands, as of a command.
   std::string arguments = {};
   std::vector<CommandDescription> commands = {};
+  std::vector<CommandGroup> more_commands = {};
   // Those that every command takes.
   std::vector<FlagDescription> flags = {};
   std::vector<FlagGroup> more_flags = {};

@@ -91,6 +91,14 @@ TEST(ProgramDescriptionTest, ProgramWithoutCommandsHasArguments) {
   EXPECT_THAT(help, Not(HasSubstr("COMMAND")));
 }
 
+TEST(ProgramDescriptionTest, GroupsOfCommandsFollowUnderTheirHeadings) {
+  ProgramDescription program = Tool();
+  program.more_commands = {
+      {"Methods", {{.name = "show", .arguments = "ID", .summary = "shows"}}}};
+  EXPECT_THAT(Help(program), HasSubstr("says how it is\n"
+                                       "\nMethods:\n  show ID  shows\n\n'"));
+}
+
 TEST(ProgramDescriptionTest, LongTextsAreBrokenIntoLinesInTheirColumn) {
   ProgramDescription program = Tool();
   std::string text = "words";
@@ -105,21 +113,6 @@ TEST(ProgramDescriptionTest, LongTextsAreBrokenIntoLinesInTheirColumn) {
     EXPECT_THAT(line, Not(MatchesRegex(".* ")));
   }
   EXPECT_THAT(help, HasSubstr("\n                 words and words and"));
-}
-
-TEST(ProgramDescriptionTest, TextBesideALongNameBeginsOnTheNextLine) {
-  ProgramDescription program = Tool();
-  program.flags[0].name = std::string(30, 'n');
-  EXPECT_THAT(Help(program), HasSubstr("  --" + std::string(30, 'n') +
-                                       " PATH\n" + std::string(32, ' ') +
-                                       "where it listens\n  -h, --help" +
-                                       std::string(20, ' ') + "prints this\n"));
-}
-
-TEST(ProgramDescriptionTest, IndentedLinesStayAsTheyAre) {
-  ProgramDescription program = Tool();
-  program.details = "First:\n\n  a   b\n  c\n\nLast.";
-  EXPECT_THAT(Help(program), HasSubstr("\nFirst:\n\n  a   b\n  c\n\nLast.\n"));
 }
 
 TEST(ProgramDescriptionTest, VersionIsThatOfTheProject) {

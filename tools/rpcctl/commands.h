@@ -20,6 +20,7 @@
 
 #include "absl/status/status.h"
 #include "tools/rpcctl/exit_code.h"
+#include "tools/rpcctl/options.h"
 
 namespace rpcctl {
 
@@ -33,7 +34,7 @@ ExitCode List(Session& session, const Arguments& arguments);
 // describe NAME
 ExitCode Describe(Session& session, const Arguments& arguments);
 
-// call METHOD JSON
+// call METHOD REQUEST...
 ExitCode Call(Session& session, const Arguments& arguments);
 
 // watch METHOD KEY...
@@ -45,6 +46,14 @@ ExitCode Answer(Session& session, const Arguments& arguments);
 // status
 ExitCode Status(Session& session, const Arguments& arguments);
 
+// Connects, calls a unary method of the contract, which is loaded, and prints
+// its response.
+ExitCode CallMethod(
+    Session& session,
+    const google::protobuf::MethodDescriptor& method,
+    const google::protobuf::Message& request,
+    const std::function<void(const google::protobuf::Message&)>& print);
+
 // What a stream is subscribed to: messages of the type that KeyTypeOf() says.
 using Keys = std::vector<std::unique_ptr<google::protobuf::Message>>;
 
@@ -52,14 +61,31 @@ using Keys = std::vector<std::unique_ptr<google::protobuf::Message>>;
 // are in effect. Prints why it has failed.
 using AwaitReply = std::function<ExitCode(Session& session)>;
 
-// Print the events, and answer the questions, about the keys until the user
-// interrupts them. `name` says what a key is called in a prompt. The method is
-// an event stream, or a callback stream. The flags --with and --exec say how to
-// answer.
+// Events to watch: those of an event stream about the keys.
+struct EventSource {
+  const google::protobuf::MethodDescriptor* method = nullptr;
+  Keys keys;
+  // What tells its events from those of other sources, such as "opened"; may be
+  // empty.
+  std::string label;
+};
+
+// What is printed for an event: its JSON, or {"opened":{...}} if its source has
+// a label. With --timestamps
+// {"time":"2026-01-31T12:00:00.000000Z","event":...}.
+std::string EventLine(const Options& options,
+                      const std::string& label,
+                      const google::protobuf::Message& event);
+
+// Prints the events of all sources until the user interrupts it.
 ExitCode WatchEvents(Session& session,
-                     const google::protobuf::MethodDescriptor* method,
-                     const Keys& keys,
+                     const std::vector<EventSource>& sources,
                      const AwaitReply& await_reply);
+
+// Answers the questions about the keys until the user interrupts it. `name`
+// says what a key is called in a prompt. The method is a callback stream. The
+// flags
+// --with and --exec say how to answer.
 ExitCode AnswerQuestions(
     Session& session,
     const google::protobuf::MethodDescriptor* method,

@@ -2,31 +2,25 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "absl/strings/str_cat.h"
 #include "tools/cli/printable.h"
 #include "tools/rpcctl/commands.h"
+#include "tools/rpcctl/declaration.h"
+#include "tools/rpcctl/method_table.h"
 #include "tools/rpcctl/session.h"
 
 namespace rpcctl {
 namespace {
 
-// A method with its messages, since one who wants to call it needs those.
-std::string Declaration(const google::protobuf::MethodDescriptor& method) {
-  std::string text = method.DebugString();
-  absl::StrAppend(&text, method.input_type()->DebugString());
-  if (method.output_type() != method.input_type())
-    absl::StrAppend(&text, method.output_type()->DebugString());
-  return text;
-}
+using google::protobuf::DescriptorPool;
+using google::protobuf::ServiceDescriptor;
 
-// Empty if nothing has that name.
-std::string Declaration(const google::protobuf::DescriptorPool& pool,
-                        const std::string& name) {
+// As in a proto file. Empty if nothing else than a method has that name.
+std::string ProtoText(const DescriptorPool& pool, const std::string& name) {
   if (const auto* service = pool.FindServiceByName(name))
     return service->DebugString();
-  if (const auto* method = pool.FindMethodByName(name))
-    return Declaration(*method);
   if (const auto* message = pool.FindMessageTypeByName(name))
     return message->DebugString();
   if (const auto* enumeration = pool.FindEnumTypeByName(name))
@@ -39,15 +33,26 @@ std::string Declaration(const google::protobuf::DescriptorPool& pool,
 ExitCode Describe(Session& session, const Arguments& arguments) {
   if (arguments.size() != 1) {
     return Fail(kUsage,
-                "'describe' takes the full name of a service, method, message "
-                "or enum.");
+                "'describe' takes a method, or the full name of a service, "
+                "message or enum.");
   }
   if (ExitCode fault = session.LoadContract(); fault != kSuccess)
     return fault;
-  const std::string text = Declaration(*session.contract().pool, arguments[0]);
+  const std::string& name = arguments[0];
+  std::string text = ProtoText(*session.contract().pool, name);
   if (text.empty()) {
-    return Fail(kUsage, absl::StrCat("The server's files declare no ",
-                                     arguments[0], "."));
+    const DescriptorPool& pool = session.declarations();
+    std::vector<const ServiceDescriptor*> services;
+    for (const ServiceDescriptor* service : session.contract().services)
+      services.push_back(pool.FindServiceByName(service->full_name()));
+    const auto method = FindAnyMethod(services, name, session.program().forms);
+    if (absl::IsNotFound(method.status())) {
+      return Fail(kUsage, absl::StrCat(session.program().files_name,
+                                       " declare no ", name, "."));
+    }
+    if (!method.ok())
+      return Fail(kUsage, method.status().message());
+    text = Declaration(**method);
   }
   std::fputs(cli::PrintableLines(text).c_str(), stdout);
   return kSuccess;

@@ -111,9 +111,15 @@ TEST_F(ShopTest, DeclarationsAreDescribed) {
   EXPECT_THAT(Print({"describe", "shop.Discount.Response"}),
               HasSubstr("message Response {\n  bool allowed = 1;\n}\n"));
   const std::string method = Print({"describe", "shop.Shop.GetPrice"});
-  EXPECT_THAT(method, StartsWith("rpc GetPrice(.BrowserId)"));
-  EXPECT_THAT(method, HasSubstr("message BrowserId {"));
-  EXPECT_THAT(method, HasSubstr("message Price {"));
+  EXPECT_THAT(method, StartsWith("shop.Shop.GetPrice: unary\n"));
+  EXPECT_THAT(method, HasSubstr("\nRequest BrowserId\n  value  int64\n"));
+  EXPECT_THAT(method, HasSubstr("\nResponse shop.Price\n"));
+  EXPECT_THAT(method, HasSubstr("\n  valid_for.seconds  int64\n"));
+  EXPECT_EQ(method, Print({"describe", "Shop.GetPrice"}));
+  EXPECT_EQ(
+      "rpcctl: GetPrice could be shop.Shop.GetPrice or "
+      "shop.Warehouse.GetPrice.\n",
+      Fault(kUsage, {"describe", "GetPrice"}));
   EXPECT_EQ("rpcctl: The server's files declare no shop.Nothing.\n",
             Fault(kUsage, {"describe", "shop.Nothing"}));
 }
@@ -290,16 +296,21 @@ TEST_F(RpcctlTest, SocketMustBeNamed) {
 
 TEST_F(RpcctlTest, HelpIsThereForTheProgramAndForEachCommand) {
   const std::string general = RunToEnd({RPCCTL, "--help"}).output;
-  EXPECT_THAT(general, HasSubstr("rpcctl call METHOD JSON"));
+  EXPECT_THAT(general, HasSubstr("\n  call METHOD REQUEST "));
   for (const char* const command :
        {"list", "describe", "call", "watch", "answer", "status"}) {
     const Process::Result result = RunToEnd({RPCCTL, command, "--help"});
     EXPECT_EQ(kSuccess, result.exit_code);
     EXPECT_EQ("", result.errors);
     EXPECT_THAT(result.output,
-                StartsWith(std::string("rpcctl --socket PATH ") + command));
-    EXPECT_THAT(general, HasSubstr(std::string("\n  rpcctl ") + command));
+                StartsWith(std::string("rpcctl ") + command + ": "));
+    EXPECT_THAT(general, HasSubstr(std::string("\n  ") + command + " "));
   }
+}
+
+TEST_F(RpcctlTest, VersionIsPrinted) {
+  EXPECT_THAT(RunToEnd({RPCCTL, "--version"}).output,
+              ContainsRegex("^rpcctl [0-9]+\\.[0-9]+\\.[0-9]+\n$"));
 }
 
 TEST_F(RpcctlTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
@@ -310,8 +321,8 @@ TEST_F(RpcctlTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
       {{}, "A command is missing. 'rpcctl --help' says more."},
       {{"lst"}, "There is no command 'lst'. Did you mean list?"},
       {{"list", "a", "b"}, "'list' takes a service, or nothing."},
-      {{"describe"}, "'describe' takes the full name of"},
-      {{"call", "X"}, "'call' takes a method and its request in JSON."},
+      {{"describe"}, "'describe' takes a method, or the full name of"},
+      {{"call", "X"}, "'call' takes a method and its request."},
       {{"watch"}, "'watch' takes a method and keys."},
       {{"answer"}, "'answer' takes a method and keys."},
       {{"status", "all"}, "'status' takes no arguments."},
@@ -328,7 +339,8 @@ TEST_F(RpcctlTest, WindowHostIsUsedThroughWhatItSaysOfItself) {
       WINDOW_HOST, "--socket", socket_, "--windows", "2"});
   EXPECT_EQ("window_host: ready at " + socket_, server_->ReadLine());
   EXPECT_EQ(
-      "rpc.BrowserWindow\nrpc.status.ServerStatus\n"
+      "rpc.BrowserWindow\nrpc.directory.WindowDirectory\n"
+      "rpc.status.ServerStatus\n"
       "rpc.reflection.ServerReflection\n",
       Print({"list"}));
   EXPECT_EQ("\"Window 1\"\n", Print({"call", "GetTitle", R"({"value": 1})"}));

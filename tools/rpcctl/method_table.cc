@@ -18,16 +18,6 @@ using google::protobuf::MethodDescriptor;
 using google::protobuf::ServiceDescriptor;
 using torvane::MethodKind;
 
-const char* NameOf(std::optional<MethodKind> kind) {
-  if (kind == MethodKind::kUnary)
-    return "unary";
-  if (kind == MethodKind::kEventStream)
-    return "event stream";
-  if (kind == MethodKind::kCallbackStream)
-    return "callback stream";
-  return "stream";
-}
-
 // The command that handles methods of that kind.
 std::string Advice(std::optional<MethodKind> kind,
                    std::string_view method,
@@ -50,7 +40,7 @@ absl::StatusOr<const MethodDescriptor*> CheckKind(
   if (kind == wanted)
     return method;
   return absl::InvalidArgumentError(
-      absl::StrFormat("%s is of the kind '%s': %s.", name, NameOf(kind),
+      absl::StrFormat("%s is of the kind '%s': %s.", name, KindName(kind),
                       Advice(kind, name, forms)));
 }
 
@@ -63,21 +53,30 @@ std::string FullNames(const std::vector<const MethodDescriptor*>& methods) {
 
 }  // namespace
 
+const char* KindName(std::optional<MethodKind> kind) {
+  if (kind == MethodKind::kUnary)
+    return "unary";
+  if (kind == MethodKind::kEventStream)
+    return "event stream";
+  if (kind == MethodKind::kCallbackStream)
+    return "callback stream";
+  return "stream";
+}
+
 std::string ListMethods(const ServiceDescriptor& service) {
   TextTable table(std::vector<TextTable::Column>(4));
   for (int i = 0; i < service.method_count(); ++i) {
     const MethodDescriptor& method = *service.method(i);
     table.AddRow({method.name(), method.input_type()->full_name(),
                   method.output_type()->full_name(),
-                  NameOf(torvane::KindOf(method))});
+                  KindName(torvane::KindOf(method))});
   }
   return table.ToString();
 }
 
-absl::StatusOr<const MethodDescriptor*> FindMethod(
+absl::StatusOr<const MethodDescriptor*> FindAnyMethod(
     const std::vector<const ServiceDescriptor*>& services,
     std::string_view name,
-    MethodKind kind,
     const CommandForms& forms) {
   std::vector<std::string> known;
   std::vector<const MethodDescriptor*> found;
@@ -85,22 +84,33 @@ absl::StatusOr<const MethodDescriptor*> FindMethod(
     for (int i = 0; i < service->method_count(); ++i) {
       const MethodDescriptor* method = service->method(i);
       if (method->full_name() == name)
-        return CheckKind(method, name, kind, forms);
+        return method;
       if (absl::EndsWith(method->full_name(), absl::StrCat(".", name)))
         found.push_back(method);
       known.push_back(method->name());
     }
   }
   if (found.empty()) {
-    return absl::InvalidArgumentError(absl::StrCat(
-        "There is no method ", name, ".", cli::DidYouMean(name, known), " '",
-        forms.list, "' lists them all."));
+    return absl::NotFoundError(absl::StrCat("There is no method ", name, ".",
+                                            cli::DidYouMean(name, known), " '",
+                                            forms.list, "' lists them all."));
   }
   if (found.size() > 1) {
     return absl::InvalidArgumentError(
         absl::StrCat(name, " could be ", FullNames(found), "."));
   }
-  return CheckKind(found[0], name, kind, forms);
+  return found[0];
+}
+
+absl::StatusOr<const MethodDescriptor*> FindMethod(
+    const std::vector<const ServiceDescriptor*>& services,
+    std::string_view name,
+    MethodKind kind,
+    const CommandForms& forms) {
+  const auto method = FindAnyMethod(services, name, forms);
+  if (!method.ok())
+    return absl::InvalidArgumentError(method.status().message());
+  return CheckKind(*method, name, kind, forms);
 }
 
 }  // namespace rpcctl

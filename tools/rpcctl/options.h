@@ -25,8 +25,14 @@ struct Options {
   // Whether 'watch' goes on when the host has gone and come again.
   bool reconnect = false;
 
-  // Whether 'status' prints JSON.
+  // Whether 'watch' says when it has got each event.
+  bool timestamps = false;
+
+  // Whether 'status' prints JSON, and 'list' of windowctl.
   bool json = false;
+
+  // Whether 'watch' of windowctl is about all windows.
+  bool all = false;
 };
 
 }  // namespace rpcctl

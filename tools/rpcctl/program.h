@@ -2,7 +2,7 @@
 // learns from each server what that offers, windowctl was built with the
 // contract of windows and has short forms for it.
 //
-// Ownership: a Program is a constant; it lives as long as the process.
+// Ownership: a Program is made once; it lives as long as the process.
 //
 // Sequence: the main thread.
 //
@@ -13,10 +13,12 @@
 
 #include <google/protobuf/descriptor.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "tools/cli/flags.h"
+#include "tools/cli/program_description.h"
 #include "tools/rpcctl/commands.h"
 #include "tools/rpcctl/exit_code.h"
 #include "tools/rpcctl/method_table.h"
@@ -27,14 +29,14 @@ namespace rpcctl {
 class Session;
 
 struct Command {
-  const char* name;
-  ExitCode (*run)(Session& session, const Arguments& arguments);
-  // Printed for --help after the command. Null if the program's help says it.
-  const char* help = nullptr;
+  std::string name;
+  std::function<ExitCode(Session& session, const Arguments& arguments)> run;
 };
 
 struct Program {
-  const char* help;
+  // Has a description of each of the commands, and says which flags a command
+  // takes.
+  cli::ProgramDescription description;
   std::vector<Command> commands;
   // How the user writes commands, for advice in errors.
   CommandForms forms;
@@ -42,9 +44,14 @@ struct Program {
   std::string (*default_socket)() = nullptr;
   // What to check when nobody listens; follows the text of the error.
   const char* absent_server_hint = "";
-  // The service that the program was built with. Null if it has to ask each
+  // The services that the program was built with. Empty if it has to ask each
   // server for its services.
-  const google::protobuf::ServiceDescriptor* (*service)() = nullptr;
+  std::vector<const google::protobuf::ServiceDescriptor*> services = {};
+  // The same declarations with their comments. Null if there are no others than
+  // those of the services.
+  const google::protobuf::DescriptorPool* commented = nullptr;
+  // What has its declarations, in errors.
+  const char* files_name = "The server's files";
   // Adds flags that only this program has; may be null.
   void (*add_flags)(cli::Flags& flags, Options& options) = nullptr;
 };

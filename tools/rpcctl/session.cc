@@ -16,7 +16,6 @@ namespace {
 using google::protobuf::Message;
 using google::protobuf::MessageFactory;
 using google::protobuf::MethodDescriptor;
-using google::protobuf::ServiceDescriptor;
 using rpc::transport::Client;
 
 ExitCode NoConnection(const absl::Status& why, std::string_view hint) {
@@ -71,10 +70,8 @@ ExitCode Session::Connect() {
 }
 
 ExitCode Session::LoadContract() {
-  if (program_.service != nullptr) {
-    const ServiceDescriptor* service = program_.service();
-    contract_ = {{service},
-                 service->file()->pool(),
+  if (!program_.services.empty()) {
+    contract_ = {program_.services, program_.services[0]->file()->pool(),
                  MessageFactory::generated_factory()};
     return kSuccess;
   }
@@ -99,6 +96,10 @@ ExitCode Session::FindMethod(std::string_view name,
     return Fail(kUsage, found.status().message());
   *method = *found;
   return kSuccess;
+}
+
+const google::protobuf::DescriptorPool& Session::declarations() const {
+  return program_.commented != nullptr ? *program_.commented : *contract_.pool;
 }
 
 std::unique_ptr<Message> Session::NewMessage(

@@ -79,6 +79,11 @@ class Session {
   // Loaded.
   const Contract& contract() const { return contract_; }
 
+  // What the contract declares, with comments if there are any. Loaded.
+  const google::protobuf::DescriptorPool& declarations() const;
+
+  const Program& program() const { return program_; }
+
   const Options& options() const { return options_; }
   rpc::loop::Loop& loop() { return loop_; }
 

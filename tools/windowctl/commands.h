@@ -1,6 +1,6 @@
-// The commands of windowctl that are short forms of those in tools/rpcctl: they
-// know the contract, and windows go by their ids. The others, 'call' and
-// 'status', are the same in both programs.
+// The commands of windowctl that know the contract: windows go by their ids.
+// 'describe', 'call' and 'status' are the same in rpcctl, and commands that are
+// named after methods are in method_commands.h.
 
 #ifndef TOOLS_WINDOWCTL_COMMANDS_H_
 #define TOOLS_WINDOWCTL_COMMANDS_H_
@@ -10,11 +10,19 @@
 
 namespace windowctl {
 
+// list
+rpcctl::ExitCode List(rpcctl::Session& session,
+                      const rpcctl::Arguments& arguments);
+
+// open [URL] [FIELD=VALUE...]
+rpcctl::ExitCode Open(rpcctl::Session& session,
+                      const rpcctl::Arguments& arguments);
+
 // methods
 rpcctl::ExitCode Methods(rpcctl::Session& session,
                          const rpcctl::Arguments& arguments);
 
-// watch ID...
+// watch ID..., or watch --all
 rpcctl::ExitCode Watch(rpcctl::Session& session,
                        const rpcctl::Arguments& arguments);
 

@@ -22,9 +22,9 @@ using ::testing::StartsWith;
 
 TEST_F(EndToEndTest, HelpIsNoFailure) {
   for (const char* flag : {"-h", "--help"}) {
-    const Process::Result client = RunClient({"call", flag});
+    const Process::Result client = RunClient({flag});
     EXPECT_EQ(kSuccess, client.exit_code);
-    EXPECT_THAT(client.output, HasSubstr("windowctl call METHOD JSON"));
+    EXPECT_THAT(client.output, HasSubstr("\n  call METHOD REQUEST "));
     EXPECT_EQ("", client.errors);
 
     const Process::Result host = RunToEnd(HostWords({flag}));
@@ -70,9 +70,10 @@ TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
   } cases[] = {
       {{}, "A command is missing. 'windowctl --help' says more."},
       {{"cal"}, "There is no command 'cal'. Did you mean call?"},
-      {{"call"}, "'call' takes a method and its request in JSON."},
-      {{"call", "Show"}, "'call' takes a method and its request in JSON."},
-      {{"call", "Show", "{}", "{}"}, "'call' takes a method"},
+      {{"call"}, "'call' takes a method and its request."},
+      {{"call", "Show"}, "'call' takes a method and its request."},
+      {{"call", "Show", "{}", "{}"}, "A request is one word of JSON, or"},
+      {{"call", "Show", "valeu=1"}, "has no field valeu. Did you mean value?"},
       {{"call", "Shwo", "{}"}, "There is no method Shwo. Did you mean Show?"},
       {{"call", "Show", "{"}, "The JSON does not fit: Unexpected end"},
       {{"call", "Show", R"({"valeu": 1})"}, "valeu: Cannot find field."},
@@ -84,7 +85,19 @@ TEST_F(EndToEndTest, WrongUsageSaysWhatIsWrongBeforeConnecting) {
       {{"call", "Show", "{}", "--with={}"}, "--with is for 'answer' only."},
       {{"methods", "--exec", "true"}, "The flag --exec is for 'answer' only."},
       {{"call", "Show", "{}", "--json"},
-       "The flag --json is for 'status' only."},
+       "The flag --json is for 'list' and 'open' and 'status' only."},
+      {{"watch", "1", "--all"}, "'watch' takes ids of windows, or --all."},
+      {{"list", "1"}, "'list' takes no arguments."},
+      {{"open", "https://a/", "b"}, "'b' is no FIELD=VALUE."},
+      {{"open", "withd=1"}, "has no field withd. Did you mean width?"},
+      {{"maximise", "1"}, "There is no command 'maximise'. Did you mean maxi"},
+      {{"maximize"}, "'maximize' takes a window's id."},
+      {{"maximize", "first"}, "'first' is not a window's id."},
+      {{"maximize", "1", "value=2"}, "value: it is set twice."},
+      {{"set-title", "1", "titel=a"}, "Did you mean title?"},
+      {{"describe", "SetTitel"}, "The files of the contract declare no SetTit"},
+      {{"call", "Show", "@/nowhere"}, "Can't open /nowhere: No such file"},
+      {{"answer", "OnCloseWindow", "1", "--with", "@/nowhere"}, "Can't open"},
   };
   for (const auto& [words, fault] : cases) {
     const Process::Result result = RunClient(words);

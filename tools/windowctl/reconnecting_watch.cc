@@ -12,11 +12,13 @@
 #include "core/common/rpc/loop/signal_watch.h"
 #include "tools/cli/socket_path.h"
 #include "tools/rpcctl/commands.h"
-#include "tools/rpcctl/json.h"
 #include "tools/rpcctl/session.h"
 
 namespace windowctl {
 namespace {
+
+using google::protobuf::Message;
+using google::protobuf::MessageFactory;
 
 std::string TimeOfDay(absl::Time time) {
   return absl::FormatTime("%H:%M:%S", time, absl::LocalTimeZone());
@@ -25,8 +27,10 @@ std::string TimeOfDay(absl::Time time) {
 }  // namespace
 
 ReconnectingWatch::ReconnectingWatch(const rpcctl::Options& options,
-                                     std::vector<BrowserId> windows)
-    : options_(options), windows_(std::move(windows)) {}
+                                     const std::vector<BrowserId>& windows)
+    : options_(options),
+      sources_(SourcesFor(windows)),
+      calls_(AwaitedCallsFor(windows)) {}
 
 ReconnectingWatch::~ReconnectingWatch() = default;
 
@@ -59,40 +63,43 @@ void ReconnectingWatch::OnConnected(rpc::transport::Client& client,
                                     const std::optional<Host::Gap>& gap) {
   if (gap && !missing_since_)
     missing_since_ = absl::Now() - absl::FromChrono(loop_.Now() - gap->lost);
-  events_.emplace(
-      client,
-      rpc::BrowserWindow::descriptor()->FindMethodByName(
-          "WhenBrowserWindowClosed"),
-      [](const rpc::BrowserWindowClosed& event) {
-        rpcctl::PrintLine(rpcctl::ToJson(event));
-      },
-      [this](const absl::Status& status) { OnStreamEnd(status); });
-  for (const BrowserId& window : windows_)
-    events_->Subscribe(window);
+  streams_.clear();
+  for (const rpcctl::EventSource& source : sources_) {
+    auto& stream = streams_.emplace_back(
+        client, source.method, *MessageFactory::generated_factory(),
+        [&](const Message& event) {
+          rpcctl::PrintLine(rpcctl::EventLine(options_, source.label, event));
+        },
+        [this](const absl::Status& status) { OnStreamEnd(status); });
+    for (const auto& key : source.keys)
+      stream.Subscribe(*key);
+  }
   awaited_ = 0;
-  AwaitNextWindow();
+  AwaitNext();
 }
 
-void ReconnectingWatch::AwaitNextWindow() {
+void ReconnectingWatch::AwaitNext() {
+  const AwaitedCall& call = calls_[awaited_];
+  response_.reset(MessageFactory::generated_factory()
+                      ->GetPrototype(call.method->output_type())
+                      ->New());
   controller_.Reset();
-  rpc::BrowserWindow_Stub(host_->client())
-      .IsVisible(
-          &controller_, &windows_[awaited_], &visible_,
-          google::protobuf::NewCallback(this, &ReconnectingWatch::OnReply));
+  host_->client()->CallMethod(
+      call.method, &controller_, call.request.get(), response_.get(),
+      google::protobuf::NewCallback(this, &ReconnectingWatch::OnReply));
 }
 
 void ReconnectingWatch::OnReply() {
-  // After a loss the windows are asked about anew, and at the end no more.
+  // After a loss the calls are made anew, and at the end no more.
   if (exit_code_ || host_->client() == nullptr)
     return;
   const absl::Status& status = controller_.status();
-  // UNIMPLEMENTED also shows that the host has handled the subscription.
-  if (!status.ok() && !absl::IsUnimplemented(status)) {
+  if (!IsHandled(status)) {
     exit_code_ = rpcctl::FailOn(*host_->client(), status);
     return;
   }
-  if (++awaited_ < windows_.size())
-    return AwaitNextWindow();
+  if (++awaited_ < calls_.size())
+    return AwaitNext();
   OnSubscribed();
 }
 
@@ -128,8 +135,8 @@ void ReconnectingWatch::OnInterrupt() {
   interrupted_ = true;
   if (host_->client() == nullptr)
     exit_code_ = rpcctl::kSuccess;
-  else
-    events_->End();
+  for (auto& stream : streams_)
+    stream.End();
 }
 
 }  // namespace windowctl

@@ -12,9 +12,11 @@
 #ifndef TOOLS_WINDOWCTL_RECONNECTING_WATCH_H_
 #define TOOLS_WINDOWCTL_RECONNECTING_WATCH_H_
 
-#include <google/protobuf/wrappers.pb.h>
+#include <google/protobuf/message.h>
 
 #include <cstddef>
+#include <deque>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -23,18 +25,19 @@
 #include "browser_id.pb.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/transport/client_controller.h"
-#include "core/common/rpc/transport/event_subscriber.h"
+#include "core/common/rpc/transport/dynamic_streams.h"
 #include "core/common/rpc/transport/reconnecting_client.h"
-#include "rpc/browser/browser_window.pb.h"
 #include "tools/rpcctl/exit_code.h"
 #include "tools/rpcctl/options.h"
+#include "tools/windowctl/windows.h"
 
 namespace windowctl {
 
 class ReconnectingWatch {
  public:
+  // Without windows it is about all of them.
   ReconnectingWatch(const rpcctl::Options& options,
-                    std::vector<BrowserId> windows);
+                    const std::vector<BrowserId>& windows);
   ReconnectingWatch(const ReconnectingWatch&) = delete;
   ReconnectingWatch& operator=(const ReconnectingWatch&) = delete;
   ~ReconnectingWatch();
@@ -51,14 +54,15 @@ class ReconnectingWatch {
   void OnStreamEnd(const absl::Status& status);
   void OnInterrupt();
 
-  // Asks about one window after the other. The reply to the last says that the
+  // Makes one awaited call after the other. The reply to the last says that the
   // host has handled all subscriptions.
-  void AwaitNextWindow();
+  void AwaitNext();
   void OnReply();
   void OnSubscribed();
 
   const rpcctl::Options& options_;
-  const std::vector<BrowserId> windows_;
+  const std::vector<rpcctl::EventSource> sources_;
+  const std::vector<AwaitedCall> calls_;
   rpc::loop::Loop loop_;
   bool interrupted_ = false;
   // Set when the watch is over.
@@ -68,13 +72,13 @@ class ReconnectingWatch {
   // Since the connection was lost, until all is subscribed again.
   std::optional<absl::Time> missing_since_;
 
-  // The call about windows_[awaited_].
+  // The call calls_[awaited_].
   size_t awaited_ = 0;
   rpc::transport::ClientController controller_;
-  google::protobuf::BoolValue visible_;
+  std::unique_ptr<google::protobuf::Message> response_;
 
-  std::optional<rpc::transport::EventSubscriber<rpc::BrowserWindowClosed>>
-      events_;
+  // One for each source.
+  std::deque<rpc::transport::DynamicEventSubscriber> streams_;
   std::optional<Host> host_;
 };
 

@@ -157,7 +157,7 @@ TEST_F(WatchTest, WrongUsageIsSaidBeforeConnecting) {
       {{"answer"}, "'answer' takes a method and the ids of windows."},
       {{"answer", "OnCloseWindow"}, "Name at least one window by its id."},
       {{"answer", "OnClosedWindow", "1"}, "Did you mean OnCloseWindow?"},
-      {{"answer", "Show", "1"}, "use 'windowctl call Show JSON'"},
+      {{"answer", "Show", "1"}, "use 'windowctl call Show REQUEST'"},
       {{"answer", "OnCloseWindow", "1", "--with", "{\"alowed\": true}"},
        "alowed: Cannot find field."},
       {{"answer", "OnCloseWindow", "1", "--with", "{}", "--exec", "true"},

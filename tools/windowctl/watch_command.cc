@@ -6,20 +6,22 @@ namespace windowctl {
 
 rpcctl::ExitCode Watch(rpcctl::Session& session,
                        const rpcctl::Arguments& arguments) {
-  const auto windows = ParseWindows(arguments);
-  if (!windows.ok())
-    return rpcctl::Fail(rpcctl::kUsage, windows.status().message());
-  if (session.options().reconnect)
-    return ReconnectingWatch(session.options(), *windows).Run();
-  const google::protobuf::MethodDescriptor* method;
-  if (const rpcctl::ExitCode fault =
-          session.FindMethod("WhenBrowserWindowClosed",
-                             torvane::MethodKind::kEventStream, &method);
-      fault != rpcctl::kSuccess) {
-    return fault;
+  std::vector<BrowserId> windows;
+  if (!session.options().all) {
+    auto parsed = ParseWindows(arguments);
+    if (!parsed.ok())
+      return rpcctl::Fail(rpcctl::kUsage, parsed.status().message());
+    windows = *std::move(parsed);
+  } else if (!arguments.empty()) {
+    return rpcctl::Fail(rpcctl::kUsage,
+                        "'watch' takes ids of windows, or --all.");
   }
-  return rpcctl::WatchEvents(session, method, KeysOf(*windows),
-                             AwaitWindows(*windows));
+  if (session.options().reconnect)
+    return ReconnectingWatch(session.options(), windows).Run();
+  if (const auto fault = session.LoadContract(); fault != rpcctl::kSuccess)
+    return fault;
+  return rpcctl::WatchEvents(session, SourcesFor(windows),
+                             AwaitWindows(windows));
 }
 
 }  // namespace windowctl

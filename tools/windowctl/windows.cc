@@ -1,15 +1,18 @@
 #include "tools/windowctl/windows.h"
 
-#include <google/protobuf/wrappers.pb.h>
-
 #include <cstdint>
+#include <limits>
 #include <memory>
+#include <utility>
 
 #include "absl/strings/numbers.h"
 #include "absl/strings/str_cat.h"
 #include "rpc/browser/browser_window.pb.h"
+#include "rpc/directory/window_directory.pb.h"
 
 namespace windowctl {
+
+using rpc::directory::WindowDirectory;
 
 absl::StatusOr<std::vector<BrowserId>> ParseWindows(
     const rpcctl::Arguments& words) {
@@ -35,16 +38,55 @@ rpcctl::Keys KeysOf(const std::vector<BrowserId>& windows) {
   return keys;
 }
 
+std::vector<rpcctl::EventSource> SourcesFor(
+    const std::vector<BrowserId>& windows) {
+  const auto* closed = rpc::BrowserWindow::descriptor()->FindMethodByName(
+      "WhenBrowserWindowClosed");
+  std::vector<rpcctl::EventSource> sources;
+  if (!windows.empty()) {
+    sources.push_back({closed, KeysOf(windows), ""});
+    return sources;
+  }
+  const auto* opened =
+      WindowDirectory::descriptor()->FindMethodByName("WhenWindowOpened");
+  const std::vector<BrowserId> all = {BrowserId()};
+  sources.push_back({opened, KeysOf(all), "opened"});
+  sources.push_back({closed, KeysOf(all), "closed"});
+  return sources;
+}
+
+std::vector<AwaitedCall> AwaitedCallsFor(
+    const std::vector<BrowserId>& windows) {
+  std::vector<AwaitedCall> calls;
+  const auto* is_visible =
+      rpc::BrowserWindow::descriptor()->FindMethodByName("IsVisible");
+  for (const BrowserId& window : windows)
+    calls.push_back({is_visible, std::make_unique<BrowserId>(window)});
+  if (windows.empty()) {
+    // After the last of all ids there is no window to be listed.
+    auto none = std::make_unique<rpc::directory::ListWindowsRequest>();
+    none->mutable_after()->set_value(std::numeric_limits<int64_t>::max());
+    calls.push_back(
+        {WindowDirectory::descriptor()->FindMethodByName("ListWindows"),
+         std::move(none)});
+  }
+  return calls;
+}
+
+// UNIMPLEMENTED shows it, too. Where the stream is not there either, that is
+// said when it ends.
+bool IsHandled(const absl::Status& reply) {
+  return reply.ok() || absl::IsUnimplemented(reply);
+}
+
 rpcctl::AwaitReply AwaitWindows(const std::vector<BrowserId>& windows) {
   return [windows](rpcctl::Session& session) {
-    const auto* method =
-        rpc::BrowserWindow::descriptor()->FindMethodByName("IsVisible");
-    for (const BrowserId& window : windows) {
-      google::protobuf::BoolValue visible;
-      const absl::Status status = session.Call(method, window, &visible);
-      // UNIMPLEMENTED also shows that the host has handled the subscription.
-      if (!status.ok() && !absl::IsUnimplemented(status))
-        return rpcctl::FailOn(session.client(), status);
+    for (const AwaitedCall& call : AwaitedCallsFor(windows)) {
+      const auto response = session.NewMessage(call.method->output_type());
+      const absl::Status reply =
+          session.Call(call.method, *call.request, response.get());
+      if (!IsHandled(reply))
+        return rpcctl::FailOn(session.client(), reply);
     }
     return rpcctl::kSuccess;
   };

@@ -6,7 +6,10 @@
 #ifndef TOOLS_WINDOWCTL_WINDOWS_H_
 #define TOOLS_WINDOWCTL_WINDOWS_H_
 
-#include <string>
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <memory>
 #include <vector>
 
 #include "absl/status/statusor.h"
@@ -23,7 +26,23 @@ absl::StatusOr<std::vector<BrowserId>> ParseWindows(
 
 rpcctl::Keys KeysOf(const std::vector<BrowserId>& windows);
 
-// Calls about each of the windows. The host replies after it has handled the
+// The events about the windows; without any, about all windows.
+std::vector<rpcctl::EventSource> SourcesFor(
+    const std::vector<BrowserId>& windows);
+
+// The calls whose replies say that all subscriptions are in effect: one about
+// each of the windows, or one about all of them.
+struct AwaitedCall {
+  const google::protobuf::MethodDescriptor* method;
+  std::unique_ptr<google::protobuf::Message> request;
+};
+std::vector<AwaitedCall> AwaitedCallsFor(const std::vector<BrowserId>& windows);
+
+// Whether the reply to such a call says that the host has handled the
+// subscriptions.
+bool IsHandled(const absl::Status& reply);
+
+// Makes these calls. The host replies after it has handled the
 // subscriptions that were sent before, and says whether there is such a window.
 rpcctl::AwaitReply AwaitWindows(const std::vector<BrowserId>& windows);
 
