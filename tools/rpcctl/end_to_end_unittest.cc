@@ -339,8 +339,8 @@ TEST_F(RpcctlTest, WindowHostIsUsedThroughWhatItSaysOfItself) {
       WINDOW_HOST, "--socket", socket_, "--windows", "2"});
   EXPECT_EQ("window_host: ready at " + socket_, server_->ReadLine());
   EXPECT_EQ(
-      "rpc.BrowserWindow\nrpc.directory.WindowDirectory\n"
-      "rpc.status.ServerStatus\n"
+      "rpc.BrowserWindow\nrpc.status.ServerStatus\n"
+      "rpc.directory.WindowDirectory\n"
       "rpc.reflection.ServerReflection\n",
       Print({"list"}));
   EXPECT_EQ("\"Window 1\"\n", Print({"call", "GetTitle", R"({"value": 1})"}));

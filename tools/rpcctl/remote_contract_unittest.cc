@@ -66,6 +66,27 @@ TEST(RemoteContractTest, ServicesAreThoseOfTheFilesThatAreNamed) {
             made.services[0]->DebugString());
 }
 
+TEST(RemoteContractTest, CommentsThatTheServerSendsAreKept) {
+  FileDescriptorProto file = FileWith("zoo", "Animal");
+  auto* location = file.mutable_source_code_info()->add_location();
+  location->add_path(FileDescriptorProto::kMessageTypeFieldNumber);
+  location->add_path(0);
+  location->add_span(0);
+  location->add_span(0);
+  location->add_span(1);
+  location->set_leading_comments(" It has a name.\n");
+  FileDescriptorSet files;
+  *files.add_file() = file;
+  const auto contract = RemoteContract::Build(files, {});
+  ASSERT_TRUE(contract.ok()) << contract.status();
+  google::protobuf::SourceLocation found;
+  ASSERT_TRUE((*contract)
+                  ->contract()
+                  .pool->FindMessageTypeByName("zoo.Animal")
+                  ->GetSourceLocation(&found));
+  EXPECT_EQ(" It has a name.\n", found.leading_comments);
+}
+
 // A duration is written as one, though its file has come from the server.
 TEST(RemoteContractTest, MessagesAreReadAndPrintedAsJson) {
   const auto contract =

@@ -26,8 +26,8 @@ Host::Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options)
       reflection_([this] { return server_.Services(); }),
       server_(loop, {.limits = options_.limits}) {
   server_.AddService(&logger_);
-  server_.AddService(&directory_logger_);
   server_.AddService(&status_);
+  server_.AddService(&directory_logger_);
   server_.AddService(&reflection_);
 }
 

@@ -298,6 +298,16 @@ TEST_F(DirectoryServiceTest, WindowsThatAreAboutToOpenCountAgainstTheLimit) {
   EXPECT_EQ(3, fourth.info.browser_id().value());
 }
 
+TEST_F(DirectoryServiceTest, AWindowOpensThoughItsCallIsGivenUp) {
+  host_.windows.Hold();
+  OpenCall call(*directory_, {});
+  call.context.Cancel();
+  host_.windows.Confirm();
+  host_.sequence.Run();
+  EXPECT_TRUE(host_.IsOpen(1));
+  EXPECT_EQ(1, call.done.runs());
+}
+
 TEST_F(DirectoryServiceTest, AWindowThatIsGoneBeforeTheReplyIsNotFound) {
   const OpenCall call(*directory_, {});
   host_.windows.Lose(1);
