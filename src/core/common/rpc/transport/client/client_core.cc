@@ -235,15 +235,46 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
                                const Message* request,
                                Message* response,
                                Closure* done) {
+  const absl::StatusOr<uint64_t> method_id = IdOf(method, request, response);
+  if (method_id.ok()) {
+    request->SerializeToString(call_frame_.mutable_request());
+  }
+  return StartCall(method_id, {controller, response, nullptr, done, nullptr});
+}
+
+void ClientCore::CallById(uint64_t method_id,
+                          ClientController* controller,
+                          const std::string& request,
+                          std::string* response,
+                          Closure* done) {
+  call_frame_.set_request(request);
+  StartCall(method_id, {controller, nullptr, response, done, nullptr});
+}
+
+absl::StatusOr<uint64_t> ClientCore::IdOf(const MethodDescriptor* method,
+                                          const Message* request,
+                                          const Message* response) {
+  absl::Status valid = check_call_(method, request, response);
+  if (!valid.ok()) {
+    return valid;
+  }
+  if (!status_.ok()) {
+    return status_;
+  }
+  return methods_.Find(method);
+}
+
+uint64_t ClientCore::StartCall(const absl::StatusOr<uint64_t>& method_id,
+                               PendingCall call) {
   const uint64_t id = ++last_call_id_;
-  calls_.emplace(id, PendingCall{controller, response, done, nullptr});
+  ClientController* const controller = call.controller;
+  calls_.emplace(id, std::move(call));
   controller->core_ = this;
   controller->call_id_ = id;
   controller->status_ = absl::OkStatus();
   const std::optional<Milliseconds> timeout =
       controller->timeout_ ? controller->timeout_ : options_.call_timeout;
-  const absl::Status status =
-      AppendCall(id, method, request, response, timeout);
+  const absl::Status status = AppendCall(id, method_id, timeout);
   FreeIfLarge(call_frame_, call_frame_.request().capacity());
   if (!status.ok()) {
     FinishCallSoon(id, status);
@@ -254,20 +285,13 @@ uint64_t ClientCore::StartCall(const MethodDescriptor* method,
 }
 
 absl::Status ClientCore::AppendCall(uint64_t id,
-                                    const MethodDescriptor* method,
-                                    const Message* request,
-                                    const Message* response,
+                                    const absl::StatusOr<uint64_t>& method_id,
                                     std::optional<Milliseconds> timeout) {
-  absl::Status valid = check_call_(method, request, response);
-  if (!valid.ok()) {
-    return valid;
+  if (!method_id.ok()) {
+    return method_id.status();
   }
   if (!status_.ok()) {
     return status_;
-  }
-  const absl::StatusOr<uint64_t> method_id = methods_.Find(method);
-  if (!method_id.ok()) {
-    return method_id.status();
   }
   if (timeout && timeout->count() <= 0) {
     return absl::DeadlineExceededError("no time was left for the call");
@@ -275,7 +299,6 @@ absl::Status ClientCore::AppendCall(uint64_t id,
   call_frame_.set_call_id(id);
   call_frame_.set_method_id(*method_id);
   call_frame_.set_timeout_ms(OnWire(timeout));
-  request->SerializeToString(call_frame_.mutable_request());
   const size_t size = FrameSize(call_frame_);
   if (!connection_->FitsPeer(size)) {
     ++counters_->limit_hits.max_client_frame_bytes;
@@ -336,6 +359,10 @@ absl::Status ClientCore::OnReply(std::string_view body) {
 absl::Status ClientCore::ReadReply(const PendingCall& call) {
   if (reply_frame_.has_status()) {
     return FromWire(reply_frame_.status());
+  }
+  if (call.unparsed_response != nullptr) {
+    call.unparsed_response->swap(*reply_frame_.mutable_response());
+    return absl::OkStatus();
   }
   if (!call.response->ParseFromString(reply_frame_.response())) {
     return absl::InternalError(absl::StrCat("the response does not parse as a ",

@@ -70,6 +70,14 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
             google::protobuf::Closure* done);
   void CancelCall(uint64_t id);
 
+  // Calls the method of this id with a request that is serialised already, and
+  // leaves the response unparsed in `response`. `done` is not null.
+  void CallById(uint64_t method_id,
+                ClientController* controller,
+                const std::string& request,
+                std::string* response,
+                google::protobuf::Closure* done);
+
   // Runs the closure of a call that could not even begin, on a later turn. Null
   // for a blocking call.
   void RunSoon(google::protobuf::Closure* done);
@@ -84,6 +92,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
     on_closed_ = std::move(on_closed);
   }
   ClientStreamTable& streams() { return *streams_; }
+  const RemoteMethods& methods() const { return methods_; }
   const serving::Counters& counters() const { return *counters_; }
 
   // Connection::Delegate:
@@ -93,7 +102,9 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
  private:
   struct PendingCall {
     ClientController* controller;
+    // Where the response goes: one is null.
     google::protobuf::Message* response;
+    std::string* unparsed_response;
     google::protobuf::Closure* done;
     // Null when the call has no timeout.
     std::unique_ptr<loop::Timer> timer;
@@ -127,10 +138,15 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
                      const google::protobuf::Message* request,
                      google::protobuf::Message* response,
                      google::protobuf::Closure* done);
+  absl::StatusOr<uint64_t> IdOf(
+      const google::protobuf::MethodDescriptor* method,
+      const google::protobuf::Message* request,
+      const google::protobuf::Message* response);
+  // Sends what is in `call_frame_`, the request, or ends the call.
+  uint64_t StartCall(const absl::StatusOr<uint64_t>& method_id,
+                     PendingCall call);
   absl::Status AppendCall(uint64_t id,
-                          const google::protobuf::MethodDescriptor* method,
-                          const google::protobuf::Message* request,
-                          const google::protobuf::Message* response,
+                          const absl::StatusOr<uint64_t>& method_id,
                           std::optional<Milliseconds> timeout);
   bool IsAwaitingReply(uint64_t id) const;
   void AppendCancel(uint64_t id);

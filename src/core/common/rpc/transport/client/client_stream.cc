@@ -15,6 +15,15 @@ ClientStream::ClientStream(Client& client,
       on_end_(std::move(on_end)),
       id_(core_->streams().Open(method, this)) {}
 
+ClientStream::ClientStream(Client& client,
+                           uint64_t method_id,
+                           DataCallback on_data,
+                           EndCallback on_end)
+    : core_(client.core()),
+      on_data_(std::make_shared<const DataCallback>(std::move(on_data))),
+      on_end_(std::move(on_end)),
+      id_(core_->streams().OpenById(method_id, this)) {}
+
 ClientStream::~ClientStream() {
   core_->streams().EndAndDetach(id_);
 }

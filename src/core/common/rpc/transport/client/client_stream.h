@@ -44,6 +44,12 @@ class ClientStream final : private ClientStreamTable::Observer {
                const Method& method,
                DataCallback on_data,
                EndCallback on_end);
+  // The same for a method that the server has given this id, see
+  // RemoteMethods::FindByName().
+  ClientStream(Client& client,
+               uint64_t method_id,
+               DataCallback on_data,
+               EndCallback on_end);
   ClientStream(const ClientStream&) = delete;
   ClientStream& operator=(const ClientStream&) = delete;
   ~ClientStream();

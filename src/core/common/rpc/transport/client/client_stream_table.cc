@@ -19,9 +19,24 @@ ClientStreamTable::ClientStreamTable(loop::Sequence& sequence,
 ClientStreamTable::~ClientStreamTable() = default;
 
 uint64_t ClientStreamTable::Open(const Method& method, Observer* observer) {
+  return OpenById(IdOf(method), observer);
+}
+
+absl::StatusOr<uint64_t> ClientStreamTable::IdOf(const Method& method) {
+  if (!method.ok()) {
+    return method.status();
+  }
+  if (!closed_.ok()) {
+    return closed_;
+  }
+  return methods_.Find(*method);
+}
+
+uint64_t ClientStreamTable::OpenById(const absl::StatusOr<uint64_t>& method_id,
+                                     Observer* observer) {
   const uint64_t id = ++last_id_;
   streams_.emplace(id, Stream{observer});
-  const absl::Status status = AppendOpen(id, method);
+  const absl::Status status = AppendOpen(id, method_id);
   if (!status.ok()) {
     // The server knows no such stream, so no end frame may be sent for it.
     streams_.at(id).can_send = false;
@@ -31,16 +46,14 @@ uint64_t ClientStreamTable::Open(const Method& method, Observer* observer) {
   return id;
 }
 
-absl::Status ClientStreamTable::AppendOpen(uint64_t id, const Method& method) {
-  if (!method.ok()) {
-    return method.status();
+absl::Status ClientStreamTable::AppendOpen(
+    uint64_t id,
+    const absl::StatusOr<uint64_t>& method_id) {
+  if (!method_id.ok()) {
+    return method_id.status();
   }
   if (!closed_.ok()) {
     return closed_;
-  }
-  const absl::StatusOr<uint64_t> method_id = methods_.Find(*method);
-  if (!method_id.ok()) {
-    return method_id.status();
   }
   StreamOpenFrame open;
   open.set_stream_id(id);

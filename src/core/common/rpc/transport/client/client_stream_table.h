@@ -61,6 +61,10 @@ class ClientStreamTable final
   using Method = absl::StatusOr<const google::protobuf::MethodDescriptor*>;
   uint64_t Open(const Method& method, Observer* observer);
 
+  // The same for a method that the server has given this id.
+  uint64_t OpenById(const absl::StatusOr<uint64_t>& method_id,
+                    Observer* observer);
+
   // Sends one message. False when it is dropped: this side has ended the
   // stream, it is over, or too much waits to be written.
   bool SendData(uint64_t id, const StreamMessage& message);
@@ -95,7 +99,9 @@ class ClientStreamTable final
   };
   using Streams = std::map<uint64_t, Stream>;
 
-  absl::Status AppendOpen(uint64_t id, const Method& method);
+  absl::StatusOr<uint64_t> IdOf(const Method& method);
+  absl::Status AppendOpen(uint64_t id,
+                          const absl::StatusOr<uint64_t>& method_id);
   void AppendEnd(Streams::iterator stream);
   // Removes the stream and calls its observer's OnEnd().
   void Finish(uint64_t id, const absl::Status& status);

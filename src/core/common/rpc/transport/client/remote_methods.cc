@@ -77,21 +77,28 @@ absl::StatusOr<uint64_t> RemoteMethods::Find(const MethodDescriptor* method) {
 
 absl::StatusOr<uint64_t> RemoteMethods::Match(
     const MethodDescriptor& method) const {
+  const auto offered = FindByName(method.service()->full_name(), method.name());
+  return offered.ok() ? IdOf(method, **offered) : offered.status();
+}
+
+absl::StatusOr<const OfferedMethod*> RemoteMethods::FindByName(
+    std::string_view service_name,
+    std::string_view method_name) const {
   for (const OfferedService& service : offer_) {
-    if (service.full_name() != method.service()->full_name()) {
+    if (service.full_name() != service_name) {
       continue;
     }
     for (const OfferedMethod& offered : service.methods()) {
-      if (offered.name() == method.name()) {
-        return IdOf(method, offered);
+      if (offered.name() == method_name) {
+        return &offered;
       }
     }
-    return absl::UnimplementedError(
-        absl::StrCat("the server has no method ", method.full_name()));
+    return absl::UnimplementedError(absl::StrCat(
+        "the server has no method ", service_name, ".", method_name));
   }
   return absl::UnimplementedError(
-      absl::StrCat("the server has no service ", method.service()->full_name(),
-                   " and so no method ", method.full_name()));
+      absl::StrCat("the server has no service ", service_name,
+                   " and so no method ", service_name, ".", method_name));
 }
 
 }  // namespace rpc::transport

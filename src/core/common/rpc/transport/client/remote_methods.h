@@ -18,6 +18,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include <cstdint>
+#include <string_view>
 #include <utility>
 
 #include "absl/container/flat_hash_map.h"
@@ -36,6 +37,12 @@ class RemoteMethods {
   // The id of `method`, or UNIMPLEMENTED with a text that names it.
   absl::StatusOr<uint64_t> Find(
       const google::protobuf::MethodDescriptor* method);
+
+  // What the server offers under these names, of whatever kind, or
+  // UNIMPLEMENTED with a text that names it. Lives as long as this.
+  absl::StatusOr<const OfferedMethod*> FindByName(
+      std::string_view service,
+      std::string_view method) const;
 
  private:
   absl::StatusOr<uint64_t> Match(
