@@ -1,0 +1,167 @@
+#include "core/common/rpc/grpc/contract/derived_text.h"
+
+#include <google/protobuf/compiler/parser.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/io/tokenizer.h>
+#include <google/protobuf/io/zero_copy_stream_impl_lite.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <vector>
+
+#include "absl/strings/ascii.h"
+#include "absl/strings/match.h"
+#include "absl/strings/str_cat.h"
+#include "absl/strings/str_join.h"
+#include "absl/strings/str_split.h"
+#include "core/common/rpc/grpc/contract/derived_contract.h"
+
+namespace rpc::grpc {
+namespace {
+
+using google::protobuf::DescriptorPool;
+using google::protobuf::FieldDescriptorProto;
+using google::protobuf::FileDescriptor;
+using google::protobuf::FileDescriptorProto;
+using google::protobuf::FileOptions;
+using google::protobuf::SourceCodeInfo;
+using google::protobuf::SourceLocation;
+
+std::string TypeName(FieldDescriptorProto::Type type) {
+  return type == FieldDescriptorProto::TYPE_BOOL ? "bool" : "int64";
+}
+
+std::vector<std::string> AddedLines(size_t indentation) {
+  const std::string indent(indentation, ' ');
+  std::vector<std::string> lines;
+  for (const AddedField& field : AddedFields()) {
+    lines.emplace_back();
+    for (const std::string& line : field.comment) {
+      lines.push_back(absl::StrCat(indent, "// ", line));
+    }
+    lines.push_back(absl::StrCat(indent, TypeName(field.type), " ", field.name,
+                                 " = ", field.number, ";"));
+  }
+  return lines;
+}
+
+// Where the option stands: its lines, with the comment above and the blank line
+// below it. Nothing where it is not set.
+struct Lines {
+  size_t begin = 0;
+  size_t end = 0;
+};
+Lines LinesOfOption(const FileDescriptor& file,
+                    const std::vector<std::string>& lines) {
+  FileDescriptorProto proto;
+  file.CopySourceCodeInfoTo(&proto);
+  for (const SourceCodeInfo::Location& location :
+       proto.source_code_info().location()) {
+    if (location.path_size() != 2 ||
+        location.path(0) != FileDescriptorProto::kOptionsFieldNumber ||
+        location.path(1) != FileOptions::kCcGenericServicesFieldNumber) {
+      continue;
+    }
+    const size_t comment = static_cast<size_t>(
+        std::ranges::count(location.leading_comments(), '\n'));
+    const size_t first = static_cast<size_t>(location.span(0));
+    const size_t last =
+        static_cast<size_t>(location.span(location.span_size() == 4 ? 2 : 0));
+    Lines found = {first - std::min(first, comment), last + 1};
+    if (found.end < lines.size() && lines[found.end].empty()) {
+      ++found.end;
+    }
+    return found;
+  }
+  return {};
+}
+
+// With the names in JSON, which only some descriptors have been told.
+FileDescriptorProto Complete(const FileDescriptor& file) {
+  FileDescriptorProto proto;
+  file.CopyTo(&proto);
+  file.CopyJsonNameTo(&proto);
+  return proto;
+}
+
+void CopyImports(const FileDescriptor& file, DescriptorPool& pool) {
+  for (int i = 0; i < file.dependency_count(); ++i) {
+    const FileDescriptor& import = *file.dependency(i);
+    if (pool.FindFileByName(import.name()) == nullptr) {
+      CopyImports(import, pool);
+      FileDescriptorProto proto;
+      import.CopyTo(&proto);
+      pool.BuildFile(proto);
+    }
+  }
+}
+
+// The derived file, as the text says it.
+absl::StatusOr<FileDescriptorProto> Parse(const std::string& text,
+                                          const FileDescriptor& derived) {
+  google::protobuf::io::ArrayInputStream input(text.data(),
+                                               static_cast<int>(text.size()));
+  google::protobuf::io::Tokenizer tokens(&input, nullptr);
+  google::protobuf::compiler::Parser parser;
+  FileDescriptorProto parsed;
+  if (!parser.Parse(&tokens, &parsed)) {
+    return absl::InvalidArgumentError("the derived text does not parse");
+  }
+  parsed.set_name(derived.name());
+  DescriptorPool pool;
+  CopyImports(derived, pool);
+  const FileDescriptor* const built = pool.BuildFile(parsed);
+  if (built == nullptr) {
+    return absl::InvalidArgumentError("the derived text cannot be built");
+  }
+  return Complete(*built);
+}
+
+}  // namespace
+
+absl::StatusOr<std::string> DeriveText(
+    const std::string& text,
+    const FileDescriptor& file,
+    const std::set<std::string>& question_types,
+    const FileDescriptor& derived) {
+  const std::vector<std::string> lines = absl::StrSplit(text, '\n');
+  // Lines before which fields come, by how far these are indented.
+  std::map<size_t, size_t> ends;
+  for (const std::string& type : question_types) {
+    const auto* const message = file.pool()->FindMessageTypeByName(type);
+    SourceLocation location;
+    if (message->file() != &file || !message->GetSourceLocation(&location)) {
+      continue;
+    }
+    const auto end = static_cast<size_t>(location.end_line);
+    if (end >= lines.size() || absl::StripAsciiWhitespace(lines[end]) != "}") {
+      return absl::InvalidArgumentError(absl::StrCat(
+          file.name(), ": ", type, " does not end on a line of its own"));
+    }
+    ends[end] = lines[end].find('}') + 2;
+  }
+  const Lines option = LinesOfOption(file, lines);
+  std::vector<std::string> changed;
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (const auto end = ends.find(i); end != ends.end()) {
+      const auto added = AddedLines(end->second);
+      changed.insert(changed.end(), added.begin(), added.end());
+    }
+    if (i < option.begin || i >= option.end) {
+      changed.push_back(lines[i]);
+    }
+  }
+  std::string result = absl::StrJoin(changed, "\n");
+  const absl::StatusOr<FileDescriptorProto> parsed = Parse(result, derived);
+  if (!parsed.ok()) {
+    return parsed.status();
+  }
+  if (parsed->SerializeAsString() != Complete(derived).SerializeAsString()) {
+    return absl::InvalidArgumentError(absl::StrCat(
+        "the text of ", file.name(), " is not what it was parsed from"));
+  }
+  return result;
+}
+
+}  // namespace rpc::grpc

@@ -1,0 +1,223 @@
+// Serves over gRPC what a host offers on a Unix socket.
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "absl/status/status.h"
+#include "absl/strings/ascii.h"
+#include "absl/strings/str_cat.h"
+#include "core/common/rpc/grpc/front.h"
+#include "core/common/rpc/loop/loop.h"
+#include "tools/cli/flags.h"
+#include "tools/cli/limit_flags.h"
+#include "tools/cli/line_writer.h"
+#include "tools/cli/printable.h"
+#include "tools/cli/record_writer.h"
+#include "tools/cli/socket_path.h"
+#include "tools/cli/stop_signals.h"
+#include "tools/rpc_gateway/host_backend.h"
+#include "tools/rpc_gateway/host_watch.h"
+
+namespace rpc_gateway {
+namespace {
+
+constexpr int kUsage = 2;
+
+constexpr char kHelp[] =
+    R"(rpc_gateway: serves over gRPC what a host offers on a Unix socket.
+
+Flags:
+  --socket PATH             where the host listens; default:
+                            ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
+  --listen HOST:PORT        where to serve gRPC; port 0 is any that is free;
+                            default: 127.0.0.1:50051
+  --tls-certificate FILE    the gateway's certificate, PEM, and those that lead
+                            from it to a known one
+  --tls-key FILE            its key
+  --tls-client-ca FILE      clients need a certificate that one of these signed
+  --token-file FILE         clients send the text in this file as
+                            "authorization: Bearer TEXT"
+  --insecure                listen beyond the loopback although clients need
+                            neither certificate nor token
+  --max-event-messages N    messages of a client on one stream of events;
+                            default: 10000
+  --keepalive SECONDS       how long a client may be silent before it is asked
+                            whether it is there; default: 60
+  --keepalive-timeout SECONDS  how long it may take to say so; default: 20
+  --idle-peer SECONDS       how long the host is to know a client that has
+                            nothing under way; default: 30
+  --grace SECONDS           how long calls may take after the signal to stop;
+                            default: 5
+  -h, --help                prints this
+
+Limits of the gateway; those of the host hold beside them for each client:
+%s
+The gateway runs until SIGINT, SIGTERM, SIGQUIT or SIGHUP; a second signal ends
+it at once. It serves on when the host goes, and waits for it to come back.
+
+Exit status: 0 after a signal, 1 when it cannot listen, 2 wrong usage; 128 and
+the signal's number, as a shell shows it, after a second signal.
+)";
+
+struct Options {
+  std::string socket = cli::DefaultSocketPath();
+  std::string listen = "127.0.0.1:50051";
+  std::string tls_certificate;
+  std::string tls_key;
+  std::string tls_client_ca;
+  std::string token_file;
+  std::chrono::milliseconds grace{5'000};
+  rpc::grpc::FrontOptions front;
+};
+
+int Fail(int exit_code, std::string_view text) {
+  cli::LineWriter(STDERR_FILENO, "line")
+      .Write(cli::PrintableLines(absl::StrCat("rpc_gateway: ", text)));
+  return exit_code;
+}
+
+// Leaves `text` alone where no path is given.
+absl::Status ReadFile(const std::string& path, std::string& text) {
+  if (path.empty()) {
+    return absl::OkStatus();
+  }
+  std::ifstream file(path, std::ios::binary);
+  text.assign(std::istreambuf_iterator<char>(file), {});
+  if (file.bad() || !file.is_open()) {
+    return absl::NotFoundError(absl::StrCat("cannot read ", path));
+  }
+  if (text.empty()) {
+    return absl::InvalidArgumentError(absl::StrCat(path, " is empty"));
+  }
+  return absl::OkStatus();
+}
+
+absl::Status ReadSecurity(const Options& options,
+                          rpc::grpc::Security& security) {
+  for (const auto& [path, text] :
+       {std::pair{&options.tls_certificate, &security.tls_certificate},
+        {&options.tls_key, &security.tls_key},
+        {&options.tls_client_ca, &security.tls_client_ca},
+        {&options.token_file, &security.token}}) {
+    absl::Status status = ReadFile(*path, *text);
+    if (!status.ok()) {
+      return status;
+    }
+  }
+  security.token = absl::StripAsciiWhitespace(security.token);
+  if (!options.token_file.empty() && security.token.empty()) {
+    return absl::InvalidArgumentError(
+        absl::StrCat(options.token_file, " has no token"));
+  }
+  return absl::OkStatus();
+}
+
+class Gateway {
+ public:
+  explicit Gateway(const Options& options)
+      : options_(options),
+        backend_(loop_, options.socket, Connection("")),
+        front_(loop_, backend_, options.front) {}
+
+  int Run() {
+    stop_signals_.emplace(loop_, [this] { Stop(); });
+    const absl::StatusOr<int> port = front_.Listen(options_.listen);
+    if (!port.ok()) {
+      return Fail(EXIT_FAILURE, port.status().message());
+    }
+    watch_.emplace(loop_, options_.socket, Connection("rpc_gateway"), front_);
+    const std::string host =
+        options_.listen.substr(0, options_.listen.rfind(':'));
+    output_.Write(absl::StrCat("rpc_gateway: ready at ", host, ":", *port));
+    loop_.RunUntil([this] { return stopped_; });
+    return EXIT_SUCCESS;
+  }
+
+ private:
+  rpc::transport::ReconnectingOptions Connection(const std::string& name) {
+    rpc::transport::ReconnectingOptions options;
+    options.client.limits = options_.front.limits;
+    options.client.name = name;
+    options.longest_pause = std::chrono::seconds(1);
+    return options;
+  }
+
+  void Stop() {
+    watch_.reset();
+    front_.Stop(options_.grace, [this] { stopped_ = true; });
+  }
+
+  const Options options_;
+  rpc::loop::Loop loop_;
+  cli::LineWriter output_{STDOUT_FILENO, "line"};
+  HostBackend backend_;
+  rpc::grpc::Front front_;
+  std::optional<HostWatch> watch_;
+  std::optional<cli::StopSignals> stop_signals_;
+  bool stopped_ = false;
+};
+
+int Main(int argc, const char* const* argv) {
+  Options options;
+  bool help = false;
+  cli::Flags flags;
+  flags.AddSwitch("help", &help);
+  flags.AddText("socket", &options.socket);
+  flags.AddText("listen", &options.listen);
+  flags.AddText("tls-certificate", &options.tls_certificate);
+  flags.AddText("tls-key", &options.tls_key);
+  flags.AddText("tls-client-ca", &options.tls_client_ca);
+  flags.AddText("token-file", &options.token_file);
+  flags.AddSwitch("insecure", &options.front.security.insecure);
+  flags.AddSize("max-event-messages", 1, 1'000'000'000,
+                &options.front.max_event_messages);
+  flags.AddSeconds("keepalive", &options.front.keepalive_time);
+  flags.AddSeconds("keepalive-timeout", &options.front.keepalive_timeout);
+  flags.AddSeconds("idle-peer", &options.front.idle_peer);
+  flags.AddSeconds("grace", &options.grace);
+  cli::AddLimitFlags(flags, &options.front.limits);
+  const auto arguments = flags.Parse(argc, argv);
+  if (!arguments.ok()) {
+    return Fail(kUsage, absl::StrCat(arguments.status().message(),
+                                     " 'rpc_gateway --help' says more."));
+  }
+  if (help) {
+    std::printf(kHelp, cli::LimitHelp().c_str());
+    return EXIT_SUCCESS;
+  }
+  if (!arguments->empty()) {
+    return Fail(kUsage,
+                "There are only flags. 'rpc_gateway --help' lists them.");
+  }
+  if (const absl::Status fault = cli::CheckLimits(options.front.limits);
+      !fault.ok()) {
+    return Fail(kUsage, fault.message());
+  }
+  if (const absl::Status read = ReadSecurity(options, options.front.security);
+      !read.ok()) {
+    return Fail(EXIT_FAILURE, read.message());
+  }
+  // A reader of the output that goes must not end the gateway.
+  signal(SIGPIPE, SIG_IGN);
+  cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
+  const int exit_code = Gateway(options).Run();
+  records.SayWhatWasLeftOut();
+  return exit_code;
+}
+
+}  // namespace
+}  // namespace rpc_gateway
+
+int main(int argc, char* argv[]) {
+  return rpc_gateway::Main(argc, argv);
+}
