@@ -35,6 +35,16 @@ function(torvane_compile_as_test target)
   endif()
 endfunction()
 
+# torvane_compile_with_exceptions(<source>...)
+#
+# Compiles sources of a test as those who use us may compile theirs. The
+# precompiled header is for other flags.
+function(torvane_compile_with_exceptions)
+  set_source_files_properties(${ARGN} PROPERTIES
+    COMPILE_OPTIONS -fexceptions
+    SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
 # torvane_add_test_prelude(<header> [<library>...])
 #
 # Makes the library TORVANE_TEST_PRELUDE, which compiles the header and nothing

@@ -1,9 +1,11 @@
 #include "core/common/rpc/loop/loop.h"
 
+#include <string>
 #include <system_error>
 #include <utility>
 
 #include "core/common/rpc/loop/asio.h"
+#include "core/common/rpc/loop/exception_boundary.h"
 
 namespace rpc::loop {
 namespace {
@@ -28,6 +30,12 @@ class AsioTimer final : public Timer {
   // Shared with its own run, within which the timer may be destroyed.
   std::shared_ptr<Task> task_;
 };
+
+// Tasks and callbacks are entered from here. A service's methods say themselves
+// which of them has thrown.
+std::string TaskOfLoop() {
+  return "A task or callback on the loop";
+}
 
 }  // namespace
 
@@ -57,13 +65,17 @@ std::unique_ptr<Timer> Loop::RunAt(Clock::time_point time, Task task) {
 
 void Loop::Run() {
   const Running running(*this);
-  context_->run();
+  EndOnException([this] { context_->run(); }, TaskOfLoop);
 }
 
 void Loop::RunReady() {
   const Running running(*this);
-  while (context_->poll() > 0) {
-  }
+  EndOnException(
+      [this] {
+        while (context_->poll() > 0) {
+        }
+      },
+      TaskOfLoop);
 }
 
 void Loop::Stop() {
@@ -93,7 +105,9 @@ Loop::Running::~Running() {
 }
 
 bool Loop::RunOne() {
-  return context_->run_one() > 0;
+  bool has_run = false;
+  EndOnException([&] { has_run = context_->run_one() > 0; }, TaskOfLoop);
+  return has_run;
 }
 
 Loop::Work::Work(Loop& loop) : loop_(loop) {

@@ -5,6 +5,7 @@
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/serving/call_pool.h"
+#include "core/common/rpc/serving/enter_service.h"
 
 namespace rpc::serving {
 
@@ -40,8 +41,10 @@ void Call::Invoke(Waiter& waiter) {
         *context_.deadline(), [this] { waiter_->OnCallExpired(*this); });
   }
   closure_is_ready_.store(true, std::memory_order_release);
-  method_->service->CallMethod(method_->descriptor, &context_, request_.get(),
-                               response_.get(), this);
+  EnterService(*method_->descriptor, [this] {
+    method_->service->CallMethod(method_->descriptor, &context_, request_.get(),
+                                 response_.get(), this);
+  });
 }
 
 void Call::Abandon(const std::shared_ptr<size_t>& abandoned) {
@@ -50,7 +53,7 @@ void Call::Abandon(const std::shared_ptr<size_t>& abandoned) {
   ++pool_->counters().calls_abandoned_now;
   waiter_ = nullptr;
   deadline_timer_.reset();
-  context_.Cancel();
+  EnterService(*method_->descriptor, [this] { context_.Cancel(); });
 }
 
 void Call::Run() {

@@ -5,6 +5,7 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/serving/enter_service.h"
 
 namespace rpc::serving {
 
@@ -95,9 +96,11 @@ absl::Status Streams::OnClientOpen(uint64_t id, uint64_t method_id) {
     entry.questions.emplace(*method, questions_, client_.trace());
   }
   client_.trace().Begin(SpanKind::kStream, *method->descriptor, id);
-  entry.stream = method->service->OpenStream(
-      method->descriptor,
-      torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
+  EnterService(*method->descriptor, [&] {
+    entry.stream = method->service->OpenStream(
+        method->descriptor,
+        torvane::StreamChannel(std::make_unique<Endpoint>(*this, entry)));
+  });
   return absl::OkStatus();
 }
 
@@ -156,7 +159,8 @@ absl::Status Streams::HandOnSubscription(Entry& entry, StreamMessage* message) {
   const Subscriptions::Change change = entry.subscriptions->Note(said, limits_);
   refusal = CheckSubscriptions(change);
   if (refusal.ok() && change != Subscriptions::Change::kNone) {
-    entry.stream->OnNext(message);
+    EnterService(*entry.method->descriptor,
+                 [&] { entry.stream->OnNext(message); });
   }
   return refusal;
 }
@@ -172,7 +176,8 @@ absl::Status Streams::HandOnMessage(Entry& entry, StreamMessage* message) {
   if (entry.questions) {
     entry.questions->OnData(said, message->call_id());
   }
-  entry.stream->OnNext(message);
+  EnterService(*entry.method->descriptor,
+               [&] { entry.stream->OnNext(message); });
   return absl::OkStatus();
 }
 
@@ -244,7 +249,8 @@ void Streams::OnClientError(uint64_t id, StreamMessage* message) {
     entry->questions->OnError(entry->method->reader->ReadFromClient(*message),
                               message->call_id());
   }
-  entry->stream->OnError(message);
+  EnterService(*entry->method->descriptor,
+               [&] { entry->stream->OnError(message); });
 }
 
 void Streams::OnClientEnd(uint64_t id) {
@@ -264,7 +270,8 @@ void Streams::Finish(Entries::iterator entry) {
   for (const std::string& window : entry->second.subscriptions->TakeShared()) {
     Unsubscribe(entry->second, window);
   }
-  entry->second.stream->OnCompleted();
+  EnterService(*entry->second.method->descriptor,
+               [&] { entry->second.stream->OnCompleted(); });
   End(entry->second, absl::OkStatus());
   entries_.erase(entry);
   --counters_.streams_now;
@@ -356,7 +363,8 @@ bool Streams::UnsubscribeNext() {
 void Streams::Unsubscribe(Entry& entry, const std::string& window) {
   StreamMessage message;
   message.set_payload(entry.method->reader->UnsubscriptionFrom(window));
-  entry.stream->OnNext(&message);
+  EnterService(*entry.method->descriptor,
+               [&] { entry.stream->OnNext(&message); });
 }
 
 // A stream that is left may be completing, further down on the stack.
