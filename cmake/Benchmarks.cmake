@@ -4,16 +4,18 @@
 # out of the ordinary build; the target "benchmarks" builds them all. Those of
 # other RPC systems, the peers, need packages that nothing else does, and are
 # among them only if TORVANE_BENCHMARKS is on. scripts/bench does it all.
-option(TORVANE_BENCHMARKS "Build the peers that the service is held against" OFF)
-if(TORVANE_BENCHMARKS)
-  find_package(benchmark REQUIRED)
-else()
-  find_package(benchmark QUIET)
+if(PROJECT_IS_TOP_LEVEL)
+  option(TORVANE_BENCHMARKS "Build the peers that the service is held against" OFF)
+  if(TORVANE_BENCHMARKS)
+    find_package(benchmark REQUIRED)
+  else()
+    find_package(benchmark QUIET)
+  endif()
+  add_custom_target(benchmarks)
 endif()
-add_custom_target(benchmarks)
 
 function(torvane_add_benchmark name)
-  if(NOT benchmark_FOUND)
+  if(NOT benchmark_FOUND OR NOT PROJECT_IS_TOP_LEVEL)
     return()
   endif()
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})

@@ -11,11 +11,24 @@ set(TORVANE_SANITIZER "" CACHE STRING
     "Sanitizer to build with: empty, address (with undefined) or thread")
 set_property(CACHE TORVANE_SANITIZER PROPERTY STRINGS "" address thread)
 
+option(TORVANE_RTTI "Build with run-time type information, for subclasses that have it" OFF)
+if(TORVANE_RTTI)
+  set(torvane_rtti_flag -frtti)
+else()
+  set(torvane_rtti_flag -fno-rtti)
+endif()
+
+# Another project may have a compiler that warns of more.
+set(werror)
+if(PROJECT_IS_TOP_LEVEL)
+  set(werror -Werror)
+endif()
+
 add_library(torvane_options INTERFACE)
 target_compile_options(torvane_options INTERFACE
-  -Wall -Wextra -Werror
+  -Wall -Wextra ${werror}
   -fno-exceptions
-  -fno-rtti
+  ${torvane_rtti_flag}
   # Makes delete through a virtual destructor call the unsized global operator
   # delete.
   -fno-sized-deallocation

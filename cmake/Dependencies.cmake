@@ -9,32 +9,7 @@ if(NOT TARGET protobuf::libprotoc)
   message(FATAL_ERROR "libprotoc is missing: run scripts/setup")
 endif()
 
-# Abseil: the system's own if it has absl/log, otherwise the one that
-# scripts/setup has built. A sanitizer needs an Abseil built with it, since
-# Abseil's containers are partly inlined into our code.
-if(DEFINED ENV{TORVANE_CACHE_DIR})
-  set(torvane_cache_dir $ENV{TORVANE_CACHE_DIR})
-elseif(DEFINED ENV{XDG_CACHE_HOME})
-  set(torvane_cache_dir $ENV{XDG_CACHE_HOME}/torvane)
-else()
-  set(torvane_cache_dir $ENV{HOME}/.cache/torvane)
-endif()
-if(TORVANE_SANITIZER)
-  set(torvane_abseil_variant ${TORVANE_SANITIZER})
-else()
-  set(torvane_abseil_variant plain)
-endif()
-
-if(NOT TORVANE_SANITIZER AND EXISTS /usr/include/absl/log/absl_log.h)
-  find_package(absl REQUIRED CONFIG)
-else()
-  find_package(absl CONFIG NO_DEFAULT_PATH QUIET
-               PATHS ${torvane_cache_dir}/abseil-20240722.0/${torvane_abseil_variant})
-  if(NOT absl_FOUND)
-    message(FATAL_ERROR "Abseil is missing from ${torvane_cache_dir}: "
-                        "run scripts/setup")
-  endif()
-endif()
+torvane_find_abseil()
 
 # Stand-alone Asio, without exceptions and run-time type information. Always
 # include it through core/common/rpc/loop/asio.h, which defines the function

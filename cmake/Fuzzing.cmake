@@ -11,7 +11,9 @@
 # with one test for each stored input, so that no fault comes back.
 set(TORVANE_FUZZER_DIR ${PROJECT_BINARY_DIR}/fuzzers)
 set(TORVANE_FUZZING_DIR ${PROJECT_SOURCE_DIR}/src/core/common/rpc/testing)
-add_custom_target(fuzzers)
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(fuzzers)
+endif()
 
 function(torvane_add_fuzzer name)
   if(NOT BUILD_TESTING)

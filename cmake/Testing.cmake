@@ -92,5 +92,7 @@ function(torvane_add_test name)
     PROPERTIES LABELS ${label})
 endfunction()
 
-add_custom_target(threaded_tests)
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(threaded_tests)
+endif()
 set(TORVANE_TEST_LABELS system generator base transport apps)

@@ -1,0 +1,192 @@
+"""Uses this project from outside, as the README says, and runs what comes out.
+
+    consumer_test.py installed BUILD SOURCE COMPILER
+    consumer_test.py subdirectory BUILD SOURCE COMPILER [CMAKE ARGUMENT...]
+
+"installed" installs BUILD and moves the prefix before it uses it. "subdirectory"
+takes SOURCE in as a folder, with run-time type information. Both leave nothing
+behind.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+
+HERE = pathlib.Path(__file__).resolve().parent
+CONSUMER = HERE / 'testdata' / 'consumer'
+
+
+def fail(text):
+    sys.exit(f'consumer_test.py: {text}')
+
+
+def run(*command, status=0, **options):
+    """Runs a command to its end and returns its output; fails if it ends otherwise."""
+    ended = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE,
+                           stderr=subprocess.STDOUT, text=True, check=False, **options)
+    if (ended.returncode == 0) != (status == 0):
+        fail(f'{command} ended with {ended.returncode}:\n{ended.stdout}')
+    return ended.stdout
+
+
+def expect(what, seen, wanted):
+    if seen != wanted:
+        fail(f'{what}: {seen!r} instead of {wanted!r}')
+
+
+def blocks(source, language):
+    """The README's programs in this language."""
+    readme = (source / 'README.md').read_text()
+    return re.findall(rf'\n```{language}\n(.*?)\n```\n', readme, re.DOTALL)
+
+
+def write_project(source, folder, in_tree):
+    """Writes the README's project: its program, and the service of its own."""
+    folder.mkdir()
+    (program,) = blocks(source, 'cpp')
+    project, subdirectory, generate = blocks(source, 'cmake')
+    if in_tree:
+        project = re.sub(r'find_package\(torvane [^)]*\)', subdirectory, project)
+        (folder / 'torvane').symlink_to(source)
+    (folder / 'main.cc').write_text(program + '\n')
+    shutil.copytree(CONSUMER / 'proto', folder / 'proto')
+    lists = [project, generate, f'include({CONSUMER}/use.cmake)']
+    if in_tree:
+        lists.append(f'include({CONSUMER}/check_names.cmake)')
+    (folder / 'CMakeLists.txt').write_text('\n'.join(lists) + '\n')
+
+
+def configure(folder, compiler, *arguments):
+    build = folder / 'build'
+    run('cmake', '-S', folder, '-B', build, '-G', 'Ninja', f'-DCMAKE_CXX_COMPILER={compiler}',
+        f'-DFILES={CONSUMER}', *arguments)
+    return build
+
+
+def check_consumer(build, wanted):
+    expect('consumer', run(build / 'consumer'), wanted)
+    # The record names the generated source as on every machine.
+    said = run(build / 'consumer', 'fail', status=1)
+    if not re.search(r"Streaming method can't be called with this call\.", said):
+        fail(f'consumer fail said: {said}')
+
+
+def check_server_and_caller(server, caller, work):
+    """The README's program serves, and another one calls it."""
+    path = work / 'socket'
+    process = subprocess.Popen([server, path])
+    try:
+        wait_for_server(path, process)
+        expect('caller', run(caller, path), 'Home\nclosed\nfailure: No such window.\n')
+    finally:
+        process.terminate()
+        process.wait()
+        path.unlink(missing_ok=True)
+
+
+def wait_for_server(path, process):
+    """The program does not say when it listens, so it is tried."""
+    while True:
+        with socket.socket(socket.AF_UNIX) as attempt:
+            if attempt.connect_ex(os.fspath(path)) == 0:
+                return
+        if process.poll() is not None:
+            fail(f'the server has ended with {process.returncode}')
+        os.sched_yield()
+
+
+def private_abseil(build):
+    """Where the build has its Abseil from, if that is not the system's."""
+    (folder,) = re.findall(r'^absl_DIR:PATH=(.*)$', (build / 'CMakeCache.txt').read_text(),
+                           re.MULTILINE)
+    return folder.partition('/lib/cmake/absl')[0] if not folder.startswith('/usr/') else build
+
+
+def check_no_path(prefix, *paths):
+    """No file of the prefix names a folder of the machine that it was built on."""
+    needles = [os.fsencode(path) for path in paths]
+    for file in sorted(prefix.rglob('*')):
+        if file.is_file():
+            data = file.read_bytes()
+            for needle in needles:
+                if needle in data:
+                    fail(f'{file.relative_to(prefix)} names {os.fsdecode(needle)}')
+
+
+def check_public_files(prefix):
+    """Headers and proto files are those of the list, which is kept by hand."""
+    wanted = (HERE / 'public_files.txt').read_text().split('\n')
+    wanted = sorted(line for line in wanted if line and not line.startswith('#'))
+    seen = []
+    for root in (prefix / 'include', prefix / 'share' / 'torvane' / 'proto'):
+        seen += [str(file.relative_to(prefix)) for file in root.rglob('*') if file.is_file()]
+    for line in sorted(set(seen) ^ set(wanted)):
+        print(f'{"not in the list" if line in seen else "not installed"}: {line}')
+    if sorted(seen) != wanted:
+        fail('what is public is not what cmake/package/public_files.txt says')
+
+
+def check_pkg_config(source, prefix, folder, compiler):
+    """The README's program builds without CMake, too."""
+    environment = dict(os.environ, PKG_CONFIG_PATH=str(next(prefix.rglob('torvane.pc')).parent))
+    flags = run('pkg-config', '--cflags', '--libs', 'torvane', env=environment).split()
+    flag = run('pkg-config', '--variable=subclass_cflags', 'torvane', env=environment).split()
+    program = folder / 'without_cmake'
+    run(compiler, '-std=c++20', *flag, folder / 'main.cc', '-o', program, *flags)
+    protos = run('pkg-config', '--variable=protodir', 'torvane', env=environment).strip()
+    plugin = run('pkg-config', '--variable=plugin', 'torvane', env=environment).strip()
+    out = folder / 'generated'
+    out.mkdir()
+    run('protoc', f'-I{folder}/proto', f'-I{protos}', f'--plugin=protoc-gen-rpc={plugin}',
+        f'--rpc_out={out}', 'shop/shop.proto')
+    expect('the generated header', (out / 'shop' / 'shop.rpc.h').is_file(), True)
+    return program
+
+
+def test_installed(work, build, source, compiler):
+    first = work / 'first'
+    for component in ('dev', 'tools'):
+        run('cmake', '--install', build, '--prefix', first, '--component', component)
+    prefix = work / 'moved'
+    first.rename(prefix)
+    check_no_path(prefix, source, build, first, private_abseil(build))
+    check_public_files(prefix)
+
+    folder = work / 'my_browser'
+    write_project(source, folder, in_tree=False)
+    binaries = configure(folder, compiler, f'-DCMAKE_PREFIX_PATH={prefix}')
+    run('cmake', '--build', binaries)
+    check_consumer(binaries, '1 cents\n')
+    check_server_and_caller(binaries / 'my_browser', binaries / 'caller', work)
+    program = check_pkg_config(source, prefix, folder, compiler)
+    check_server_and_caller(program, binaries / 'caller', work)
+
+
+def test_subdirectory(work, source, compiler, arguments):
+    folder = work / 'my_browser'
+    write_project(source, folder, in_tree=True)
+    binaries = configure(
+        folder, compiler, '-DTORVANE_RTTI=ON',
+        f'-DCMAKE_PROJECT_my_browser_INCLUDE={CONSUMER}/record_names.cmake', *arguments)
+    # Not linked, which would build the whole transport once more.
+    run('cmake', '--build', binaries, '--target', 'consumer',
+        'CMakeFiles/my_browser.dir/main.cc.o')
+    check_consumer(binaries, '1 cents\ntype information: right\n')
+
+
+def main():
+    way, build, source, compiler, *arguments = sys.argv[1:]
+    source = pathlib.Path(source)
+    with tempfile.TemporaryDirectory() as work:
+        if way == 'installed':
+            test_installed(pathlib.Path(work), pathlib.Path(build), source, compiler)
+        else:
+            test_subdirectory(pathlib.Path(work), source, compiler, arguments)
+
+
+main()

@@ -1,0 +1,17 @@
+# Projects outside of this one that use it. Not in the sanitizer builds: they would
+# only be built once more.
+if(NOT BUILD_TESTING OR TORVANE_SANITIZER OR TORVANE_FUZZING OR TORVANE_COVERAGE)
+  return()
+endif()
+
+function(add_consumer_test way)
+  add_test(NAME apps/package/${way}
+    COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/consumer_test.py ${way}
+            ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER} ${ARGN})
+  set_tests_properties(apps/package/${way} PROPERTIES LABELS apps TIMEOUT 600)
+endfunction()
+
+add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION_ALLOC_DIR})
+if(torvane_installs)
+  add_consumer_test(installed)
+endif()
