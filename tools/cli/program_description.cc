@@ -36,6 +36,7 @@ std::string Words(const std::vector<std::string>& words) {
 
 std::vector<Row> Rows(const std::vector<FlagDescription>& flags) {
   std::vector<Row> rows;
+  rows.reserve(flags.size());
   for (const FlagDescription& flag : flags) {
     rows.push_back({Words({flag.name == "help" ? "-h," : "",
                            absl::StrCat("--", flag.name), flag.value}),
@@ -46,6 +47,7 @@ std::vector<Row> Rows(const std::vector<FlagDescription>& flags) {
 
 std::vector<Row> Rows(const std::vector<CommandDescription>& commands) {
   std::vector<Row> rows;
+  rows.reserve(commands.size());
   for (const CommandDescription& command : commands)
     rows.push_back({Words({command.name, command.arguments}), command.summary});
   return rows;

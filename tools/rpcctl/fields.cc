@@ -74,6 +74,7 @@ const EnumValueDescriptor* FindValue(const EnumDescriptor& type,
 
 std::vector<std::string> ShortNames(const EnumDescriptor& type) {
   std::vector<std::string> names;
+  names.reserve(static_cast<size_t>(type.value_count()));
   for (int i = 0; i < type.value_count(); ++i)
     names.push_back(ShortName(*type.value(i)));
   return names;

@@ -58,6 +58,7 @@ std::vector<rpcctl::EventSource> SourcesFor(
 std::vector<AwaitedCall> AwaitedCallsFor(
     const std::vector<BrowserId>& windows) {
   std::vector<AwaitedCall> calls;
+  calls.reserve(windows.size() + 1);
   const auto* is_visible =
       rpc::BrowserWindow::descriptor()->FindMethodByName("IsVisible");
   for (const BrowserId& window : windows)
