@@ -96,4 +96,14 @@ std::string Shorten(std::string_view text, size_t max_bytes) {
   return std::string(text.substr(0, end)).append(kMark);
 }
 
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t size = FirstOf(text).size;
+    if (size == 0)
+      return false;
+    text.remove_prefix(size);
+  }
+  return true;
+}
+
 }  // namespace cli

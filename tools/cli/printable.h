@@ -41,6 +41,9 @@ std::string PrintableLines(std::string_view text);
 // cut between two characters, and "[...]".
 std::string Shorten(std::string_view text, size_t max_bytes);
 
+// Whether all of it is valid UTF-8, as the text fields of messages must be.
+bool IsUtf8(std::string_view text);
+
 }  // namespace cli
 
 #endif  // TOOLS_CLI_PRINTABLE_H_

@@ -91,5 +91,12 @@ TEST(Shorten, BytesThatAreNoUtf8AreCutAnywhere) {
   EXPECT_EQ("\x80\x80[...]", Shorten(std::string(11, '\x80'), 10));
 }
 
+TEST(IsUtf8, HoldsForWholeCharactersOnly) {
+  for (const char* text : {"", "a\x1b", "\u00e4", "a\U0001F600\ufeff"})
+    EXPECT_TRUE(IsUtf8(text)) << text;
+  for (const char* text : {"\xff", "a\xc3", "\xed\xa0\x80", "\xc0\x80"})
+    EXPECT_FALSE(IsUtf8(text)) << text;
+}
+
 }  // namespace
 }  // namespace cli

@@ -15,6 +15,7 @@
 #include "absl/strings/str_replace.h"
 #include "absl/strings/str_split.h"
 #include "tools/cli/nearest_name.h"
+#include "tools/cli/printable.h"
 
 namespace rpcctl {
 namespace {
@@ -114,8 +115,7 @@ class Setter {
       case FieldDescriptor::CPPTYPE_ENUM:
         return SetEnum(text);
       case FieldDescriptor::CPPTYPE_STRING:
-        Store(text, &Reflection::SetString, &Reflection::AddString);
-        return "";
+        return SetText(text);
       case FieldDescriptor::CPPTYPE_MESSAGE:
         return SetMessage();
     }
@@ -184,6 +184,13 @@ class Setter {
           advice.empty() ? "" : ".", advice);
     }
     Store(value, &Reflection::SetEnum, &Reflection::AddEnum);
+    return "";
+  }
+
+  Fault SetText(const std::string& text) {
+    if (field_->type() == FieldDescriptor::TYPE_STRING && !cli::IsUtf8(text))
+      return IsNot(text, "valid UTF-8");
+    Store(text, &Reflection::SetString, &Reflection::AddString);
     return "";
   }
 

@@ -51,6 +51,14 @@ TEST(Fields, TextIsTakenAsItIs) {
   EXPECT_EQ("", Set<rpc::WindowTitle>({"title="}));
 }
 
+TEST(Fields, TextIsUtf8AndBytesAreAny) {
+  EXPECT_EQ("title: \"\\303\\244\"", Set<rpc::WindowTitle>({"title=\u00e4"}));
+  EXPECT_EQ("title: 'a\xff' is not valid UTF-8.",
+            Fault<rpc::WindowTitle>({"title=a\xff"}));
+  EXPECT_EQ("string_value: \"a\\377\"",
+            Set<UninterpretedOption>({"string_value=a\xff"}));
+}
+
 TEST(Fields, TruthValuesAreTrueAndFalse) {
   EXPECT_EQ("closable: true",
             Set<rpc::WindowStyleFlags>({"closable=true", "titled=false"}));
