@@ -122,8 +122,16 @@ TraceFile::TraceFile(loop::Sequence& sequence,
       unwritten_(kStart) {}
 
 TraceFile::~TraceFile() {
+  Close();
+}
+
+void TraceFile::Close() {
+  if (state_ == State::kClosed) {
+    return;
+  }
   absl::StrAppend(&unwritten_, kEnd);
   Write();
+  state_ = State::kClosed;
 }
 
 void TraceFile::Begin(const Span& span) {

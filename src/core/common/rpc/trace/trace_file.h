@@ -61,8 +61,11 @@ class TraceFile final : public serving::Trace {
   TraceFile(const TraceFile&) = delete;
   TraceFile& operator=(const TraceFile&) = delete;
 
-  // Writes what is left, and the end of the array.
   ~TraceFile() override;
+
+  // Writes what is left, and the end of the array; what comes later is dropped.
+  // For programs that end without destructors, else the destructor does it.
+  void Close();
 
   // serving::Trace:
   void Begin(const serving::Span& span) override;
@@ -70,7 +73,7 @@ class TraceFile final : public serving::Trace {
   void Event(const serving::Span& stream, size_t bytes) override;
 
  private:
-  enum class State { kWriting, kFull, kBroken };
+  enum class State { kWriting, kFull, kBroken, kClosed };
 
   TraceFile(loop::Sequence& sequence,
             const std::string& path,

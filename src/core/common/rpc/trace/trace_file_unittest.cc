@@ -244,6 +244,19 @@ TEST_F(TraceFileTest, AFileThatTakesNoMoreIsLeftAlone) {
   signal(SIGXFSZ, ignored);
 }
 
+TEST_F(TraceFileTest, WhatComesAfterTheEndIsDropped) {
+  Open();
+  trace->Begin(call);
+  trace->Close();
+  const std::string closed = Contents();
+  EXPECT_EQ(Parse(closed).size(), 1u);
+  trace->End(call, absl::OkStatus());
+  trace->Close();
+  trace.reset();
+  EXPECT_EQ(Contents(), closed);
+  EXPECT_EQ(sequence.timers(), 0u);
+}
+
 TEST_F(TraceFileTest, AFormerFileIsEmptied) {
   std::ofstream(path) << std::string(1'000, 'x');
   Open();
