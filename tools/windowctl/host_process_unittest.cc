@@ -1,12 +1,16 @@
 // The real host as a process: its standard streams, its signals, and titles.
 
+#include <google/protobuf/struct.pb.h>
+#include <google/protobuf/util/json_util.h>
 #include <sched.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -184,6 +188,34 @@ TEST_F(HostProcessTest, EachStopSignalEndsItWithAGoodbye) {
     EXPECT_EQ("windowctl: UNAVAILABLE: the server is stopping\n",
               result.errors);
   }
+}
+
+TEST_F(HostProcessTest, ATraceShowsWhatClientsDid) {
+  const std::string path = folder_.File("trace.json");
+  StartHost({"--trace", path});
+  Call("IsVisible", R"({"value": 1})");
+  EXPECT_EQ(kCallFailed,
+            RunClient({"call", "Show", R"({"value": 77})"}).exit_code);
+  ExpectCleanEnd();
+
+  std::ostringstream trace;
+  trace << std::ifstream(path).rdbuf();
+  google::protobuf::ListValue events;
+  ASSERT_TRUE(
+      google::protobuf::util::JsonStringToMessage(trace.str(), &events).ok())
+      << trace.str();
+  EXPECT_THAT(trace.str(), HasSubstr("\"name\":\"windowctl (pid "));
+  EXPECT_THAT(trace.str(), HasSubstr("\"name\":\"IsVisible\""));
+  EXPECT_THAT(trace.str(), HasSubstr("\"text\":\"No window 77.\""));
+}
+
+TEST_F(HostProcessTest, ATraceThatCannotBeWrittenIsSaidAtTheStart) {
+  const Process::Result result =
+      RunToEnd(HostWords({"--trace", folder_.path()}));
+  EXPECT_EQ(1, result.exit_code);
+  EXPECT_EQ("window_host: cannot write the trace file " + folder_.path() +
+                ": Is a directory\n",
+            result.errors);
 }
 
 TEST_F(HostProcessTest, AHangupThatIsIgnoredAtTheStartDoesNotEndIt) {

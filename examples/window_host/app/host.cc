@@ -22,28 +22,44 @@ Host::Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options)
       directory_(MakeDirectoryService(windows, options_.directory)),
       logger_(*service_),
       directory_logger_(*directory_),
-      status_([this] { return server_.Report(); }),
-      reflection_([this] { return server_.Services(); }),
-      server_(loop, {.limits = options_.limits}) {
-  server_.AddService(&logger_);
-  server_.AddService(&status_);
-  server_.AddService(&directory_logger_);
-  server_.AddService(&reflection_);
-}
+      status_([this] { return server_->Report(); }),
+      reflection_([this] { return server_->Services(); }) {}
 
 absl::Status Host::Serve() {
   // Watched before there is a socket, which else would stay when a signal comes
   // right after.
   stop_signals_.emplace(loop_, [this] { Stop(); });
-  if (absl::Status made = cli::MakeSocketFolder(options_.socket); !made.ok())
-    return made;
-  if (absl::Status listening = server_.Listen(options_.socket); !listening.ok())
+  if (absl::Status opened = OpenTrace(); !opened.ok())
+    return opened;
+  if (absl::Status listening = Listen(); !listening.ok())
     return listening;
   input_.emplace(
       loop_, STDIN_FILENO,
       [this](const std::optional<std::string>& line) { OnInput(line); });
   output_.Write(absl::StrCat(options_.program, ": ready at ", options_.socket));
   return absl::OkStatus();
+}
+
+absl::Status Host::OpenTrace() {
+  if (options_.trace.empty())
+    return absl::OkStatus();
+  auto opened = rpc::trace::TraceFile::Open(loop_, options_.trace);
+  if (opened.ok())
+    trace_ = *std::move(opened);
+  return opened.status();
+}
+
+absl::Status Host::Listen() {
+  rpc::transport::ServerOptions options;
+  options.limits = options_.limits;
+  options.trace = trace_.get();
+  server_.emplace(loop_, options);
+  server_->AddService(&logger_);
+  server_->AddService(&status_);
+  server_->AddService(&directory_logger_);
+  server_->AddService(&reflection_);
+  absl::Status made = cli::MakeSocketFolder(options_.socket);
+  return made.ok() ? server_->Listen(options_.socket) : made;
 }
 
 void Host::OnInput(const std::optional<std::string>& line) {
@@ -60,13 +76,18 @@ void Host::OnInput(const std::optional<std::string>& line) {
 void Host::Stop() {
   input_.reset();
   browser_.Shutdown([this] {
-    server_.Stop();
+    server_->Stop();
     stopped_ = true;
   });
 }
 
 bool Host::IsOver() const {
-  return stopped_ && server_.counters().connections_now == 0;
+  return stopped_ && server_->counters().connections_now == 0;
+}
+
+void Host::Finish() {
+  if (trace_)
+    trace_->Close();
 }
 
 cli::RecordWriter& PrepareOutput() {

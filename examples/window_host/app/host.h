@@ -6,6 +6,7 @@
 //   Host host(loop, desktop, options);
 //   absl::Status serving = host.Serve();
 //   loop.RunUntil([&] { return host.IsOver(); });
+//   host.Finish();
 //
 // It runs until the process gets a signal that ends it, or Stop(). It then
 // closes the windows, says goodbye to its clients and removes its socket.
@@ -28,6 +29,7 @@
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/reflection/reflection_service.h"
 #include "core/common/rpc/status/status_service.h"
+#include "core/common/rpc/trace/trace_file.h"
 #include "core/common/rpc/transport/server.h"
 #include "examples/window_host/app/call_logger.h"
 #include "examples/window_host/app/console.h"
@@ -53,7 +55,7 @@ class Host {
   // the host from here on.
   absl::Status Serve();
 
-  // Closes the windows first, so that clients hear of it before the server says
+  // Only after Serve(). Closes the windows first, so that clients hear of it before the server says
   // goodbye.
   void Stop();
 
@@ -61,7 +63,12 @@ class Host {
   // had under way.
   bool IsOver() const;
 
+  // Writes the end of the trace. For programs that do not destroy their host.
+  void Finish();
+
  private:
+  absl::Status OpenTrace();
+  absl::Status Listen();
   void OnInput(const std::optional<std::string>& line);
 
   const HostOptions options_;
@@ -75,7 +82,10 @@ class Host {
   CallLogger directory_logger_;
   rpc::status::StatusService status_;
   rpc::reflection::ReflectionService reflection_;
-  rpc::transport::Server server_;
+  // Nothing unless it was asked for.
+  std::unique_ptr<rpc::trace::TraceFile> trace_;
+  // From Serve() on.
+  std::optional<rpc::transport::Server> server_;
   std::optional<cli::StopSignals> stop_signals_;
   std::optional<cli::LineReader> input_;
   // Whether the server has been told to stop.

@@ -20,21 +20,25 @@ constexpr int kMaximumWindows = 1000;
 }  // namespace
 
 std::vector<cli::FlagDescription> DescribeHostFlags(int windows) {
-  return {{"socket", "PATH",
-           "where to listen; default: "
-           "${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock"},
-          {"windows", "N",
-           absl::StrCat("how many windows to open, 0 to ", kMaximumWindows,
-                        "; default: ", windows)},
-          {"max-windows", "N",
-           absl::StrCat("how many windows may be open when a client opens "
-                        "another one, 0 to ",
-                        kMaximumWindows, "; default: ", kMaximumWindows)},
-          {"answer-timeout", "SECONDS",
-           "how long a client may take to answer a question before the host "
-           "goes on without it; default: 5"},
-          cli::HelpFlag(),
-          cli::VersionFlag()};
+  return {
+      {"socket", "PATH",
+       "where to listen; default: "
+       "${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock"},
+      {"windows", "N",
+       absl::StrCat("how many windows to open, 0 to ", kMaximumWindows,
+                    "; default: ", windows)},
+      {"max-windows", "N",
+       absl::StrCat("how many windows may be open when a client opens "
+                    "another one, 0 to ",
+                    kMaximumWindows, "; default: ", kMaximumWindows)},
+      {"answer-timeout", "SECONDS",
+       "how long a client may take to answer a question before the host "
+       "goes on without it; default: 5"},
+      {"trace", "FILE",
+       "write calls, questions, events and connections there, as a timeline "
+       "for chrome://tracing and ui.perfetto.dev; up to 64 MiB"},
+      cli::HelpFlag(),
+      cli::VersionFlag()};
 }
 
 std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
@@ -52,6 +56,7 @@ std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
   flags.AddSize("max-windows", 0, kMaximumWindows,
                 &options->directory.max_windows);
   flags.AddSeconds("answer-timeout", &options->answer_timeout);
+  flags.AddText("trace", &options->trace);
   cli::AddLimitFlags(flags, &options->limits);
   auto arguments = flags.Parse(argc, argv);
   if (!arguments.ok()) {

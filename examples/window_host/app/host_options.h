@@ -38,6 +38,8 @@ struct HostOptions {
   DirectoryLimits directory;
   std::chrono::milliseconds answer_timeout{5'000};
   rpc::serving::Limits limits;
+  // The file that what the server does is written to; empty for none.
+  std::string trace;
   // What is not a flag. Empty unless the program takes arguments.
   bool takes_arguments = false;
   std::vector<std::string> arguments;

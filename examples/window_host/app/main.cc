@@ -27,6 +27,7 @@ int Main(int argc, char** argv) {
   if (absl::Status serving = host.Serve(); !serving.ok())
     return Fail(options, EXIT_FAILURE, serving.message());
   loop.RunUntil([&] { return host.IsOver(); });
+  host.Finish();
   records.SayWhatWasLeftOut();
   // Not by return, which would destroy the host: freeing the memory of all
   // windows and clients piece by piece takes longer than the end of a process.
