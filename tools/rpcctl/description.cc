@@ -99,7 +99,13 @@ cli::CommandDescription DescribeStatus() {
           "Prints what is under way for whom, which questions have waited "
           "longest, and how often each limit was reached. The server offers "
           "the service rpc.status.ServerStatus for it.",
-      .flags = {JsonFlag("a line of JSON")},
+      .flags = {JsonFlag("a line of JSON"),
+                {"prometheus", "",
+                 "prints the figures of the whole server in the text format of "
+                 "Prometheus"},
+                {"watch", "",
+                 "prints the status again each second until it is "
+                 "interrupted; on a terminal in the same place"}},
   };
 }
 

@@ -31,6 +31,10 @@ struct Options {
   // Whether 'status' prints JSON, and 'list' of windowctl.
   bool json = false;
 
+  // Whether 'status' prints figures for Prometheus, and whether it goes on.
+  bool prometheus = false;
+  bool watch = false;
+
   // Whether 'watch' of windowctl is about all windows.
   bool all = false;
 };

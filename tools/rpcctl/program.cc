@@ -107,6 +107,8 @@ ExitCode Run(const Program& program, int argc, char** argv) {
   flags.AddText("exec", &options.exec);
   flags.AddSwitch("timestamps", &options.timestamps);
   flags.AddSwitch("json", &options.json);
+  flags.AddSwitch("prometheus", &options.prometheus);
+  flags.AddSwitch("watch", &options.watch);
   if (program.add_flags != nullptr)
     program.add_flags(flags, options);
   absl::StatusOr<Arguments> arguments = flags.Parse(argc, argv);

@@ -117,6 +117,10 @@ absl::Status Session::Call(const MethodDescriptor* method,
   return controller.status();
 }
 
+void Session::RestartTimeout() {
+  end_ = loop_.Now() + options_.timeout;
+}
+
 std::chrono::milliseconds Session::TimeLeft() const {
   return std::chrono::floor<std::chrono::milliseconds>(end_ - loop_.Now());
 }

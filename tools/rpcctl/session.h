@@ -73,6 +73,9 @@ class Session {
                     const google::protobuf::Message& request,
                     google::protobuf::Message* response);
 
+  // --timeout begins anew.
+  void RestartTimeout();
+
   // What is left of --timeout; 0 or less when nothing is.
   std::chrono::milliseconds TimeLeft() const;
 
@@ -94,7 +97,7 @@ class Session {
   const Program& program_;
   const Options& options_;
   rpc::loop::Loop loop_;
-  const rpc::loop::Clock::time_point end_;
+  rpc::loop::Clock::time_point end_;
   // Declared before the client, which has pointers to its descriptors.
   std::unique_ptr<RemoteContract> remote_contract_;
   Contract contract_;

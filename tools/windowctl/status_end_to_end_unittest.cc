@@ -62,6 +62,60 @@ TEST_F(StatusTest, CallThatWaitsIsInFlight) {
   EXPECT_THAT(Status(), ContainsRegex("total +1 +1 +1 +0\n"));
 }
 
+TEST_F(StatusTest, PrometheusGetsTheFiguresOfTheWholeServer) {
+  StartHost({"--max-streams=1"});
+  StartClient({"watch", "1"});
+  const std::string text = Status({"--prometheus"});
+  EXPECT_THAT(text, StartsWith("# HELP torvane_connections "));
+  EXPECT_THAT(text, HasSubstr("\ntorvane_connections 2\n"));
+  EXPECT_THAT(text, HasSubstr("\ntorvane_streams 1\n"));
+  EXPECT_THAT(text,
+              HasSubstr("\ntorvane_refusals_total{limit=\"max_streams\"} 0\n"));
+}
+
+TEST_F(StatusTest, OnlyOneFormatCanBeAskedFor) {
+  const Process::Result result =
+      RunClient({"status", "--json", "--prometheus"});
+  EXPECT_EQ(kUsage, result.exit_code);
+  EXPECT_EQ("windowctl: Only one of --json and --prometheus can be given.\n",
+            result.errors);
+}
+
+TEST_F(StatusTest, AWatchPrintsTheStatusAgainUntilItIsInterrupted) {
+  StartHost();
+  Process watch(ClientWords({"status", "--watch", "--json"}));
+  for (int i = 0; i < 3; ++i)
+    EXPECT_THAT(watch.ReadLine(), HasSubstr("\"callsInFlight\":0"));
+  watch.Signal(SIGINT);
+  const Process::Result result = watch.Wait();
+  EXPECT_EQ(kSuccess, result.exit_code);
+  EXPECT_EQ("", result.errors);
+}
+
+TEST_F(StatusTest, TablesOfAWatchHaveAnEmptyLineBetweenThem) {
+  StartHost();
+  Process watch(ClientWords({"status", "--watch"}));
+  EXPECT_THAT(watch.ReadLine(), StartsWith("ID  CLIENT"));
+  std::string before;
+  for (std::string line; !line.starts_with("ID  CLIENT");) {
+    before = line;
+    line = watch.ReadLine();
+  }
+  EXPECT_EQ("", before);
+  watch.Signal(SIGTERM);
+  EXPECT_EQ(kSuccess, watch.Wait().exit_code);
+}
+
+TEST_F(StatusTest, AWatchEndsWithItsServer) {
+  StartHost();
+  Process watch(ClientWords({"status", "--watch", "--json"}));
+  watch.ReadLine();
+  StopHost();
+  const Process::Result result = watch.Wait();
+  EXPECT_EQ(kNoConnection, result.exit_code);
+  EXPECT_EQ("windowctl: UNAVAILABLE: the server is stopping\n", result.errors);
+}
+
 TEST_F(StatusTest, JsonIsTheWholeReportOnOneLine) {
   StartHost();
   const Process& watcher = StartClient({"watch", "1"});
