@@ -55,8 +55,8 @@ class Host {
   // the host from here on.
   absl::Status Serve();
 
-  // Only after Serve(). Closes the windows first, so that clients hear of it before the server says
-  // goodbye.
+  // Only after Serve(). Closes the windows first, so that clients hear of it
+  // before the server says goodbye.
   void Stop();
 
   // Whether the host has stopped, and the server has ended all that its clients
