@@ -118,6 +118,8 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   ::grpc::ServerGenericBidiReactor* CreateReactor(
       ::grpc::GenericCallbackServerContext* context) override;
 
+  std::shared_ptr<UnderWay> HoldUnderWay();
+
   void Begin(std::shared_ptr<Exchange> exchange);
   absl::StatusOr<Peer*> PeerOf(const std::string& name);
   absl::Status MakeRoomForPeer();
@@ -205,13 +207,22 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   }
   const auto exchange =
       std::make_shared<Exchange>(loop_, BeginningOf(*context));
+  ::grpc::ServerGenericBidiReactor* const reactor =
+      exchange->MakeReactor(HoldUnderWay());
+  // Ahead of all that the exchange will tell: gRPC uses the reactor when this
+  // has returned.
   loop_.Post([weak_self = weak_from_this(), exchange] {
     if (const auto self = weak_self.lock()) {
       self->Begin(exchange);
     }
   });
+  return reactor;
+}
+
+// Null when the front is stopping.
+std::shared_ptr<UnderWay> FrontCore::HoldUnderWay() {
   const std::lock_guard lock(under_way_mutex_);
-  return exchange->MakeReactor(under_way_);
+  return under_way_;
 }
 
 void FrontCore::Begin(std::shared_ptr<Exchange> exchange) {
