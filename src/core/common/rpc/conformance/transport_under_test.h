@@ -125,12 +125,21 @@ std::unique_ptr<Host> SocketPairHost();
 std::unique_ptr<Host> ByteByByteHost();
 // Another process behind a socket file.
 std::unique_ptr<Host> ProcessHost();
+#ifdef TORVANE_HAS_GRPC
+// gRPC, to services of the same process and to those behind a gateway.
+std::unique_ptr<Host> GrpcServicesHost();
+std::unique_ptr<Host> GrpcGatewayHost();
+#endif
 
 struct TransportUnderTest {
   const char* name;
   std::unique_ptr<Host> (*make_host)();
-  // Whether the test can look into the host: they share a process.
+  // Whether the test can look into the host: they share a process, and no
+  // thread of the transport's own is under way unseen.
   bool is_open_to_test;
+  // Whether what is sent on streams and as replies arrives in that order. gRPC
+  // orders only what is sent on one stream.
+  bool keeps_order = true;
 };
 
 inline constexpr TransportUnderTest kTransports[] = {
@@ -138,6 +147,10 @@ inline constexpr TransportUnderTest kTransports[] = {
     {"SocketPair", &SocketPairHost, true},
     {"ByteByByte", &ByteByByteHost, true},
     {"TwoProcesses", &ProcessHost, false},
+#ifdef TORVANE_HAS_GRPC
+    {"Grpc", &GrpcServicesHost, false, false},
+    {"GrpcGateway", &GrpcGatewayHost, false, false},
+#endif
 };
 
 }  // namespace rpc::conformance

@@ -96,6 +96,7 @@ class TestStream::Reactor final
     }
     Post([message = ToString(incoming_)](TestStream& stream) {
       stream.received.push_back(message);
+      stream.on_message(message);
     });
     incoming_.Clear();
     StartRead(&incoming_);
@@ -108,6 +109,7 @@ class TestStream::Reactor final
     Post([status = FromGrpc(status)](TestStream& stream) {
       stream.status = status;
       stream.over = true;
+      stream.on_over();
     });
     on_done_();
     delete this;

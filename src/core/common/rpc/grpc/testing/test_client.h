@@ -73,8 +73,10 @@ class TestStream : public std::enable_shared_from_this<TestStream> {
   // The server has taken the call.
   bool accepted = false;
   std::vector<std::string> received;
+  std::function<void(const std::string&)> on_message = [](const auto&) {};
   bool over = false;
   absl::Status status;
+  std::function<void()> on_over = [] {};
 
   ::grpc::ClientContext context;
 
