@@ -41,31 +41,55 @@ std::shared_ptr<::grpc::Channel> NewChannel(const std::string& address,
 
 }  // namespace
 
-struct TestClient::UnderWay {
+class TestClient::UnderWay {
+ public:
   void Add() {
-    const std::lock_guard lock(mutex);
-    ++count;
+    const std::lock_guard lock(mutex_);
+    ++count_;
   }
   void Remove() {
-    const std::lock_guard lock(mutex);
-    --count;
-    changed.notify_all();
+    const std::lock_guard lock(mutex_);
+    --count_;
+    changed_.notify_all();
   }
   void AwaitNone() {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return count == 0; });
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return count_ == 0; });
   }
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  int count = 0;
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int count_ = 0;
+};
+
+template <typename T>
+class TestClient::Held {
+ public:
+  Held(std::shared_ptr<T> object, std::shared_ptr<UnderWay> under_way)
+      : object_(std::move(object)), under_way_(std::move(under_way)) {
+    under_way_->Add();
+  }
+  Held(const Held&) = delete;
+  Held& operator=(const Held&) = delete;
+  ~Held() {
+    object_.reset();
+    under_way_->Remove();
+  }
+
+  const std::shared_ptr<T>& object() const { return object_; }
+
+ private:
+  std::shared_ptr<T> object_;
+  const std::shared_ptr<UnderWay> under_way_;
 };
 
 class TestStream::Reactor final
     : public ::grpc::ClientBidiReactor<::grpc::ByteBuffer, ::grpc::ByteBuffer> {
  public:
-  Reactor(std::shared_ptr<TestStream> stream, std::function<void()> on_done)
-      : stream_(std::move(stream)), on_done_(std::move(on_done)) {}
+  using Held = TestClient::Held<TestStream>;
+
+  explicit Reactor(std::unique_ptr<Held> held) : held_(std::move(held)) {}
 
   // Held until the stream is over, since messages may be sent at any time.
   void Begin() {
@@ -111,18 +135,17 @@ class TestStream::Reactor final
       stream.over = true;
       stream.on_over();
     });
-    on_done_();
     delete this;
   }
 
  private:
   template <typename Then>
   void Post(Then then) {
-    stream_->loop_.Post([stream = stream_, then] { then(*stream); });
+    const std::shared_ptr<TestStream>& stream = held_->object();
+    stream->loop_.Post([stream, then] { then(*stream); });
   }
 
-  const std::shared_ptr<TestStream> stream_;
-  const std::function<void()> on_done_;
+  const std::unique_ptr<Held> held_;
   ::grpc::ByteBuffer incoming_;
   ::grpc::ByteBuffer outgoing_;
 };
@@ -177,27 +200,21 @@ TestClient::TestClient(loop::Loop& loop,
 
 TestClient::~TestClient() {
   CancelAll();
-  // What the streams hold they let go by a task of the loop.
-  for (const auto& weak_stream : streams_) {
-    if (const auto stream = weak_stream.lock()) {
-      if (auto* const reactor = std::exchange(stream->reactor_, nullptr)) {
-        reactor->RemoveHold();
-      }
+  // What streams hold they let go by a task of the loop, which may not run.
+  for (const auto& stream : streams_) {
+    if (auto* const reactor = std::exchange(stream->reactor_, nullptr)) {
+      reactor->RemoveHold();
     }
   }
   under_way_->AwaitNone();
 }
 
 void TestClient::CancelAll() {
-  for (const auto& weak_call : calls_) {
-    if (const auto call = weak_call.lock()) {
-      call->Cancel();
-    }
+  for (const auto& call : calls_) {
+    call->Cancel();
   }
-  for (const auto& weak_stream : streams_) {
-    if (const auto stream = weak_stream.lock()) {
-      stream->Cancel();
-    }
+  for (const auto& stream : streams_) {
+    stream->Cancel();
   }
 }
 
@@ -223,18 +240,17 @@ std::shared_ptr<TestCall> TestClient::Call(const std::string& path,
   };
   const auto buffers = std::make_shared<Buffers>();
   buffers->request = ToBuffer(request);
-  under_way_->Add();
+  const auto held = std::make_shared<Held<TestCall>>(call, under_way_);
   stub_.UnaryCall(
       &call->context, path, {}, &buffers->request, &buffers->response,
-      [this, call, buffers, under_way = under_way_](::grpc::Status status) {
-        loop_.Post([call, status = FromGrpc(status),
+      [this, held, buffers](const ::grpc::Status& status) {
+        loop_.Post([call = held->object(), status = FromGrpc(status),
                     response = ToString(buffers->response)] {
           call->status = status;
           call->response = response;
           call->over = true;
           call->on_over();
         });
-        under_way->Remove();
       });
   return call;
 }
@@ -244,9 +260,8 @@ std::shared_ptr<TestStream> TestClient::Open(const std::string& path,
   const auto stream = std::make_shared<TestStream>(loop_);
   streams_.push_back(stream);
   Prepare(stream->context, options);
-  under_way_->Add();
   stream->reactor_ = new TestStream::Reactor(
-      stream, [under_way = under_way_] { under_way->Remove(); });
+      std::make_unique<Held<TestStream>>(stream, under_way_));
   stub_.PrepareBidiStreamingCall(&stream->context, path, {}, stream->reactor_);
   stream->reactor_->Begin();
   return stream;

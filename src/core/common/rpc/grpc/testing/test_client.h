@@ -7,7 +7,8 @@
 //
 // Ownership: calls and streams are shared with gRPC until they are over. The
 // loop outlives the client, which waits in its destructor until gRPC is done
-// with all of them.
+// with all of them: the last to let go of one must not be a thread of gRPC's,
+// which would then end itself with the channel.
 //
 // Sequence: the loop's.
 
@@ -116,8 +117,13 @@ class TestClient {
   void CancelAll();
 
  private:
+  friend class TestStream;
+
   // Counts what gRPC is not done with.
-  struct UnderWay;
+  class UnderWay;
+  // What gRPC has of a call or stream.
+  template <typename T>
+  class Held;
 
   void Prepare(::grpc::ClientContext& context, const TestCallOptions& options);
 
@@ -126,8 +132,8 @@ class TestClient {
   const std::string authorization_;
   ::grpc::GenericStub stub_;
   const std::shared_ptr<UnderWay> under_way_;
-  std::vector<std::weak_ptr<TestCall>> calls_;
-  std::vector<std::weak_ptr<TestStream>> streams_;
+  std::vector<std::shared_ptr<TestCall>> calls_;
+  std::vector<std::shared_ptr<TestStream>> streams_;
 };
 
 }  // namespace rpc::grpc
