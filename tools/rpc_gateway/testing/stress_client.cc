@@ -4,12 +4,16 @@
 //
 //   stress_client HOST:PORT SEED SECONDS
 //
+// The host serves the scripted service of the conformance tests, which asks and
+// publishes when it is told to, and whose windows never close.
+//
 // Prints "busy" when it is in the midst of it, and at the end what it has done.
 // Exit status: 0, or 1 if it has seen what must not be.
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <random>
@@ -31,8 +35,8 @@ using rpc::grpc::TestCallOptions;
 using rpc::grpc::TestClient;
 using rpc::grpc::TestStream;
 
-// Of the host; few enough for clients to meet.
-constexpr int kWindows = 1000;
+// Few enough for clients to meet.
+constexpr int kWindows = 50;
 // Calls and streams at a time.
 constexpr size_t kMostCalls = 50;
 constexpr size_t kMostStreams = 20;
@@ -60,6 +64,9 @@ class StressClient {
     std::printf(
         "%d calls, %d succeeded; %d streams, %d messages, %d connections\n",
         calls_begun_, succeeded_, streams_begun_, messages_, connections_);
+    for (const auto& [outcome, count] : outcomes_) {
+      std::printf("%8d %s\n", count, outcome.c_str());
+    }
     return succeeded_ >= kBusy && messages_ > 0 && !surprised_;
   }
 
@@ -99,12 +106,13 @@ class StressClient {
     switch (Random(14)) {
       case 0:
       case 1:
-      case 2:
         return Call("GetTitle", RandomWindow().SerializeAsString());
+      case 2:
+        return Call("Hide", RandomWindow().SerializeAsString());  // Publishes.
       case 3:
-        return SetTitle();
+        return SetTitle(RandomTitle());
       case 4:
-        return Call("Close", RandomWindow().SerializeAsString());
+        return SetTitle("close");  // Asks.
       case 5:
         return Call("Sing", "");
       case 6:
@@ -139,6 +147,7 @@ class StressClient {
     }
   }
   void OnCallOver(const TestCall& call) {
+    ++outcomes_[call.status.ToString()];
     if (call.status.ok() && ++succeeded_ == kBusy) {
       std::puts("busy");
       std::fflush(stdout);
@@ -155,12 +164,15 @@ class StressClient {
           ->Cancel();
     }
   }
-  void SetTitle() {
+  // Sometimes more than the gateway takes.
+  std::string RandomTitle() {
+    const int length = Random(20) == 0 ? 70'000 : Random(2'000);
+    return std::string(static_cast<size_t>(length), 'x');
+  }
+  void SetTitle(const std::string& text) {
     rpc::WindowTitle title;
     *title.mutable_browser_id() = RandomWindow();
-    // Sometimes more than the gateway takes.
-    title.set_title(std::string(
-        static_cast<size_t>(Random(20) == 0 ? 70'000 : Random(2'000)), 'x'));
+    title.set_title(text);
     Call("SetTitle", title.SerializeAsString());
   }
 
@@ -253,6 +265,8 @@ class StressClient {
   std::vector<std::shared_ptr<TestCall>> calls_;
   std::vector<std::shared_ptr<TestStream>> streams_;
 
+  // How many calls have ended in each way.
+  std::map<std::string, int> outcomes_;
   int calls_begun_ = 0;
   int succeeded_ = 0;
   int streams_begun_ = 0;
