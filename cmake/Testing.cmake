@@ -2,7 +2,7 @@
 #                  [LIBS <target>...])
 #
 # A GoogleTest program whose tests CTest lists one by one, under one of the
-# labels system, generator, base, transport and apps. SOURCES defaults to
+# labels system, generator, base, transport, apps and browser. SOURCES defaults to
 # <name>.cc. THREADED programs use several threads and are also run under
 # ThreadSanitizer; the target threaded_tests builds them. Their label is
 # <label>-threaded, which both "ctest -L <label>" and "ctest -L threaded" select.
@@ -95,4 +95,4 @@ endfunction()
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(threaded_tests)
 endif()
-set(TORVANE_TEST_LABELS system generator base transport apps)
+set(TORVANE_TEST_LABELS system generator base transport apps browser)

@@ -25,6 +25,7 @@
 #ifndef EXAMPLES_WEB_BROWSER_X11_DESKTOP_H_
 #define EXAMPLES_WEB_BROWSER_X11_DESKTOP_H_
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -74,6 +75,22 @@ class Desktop {
   // DEADLINE_EXCEEDED: "Openbox did not answer in time to maximize window 7."
   absl::Status Timeout(std::string_view what) const;
 
+  // What ManagedWindow needs, and whoever requests something of his own.
+  //
+  // Has the connection told of these events of the window, besides those that
+  // it is told of already. False if there is no such window.
+  bool Select(WindowId window, long events);
+  // Sends a client message about the window to the window manager.
+  void SendToWindowManager(WindowId window,
+                           AtomId type,
+                           const std::array<long, 5>& data);
+  // A window that nobody sees and no window manager manages: when it has the
+  // keyboard, no other one has.
+  WindowId FocusWindow();
+
+  // Calls it on a later turn.
+  void Finish(Completion done, absl::Status status);
+
   Connection* connection() const { return connection_; }
   WindowId root() const { return root_; }
   const Atoms& atoms() const { return *atoms_; }
@@ -84,10 +101,13 @@ class Desktop {
   WindowId CheckWindow() const;
 
   Connection* const connection_;
+  rpc::loop::Sequence& sequence_;
   const WindowId root_;
   const std::unique_ptr<const Atoms> atoms_;
   Fence fence_;
   Confirmations confirmations_;
+  // Made when it is needed first.
+  WindowId focus_window_ = 0;
 };
 
 }  // namespace web_browser::x11

@@ -29,8 +29,8 @@
 // ones, but their bounds are those of what is inside of the frame.
 //
 // Ownership: the desktop must outlive this; the window stays its maker's. When
-// this object goes, completions that wait are called with NOT_FOUND, on a later
-// turn.
+// this object goes, completions that wait are called with NOT_FOUND, once the
+// window manager has come past what was requested.
 //
 // Sequence: the desktop's.
 //
@@ -49,6 +49,7 @@
 #include "absl/status/status.h"
 #include "absl/status/statusor.h"
 #include "examples/web_browser/x11/desktop.h"
+#include "examples/web_browser/x11/monitors.h"
 #include "examples/web_browser/x11/pixels.h"
 #include "examples/web_browser/x11/window_facts.h"
 #include "examples/web_browser/x11/x11_types.h"
@@ -91,6 +92,11 @@ class ManagedWindow {
 
   // Of a normal window; one that is maximized or full screen ignores it, and is
   // then refused. Sizes below the minimum become the minimum.
+  //
+  // A window manager may refuse by putting the window elsewhere. The text then
+  // says where, as in "Openbox put window 7 at 1260,790 with 200 x 100 pixels
+  // instead.": openbox keeps a tenth of each window on the screen, xfwm4 some
+  // 30 pixels. Without a window manager the server does it, and that is OK.
   void SetBounds(const PixelRect& bounds, Completion done);
 
   // A workspace, counted from 0, or kAllWorkspaces.
@@ -117,11 +123,11 @@ class ManagedWindow {
   // The window's size hints. Toolkits write these again and again; what is set
   // here is put back each time (size_hints.h).
   //
-  // Smallest size, in pixels.
-  absl::Status SetMinimumSize(int width, int height);
+  // Smallest size, in pixels; 1 x 1 unless it is set.
+  void SetMinimumSize(int width, int height);
   // Whether the user may resize it. The operations above change one that may
   // not be resized all the same.
-  absl::Status SetResizable(bool resizable);
+  void SetResizable(bool resizable);
 
   // Takes note of an event; those of other windows, too.
   void OnEvent(const Event& event);
@@ -131,6 +137,28 @@ class ManagedWindow {
 
  private:
   struct State;
+  // A request to the window manager and how to see that it has been granted.
+  struct Request;
+
+  void Make(Request request, Completion done);
+  void SetStates(std::string_view what,
+                 bool set,
+                 AtomId first,
+                 AtomId second,
+                 absl::AnyInvocable<Verdict()> look,
+                 Completion done);
+  void TryBounds(const PixelRect& wanted,
+                 const PixelRect& before,
+                 int tries,
+                 Completion done);
+  void SendBounds(const PixelRect& bounds);
+  absl::Status BoundsRefusal(const PixelRect& before) const;
+  // Whether the frame covers this area of the monitor that it is on.
+  bool FillsItsMonitor(PixelRect Monitor::*area) const;
+  // Whether the window manager may give the window the keyboard. False if the
+  // window is gone.
+  bool WriteInputHint(bool input) const;
+  absl::Status NoWindow() const;
 
   Desktop& desktop_;
   const WindowId window_;

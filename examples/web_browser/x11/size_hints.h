@@ -26,6 +26,8 @@
 #ifndef EXAMPLES_WEB_BROWSER_X11_SIZE_HINTS_H_
 #define EXAMPLES_WEB_BROWSER_X11_SIZE_HINTS_H_
 
+#include <optional>
+
 #include "examples/web_browser/x11/desktop.h"
 #include "examples/web_browser/x11/x11_types.h"
 
@@ -39,8 +41,8 @@ class SizeHints {
 
   // The smallest size, in pixels.
   void SetMinimum(int width, int height);
-  int minimum_width() const { return minimum_width_; }
-  int minimum_height() const { return minimum_height_; }
+  int minimum_width() const { return minimum_.width; }
+  int minimum_height() const { return minimum_.height; }
 
   // Whether the user may resize the window.
   void SetResizable(bool resizable);
@@ -54,15 +56,24 @@ class SizeHints {
   void OnEvent(const Event& event);
 
  private:
+  struct Size {
+    int width;
+    int height;
+  };
+
   // Writes the hints, unless they are what they should be.
   void Correct();
+  // Keeps the present size as the only one, if the window is normal.
+  void FixSize();
 
   Desktop& desktop_;
   const WindowId window_;
-  int minimum_width_ = 1;
-  int minimum_height_ = 1;
+  Size minimum_{1, 1};
   bool resizable_ = true;
   bool lifted_ = false;
+  // Of the normal window, when it may not be resized. Absent while it is not
+  // known.
+  std::optional<Size> fixed_;
 };
 
 }  // namespace web_browser::x11

@@ -2,7 +2,7 @@
 //
 // Every function asks the server just now; none returns what was requested but
 // not confirmed. Errors about windows that are gone are caught: such a window
-// is NOT_FOUND for ReadWindow() and has no value for the others.
+// is simply without a value.
 //
 // Sequence: the connection's.
 
@@ -77,7 +77,14 @@ std::optional<Management> ReadManagement(const Desktop& desktop,
                                          WindowId window);
 std::optional<WindowStates> ReadStates(const Desktop& desktop, WindowId window);
 std::optional<PixelRect> ReadBounds(const Desktop& desktop, WindowId window);
-bool IsViewable(const Desktop& desktop, WindowId window);
+// No value also where no window manager has told it yet.
+std::optional<FrameExtents> ReadFrame(const Desktop& desktop, WindowId window);
+// With what the window manager puts around the window.
+std::optional<PixelRect> ReadOuterBounds(const Desktop& desktop,
+                                         WindowId window);
+// No value also where no window manager has told it yet.
+std::optional<uint32_t> ReadWorkspace(const Desktop& desktop, WindowId window);
+bool IsOnScreen(const Desktop& desktop, WindowId window);
 
 }  // namespace web_browser::x11
 

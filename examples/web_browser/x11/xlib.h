@@ -1,4 +1,4 @@
-// The only header that includes Xlib.
+// The only header that includes Xlib and its extensions.
 //
 // Xlib defines macros that are names elsewhere: absl::Status and absl::None
 // among them. They are taken away again here; what the code needs of them is
@@ -11,6 +11,7 @@
 // Behind Xlib.h, whose types it needs.
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
+#include <X11/extensions/Xrandr.h>
 
 #undef Above
 #undef Always

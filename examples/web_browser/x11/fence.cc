@@ -1,0 +1,60 @@
+#include "examples/web_browser/x11/fence.h"
+
+#include "examples/web_browser/x11/xlib.h"
+
+namespace web_browser::x11 {
+namespace {
+
+// Of each coordinate, which X keeps in 16 bits with a sign.
+constexpr int kBitsOfDigit = 15;
+constexpr uint64_t kMostOfDigit = (uint64_t{1} << kBitsOfDigit) - 1;
+// Places repeat themselves after this many fences.
+constexpr uint64_t kPlaces = uint64_t{1} << (2 * kBitsOfDigit);
+
+}  // namespace
+
+Fence::Fence(Connection* connection)
+    : connection_(connection),
+      window_(XCreateSimpleWindow(connection,
+                                  DefaultRootWindow(connection),
+                                  /*x=*/0,
+                                  /*y=*/0,
+                                  /*width=*/1,
+                                  /*height=*/1,
+                                  /*border_width=*/0,
+                                  /*border=*/0,
+                                  /*background=*/0)) {
+  XSelectInput(connection_, window_, StructureNotifyMask);
+}
+
+Fence::~Fence() {
+  XDestroyWindow(connection_, window_);
+}
+
+uint64_t Fence::Send() {
+  ++sent_;
+  XMoveWindow(connection_, window_, static_cast<int>(sent_ & kMostOfDigit),
+              static_cast<int>(sent_ >> kBitsOfDigit & kMostOfDigit));
+  XFlush(connection_);
+  return sent_;
+}
+
+bool Fence::OnEvent(const Event& event) {
+  if (event.type != ConfigureNotify || event.xconfigure.window != window_ ||
+      event.xconfigure.send_event) {
+    return false;
+  }
+  const uint64_t place = static_cast<uint64_t>(event.xconfigure.y)
+                             << kBitsOfDigit |
+                         static_cast<uint64_t>(event.xconfigure.x);
+  const uint64_t further = (place - passed_) % kPlaces;
+  // One that has not been sent, or is from before: somebody else has moved the
+  // window.
+  if (further == 0 || passed_ + further > sent_) {
+    return false;
+  }
+  passed_ += further;
+  return true;
+}
+
+}  // namespace web_browser::x11

@@ -1,0 +1,466 @@
+#include "examples/web_browser/x11/managed_window.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "absl/strings/str_cat.h"
+#include "examples/web_browser/x11/atoms.h"
+#include "examples/web_browser/x11/error_trap.h"
+#include "examples/web_browser/x11/monitors.h"
+#include "examples/web_browser/x11/properties.h"
+#include "examples/web_browser/x11/size_hints.h"
+#include "examples/web_browser/x11/xlib.h"
+
+namespace web_browser::x11 {
+namespace {
+
+using std::chrono::milliseconds;
+
+// Who asks, in client messages: a pager, acting for a user. Window managers
+// grant that more readily than what a program wants by itself.
+constexpr long kSourceIsPager = 2;
+
+// Of _NET_WM_STATE.
+constexpr long kRemoveState = 0;
+constexpr long kAddState = 1;
+
+// The window manager learns of a new active window from the server, after it
+// has asked for it: by the second fence.
+constexpr int kPassesOfActivation = 2;
+
+// Some window managers minimize when they have nothing else to do.
+constexpr milliseconds kGraceOfMinimizing{250};
+
+// _NET_MOVERESIZE_WINDOW: the position is that of the frame's top left corner;
+// and which members count.
+constexpr long kAllOfBounds = NorthWestGravity | 0xF << 8;
+
+// What X11 can express.
+constexpr int kFarthest = std::numeric_limits<int16_t>::max();
+constexpr int kFarthestBack = std::numeric_limits<int16_t>::min();
+
+Verdict HoldsIf(bool holds) {
+  return holds ? Verdict::kHolds : Verdict::kNotYet;
+}
+
+// What `holds` says of what was read of a window that may be gone.
+template <typename Read, typename Holds>
+Verdict Judge(const std::optional<Read>& read, const Holds& holds) {
+  return read ? HoldsIf(holds(*read)) : Verdict::kGone;
+}
+
+absl::Status CheckExpressible(int64_t id, const PixelRect& bounds) {
+  const auto fits = [](int position) {
+    return position >= kFarthestBack && position <= kFarthest;
+  };
+  if (fits(bounds.x) && fits(bounds.y) && bounds.width <= kFarthest &&
+      bounds.height <= kFarthest) {
+    return absl::OkStatus();
+  }
+  return absl::OutOfRangeError(absl::StrCat(
+      "Window ", id, " cannot be at ", bounds.x, ",", bounds.y, " with ",
+      bounds.width, " x ", bounds.height, " pixels: X11 knows none outside of ",
+      kFarthestBack, " to ", kFarthest, "."));
+}
+
+}  // namespace
+
+// Shared with the changes that wait, which may outlive the window object.
+struct ManagedWindow::State {
+  State(Desktop& desktop, WindowId window) : hints(desktop, window) {}
+
+  bool exists = true;
+  SizeHints hints;
+  // What SetTakesFocus() has said.
+  bool takes_focus = true;
+};
+
+struct ManagedWindow::Request {
+  // "maximize": the window is added.
+  std::string_view what;
+  absl::AnyInvocable<void()> send;
+  absl::AnyInvocable<Verdict()> look;
+  // What to say instead of "refused to ..."; optional.
+  absl::AnyInvocable<absl::Status()> refusal = nullptr;
+  // Runs in any case once it is over, unless the window object is gone.
+  absl::AnyInvocable<void(State&)> finally = [](State&) {};
+  int passes = 1;
+  milliseconds grace{0};
+};
+
+ManagedWindow::ManagedWindow(Desktop& desktop, WindowId window, int64_t id)
+    : desktop_(desktop),
+      window_(window),
+      id_(id),
+      state_(std::make_shared<State>(desktop, window)) {
+  desktop_.Select(window_, StructureNotifyMask | PropertyChangeMask);
+}
+
+ManagedWindow::~ManagedWindow() {
+  state_->exists = false;
+}
+
+absl::Status ManagedWindow::NoWindow() const {
+  return absl::NotFoundError(absl::StrCat("No window ", id_, "."));
+}
+
+absl::StatusOr<WindowFacts> ManagedWindow::Read() const {
+  const auto facts = ReadWindow(desktop_, window_);
+  if (!facts) {
+    return NoWindow();
+  }
+  return *facts;
+}
+
+void ManagedWindow::Make(Request request, Completion done) {
+  {
+    // The window may be gone: looking tells.
+    const ErrorTrap trap(desktop_.connection());
+    request.send();
+  }
+  const std::string what = absl::StrCat(request.what, " window ", id_);
+  desktop_.confirmations().Await(
+      {.look =
+           [state = state_, look = std::move(request.look)]() mutable {
+             return state->exists ? look() : Verdict::kGone;
+           },
+       .refusal =
+           [&desktop = desktop_, what,
+            refusal = std::move(request.refusal)]() mutable {
+             return refusal ? refusal() : desktop.Refusal(what);
+           },
+       .timeout = [&desktop = desktop_, what] { return desktop.Timeout(what); },
+       .gone = NoWindow(),
+       .done =
+           [state = state_, finally = std::move(request.finally),
+            done = std::move(done)](const absl::Status& status) mutable {
+             if (state->exists) {
+               finally(*state);
+             }
+             done(status);
+           },
+       .passes = request.passes,
+       .grace = request.grace});
+}
+
+void ManagedWindow::Await(std::string_view what,
+                          absl::AnyInvocable<Verdict()> look,
+                          Completion done) {
+  Make({.what = what, .send = [] {}, .look = std::move(look)}, std::move(done));
+}
+
+void ManagedWindow::AwaitShown(Completion done) {
+  Await(
+      "show",
+      [this] {
+        return Judge(ReadWindow(desktop_, window_), [](const auto& facts) {
+          return facts.management == Management::kNormal && facts.viewable &&
+                 facts.frame;
+        });
+      },
+      std::move(done));
+}
+
+void ManagedWindow::AwaitHidden(Completion done) {
+  Await(
+      "hide",
+      [this] {
+        return Judge(ReadManagement(desktop_, window_), [](Management now) {
+          return now == Management::kWithdrawn;
+        });
+      },
+      std::move(done));
+}
+
+void ManagedWindow::Activate(Completion done) {
+  Make({.what = "activate",
+        .send =
+            [this] {
+              WriteInputHint(true);
+              desktop_.SendToWindowManager(window_,
+                                           desktop_.atoms().net_active_window,
+                                           {kSourceIsPager});
+            },
+        .look =
+            [this] {
+              return Judge(ReadManagement(desktop_, window_),
+                           [this](Management now) {
+                             // What a window manager that has died has
+                             // said of it is still there.
+                             return now == Management::kNormal &&
+                                    desktop_.ActiveWindow() == window_ &&
+                                    desktop_.HasWindowManager();
+                           });
+            },
+        .finally = [this](State& state) { WriteInputHint(state.takes_focus); },
+        .passes = kPassesOfActivation},
+       std::move(done));
+}
+
+void ManagedWindow::Deactivate(WindowId next, Completion done) {
+  Make({.what = "deactivate",
+        .send =
+            [this, next] {
+              if (desktop_.ActiveWindow() != window_) {
+                return;
+              }
+              if (next != 0) {
+                desktop_.SendToWindowManager(
+                    next, desktop_.atoms().net_active_window, {kSourceIsPager});
+              } else {
+                XSetInputFocus(desktop_.connection(), desktop_.FocusWindow(),
+                               RevertToPointerRoot, /*time=*/0);
+              }
+            },
+        .look =
+            [this] {
+              return Judge(ReadManagement(desktop_, window_), [this](auto) {
+                return desktop_.ActiveWindow() != window_;
+              });
+            },
+        .passes = kPassesOfActivation},
+       std::move(done));
+}
+
+void ManagedWindow::SetMaximized(bool maximized, Completion done) {
+  const Atoms& atoms = desktop_.atoms();
+  SetStates(
+      maximized ? "maximize" : "un-maximize", maximized,
+      atoms.net_wm_state_maximized_vert, atoms.net_wm_state_maximized_horz,
+      [this, maximized] {
+        return Judge(
+            ReadStates(desktop_, window_), [&](const WindowStates& states) {
+              if (!maximized) {
+                return !states.maximized_vertically &&
+                       !states.maximized_horizontally;
+              }
+              return states.maximized() && FillsItsMonitor(&Monitor::work_area);
+            });
+      },
+      std::move(done));
+}
+
+void ManagedWindow::SetFullScreen(bool full_screen, Completion done) {
+  SetStates(
+      full_screen ? "show full screen" : "end the full screen of", full_screen,
+      desktop_.atoms().net_wm_state_fullscreen, 0,
+      [this, full_screen] {
+        return Judge(
+            ReadStates(desktop_, window_), [&](const WindowStates& states) {
+              if (!full_screen) {
+                return !states.full_screen;
+              }
+              return states.full_screen && FillsItsMonitor(&Monitor::bounds);
+            });
+      },
+      std::move(done));
+}
+
+void ManagedWindow::SetSkipTaskbar(bool skip, Completion done) {
+  SetStates(
+      skip ? "take out of task bars" : "put into task bars", skip,
+      desktop_.atoms().net_wm_state_skip_taskbar, 0,
+      [this, skip] {
+        return Judge(ReadStates(desktop_, window_),
+                     [&](const WindowStates& states) {
+                       return states.skip_taskbar == skip;
+                     });
+      },
+      std::move(done));
+}
+
+void ManagedWindow::SetStates(std::string_view what,
+                              bool set,
+                              AtomId first,
+                              AtomId second,
+                              absl::AnyInvocable<Verdict()> look,
+                              Completion done) {
+  Make({.what = what,
+        .send =
+            [&] {
+              state_->hints.Lift();
+              desktop_.SendToWindowManager(
+                  window_, desktop_.atoms().net_wm_state,
+                  {set ? kAddState : kRemoveState, static_cast<long>(first),
+                   static_cast<long>(second), kSourceIsPager});
+            },
+        .look = std::move(look),
+        .finally = [](State& state) { state.hints.Settle(); }},
+       std::move(done));
+}
+
+bool ManagedWindow::FillsItsMonitor(PixelRect Monitor::*area) const {
+  const auto bounds = ReadOuterBounds(desktop_, window_);
+  if (!bounds) {
+    return false;
+  }
+  const std::vector<Monitor> monitors = ReadMonitors(desktop_);
+  return MonitorOf(monitors, *bounds).*area == *bounds;
+}
+
+void ManagedWindow::Minimize(Completion done) {
+  Make({.what = "minimize",
+        .send =
+            [this] {
+              desktop_.SendToWindowManager(
+                  window_, desktop_.atoms().wm_change_state, {IconicState});
+            },
+        .look =
+            [this] {
+              return Judge(
+                  ReadManagement(desktop_, window_),
+                  [](Management now) { return now == Management::kMinimized; });
+            },
+        .grace = kGraceOfMinimizing},
+       std::move(done));
+}
+
+void ManagedWindow::BringBack(Completion done) {
+  Make({.what = "bring back",
+        .send = [this] { XMapWindow(desktop_.connection(), window_); },
+        .look =
+            [this] {
+              return Judge(ReadManagement(desktop_, window_),
+                           [this](Management now) {
+                             return now == Management::kNormal &&
+                                    IsOnScreen(desktop_, window_);
+                           });
+            }},
+       std::move(done));
+}
+
+void ManagedWindow::SetBounds(const PixelRect& bounds, Completion done) {
+  if (const absl::Status status = CheckExpressible(id_, bounds); !status.ok()) {
+    return desktop_.Finish(std::move(done), status);
+  }
+  const PixelRect wanted{
+      bounds.x, bounds.y, std::max(bounds.width, state_->hints.minimum_width()),
+      std::max(bounds.height, state_->hints.minimum_height())};
+  TryBounds(wanted, ReadBounds(desktop_, window_).value_or(PixelRect()),
+            /*tries=*/2, std::move(done));
+}
+
+// Of a window that only grows, some window managers keep all of it on the
+// screen, and move it for that. Then it is moved back, which they allow.
+void ManagedWindow::TryBounds(const PixelRect& wanted,
+                              const PixelRect& before,
+                              int tries,
+                              Completion done) {
+  Make({.what = "set the bounds of",
+        .send = [&] { SendBounds(wanted); },
+        .look =
+            [this, wanted] {
+              return Judge(ReadBounds(desktop_, window_),
+                           [&](const PixelRect& now) { return now == wanted; });
+            },
+        .refusal = [this, before] { return BoundsRefusal(before); },
+        .finally = [](State& state) { state.hints.Settle(); }},
+       [this, state = state_, wanted, before, tries,
+        done = std::move(done)](const absl::Status& status) mutable {
+         if (absl::IsFailedPrecondition(status) && tries > 1 && state->exists) {
+           return TryBounds(wanted, before, tries - 1, std::move(done));
+         }
+         done(status);
+       });
+}
+
+absl::Status ManagedWindow::BoundsRefusal(const PixelRect& before) const {
+  const PixelRect now = ReadBounds(desktop_, window_).value_or(before);
+  if (now == before) {
+    return desktop_.Refusal(absl::StrCat("set the bounds of window ", id_));
+  }
+  return absl::FailedPreconditionError(absl::StrCat(
+      desktop_.WindowManagerName(), " put window ", id_, " at ", now.x, ",",
+      now.y, " with ", now.width, " x ", now.height, " pixels instead."));
+}
+
+// Window managers let a window without a frame go where its program moves it,
+// also off the screen. For one with a frame only the client message says
+// clearly which corner is meant; some keep that on the screen.
+void ManagedWindow::SendBounds(const PixelRect& bounds) {
+  state_->hints.Lift();
+  const FrameExtents frame =
+      ReadFrame(desktop_, window_).value_or(FrameExtents());
+  if (frame == FrameExtents()) {
+    XMoveResizeWindow(desktop_.connection(), window_, bounds.x, bounds.y,
+                      bounds.width, bounds.height);
+    return;
+  }
+  desktop_.SendToWindowManager(
+      window_, desktop_.atoms().net_moveresize_window,
+      {kAllOfBounds | kSourceIsPager << 12, bounds.x - frame.left,
+       bounds.y - frame.top, bounds.width, bounds.height});
+}
+
+void ManagedWindow::SetWorkspace(uint32_t workspace, Completion done) {
+  Make({.what = "set the workspace of",
+        .send =
+            [this, workspace] {
+              const AtomId property = desktop_.atoms().net_wm_desktop;
+              if (ReadManagement(desktop_, window_) == Management::kWithdrawn) {
+                // Read by the window manager when the window is mapped.
+                WriteNumbers(desktop_.connection(), window_, property,
+                             XA_CARDINAL, {workspace});
+                return;
+              }
+              desktop_.SendToWindowManager(
+                  window_, property,
+                  {static_cast<long>(workspace), kSourceIsPager});
+            },
+        .look =
+            [this, workspace] {
+              return Judge(ReadManagement(desktop_, window_), [&](Management) {
+                return ReadWorkspace(desktop_, window_) == workspace;
+              });
+            }},
+       std::move(done));
+}
+
+absl::Status ManagedWindow::SetTitle(std::string_view title) {
+  ErrorTrap trap(desktop_.connection());
+  XChangeProperty(desktop_.connection(), window_, desktop_.atoms().net_wm_name,
+                  desktop_.atoms().utf8_string, /*bits=*/8, PropModeReplace,
+                  reinterpret_cast<const unsigned char*>(title.data()),
+                  static_cast<int>(title.size()));
+  return trap.HasCaught() ? NoWindow() : absl::OkStatus();
+}
+
+absl::Status ManagedWindow::SetTakesFocus(bool takes_focus) {
+  state_->takes_focus = takes_focus;
+  return WriteInputHint(takes_focus) ? absl::OkStatus() : NoWindow();
+}
+
+bool ManagedWindow::WriteInputHint(bool input) const {
+  ErrorTrap trap(desktop_.connection());
+  XWMHints* const former = XGetWMHints(desktop_.connection(), window_);
+  XWMHints hints{};
+  if (former != nullptr) {
+    hints = *former;
+    XFree(former);
+  }
+  const bool is_so =
+      (hints.flags & InputHint) == 0 ? input : hints.input == int{input};
+  if (!is_so) {
+    hints.flags |= InputHint;
+    hints.input = input;
+    XSetWMHints(desktop_.connection(), window_, &hints);
+  }
+  return !trap.HasCaught();
+}
+
+void ManagedWindow::SetMinimumSize(int width, int height) {
+  state_->hints.SetMinimum(width, height);
+}
+
+void ManagedWindow::SetResizable(bool resizable) {
+  state_->hints.SetResizable(resizable);
+}
+
+void ManagedWindow::OnEvent(const Event& event) {
+  state_->hints.OnEvent(event);
+}
+
+}  // namespace web_browser::x11
