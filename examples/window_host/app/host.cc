@@ -25,7 +25,8 @@ Host::Host(rpc::loop::Loop& loop, WindowSystem& windows, HostOptions options)
       status_([this] { return server_->Report(); }),
       reflection_([this] { return server_->Services(); }) {}
 
-absl::Status Host::Serve() {
+absl::Status Host::Serve(std::function<void()> on_stopped) {
+  on_stopped_ = std::move(on_stopped);
   // Watched before there is a socket, which else would stay when a signal comes
   // right after.
   stop_signals_.emplace(loop_, [this] { Stop(); });
@@ -78,6 +79,7 @@ void Host::Stop() {
   browser_.Shutdown([this] {
     server_->Stop();
     stopped_ = true;
+    on_stopped_();
   });
 }
 

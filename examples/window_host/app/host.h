@@ -21,6 +21,7 @@
 #ifndef EXAMPLES_WINDOW_HOST_APP_HOST_H_
 #define EXAMPLES_WINDOW_HOST_APP_HOST_H_
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -52,8 +53,9 @@ class Host {
   Host& operator=(const Host&) = delete;
 
   // Begins to serve, and says on standard output that it is ready. Signals stop
-  // the host from here on.
-  absl::Status Serve();
+  // the host from here on. `on_stopped` is called when it has stopped, with its
+  // windows closed, but maybe not yet over.
+  absl::Status Serve(std::function<void()> on_stopped = [] {});
 
   // Only after Serve(). Closes the windows first, so that clients hear of it
   // before the server says goodbye.
@@ -88,6 +90,7 @@ class Host {
   std::optional<rpc::transport::Server> server_;
   std::optional<cli::StopSignals> stop_signals_;
   std::optional<cli::LineReader> input_;
+  std::function<void()> on_stopped_ = [] {};
   // Whether the server has been told to stop.
   bool stopped_ = false;
 };

@@ -1,0 +1,766 @@
+#include "examples/web_browser/desktop/real_desktop.h"
+
+#include <gdk/gdkx.h>
+// Behind gdkx.h, whose macros it takes away.
+#include "examples/web_browser/x11/xlib.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <utility>
+#include <variant>
+
+#include "absl/strings/str_cat.h"
+#include "examples/web_browser/frame/plain_title.h"
+#include "examples/web_browser/x11/monitors.h"
+#include "examples/window_host/windows/window_properties.h"
+
+namespace web_browser {
+
+using window_host::ActivationChange;
+using window_host::BoundsChange;
+using window_host::NewWindow;
+using window_host::NoWindow;
+using window_host::Opened;
+using window_host::Rect;
+using window_host::WindowAction;
+using window_host::WindowChange;
+using window_host::WindowForm;
+using window_host::WindowState;
+using window_host::WindowView;
+
+namespace {
+
+// How long a frame may take to be painted.
+constexpr std::chrono::milliseconds kPaintDeadline{1000};
+
+// What a window shows that was opened without a page.
+constexpr char kFirstPage[] = "about:blank";
+
+bool IsShort(int length) {
+  return std::numeric_limits<int16_t>::min() <= length &&
+         length <= std::numeric_limits<int16_t>::max();
+}
+
+// X11 has 16 bits for each.
+absl::Status CheckExpressible(const Rect& bounds, int scale) {
+  const x11::PixelRect pixels = ToPixels(bounds, scale);
+  if (IsShort(pixels.x) && IsShort(pixels.y) && IsShort(pixels.width) &&
+      IsShort(pixels.height)) {
+    return absl::OkStatus();
+  }
+  return absl::OutOfRangeError(absl::StrCat(
+      "The bounds ", bounds.width, "x", bounds.height, " at ", bounds.x, ",",
+      bounds.y, " are more than X11 can express: 32767 pixels."));
+}
+
+// How much of a material is opaque.
+double Opacity(const rpc::BrowserVibrancy& vibrancy, bool active) {
+  double opacity = 1;
+  switch (vibrancy.material()) {
+    case rpc::BrowserVibrancy::MATERIAL_TITLEBAR:
+      opacity = 0.8;
+      break;
+    case rpc::BrowserVibrancy::MATERIAL_SIDEBAR:
+      opacity = 0.7;
+      break;
+    case rpc::BrowserVibrancy::MATERIAL_MENU:
+      opacity = 0.9;
+      break;
+    case rpc::BrowserVibrancy::MATERIAL_WINDOW:
+      opacity = 0.6;
+      break;
+    default:
+      return 1;
+  }
+  const bool lively =
+      vibrancy.state() == rpc::BrowserVibrancy::STATE_ACTIVE ||
+      (vibrancy.state() != rpc::BrowserVibrancy::STATE_INACTIVE && active);
+  return lively ? opacity : (1 + opacity) / 2;
+}
+
+}  // namespace
+
+struct RealDesktop::Window {
+  Window(int64_t id, FrameObserver& observer, x11::Desktop& display)
+      : view(window_host::FirstView(id)),
+        frame(id, observer),
+        managed(display, frame.xid(), id) {}
+
+  int64_t id() const { return view.id; }
+
+  // The id and what a client may set; View() fills in the state.
+  WindowView view;
+  // As it was last taken over or brought about.
+  WindowForm form;
+  // The bounds that it had before those of `form`, if it was normal then.
+  Rect earlier_bounds;
+  // A client has set bounds that the window gets when it becomes normal.
+  bool bounds_wait = false;
+  // A client has set the title: the page's no longer counts.
+  bool is_titled_by_client = false;
+  // Whether it has opened.
+  bool is_open = false;
+  Frame frame;
+  x11::ManagedWindow managed;
+};
+
+struct RealDesktop::UnderWay {
+  void End(const absl::Status& status) {
+    if (!done)
+      return;
+    std::exchange(done, nullptr)(status);
+    over();
+  }
+
+  int64_t id;
+  Completion done;
+  x11::ChangeQueue::Done over;
+};
+
+class RealDesktop::EventFilter {
+ public:
+  explicit EventFilter(RealDesktop& desktop) : desktop_(desktop) {
+    gdk_window_add_filter(nullptr, &OnEvent, &desktop_);
+  }
+  EventFilter(const EventFilter&) = delete;
+  EventFilter& operator=(const EventFilter&) = delete;
+  ~EventFilter() { gdk_window_remove_filter(nullptr, &OnEvent, &desktop_); }
+
+ private:
+  static GdkFilterReturn OnEvent(GdkXEvent* event, GdkEvent*, gpointer data) {
+    static_cast<RealDesktop*>(data)->OnEvent(*static_cast<XEvent*>(event));
+    return GDK_FILTER_CONTINUE;
+  }
+
+  RealDesktop& desktop_;
+};
+
+RealDesktop::RealDesktop(rpc::loop::Sequence& sequence)
+    : sequence_(sequence),
+      display_(gdk_x11_display_get_xdisplay(gdk_display_get_default()),
+               sequence),
+      queue_(sequence),
+      filter_(std::make_unique<EventFilter>(*this)) {}
+
+RealDesktop::~RealDesktop() = default;
+
+void RealDesktop::Lose() {
+  // Their destruction would use the display.
+  static auto* const kept = new std::map<int64_t, std::unique_ptr<Window>>();
+  for (auto& [id, window] : std::exchange(windows_, {})) {
+    if (window->is_open && observer())
+      observer()->OnWindowGone(window->view, rpc::WINDOW_CLOSE_REASON_SHUTDOWN);
+    kept->emplace(id, std::move(window));
+  }
+  order_.clear();
+  touched_.clear();
+  if (const auto under_way = std::exchange(under_way_, nullptr))
+    under_way->End(NoWindow(under_way->id));
+}
+
+absl::StatusOr<WindowView> RealDesktop::Inspect(int64_t id) const {
+  const Window* const window = Find(id);
+  if (window == nullptr || !window->is_open)
+    return NoWindow(id);
+  return View(*window);
+}
+
+std::vector<int64_t> RealDesktop::stacking() const {
+  std::vector<int64_t> managed;
+  for (x11::WindowId xid : display_.Stacking()) {
+    const Window* const window = FindByXid(xid);
+    if (window != nullptr && window->is_open)
+      managed.push_back(window->id());
+  }
+  // Those that the window manager does not know keep their places.
+  std::vector<int64_t> stacking = order_;
+  for (int64_t& id : stacking) {
+    if (std::find(managed.begin(), managed.end(), id) == managed.end())
+      continue;
+    id = -id;
+  }
+  for (int64_t& id : stacking) {
+    if (id > 0)
+      continue;
+    id = managed.back();
+    managed.pop_back();
+  }
+  return stacking;
+}
+
+void RealDesktop::Open(NewWindow new_window, Opened done) {
+  ++opening_;
+  const auto opened = std::make_shared<Opened>(std::move(done));
+  const auto opened_id = std::make_shared<int64_t>(0);
+  Enqueue(
+      0,
+      [this, opened_id, new_window = std::move(new_window)](Completion done) {
+        --opening_;
+        WindowForm form;
+        const int64_t id = last_id_ + 1;
+        const Rect area = MonitorArea({}, true);
+        form.normal_bounds = InDips(
+            x11::PulledInto(ToPixels(area, 1),
+                            ToPixels(window_host::FirstBounds(id, area), 1)),
+            1);
+        if (absl::Status fault = ApplyBounds(new_window.bounds, form);
+            !fault.ok()) {
+          return done(fault);
+        }
+        if (absl::Status fault =
+                CheckExpressible(form.normal_bounds, DisplayScale());
+            !fault.ok()) {
+          return done(fault);
+        }
+        last_id_ = *opened_id = id;
+        FrameObserver& self = *this;
+        windows_[id] = std::make_unique<Window>(id, self, display_);
+        Window& window = *windows_[id];
+        window.form = form;
+        window.form.shown = false;
+        window.managed.SetMinimumSize(
+            window_host::kMinimumWidth * window.frame.scale(),
+            window_host::kMinimumHeight * window.frame.scale());
+        SetTitle(window, window.view.title);
+        ShowStyle(window);
+        window.frame.page().Load(new_window.url.empty() ? kFirstPage
+                                                        : new_window.url);
+        AdjustTo(window, form, window.view, true,
+                 [this, id,
+                  done = std::move(done)](const absl::Status& status) mutable {
+                   Window* const window = Find(id);
+                   if (!status.ok() || window == nullptr) {
+                     windows_.erase(id);
+                     std::erase(order_, id);
+                     return done(status);
+                   }
+                   window->is_open = true;
+                   if (observer())
+                     observer()->OnWindowOpened(View(*window));
+                   done(status);
+                 });
+      },
+      [opened, opened_id](const absl::Status& status) {
+        if (status.ok())
+          (*opened)(*opened_id);
+        else
+          (*opened)(status);
+      });
+}
+
+void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
+  Enqueue(
+      id,
+      [this, id, change = std::move(change)](Completion done) mutable {
+        Window* const window = Find(id);
+        if (window == nullptr || !window->is_open)
+          return done(NoWindow(id));
+        TakeOver(*window);
+        std::visit(
+            [&](const auto& change) {
+              Apply(*window, change, std::move(done));
+            },
+            change);
+      },
+      std::move(done));
+}
+
+void RealDesktop::Execute(int64_t id, const std::string& command) {
+  Window* const window = Find(id);
+  if (window == nullptr)
+    return;
+  if (command == "new_window")
+    Open({}, [](const absl::StatusOr<int64_t>&) {});
+  else if (command == "close_window")
+    OnCloseWanted(id);
+  else if (command == "find")
+    window->frame.OpenFindBar();
+  else
+    window->frame.page().Execute(command);
+}
+
+void RealDesktop::OpenMenu(int64_t id,
+                           int x,
+                           int y,
+                           const std::vector<std::string>& commands) {
+  if (Window* const window = Find(id))
+    window->frame.OpenMenu(x, y, commands);
+}
+
+void RealDesktop::Enqueue(int64_t id, Begin begin, Completion done) {
+  queue_.Add([this, id, begin = std::move(begin),
+              done = std::move(done)](x11::ChangeQueue::Done over) mutable {
+    const auto under_way = std::make_shared<UnderWay>(
+        UnderWay{id, std::move(done), std::move(over)});
+    under_way_ = under_way;
+    begin([this, under_way](const absl::Status& status) {
+      if (under_way_ == under_way)
+        under_way_ = nullptr;
+      if (status.ok() && Find(under_way->id) != nullptr)
+        TellChanged(under_way->id);
+      under_way->End(status);
+      if (!touched_.empty())
+        sequence_.Post([this] { OnQuiet(); });
+    });
+  });
+}
+
+void RealDesktop::Apply(Window& window, WindowAction action, Completion done) {
+  WindowForm form = window.form;
+  const absl::StatusOr<ActivationChange> activation =
+      ApplyAction(action, window.id(), form);
+  if (!activation.ok())
+    return done(activation.status());
+  if (action == WindowAction::kCenter) {
+    form.normal_bounds =
+        Centered(form.normal_bounds, MonitorArea(form.normal_bounds, true));
+    window.bounds_wait = true;
+  }
+  if (action == WindowAction::kFocus) {
+    done = [&window,
+            done = std::move(done)](const absl::Status& status) mutable {
+      if (status.ok())
+        window.frame.FocusPage();
+      done(status);
+    };
+  }
+  if (*activation != ActivationChange::kPassOn) {
+    return AdjustTo(window, form, window.view,
+                    *activation == ActivationChange::kTake, std::move(done));
+  }
+  PassActivationOn(
+      window, action == WindowAction::kDeactivate,
+      [this, &window, form,
+       done = std::move(done)](const absl::Status& status) mutable {
+        if (!status.ok())
+          return done(status);
+        AdjustTo(window, form, window.view, false, std::move(done));
+      });
+}
+
+void RealDesktop::Apply(Window& window,
+                        const BoundsChange& change,
+                        Completion done) {
+  WindowForm form = window.form;
+  if (absl::Status fault = ApplyBounds(change, form); !fault.ok())
+    return done(fault);
+  if (absl::Status fault =
+          CheckExpressible(form.normal_bounds, window.frame.scale());
+      !fault.ok()) {
+    return done(fault);
+  }
+  window.bounds_wait = true;
+  PlaceExactly(window, form, std::move(done));
+}
+
+// A window manager may keep windows on the screen, or give them other sizes.
+// Then the window goes back to where it was.
+void RealDesktop::PlaceExactly(Window& window,
+                               const WindowForm& form,
+                               Completion done) {
+  const absl::StatusOr<x11::WindowFacts> before = window.managed.Read();
+  const Target target = {form, window.view.display_policy.policy(),
+                         window.view.style.utility(), false, true};
+  AdjustTo(window, target, window.view,
+           [&window, before,
+            done = std::move(done)](const absl::Status& status) mutable {
+             const absl::StatusOr<x11::WindowFacts> now = window.managed.Read();
+             if (status.ok() || !before.ok() || !now.ok() ||
+                 now->bounds == before->bounds) {
+               return done(status);
+             }
+             const Rect given = InDips(now->bounds, window.frame.scale());
+             const absl::Status refusal(
+                 status.code(),
+                 absl::StrCat(status.message(), " It would have given it ",
+                              given.width, "x", given.height, " at ", given.x,
+                              ",", given.y, "."));
+             window.managed.SetBounds(
+                 before->bounds,
+                 [refusal, done = std::move(done)](
+                     const absl::Status&) mutable { done(refusal); });
+           });
+}
+
+void RealDesktop::Apply(Window& window,
+                        const window_host::Close& close,
+                        Completion done) {
+  PassActivationOn(
+      window, false,
+      [this, &window, reason = close.reason,
+       done = std::move(done)](const absl::Status&) mutable {
+        const int64_t id = window.id();
+        Destroy(window, reason);
+        // The window is gone, whatever the window manager does about it; but
+        // then others, too, should see it gone.
+        display_.confirmations().Await({
+            .look = [] { return x11::Verdict::kHolds; },
+            .refusal = [] { return absl::OkStatus(); },
+            .timeout = [] { return absl::OkStatus(); },
+            .gone = NoWindow(id),
+            .done =
+                [done = std::move(done)](const absl::Status&) mutable {
+                  done(absl::OkStatus());
+                },
+        });
+      });
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::WindowTitle& title,
+                        Completion done) {
+  window.is_titled_by_client = true;
+  SetTitle(window, title.title());
+  AwaitPaint(window, std::move(done));
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::WindowStyleFlags& style,
+                        Completion done) {
+  WindowView properties = window.view;
+  SetProperty(style, properties);
+  // One that becomes another kind of window is mapped anew.
+  const bool activate =
+      style.utility() != window.view.style.utility() && IsActive(window);
+  AdjustTo(window, window.form, properties, activate,
+           [this, &window,
+            done = std::move(done)](const absl::Status& status) mutable {
+             if (!status.ok())
+               return done(status);
+             ShowStyle(window);
+             window.managed.SetResizable(window.view.style.resizable());
+             AwaitPaint(window, std::move(done));
+           });
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::BrowserWindowDisplayPolicy& policy,
+                        Completion done) {
+  WindowView properties = window.view;
+  SetProperty(policy, properties);
+  AdjustTo(window, window.form, properties, false, std::move(done));
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::WindowAnimationBehavior& animation,
+                        Completion done) {
+  if (animation.behavior() != rpc::WindowAnimationBehavior::BEHAVIOR_DEFAULT &&
+      animation.behavior() != rpc::WindowAnimationBehavior::BEHAVIOR_NONE) {
+    return done(absl::UnimplementedError(
+        "X11 has no way to choose how a window is animated: there are only "
+        "BEHAVIOR_DEFAULT and BEHAVIOR_NONE."));
+  }
+  SetProperty(animation, window.view);
+  done(absl::OkStatus());
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::ActivationIndependence& independence,
+                        Completion done) {
+  const absl::Status set =
+      window.managed.SetTakesFocus(!independence.enabled());
+  if (set.ok())
+    SetProperty(independence, window.view);
+  done(set);
+}
+
+void RealDesktop::Apply(Window& window,
+                        const rpc::BrowserVibrancy& vibrancy,
+                        Completion done) {
+  if (vibrancy.material() != rpc::BrowserVibrancy::MATERIAL_NONE &&
+      !gdk_screen_is_composited(gdk_screen_get_default())) {
+    return done(absl::FailedPreconditionError(
+        "No compositor is running, so nothing behind a window can be seen "
+        "through it."));
+  }
+  SetProperty(vibrancy, window.view);
+  ShowStyle(window);
+  AwaitPaint(window, std::move(done));
+}
+
+template <typename Message>
+void RealDesktop::Apply(Window& window,
+                        const Message& message,
+                        Completion done) {
+  SetProperty(message, window.view);
+  ShowStyle(window);
+  AwaitPaint(window, std::move(done));
+}
+
+void RealDesktop::AdjustTo(Window& window,
+                           const WindowForm& form,
+                           const WindowView& properties,
+                           bool activate,
+                           Completion done) {
+  AdjustTo(window,
+           {form, properties.display_policy.policy(),
+            properties.style.utility(), activate},
+           properties, std::move(done));
+}
+
+void RealDesktop::AdjustTo(Window& window,
+                           const Target& target,
+                           const WindowView& properties,
+                           Completion done) {
+  Adjust(display_, window.frame, window.managed, target,
+         [this, &window, target, properties,
+          done = std::move(done)](const absl::Status& status) mutable {
+           // After the loss of the display there is no such window any more.
+           if (windows_.empty())
+             return done(status);
+           if (status.ok()) {
+             window.form = target.form;
+             window.view = properties;
+             window.bounds_wait &= !target.form.visible() ||
+                                   target.form.state() != WindowState::kNormal;
+           } else {
+             window.bounds_wait = false;
+             TakeOver(window);
+           }
+           if (target.active && status.ok()) {
+             std::erase(order_, window.id());
+             order_.insert(order_.begin(), window.id());
+           }
+           window.frame.SetMaximized(window.form.maximized);
+           done(status);
+         });
+}
+
+void RealDesktop::PassActivationOn(Window& window,
+                                   bool to_nobody,
+                                   Completion then) {
+  if (!IsActive(window))
+    return then(absl::OkStatus());
+  const Window* const next = NextToActivate(window.id());
+  if (next == nullptr && !to_nobody)
+    return then(absl::OkStatus());
+  window.managed.Deactivate(next == nullptr ? 0 : next->managed.window(),
+                            std::move(then));
+}
+
+void RealDesktop::AwaitPaint(Window& window, Completion done) {
+  if (!PresentForm(window).visible())
+    return done(absl::OkStatus());
+  struct Wait {
+    void End(const absl::Status& status) {
+      timer.reset();
+      if (done)
+        std::exchange(done, nullptr)(status);
+    }
+    Completion done;
+    std::unique_ptr<rpc::loop::Timer> timer;
+  };
+  const auto wait = std::make_shared<Wait>();
+  wait->done = std::move(done);
+  wait->timer = sequence_.RunAfter(kPaintDeadline, [wait, id = window.id()] {
+    wait->End(absl::DeadlineExceededError(
+        absl::StrCat("Window ", id, " was not painted in time.")));
+  });
+  window.frame.AwaitPaint([wait] { wait->End(absl::OkStatus()); });
+}
+
+void RealDesktop::TakeOver(Window& window) {
+  const WindowForm present = PresentForm(window);
+  Rect& bounds = window.form.normal_bounds;
+  const bool was_normal = window.form.state() == WindowState::kNormal;
+  const bool is_normal = present.state() == WindowState::kNormal;
+  // Some window managers change the bounds first and then the state: those
+  // bounds were not the normal ones.
+  if (was_normal && !is_normal && present.visible() &&
+      InDips(window.managed.Read().value_or(x11::WindowFacts()).bounds,
+             window.frame.scale()) == bounds) {
+    const Rect earlier = window.earlier_bounds;
+    window.form = present;
+    window.form.normal_bounds = earlier;
+  } else {
+    if (bounds != present.normal_bounds)
+      window.earlier_bounds = bounds;
+    window.form = present;
+  }
+  window.frame.SetMaximized(window.form.maximized);
+}
+
+RealDesktop::Window* RealDesktop::Find(int64_t id) {
+  const auto it = windows_.find(id);
+  return it == windows_.end() ? nullptr : it->second.get();
+}
+
+const RealDesktop::Window* RealDesktop::Find(int64_t id) const {
+  const auto it = windows_.find(id);
+  return it == windows_.end() ? nullptr : it->second.get();
+}
+
+const RealDesktop::Window* RealDesktop::FindByXid(x11::WindowId xid) const {
+  for (const auto& [id, window] : windows_) {
+    if (window->managed.window() == xid)
+      return window.get();
+  }
+  return nullptr;
+}
+
+WindowForm RealDesktop::PresentForm(const Window& window) const {
+  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+  WindowForm form = window.form;
+  if (!facts.ok() || facts->management == x11::Management::kWithdrawn)
+    return form;
+  form.shown = true;
+  form.minimized = IsMinimized(*facts);
+  form.full_screen = facts->states.full_screen;
+  // Of a full-screen window only we know what it goes back to.
+  if (!form.full_screen)
+    form.maximized = facts->states.maximized();
+  if (form.state() == WindowState::kNormal && !window.bounds_wait)
+    form.normal_bounds = InDips(facts->bounds, window.frame.scale());
+  return form;
+}
+
+WindowView RealDesktop::View(const Window& window) const {
+  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+  const WindowForm form = PresentForm(window);
+  WindowView view = window.view;
+  view.state = form.state();
+  view.visible = form.visible();
+  if (facts.ok()) {
+    view.active = view.visible && facts->active;
+    view.page_has_keyboard = view.active && window.frame.page_has_focus();
+  }
+  if (form.visible() && facts.ok())
+    view.bounds = InDips(facts->bounds, window.frame.scale());
+  else if (form.full_screen)
+    view.bounds = MonitorArea(form.normal_bounds, false);
+  else if (form.maximized)
+    view.bounds = MonitorArea(form.normal_bounds, true);
+  else
+    view.bounds = form.normal_bounds;
+  return view;
+}
+
+Rect RealDesktop::MonitorArea(const Rect& bounds, bool work_area) const {
+  const int scale = DisplayScale();
+  const std::vector<x11::Monitor> monitors = x11::ReadMonitors(display_);
+  const x11::Monitor& monitor =
+      x11::MonitorOf(monitors, ToPixels(bounds, scale));
+  return InDips(work_area ? monitor.work_area : monitor.bounds, scale);
+}
+
+const RealDesktop::Window* RealDesktop::NextToActivate(int64_t id) const {
+  for (int64_t next : stacking()) {
+    const Window* const window = Find(next);
+    if (next != id && window != nullptr &&
+        !window->view.activation_independent && PresentForm(*window).visible())
+      return window;
+  }
+  return nullptr;
+}
+
+bool RealDesktop::IsActive(const Window& window) const {
+  return display_.ActiveWindow() == window.managed.window();
+}
+
+void RealDesktop::SetTitle(Window& window, const std::string& title) {
+  window.view.title = PlainTitle(title);
+  window.frame.SetTitle(window.view.title);
+}
+
+void RealDesktop::ShowStyle(Window& window) {
+  const WindowView& view = window.view;
+  window.frame.SetStyle({view.title_visible, view.titlebar_visible,
+                         view.hidden_buttons, view.style});
+  window.frame.SetOpacityOfBackground(Opacity(view.vibrancy, IsActive(window)));
+}
+
+void RealDesktop::Destroy(Window& window, rpc::WindowCloseReason reason) {
+  const WindowView last = View(window);
+  std::erase(order_, last.id);
+  touched_.erase(last.id);
+  windows_.erase(last.id);
+  if (observer())
+    observer()->OnWindowGone(last, reason);
+}
+
+void RealDesktop::TellChanged(int64_t id) {
+  if (observer())
+    observer()->OnWindowChanged(id);
+}
+
+void RealDesktop::OnEvent(const x11::Event& event) {
+  display_.OnEvent(event);
+  for (const auto& [id, window] : windows_) {
+    window->managed.OnEvent(event);
+    if (event.xany.window == window->managed.window())
+      touched_.insert(id);
+  }
+  if (touched_.empty() || quiet_is_posted_)
+    return;
+  quiet_is_posted_ = true;
+  sequence_.Post([this] {
+    quiet_is_posted_ = false;
+    OnQuiet();
+  });
+}
+
+// While a change is under way, its window is between two states.
+void RealDesktop::OnQuiet() {
+  if (queue_.size() > 0)
+    return;
+  for (int64_t id : std::exchange(touched_, {})) {
+    Window* const window = Find(id);
+    if (window == nullptr)
+      continue;
+    TakeOver(*window);
+    ShowStyle(*window);
+    TellChanged(id);
+    // The user has made it normal: now it gets the bounds that were to wait.
+    if (window->bounds_wait && window->form.visible() &&
+        window->form.state() == WindowState::kNormal) {
+      Change(id, BoundsChange{}, [](const absl::Status&) {});
+    }
+  }
+}
+
+void RealDesktop::OnCloseWanted(int64_t id) {
+  const Window* const window = Find(id);
+  if (window != nullptr && window->view.style.closable() && observer())
+    observer()->OnCloseWish(id);
+}
+
+void RealDesktop::OnCommandWanted(int64_t id, const std::string& command) {
+  if (observer())
+    observer()->OnCommandWish(id, command);
+}
+
+void RealDesktop::OnMenuWanted(int64_t id, int x, int y) {
+  if (observer())
+    observer()->OnMenuWish(id, x, y);
+}
+
+void RealDesktop::OnActionWanted(int64_t id, WindowAction action) {
+  const Window* const window = Find(id);
+  if (window == nullptr)
+    return;
+  // Others the window manager activates by itself.
+  if (action == WindowAction::kActivate &&
+      (!window->view.activation_independent || IsActive(*window))) {
+    return;
+  }
+  Change(id, action, [](const absl::Status&) {});
+}
+
+void RealDesktop::OnPageWanted(const std::string& url) {
+  Open({.url = url}, [](const absl::StatusOr<int64_t>&) {});
+}
+
+void RealDesktop::OnFrameChanged(int64_t id) {
+  Window* const window = Find(id);
+  if (window == nullptr)
+    return;
+  if (!window->is_titled_by_client) {
+    const std::string title = window->frame.page().title();
+    SetTitle(*window, title.empty() ? absl::StrCat("Window ", id) : title);
+  }
+  if (window->is_open)
+    TellChanged(id);
+}
+
+}  // namespace web_browser

@@ -1,0 +1,202 @@
+"""The programs around a test: a virtual display, a window manager, the browser.
+
+Each is a context manager that starts a process and kills it at the end. Nothing
+here sleeps: a display says on a descriptor that it is ready, a window manager by
+properties of the root window, the browser by a line. TIMEOUT only ends a test that
+would wait for ever.
+"""
+
+import os
+import queue
+import select
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+from types import TracebackType
+from typing import Any, Callable, Dict, List, Optional, Sequence, Type
+
+import Xlib.display
+import Xlib.error
+import Xlib.X
+
+TIMEOUT = float(os.environ.get("BROWSER_TEST_TIMEOUT", "60"))
+
+
+class Process:
+    """A process that is killed at the end."""
+
+    def __init__(self, argv: Sequence[str], environment: Dict[str, str], **options: Any) -> None:
+        self.process = subprocess.Popen(argv, env={**os.environ, **environment}, **options)
+
+    def __enter__(self) -> "Process":
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[Type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def close(self) -> None:
+        self.kill()
+
+    def kill(self, how: int = signal.SIGKILL) -> int:
+        """Sends a signal, if it still runs, and waits for its end; the exit status."""
+        if self.process.poll() is None:
+            # One that is stopped would get it only later.
+            self.process.send_signal(how)
+            self.process.send_signal(signal.SIGCONT)
+        return self.process.wait(TIMEOUT)
+
+    def wait(self) -> int:
+        """Waits until it ends by itself; the exit status."""
+        return self.process.wait(TIMEOUT)
+
+
+class Screen(Process):
+    """An X server that shows nothing to anybody."""
+
+    def __init__(self, size: str = "1280x1024x24") -> None:
+        reader, writer = os.pipe()
+        argv = ["Xvfb", "-displayfd", str(writer), "-screen", "0", size, "-nolisten", "tcp", "-noreset"]
+        super().__init__(
+            argv, {}, pass_fds=[writer], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+        )
+        os.close(writer)
+        with os.fdopen(reader) as said:
+            self.name = ":" + said.readline().strip()
+
+    @property
+    def environment(self) -> Dict[str, str]:
+        return {"DISPLAY": self.name}
+
+
+class WindowManager(Process):
+    """A window manager that is ready."""
+
+    def __init__(self, screen: Screen, *argv: str) -> None:
+        display = Xlib.display.Display(screen.name)
+        root = display.screen().root
+        root.change_attributes(event_mask=Xlib.X.PropertyChangeMask)
+        super().__init__(
+            argv or ["openbox", "--sm-disable"],
+            screen.environment,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        atoms = [display.intern_atom(name) for name in ("_NET_SUPPORTING_WM_CHECK", "_NET_WORKAREA")]
+
+        def is_ready() -> bool:
+            return all(root.get_full_property(atom, Xlib.X.AnyPropertyType) for atom in atoms)
+
+        wait_for_events(display, is_ready)
+        display.close()
+
+
+class Lines:
+    """The lines that a process prints, as they come."""
+
+    def __init__(self, file: Any) -> None:
+        self._lines: "queue.Queue[Optional[str]]" = queue.Queue()
+        threading.Thread(target=self._read, args=(file,), daemon=True).start()
+
+    def next(self) -> Optional[str]:
+        """The next line without its end; None after the last."""
+        return self._lines.get(timeout=TIMEOUT)
+
+    def _read(self, file: Any) -> None:
+        with file:
+            for line in file:
+                self._lines.put(line.rstrip("\n"))
+        self._lines.put(None)
+
+
+class WebBrowser(Process):
+    """The browser, which is ready. say() is what a user types at it."""
+
+    def __init__(self, screen: Screen, *arguments: str, **environment: str) -> None:
+        self.folder = tempfile.mkdtemp(prefix="torvane-browser-")
+        self.socket = os.path.join(self.folder, "browser.sock")
+        with open(os.path.join(self.folder, "records"), "wb") as records:
+            super().__init__(
+                [os.environ["WEB_BROWSER"], "--socket", self.socket, *arguments],
+                {
+                    **screen.environment,
+                    # No buses, which a machine for tests does not have.
+                    "NO_AT_BRIDGE": "1",
+                    "GTK_A11Y": "none",
+                    "GSETTINGS_BACKEND": "memory",
+                    **environment,
+                },
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                stderr=records,
+                text=True,
+            )
+        self._lines = Lines(self.process.stdout)
+        self.expect(f"web_browser: ready at {self.socket}")
+
+    def expect(self, line: Optional[str]) -> None:
+        got = self._lines.next()
+        if got != line:
+            raise AssertionError(f"expected {line!r}, got {got!r}; records: {self.records()}")
+
+    def say(self, line: str) -> None:
+        assert self.process.stdin
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def records(self) -> str:
+        """What it has written on standard error."""
+        with open(os.path.join(self.folder, "records"), errors="replace") as records:
+            return records.read()
+
+    def children(self, name: str) -> List[int]:
+        """The processes of this name below the browser."""
+        found = []
+        for pid in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                with open(f"/proc/{pid}/stat") as stat:
+                    # The name may hold spaces, but stands in parentheses.
+                    _, _, rest = stat.read().rpartition(")")
+                with open(f"/proc/{pid}/cmdline") as cmdline:
+                    program = cmdline.read().split("\0")[0]
+            except OSError:
+                continue
+            if int(rest.split()[1]) == self.process.pid and os.path.basename(program) == name:
+                found.append(int(pid))
+        return sorted(found)
+
+    def close(self) -> None:
+        self.kill(signal.SIGTERM)
+        if self.process.stdin:
+            self.process.stdin.close()
+        shutil.rmtree(self.folder)
+
+
+def wait_for_events(display: Any, condition: Callable[[], Any], what: str = "") -> Any:
+    """Waits until a condition holds, looking at each event of the connection.
+
+    Returns what the condition has returned.
+    """
+    end = time.monotonic() + TIMEOUT
+    while True:
+        try:
+            result = condition()
+        except (Xlib.error.BadWindow, Xlib.error.BadDrawable):
+            result = None
+        if result:
+            return result
+        # Reading the state may have brought events along.
+        if display.pending_events():
+            display.next_event()
+            continue
+        if not select.select([display], [], [], max(0, end - time.monotonic()))[0]:
+            raise AssertionError(f"never came about: {what or condition}")
+        while display.pending_events():
+            display.next_event()

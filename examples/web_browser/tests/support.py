@@ -1,0 +1,77 @@
+"""What the tests share: a display with a window manager, a browser, a client."""
+
+import os
+import tempfile
+import unittest
+from typing import Any, Sequence
+
+import torvane.blocking
+from observer import Bounds, Observer
+from programs import Screen, WebBrowser, WindowManager
+from torvane import Code, RpcError
+
+USER, CALL, SHUTDOWN = 1, 2, 3
+
+
+class BrowserTestCase(unittest.TestCase):
+    """A display for all tests of the class, and a browser for each test."""
+
+    # Arguments of the browser; how many windows it opens is the first one's.
+    arguments: Sequence[str] = ("--windows", "1")
+    window_manager: Sequence[str] = ()
+
+    screen: Screen
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.screen = Screen()
+        cls.addClassCleanup(cls.screen.close)
+
+    def setUp(self) -> None:
+        self.manager = WindowManager(self.screen, *self.window_manager)
+        self.addCleanup(self.manager.close)
+        self.browser = WebBrowser(self.screen, *self.arguments)
+        self.addCleanup(self.browser.close)
+        self.observer = Observer(self.screen)
+        self.addCleanup(self.observer.close)
+        self.client = self.connect()
+        self.windows = self.client.windows
+
+    def connect(self, **options: Any) -> Any:
+        client = torvane.blocking.connect(self.browser.socket, **options)
+        self.addCleanup(client.close)
+        return client
+
+    def seen(self, number: int = 1) -> Any:
+        return self.observer.window(number)
+
+    def bounds(self, number: int = 1) -> Bounds:
+        """As the service says."""
+        rect = self.windows.get_bounds(number)
+        return (rect.x, rect.y, rect.width, rect.height)
+
+    def expect_error(self, code: Code, text: str, call: Any, *args: Any, **fields: Any) -> None:
+        """Calls what must fail with this code, and a text that contains `text`."""
+        with self.assertRaises(RpcError) as caught:
+            call(*args, **fields)
+        self.assertEqual(caught.exception.code, code, caught.exception)
+        self.assertIn(text, caught.exception.text)
+
+
+class PageTestCase(BrowserTestCase):
+    """The window shows a page of the test's, which says what happens by its title."""
+
+    page = "<title>page</title>"
+
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory(prefix="torvane-page-")
+        self.addCleanup(folder.cleanup)
+        self.path = os.path.join(folder.name, "page.html")
+        with open(self.path, "w") as file:
+            file.write(f"<!doctype html><meta charset=utf-8>{self.page}")
+        self.arguments = (self.path,)
+        super().setUp()
+
+    def wait_for_title(self, title: str, number: int = 1) -> None:
+        seen = self.seen(number)
+        self.observer.wait_until(lambda: seen.title() == title, f"the title {title}")

@@ -1,0 +1,144 @@
+"""Closing windows: the question, whoever wants it, and the event."""
+
+import queue
+import unittest
+
+from programs import TIMEOUT
+from support import CALL, SHUTDOWN, USER, BrowserTestCase, PageTestCase
+from torvane import Code
+
+
+class Questions:
+    """Answers whether a window may close, and keeps what was asked."""
+
+    def __init__(self, case, *windows):
+        self.allowed = True
+        self.asked = queue.Queue()
+        case.windows.on_close_window(*windows, handler=self._answer)
+        # Its reply comes after the subscription.
+        case.windows.is_visible(windows[0])
+
+    def _answer(self, asked):
+        self.asked.put((asked.window, asked.question.reason))
+        return self.allowed
+
+    def next(self):
+        return self.asked.get(timeout=TIMEOUT)
+
+
+class Closing(BrowserTestCase):
+    arguments = ("--windows", "2")
+
+    def close_button(self, number):
+        """Clicks the button in the header bar."""
+        seen = self.seen(number)
+        _, _, width, _ = seen.bounds()
+        seen.click(width - 14, 15)
+
+    def close_by_key(self, number):
+        self.windows.activate(number)
+        self.observer.key("alt+F4")
+
+    def close_by_window_manager(self, number):
+        """As a task bar does."""
+        self.observer.close_window(self.seen(number))
+
+    def test_a_denied_wish_leaves_the_window_open_and_an_allowed_one_closes_it(self):
+        for wish in (self.close_button, self.close_by_key, self.close_by_window_manager):
+            with self.subTest(wish.__name__):
+                number = max(self.observer.numbers())
+                questions = Questions(self, number)
+                events = self.windows.closed(number)
+                questions.allowed = False
+                wish(number)
+                self.assertEqual(questions.next(), (number, USER))
+                # Asked again: the first question has had its effect.
+                questions.allowed = True
+                wish(number)
+                self.assertEqual(questions.next(), (number, USER))
+                event = next(events)
+                self.assertEqual((event.browser_id.value, event.reason), (number, USER))
+                self.assertNotIn(number, self.observer.numbers())
+                self.client.service("rpc.directory.WindowDirectory").open_window()
+
+    def test_the_service_is_not_held_up_by_an_unanswered_question(self):
+        gate = queue.Queue()
+        asked = queue.Queue()
+
+        def answer(question):
+            asked.put(question.window)
+            return gate.get(timeout=TIMEOUT)
+
+        self.windows.on_close_window(2, handler=answer)
+        self.windows.is_visible(2)
+        self.close_by_window_manager(2)
+        self.assertEqual(asked.get(timeout=TIMEOUT), 2)
+        self.windows.maximize(1)
+        self.assertTrue(self.seen(1).is_maximized())
+        gate.put(False)
+        self.assertTrue(self.windows.is_visible(2))
+
+    def test_nobody_answers(self):
+        events = self.windows.closed(2)
+        self.windows.is_visible(2)
+        self.close_button(2)
+        event = next(events)
+        self.assertEqual((event.browser_id.value, event.reason), (2, USER))
+
+    def test_a_window_whose_style_is_not_closable_ignores_the_user(self):
+        questions = Questions(self, 1, 2)
+        self.windows.set_window_style_flags(2, titled=True)
+        self.close_by_window_manager(2)
+        self.close_button(2)
+        # A wish about another window comes after those.
+        self.close_by_window_manager(1)
+        self.assertEqual(questions.next(), (1, USER))
+        self.assertTrue(questions.asked.empty())
+        self.assertTrue(self.windows.is_visible(2))
+
+    def test_by_the_service(self):
+        questions = Questions(self, 2)
+        events = self.windows.closed(2)
+        questions.allowed = False
+        self.assertFalse(self.windows.close(2))
+        self.assertTrue(self.seen(2).exists())
+        questions.allowed = True
+        self.assertTrue(self.windows.close(2))
+        self.assertFalse(self.seen(2).exists() if 2 in self.observer.numbers() else False)
+        self.assertEqual(questions.next(), (2, CALL))
+        self.assertEqual(next(events).reason, CALL)
+
+    def test_the_end_of_the_browser(self):
+        events = self.windows.closed(1, 2)
+        self.windows.is_visible(1)
+        self.assertEqual(self.browser.kill(15), 0)
+        reasons = {next(events).browser_id.value: SHUTDOWN for _ in range(2)}
+        self.assertEqual(reasons, {1: SHUTDOWN, 2: SHUTDOWN})
+        self.expect_error(Code.UNAVAILABLE, "", next, events)
+
+    def test_the_title_is_in_the_event(self):
+        events = self.windows.closed(2)
+        self.windows.set_title(2, title="Inbox")
+        self.windows.close(2)
+        self.assertEqual(next(events).title, "Inbox")
+
+
+class ByThePage(PageTestCase):
+    page = "<title>page</title><body onclick='window.close()'>"
+
+    def test_window_close_asks(self):
+        self.wait_for_title("page")
+        questions = Questions(self, 1)
+        events = self.windows.closed(1)
+        questions.allowed = False
+        self.seen().click(200, 300)
+        self.assertEqual(questions.next(), (1, USER))
+        self.assertTrue(self.windows.is_visible(1))
+        questions.allowed = True
+        self.seen().click(200, 300)
+        self.assertEqual(questions.next(), (1, USER))
+        self.assertEqual(next(events).reason, USER)
+
+
+if __name__ == "__main__":
+    unittest.main()
