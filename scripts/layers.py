@@ -49,6 +49,7 @@ LAYERS = [
     ('service', 'examples/window_host/service/', PUBLIC + ' cli windows'),
     ('app', 'examples/window_host/app/', PUBLIC + ' cli windows service'),
     ('x11', 'examples/web_browser/x11/', 'base loop'),
+    ('display', 'examples/web_browser/testing/', 'base loop x11'),
     ('frame', 'examples/web_browser/frame/', PUBLIC + ' cli windows x11'),
     ('desktop', 'examples/web_browser/desktop/', PUBLIC + ' cli windows x11 frame'),
     ('web_browser', 'examples/web_browser/app/', PUBLIC + ' cli windows service app x11 frame desktop'),

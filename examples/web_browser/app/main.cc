@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -11,54 +12,18 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/loop/glib_main_loop.h"
 #include "core/common/rpc/loop/loop.h"
+#include "examples/web_browser/app/description.h"
 #include "examples/web_browser/desktop/display_loss.h"
 #include "examples/web_browser/desktop/real_desktop.h"
 #include "examples/window_host/app/host.h"
 #include "examples/window_host/app/host_options.h"
+#include "tools/cli/flags.h"
 
 namespace web_browser {
 namespace {
 
 using window_host::Host;
 using window_host::HostOptions;
-
-constexpr char kHelp[] =
-    R"(web_browser [URL...]: a small web browser, whose windows clients drive.
-
-Each URL opens in a window of its own. It needs an X11 display with a window
-manager: $DISPLAY.
-
-Flags:
-  --socket PATH             where to listen; default:
-                            ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
-  --windows N               how many windows to open, 0 to 1000; default: one
-                            for each URL, or 1
-  --max-windows N           how many windows may be open when a client opens
-                            another one, 0 to 1000; default: 1000
-  --answer-timeout SECONDS  how long a client may take to answer a question
-                            before the browser goes on without it; default: 5
-  -h, --help                prints this
-
-Limits, each named and counted by 'windowctl status' when it bites:
-%s
-On standard input a person can play the user; 'help' there says how. A line of
-more than 65536 bytes is not read.
-
-The browser runs until SIGINT, SIGTERM, SIGQUIT or SIGHUP, or until its display
-goes. It then closes the windows, says goodbye to its clients and removes its
-socket. A second signal ends it at once. Where SIGHUP is ignored at the start,
-as with nohup, it stays ignored.
-
-It records each call about windows, and what it has to refuse, on standard
-error. It never waits for somebody to read that or its standard output: what
-cannot be written is dropped, and the next line says how much that was. A line
-has at most 4096 bytes. Of each kind of warning at most 20 are written in a
-second.
-
-Exit status: 0 after a signal or when the display has gone, 1 when it cannot
-begin, 2 wrong usage; 128 and the signal's number, as a shell shows it, after a
-second signal.
-)";
 
 // Every page's process takes some descriptors of ours.
 void AllowManyDescriptors() {
@@ -71,10 +36,10 @@ void AllowManyDescriptors() {
 
 class WebBrowser {
  public:
-  explicit WebBrowser(const HostOptions& options)
+  WebBrowser(const HostOptions& options, std::chrono::milliseconds patience)
       : options_(options),
         main_loop_(loop_),
-        desktop_(loop_),
+        desktop_(loop_, patience),
         host_(loop_, desktop_, options) {}
 
   // Returns the exit status.
@@ -138,11 +103,13 @@ class WebBrowser {
 
 int Main(int argc, char** argv) {
   HostOptions options;
-  options.program = "web_browser";
-  options.takes_arguments = true;
   constexpr int kNotGiven = -1;
   options.windows = kNotGiven;
-  if (auto exit_code = ReadCommandLine(argc, argv, kHelp, &options))
+  std::chrono::milliseconds patience{5'000};
+  cli::Flags flags;
+  flags.AddSeconds("desktop-timeout", &patience);
+  if (auto exit_code =
+          ReadCommandLine(argc, argv, DescribeWebBrowser(), flags, &options))
     return *exit_code;
   if (options.windows == kNotGiven)
     options.windows = options.arguments.empty() ? 1 : 0;
@@ -156,7 +123,7 @@ int Main(int argc, char** argv) {
   // What has changed is to be seen at once, whole.
   g_object_set(gtk_settings_get_default(), "gtk-enable-animations", FALSE,
                nullptr);
-  WebBrowser browser(options);
+  WebBrowser browser(options, patience);
   const int exit_code = browser.Run();
   records.SayWhatWasLeftOut();
   // Not by return, which would destroy the browser: freeing all that it holds

@@ -31,9 +31,6 @@ using window_host::WindowView;
 
 namespace {
 
-// How long a frame may take to be painted.
-constexpr std::chrono::milliseconds kPaintDeadline{1000};
-
 // What a window shows that was opened without a page.
 constexpr char kFirstPage[] = "about:blank";
 
@@ -136,10 +133,13 @@ class RealDesktop::EventFilter {
   RealDesktop& desktop_;
 };
 
-RealDesktop::RealDesktop(rpc::loop::Sequence& sequence)
+RealDesktop::RealDesktop(rpc::loop::Sequence& sequence,
+                         std::chrono::milliseconds patience)
     : sequence_(sequence),
       display_(gdk_x11_display_get_xdisplay(gdk_display_get_default()),
-               sequence),
+               sequence,
+               patience),
+      patience_(patience),
       queue_(sequence),
       filter_(std::make_unique<EventFilter>(*this)) {}
 
@@ -365,21 +365,13 @@ void RealDesktop::PlaceExactly(Window& window,
   AdjustTo(window, target, window.view,
            [&window, before,
             done = std::move(done)](const absl::Status& status) mutable {
-             const absl::StatusOr<x11::WindowFacts> now = window.managed.Read();
-             if (status.ok() || !before.ok() || !now.ok() ||
-                 now->bounds == before->bounds) {
+             if (status.ok() || !before.ok())
                return done(status);
-             }
-             const Rect given = InDips(now->bounds, window.frame.scale());
-             const absl::Status refusal(
-                 status.code(),
-                 absl::StrCat(status.message(), " It would have given it ",
-                              given.width, "x", given.height, " at ", given.x,
-                              ",", given.y, "."));
              window.managed.SetBounds(
                  before->bounds,
-                 [refusal, done = std::move(done)](
-                     const absl::Status&) mutable { done(refusal); });
+                 [status, done = std::move(done)](const absl::Status&) mutable {
+                   done(status);
+                 });
            });
 }
 
@@ -553,7 +545,7 @@ void RealDesktop::AwaitPaint(Window& window, Completion done) {
   };
   const auto wait = std::make_shared<Wait>();
   wait->done = std::move(done);
-  wait->timer = sequence_.RunAfter(kPaintDeadline, [wait, id = window.id()] {
+  wait->timer = sequence_.RunAfter(patience_, [wait, id = window.id()] {
     wait->End(absl::DeadlineExceededError(
         absl::StrCat("Window ", id, " was not painted in time.")));
   });

@@ -1,6 +1,6 @@
 // Browser windows on an X11 display, driven through its window manager.
 //
-//   RealDesktop desktop(loop);
+//   RealDesktop desktop(loop, std::chrono::seconds(5));
 //   desktop.Open({.url = "https://example.org/"}, ...);
 //   desktop.Change(1, WindowAction::kMaximize, [](const absl::Status&) {...});
 //
@@ -24,6 +24,7 @@
 #ifndef EXAMPLES_WEB_BROWSER_DESKTOP_REAL_DESKTOP_H_
 #define EXAMPLES_WEB_BROWSER_DESKTOP_REAL_DESKTOP_H_
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -46,7 +47,10 @@ namespace web_browser {
 class RealDesktop final : public window_host::WindowSystem,
                           private FrameObserver {
  public:
-  explicit RealDesktop(rpc::loop::Sequence& sequence);
+  // `patience` is how long the window manager may take for a step of a change
+  // before it counts as hanging.
+  RealDesktop(rpc::loop::Sequence& sequence,
+              std::chrono::milliseconds patience);
   RealDesktop(const RealDesktop&) = delete;
   RealDesktop& operator=(const RealDesktop&) = delete;
   ~RealDesktop() override;
@@ -166,6 +170,7 @@ class RealDesktop final : public window_host::WindowSystem,
   // Filters the events of the display; in real_desktop.cc, as it needs GDK.
   class EventFilter;
   x11::Desktop display_;
+  const std::chrono::milliseconds patience_;
   x11::ChangeQueue queue_;
   const std::unique_ptr<EventFilter> filter_;
   std::map<int64_t, std::unique_ptr<Window>> windows_;

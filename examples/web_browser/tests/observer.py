@@ -4,8 +4,10 @@ Nothing here is shared with the browser: python3-xlib reads what the X server sa
 xdotool presses keys and buttons.
 """
 
+import contextlib
 import dataclasses
 import subprocess
+import time
 from typing import Any, Callable, Dict, List, Set, Tuple
 
 import Xlib.display
@@ -13,7 +15,7 @@ import Xlib.error
 import Xlib.protocol.event
 import Xlib.X
 import Xlib.Xutil
-from programs import Screen, wait_for_events
+from programs import TIMEOUT, Screen, wait_for_events
 
 WITHDRAWN, NORMAL, ICONIC = 0, 1, 3
 
@@ -33,7 +35,9 @@ class Observer:
         self._known: Dict[int, "Seen"] = {}
 
     def close(self) -> None:
-        self._display.close()
+        # The display may be gone.
+        with contextlib.suppress(Xlib.error.ConnectionClosedError):
+            self._display.close()
 
     def window(self, number: int) -> "Seen":
         """The browser's window with this id, also when it is hidden now."""
@@ -65,22 +69,21 @@ class Observer:
     def workspace(self) -> int:
         return int(self.property(self._root, "_NET_CURRENT_DESKTOP")[0])
 
-    def popups(self) -> List[int]:
-        """Shown windows that go past the window manager, such as menus."""
-        return [
-            child.id
-            for child in self._root.query_tree().children
-            if self._is_popup(child)
-        ]
+    def menus(self) -> List[int]:
+        """The menus that are open, by their X ids."""
+        children = self._root.query_tree().children
+        return [child.id for child in children if self._is_menu(child)]
 
     def titles(self) -> List[str]:
         """Of all managed windows."""
         windows = map(self._resource, self.client_list())
         return [self.text(window, "_NET_WM_NAME") for window in windows]
 
-    def wait_until(self, condition: Callable[[], Any], what: str = "") -> Any:
+    def wait_until(
+        self, condition: Callable[[], Any], what: str = "", patience: float = TIMEOUT
+    ) -> Any:
         """Waits until a condition holds that events of the display announce."""
-        return wait_for_events(self._display, condition, what)
+        return wait_for_events(self._display, condition, what, patience)
 
     def xdotool(self, *words: object) -> None:
         """Plays the user."""
@@ -95,7 +98,7 @@ class Observer:
         self.xdotool("key", "--clearmodifiers", keys)
 
     def click(self, x: int, y: int, button: int = 1) -> None:
-        self.xdotool("mousemove", "--sync", x, y, "click", button)
+        self.xdotool("mousemove", x, y, "click", button)
 
     def close_window(self, seen: "Seen") -> None:
         """Asks the window manager to close it, as a task bar does."""
@@ -117,6 +120,21 @@ class Observer:
         mask = Xlib.X.SubstructureRedirectMask | Xlib.X.SubstructureNotifyMask
         self._root.send_event(message, event_mask=mask)
         self._display.flush()
+
+    def screen_pixels(self, box: Bounds) -> bytes:
+        """What the screen shows there."""
+        return self.pixels(self._root, box)
+
+    def wait_until_pixels(self, condition: Callable[[], Any]) -> None:
+        """Waits until what is seen is as it should be.
+
+        No event tells of pixels on the screen: it looks again after each round
+        trip to the server.
+        """
+        end = time.monotonic() + TIMEOUT
+        while not condition():
+            if time.monotonic() > end:
+                raise AssertionError(f"never seen: {condition}")
 
     def property(self, window: Any, name: str) -> Any:
         """The value of a property; None where it is absent."""
@@ -152,20 +170,17 @@ class Observer:
                 window.change_attributes(
                     event_mask=Xlib.X.PropertyChangeMask | Xlib.X.StructureNotifyMask
                 )
+                self._display.sync()
                 return window
         raise AssertionError(f"no managed window has the role {role}")
 
-    @staticmethod
-    def _is_popup(window: Any) -> bool:
+    def _is_menu(self, window: Any) -> bool:
+        types = {"_NET_WM_WINDOW_TYPE_POPUP_MENU", "_NET_WM_WINDOW_TYPE_DROPDOWN_MENU"}
         try:
-            attributes = window.get_attributes()
+            is_viewable = window.get_attributes().map_state == Xlib.X.IsViewable
+            return is_viewable and bool(self.atom_names(window, "_NET_WM_WINDOW_TYPE") & types)
         except Xlib.error.BadWindow:
             return False
-        return bool(
-            attributes.override_redirect
-            and attributes.map_state == Xlib.X.IsViewable
-            and attributes.win_class == Xlib.X.InputOutput
-        )
 
 
 @dataclasses.dataclass

@@ -92,9 +92,35 @@ class WindowManager(Process):
         atoms = [display.intern_atom(name) for name in ("_NET_SUPPORTING_WM_CHECK", "_NET_WORKAREA")]
 
         def is_ready() -> bool:
-            return all(root.get_full_property(atom, Xlib.X.AnyPropertyType) for atom in atoms)
+            check, area = (root.get_full_property(atom, Xlib.X.AnyPropertyType) for atom in atoms)
+            if not check or not area:
+                return False
+            # One that was killed has left the property, but not the window.
+            window = display.create_resource_object("window", check.value[0])
+            return bool(window.get_full_property(atoms[0], Xlib.X.AnyPropertyType))
 
         wait_for_events(display, is_ready)
+        display.close()
+
+
+class Compositor(Process):
+    """A compositor that is there, without effects."""
+
+    def __init__(self, screen: Screen) -> None:
+        display = Xlib.display.Display(screen.name)
+        selection = display.intern_atom("_NET_WM_CM_S0")
+        display.xfixes_query_version()
+        # Tells of its owner.
+        display.xfixes_select_selection_input(display.screen().root, selection, 1)
+        super().__init__(
+            ["picom", "--config", "/dev/null", "--backend", "xrender"],
+            screen.environment,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        wait_for_events(
+            display, lambda: display.get_selection_owner(selection), "the compositor"
+        )
         display.close()
 
 
@@ -179,12 +205,14 @@ class WebBrowser(Process):
         shutil.rmtree(self.folder)
 
 
-def wait_for_events(display: Any, condition: Callable[[], Any], what: str = "") -> Any:
+def wait_for_events(
+    display: Any, condition: Callable[[], Any], what: str = "", patience: float = TIMEOUT
+) -> Any:
     """Waits until a condition holds, looking at each event of the connection.
 
     Returns what the condition has returned.
     """
-    end = time.monotonic() + TIMEOUT
+    end = time.monotonic() + patience
     while True:
         try:
             result = condition()

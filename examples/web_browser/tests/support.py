@@ -1,13 +1,15 @@
 """What the tests share: a display with a window manager, a browser, a client."""
 
+import concurrent.futures
+import contextlib
 import os
 import tempfile
 import unittest
-from typing import Any, Sequence
+from typing import Any, Callable, Dict, Iterator, Sequence
 
 import torvane.blocking
 from observer import Bounds, Observer
-from programs import Screen, WebBrowser, WindowManager
+from programs import TIMEOUT, Screen, WebBrowser, WindowManager
 from torvane import Code, RpcError
 
 USER, CALL, SHUTDOWN = 1, 2, 3
@@ -19,6 +21,10 @@ class BrowserTestCase(unittest.TestCase):
     # Arguments of the browser; how many windows it opens is the first one's.
     arguments: Sequence[str] = ("--windows", "1")
     window_manager: Sequence[str] = ()
+    # Of the browser, beside the test's own.
+    environment: Dict[str, str] = {}
+    # Seconds that the window manager may take, on a machine with other work.
+    patience: float = TIMEOUT / 2
 
     screen: Screen
 
@@ -28,14 +34,23 @@ class BrowserTestCase(unittest.TestCase):
         cls.addClassCleanup(cls.screen.close)
 
     def setUp(self) -> None:
-        self.manager = WindowManager(self.screen, *self.window_manager)
-        self.addCleanup(self.manager.close)
-        self.browser = WebBrowser(self.screen, *self.arguments)
+        self.start_window_manager()
+        self.browser = WebBrowser(
+            self.screen,
+            "--desktop-timeout",
+            str(self.patience),
+            *self.arguments,
+            **self.environment,
+        )
         self.addCleanup(self.browser.close)
         self.observer = Observer(self.screen)
         self.addCleanup(self.observer.close)
         self.client = self.connect()
         self.windows = self.client.windows
+
+    def start_window_manager(self) -> None:
+        self.manager = WindowManager(self.screen, *self.window_manager)
+        self.addCleanup(self.manager.close)
 
     def connect(self, **options: Any) -> Any:
         client = torvane.blocking.connect(self.browser.socket, **options)
@@ -49,6 +64,13 @@ class BrowserTestCase(unittest.TestCase):
         """As the service says."""
         rect = self.windows.get_bounds(number)
         return (rect.x, rect.y, rect.width, rect.height)
+
+    @contextlib.contextmanager
+    def parallel(self) -> Iterator[Callable[..., Any]]:
+        """Calls beside the test: start(call, 1, x=2) returns a future. Waits for
+        all of them at the end."""
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            yield pool.submit
 
     def expect_error(self, code: Code, text: str, call: Any, *args: Any, **fields: Any) -> None:
         """Calls what must fail with this code, and a text that contains `text`."""
@@ -72,6 +94,7 @@ class PageTestCase(BrowserTestCase):
         self.arguments = (self.path,)
         super().setUp()
 
-    def wait_for_title(self, title: str, number: int = 1) -> None:
+    def wait_for_title(self, title: str, number: int = 1, patience: float = TIMEOUT) -> None:
         seen = self.seen(number)
-        self.observer.wait_until(lambda: seen.title() == title, f"the title {title}")
+        what = f"the title {title}"
+        self.observer.wait_until(lambda: seen.title() == title, what, patience)

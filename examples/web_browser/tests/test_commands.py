@@ -30,13 +30,13 @@ class Commands(PageTestCase):
     page = """
       <body style="width: 400px">some text to find
       <script>
-        const load = Number(window.name || 0) + 1;
-        window.name = load;
+        const load = (history.state || 0) + 1;
+        history.replaceState(load, '');
         document.title = `load ${load} width ${innerWidth}`;
         addEventListener('resize', () => document.title = `load ${load} width ${innerWidth}`);
         addEventListener('copy', () => document.title = 'copied');
         addEventListener('paste', () => document.title = 'pasted');
-        addEventListener('hashchange', () => document.title = 'at ' + location.hash);
+        addEventListener('hashchange', () => document.title = `at [${location.hash}]`);
         addEventListener('click', () => location.hash = '#clicked');
         document.addEventListener('selectionchange',
             () => document.title = 'selected ' + getSelection());
@@ -71,11 +71,11 @@ class Commands(PageTestCase):
 
     def test_back_and_forward(self):
         self.seen().click(300, 300)
-        self.wait_for_title("at #clicked")
+        self.wait_for_title("at [#clicked]")
         self.press("alt+Left", "back")
-        self.wait_for_title("at ")
+        self.wait_for_title("at []")
         self.press("alt+Right", "forward")
-        self.wait_for_title("at #clicked")
+        self.wait_for_title("at [#clicked]")
 
     def test_find(self):
         self.press("ctrl+f", "find")
@@ -117,7 +117,7 @@ class Commands(PageTestCase):
 
     def test_from_the_menu_button(self):
         self.seen().click(15, 15)
-        self.observer.wait_until(self.observer.popups, "the menu")
+        self.observer.wait_until(self.observer.menus, "the menu")
         self.observer.key("Down")
         self.observer.key("Down")
         self.observer.key("Down")
@@ -135,8 +135,8 @@ class ContextMenu(PageTestCase):
     page = """
       <title>first</title>
       <script>
-        const load = Number(window.name || 0) + 1;
-        window.name = load;
+        const load = (history.state || 0) + 1;
+        history.replaceState(load, '');
         document.title = `load ${load}`;
       </script>"""
 
@@ -158,11 +158,11 @@ class ContextMenu(PageTestCase):
         self.assertEqual((asked.question.x, asked.question.y), (210, 320))
         # Until then there is none, and the service goes on.
         self.windows.set_title(1, title="load ?")
-        self.assertEqual(self.observer.popups(), [])
+        self.assertEqual(self.observer.menus(), [])
         names = {command.name: command.id for command in asked.question.commands}
         self.assertEqual(list(names), ["back", "forward", "reload", "copy", "paste", "print"])
         self.answer.put(asked.response(omitted_command_ids=[names["back"], names["forward"]]))
-        self.observer.wait_until(self.observer.popups, "the menu")
+        self.observer.wait_until(self.observer.menus, "the menu")
         events = queue.Queue()
         self.windows.on_can_execute_command(
             1, handler=lambda asked: events.put(asked.question.command.name) or True
@@ -172,7 +172,7 @@ class ContextMenu(PageTestCase):
         self.observer.key("Down")
         self.observer.key("Return")
         self.assertEqual(events.get(timeout=TIMEOUT), "reload")
-        self.observer.wait_until(lambda: not self.observer.popups(), "the end of the menu")
+        self.observer.wait_until(lambda: not self.observer.menus(), "the end of the menu")
 
     def test_is_the_clients(self):
         self.seen().click(210, 320, button=3)
@@ -182,13 +182,13 @@ class ContextMenu(PageTestCase):
         self.seen().click(220, 330, button=3)
         asked = self.asked.get(timeout=TIMEOUT)
         self.assertEqual((asked.question.x, asked.question.y), (220, 330))
-        self.assertEqual(self.observer.popups(), [])
+        self.assertEqual(self.observer.menus(), [])
         self.answer.put(True)
 
     def test_nobody_answers(self):
         self.client.close()
         self.seen().click(210, 320, button=3)
-        self.observer.wait_until(self.observer.popups, "the menu")
+        self.observer.wait_until(self.observer.menus, "the menu")
         for _ in range(3):
             self.observer.key("Down")
         self.observer.key("Return")

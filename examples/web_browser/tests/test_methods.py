@@ -3,7 +3,8 @@
 import unittest
 
 from observer import ICONIC, NORMAL, WITHDRAWN
-from support import BrowserTestCase
+from programs import Compositor
+from support import BrowserTestCase, PageTestCase
 from torvane import Code
 
 
@@ -183,7 +184,7 @@ class Bounds(BrowserTestCase):
         before = self.seen().bounds()
         self.expect_error(
             Code.FAILED_PRECONDITION,
-            "Openbox refused to set the bounds of window 1. It would have given it 160x120 at ",
+            "Openbox put window 1 at 1264,1012 with 160 x 120 pixels instead.",
             self.windows.set_bounds,
             1,
             bounds=dict(x=3000, y=3000, width=160, height=120),
@@ -391,6 +392,67 @@ class Properties(BrowserTestCase):
             1,
             material="MATERIAL_WINDOW",
         )
+
+
+class Vibrancy(BrowserTestCase):
+    arguments = ("--windows", "2")
+
+    def start_window_manager(self):
+        super().start_window_manager()
+        compositor = Compositor(self.screen)
+        self.addCleanup(compositor.close)
+
+    def test_what_is_behind_shows_through(self):
+        everything = dict(x=0, y=0, width=400, height=400)
+        for number in (1, 2):
+            self.windows.set_bounds(number, bounds=everything)
+        page = (100, 100, 1, 1)
+        opaque = self.observer.screen_pixels(page)
+        self.windows.set_vibrancy(2, material="MATERIAL_WINDOW")
+        self.windows.hide(1)
+        self.observer.wait_until_pixels(lambda: self.observer.screen_pixels(page) != opaque)
+        self.windows.set_vibrancy(2, material="MATERIAL_NONE")
+        self.observer.wait_until_pixels(lambda: self.observer.screen_pixels(page) == opaque)
+
+
+class PageTitles(PageTestCase):
+    page = "<title>In&#10;box \u202e\u009b\x1b[2J!</title>"
+
+    def test_are_made_harmless(self):
+        self.wait_for_title("In box [2J!")
+        self.assertEqual(self.windows.get_title(1), "In box [2J!")
+
+    def test_give_way_to_the_clients(self):
+        self.wait_for_title("In box [2J!")
+        self.windows.set_title(1, title="mine")
+        self.browser.say("command 1 reload")
+        self.browser.expect("Window 1 executes reload: nobody answers for it.")
+        self.assertEqual(self.seen().title(), "mine")
+        self.assertEqual(self.windows.get_title(1), "mine")
+
+
+class Scaled(BrowserTestCase):
+    """Two X pixels for each of the service's."""
+
+    environment = {"GDK_SCALE": "2"}
+
+    def test_bounds_are_exact(self):
+        for wanted in [(0, 0, 300, 200), (-33, 17, 401, 301), (101, 99, 333, 222)]:
+            x, y, width, height = wanted
+            self.windows.set_bounds(1, bounds=dict(x=x, y=y, width=width, height=height))
+            pixels = tuple(2 * length for length in wanted)
+            self.assertEqual(self.seen().bounds(), pixels)
+            self.assertEqual(self.bounds(), wanted)
+
+    def test_states(self):
+        before = self.seen().bounds()
+        self.windows.maximize(1)
+        self.assertEqual(self.seen().bounds(), self.observer.work_area())
+        self.windows.restore(1)
+        self.assertEqual(self.seen().bounds(), before)
+        self.windows.hide(1)
+        self.windows.show(1)
+        self.assertEqual(self.seen().bounds(), before)
 
 
 class Independence(BrowserTestCase):

@@ -18,8 +18,11 @@ struct Confirmations::Waiting {
 };
 
 Confirmations::Confirmations(rpc::loop::Sequence& sequence,
-                             SendFence send_fence)
-    : sequence_(sequence), send_fence_(std::move(send_fence)) {}
+                             SendFence send_fence,
+                             std::chrono::milliseconds deadline)
+    : sequence_(sequence),
+      send_fence_(std::move(send_fence)),
+      deadline_(deadline) {}
 
 Confirmations::~Confirmations() = default;
 
@@ -28,7 +31,7 @@ void Confirmations::Await(Change change) {
   place->change = std::move(change);
   place->fence = send_fence_();
   place->deadline = sequence_.RunAfter(
-      kDeadline, [this, place] { Finish(place, place->change.timeout()); });
+      deadline_, [this, place] { Finish(place, place->change.timeout()); });
 }
 
 void Confirmations::OnEvent() {

@@ -22,7 +22,7 @@
 //             After kPasses fences, and `grace` after those, it counts as
 //             refused: done with what `refusal` returns.
 //
-// kDeadline after Await() everything ends with what `timeout` returns.
+// The deadline after Await() everything ends with what `timeout` returns.
 //
 // `done` runs exactly once, as a task of the sequence, never within Await() or
 // OnEvent(). When Confirmations goes, `done` of those that still wait is
@@ -72,7 +72,8 @@ class Confirmations {
   // How often a fence must come back before a change that does not show counts
   // as refused.
   static constexpr int kPasses = 4;
-  // How long a window manager may let one wait before it counts as hanging.
+  // How long a window manager may let one wait before it counts as hanging,
+  // unless another time is given.
   static constexpr std::chrono::milliseconds kDeadline{1000};
 
   struct Change {
@@ -91,7 +92,9 @@ class Confirmations {
     std::chrono::milliseconds grace{0};
   };
 
-  Confirmations(rpc::loop::Sequence& sequence, SendFence send_fence);
+  Confirmations(rpc::loop::Sequence& sequence,
+                SendFence send_fence,
+                std::chrono::milliseconds deadline = kDeadline);
   Confirmations(const Confirmations&) = delete;
   Confirmations& operator=(const Confirmations&) = delete;
   ~Confirmations();
@@ -119,6 +122,7 @@ class Confirmations {
 
   rpc::loop::Sequence& sequence_;
   SendFence send_fence_;
+  const std::chrono::milliseconds deadline_;
   std::list<Waiting> waiting_;
 };
 

@@ -28,13 +28,18 @@ bool IsNews(const Event& event) {
 
 }  // namespace
 
-Desktop::Desktop(Connection* connection, rpc::loop::Sequence& sequence)
+Desktop::Desktop(Connection* connection,
+                 rpc::loop::Sequence& sequence,
+                 std::chrono::milliseconds deadline)
     : connection_(connection),
       sequence_(sequence),
       root_(DefaultRootWindow(connection)),
       atoms_(std::make_unique<const Atoms>(connection)),
       fence_(connection),
-      confirmations_(sequence, [this] { return fence_.Send(); }) {
+      confirmations_(
+          sequence,
+          [this] { return fence_.Send(); },
+          deadline) {
   Select(root_, PropertyChangeMask);
 }
 

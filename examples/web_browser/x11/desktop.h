@@ -26,6 +26,7 @@
 #define EXAMPLES_WEB_BROWSER_X11_DESKTOP_H_
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -44,7 +45,11 @@ struct Atoms;
 
 class Desktop {
  public:
-  Desktop(Connection* connection, rpc::loop::Sequence& sequence);
+  // `deadline` is how long the window manager may let a change wait before it
+  // counts as hanging.
+  Desktop(Connection* connection,
+          rpc::loop::Sequence& sequence,
+          std::chrono::milliseconds deadline = Confirmations::kDeadline);
   Desktop(const Desktop&) = delete;
   Desktop& operator=(const Desktop&) = delete;
   ~Desktop();

@@ -1,6 +1,6 @@
 #include "examples/window_host/app/description.h"
 
-#include "examples/window_host/app/host_options.h"
+#include "absl/strings/str_cat.h"
 #include "tools/cli/limit_flags.h"
 
 namespace window_host {
@@ -27,10 +27,34 @@ constexpr char kDetails[] =
 }  // namespace
 
 cli::ProgramDescription DescribeWindowHost() {
+  cli::ProgramDescription program = DescribeHost("window_host", "3");
+  program.summary = "serves the windows of a desktop in memory";
+  return program;
+}
+
+cli::ProgramDescription DescribeHost(const std::string& name,
+                                     const std::string& windows) {
   return {
-      .name = "window_host",
-      .summary = "serves the windows of a desktop in memory",
-      .flags = DescribeHostFlags(kInitialWindows),
+      .name = name,
+      .flags = {{"socket", "PATH",
+                 "where to listen; default: "
+                 "${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock"},
+                {"windows", "N",
+                 absl::StrCat("how many windows to open, 0 to ",
+                              kMaximumWindows, "; default: ", windows)},
+                {"max-windows", "N",
+                 absl::StrCat("how many windows may be open when a client "
+                              "opens another one, 0 to ",
+                              kMaximumWindows, "; default: ", kMaximumWindows)},
+                {"answer-timeout", "SECONDS",
+                 "how long a client may take to answer a question before the "
+                 "host goes on without it; default: 5"},
+                {"trace", "FILE",
+                 "write calls, questions, events and connections there, as a "
+                 "timeline for chrome://tracing and ui.perfetto.dev; up to 64 "
+                 "MiB"},
+                cli::HelpFlag(),
+                cli::VersionFlag()},
       .more_flags = {{"Limits, each named and counted by 'windowctl status' "
                       "when it bites",
                       cli::DescribeLimits()}},

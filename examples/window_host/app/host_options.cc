@@ -7,48 +7,20 @@
 #include <utility>
 
 #include "absl/strings/str_cat.h"
-#include "tools/cli/flags.h"
+#include "examples/window_host/app/description.h"
 #include "tools/cli/limit_flags.h"
 #include "tools/cli/line_writer.h"
 #include "tools/cli/printable.h"
 
 namespace window_host {
-namespace {
-
-constexpr int kMaximumWindows = 1000;
-
-}  // namespace
-
-std::vector<cli::FlagDescription> DescribeHostFlags(int windows) {
-  return {
-      {"socket", "PATH",
-       "where to listen; default: "
-       "${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock"},
-      {"windows", "N",
-       absl::StrCat("how many windows to open, 0 to ", kMaximumWindows,
-                    "; default: ", windows)},
-      {"max-windows", "N",
-       absl::StrCat("how many windows may be open when a client opens "
-                    "another one, 0 to ",
-                    kMaximumWindows, "; default: ", kMaximumWindows)},
-      {"answer-timeout", "SECONDS",
-       "how long a client may take to answer a question before the host "
-       "goes on without it; default: 5"},
-      {"trace", "FILE",
-       "write calls, questions, events and connections there, as a timeline "
-       "for chrome://tracing and ui.perfetto.dev; up to 64 MiB"},
-      cli::HelpFlag(),
-      cli::VersionFlag()};
-}
-
-std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
-                                   int argc,
+std::optional<int> ReadCommandLine(int argc,
                                    const char* const* argv,
+                                   const cli::ProgramDescription& program,
+                                   cli::Flags flags,
                                    HostOptions* options) {
   options->program = program.name;
   bool help = false;
   bool version = false;
-  cli::Flags flags;
   flags.AddSwitch("help", &help);
   flags.AddSwitch("version", &version);
   flags.AddText("socket", &options->socket);
@@ -69,7 +41,7 @@ std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
                stdout);
     return EXIT_SUCCESS;
   }
-  if (!arguments->empty() && !options->takes_arguments) {
+  if (!arguments->empty() && program.arguments.empty()) {
     return Fail(*options, kWrongUsage,
                 absl::StrCat("There are only flags. '", options->program,
                              " --help' lists them."));

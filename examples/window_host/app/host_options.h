@@ -1,7 +1,8 @@
 // The command line of a host: a program that serves windows.
 //
 //   HostOptions options;
-//   if (auto exit = ReadCommandLine(description, argc, argv, &options))
+//   if (auto exit = ReadCommandLine(argc, argv, DescribeWindowHost(), {},
+//                                   &options))
 //     return *exit;
 //
 // Ownership: plain data.
@@ -21,6 +22,7 @@
 
 #include "core/common/rpc/serving/limits.h"
 #include "examples/window_host/service/directory_service.h"
+#include "tools/cli/flags.h"
 #include "tools/cli/program_description.h"
 #include "tools/cli/socket_path.h"
 
@@ -30,7 +32,7 @@ namespace window_host {
 inline constexpr int kWrongUsage = 2;
 
 struct HostOptions {
-  // The program's name, which its lines begin with.
+  // The program's name, which its lines begin with: of its description.
   std::string program;
   std::string socket = cli::DefaultSocketPath();
   // How many windows to open at the start.
@@ -41,20 +43,16 @@ struct HostOptions {
   // The file that what the server does is written to; empty for none.
   std::string trace;
   // What is not a flag. Empty unless the program takes arguments.
-  bool takes_arguments = false;
   std::vector<std::string> arguments;
 };
 
-// The flags that each host takes, but for those of the limits. `windows` is how
-// many it opens unless it is told.
-std::vector<cli::FlagDescription> DescribeHostFlags(int windows);
-
 // Fills in what the command line says. Returns the exit status where the
-// program is to end at once: because of a fault, or when its help or version
-// was asked for.
-std::optional<int> ReadCommandLine(const cli::ProgramDescription& program,
-                                   int argc,
+// program is to end at once: because of a fault, or when help or the version
+// was asked for. `flags` are those that only this program has.
+std::optional<int> ReadCommandLine(int argc,
                                    const char* const* argv,
+                                   const cli::ProgramDescription& program,
+                                   cli::Flags flags,
                                    HostOptions* options);
 
 // Prints "program: text" on standard error, and returns `exit_code`.

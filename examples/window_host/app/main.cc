@@ -14,9 +14,9 @@ namespace {
 
 int Main(int argc, char** argv) {
   HostOptions options;
-  options.windows = kInitialWindows;
+  options.windows = 3;
   if (auto exit_code =
-          ReadCommandLine(DescribeWindowHost(), argc, argv, &options))
+          ReadCommandLine(argc, argv, DescribeWindowHost(), {}, &options))
     return *exit_code;
   cli::RecordWriter& records = PrepareOutput();
   rpc::loop::Loop loop;

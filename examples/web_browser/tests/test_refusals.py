@@ -1,0 +1,85 @@
+"""Window managers that refuse, hang or are not there: who it was, and at once."""
+
+import signal
+import unittest
+
+from support import BrowserTestCase
+from torvane import Code
+
+
+class NoWindowManager(BrowserTestCase):
+    def setUp(self):
+        super().setUp()
+        self.before = self.seen().bounds()
+        self.manager.kill()
+
+    def test_changes_are_unavailable_and_reading_goes_on(self):
+        none = "There is no window manager to "
+        self.expect_error(Code.UNAVAILABLE, none + "maximize window 1.", self.windows.maximize, 1)
+        self.expect_error(Code.UNAVAILABLE, none, self.windows.minimize, 1)
+        self.expect_error(Code.UNAVAILABLE, none, self.windows.enter_full_screen, 1)
+        self.assertEqual(self.bounds(), self.before)
+        self.assertFalse(self.windows.is_maximized(1))
+
+    def test_the_server_itself_sets_bounds(self):
+        self.windows.set_bounds(1, bounds=dict(x=7, y=8, width=300, height=301))
+        self.assertEqual(self.seen().bounds(), (7, 8, 300, 301))
+        self.assertEqual(self.bounds(), (7, 8, 300, 301))
+
+    def test_properties_of_our_own_need_none(self):
+        self.windows.set_title(1, title="alone")
+        self.assertEqual(self.seen().title(), "alone")
+
+    def test_closing_needs_none(self):
+        seen = self.seen()
+        self.assertTrue(self.windows.close(1))
+        self.assertFalse(seen.exists())
+
+    def test_with_a_new_one_changes_work_again(self):
+        self.expect_error(Code.UNAVAILABLE, "", self.windows.maximize, 1)
+        self.start_window_manager()
+        self.windows.maximize(1)
+        self.assertTrue(self.seen().is_maximized())
+        self.assertEqual(self.seen().bounds(), self.observer.work_area())
+
+
+class HangingWindowManager(BrowserTestCase):
+    arguments = ("--windows", "2")
+    patience = 0.3
+
+    def setUp(self):
+        super().setUp()
+        self.seen(1)
+        self.manager.process.send_signal(signal.SIGSTOP)
+
+    def test_changes_exceed_their_deadline_and_reading_goes_on(self):
+        text = "Openbox did not answer in time to maximize window 1."
+        self.expect_error(Code.DEADLINE_EXCEEDED, text, self.windows.maximize, 1)
+        self.assertFalse(self.windows.is_maximized(1))
+        self.manager.process.send_signal(signal.SIGCONT)
+        self.windows.minimize(2)
+        self.assertTrue(self.windows.is_minimized(2))
+
+    def test_a_window_closes_all_the_same(self):
+        seen = self.seen(1)
+        self.assertTrue(self.windows.close(1))
+        self.assertFalse(seen.exists())
+
+
+class ClosedMeanwhile(BrowserTestCase):
+    arguments = ("--windows", "2")
+
+    def test_a_change_behind_the_closing_finds_no_window(self):
+        # Both are sent before either is answered.
+        with self.parallel() as start:
+            closing = start(self.windows.close, 2)
+            changing = start(self.windows.maximize, 2)
+        self.assertTrue(closing.result())
+        error = changing.exception()
+        if error is not None:
+            self.assertEqual((error.code, error.text), (Code.NOT_FOUND, "No window 2."))
+        self.assertEqual(self.observer.numbers(), [1])
+
+
+if __name__ == "__main__":
+    unittest.main()
