@@ -58,6 +58,7 @@ class WebBrowser {
     }
     // What is left to do for clients needs no display.
     loop_.RunUntil([this] { return host_.IsOver(); });
+    host_.Finish();
     return EXIT_SUCCESS;
   }
 

@@ -77,14 +77,15 @@ void Host::OnInput(const std::optional<std::string>& line) {
 void Host::Stop() {
   input_.reset();
   browser_.Shutdown([this] {
-    server_->Stop();
+    if (server_)
+      server_->Stop();
     stopped_ = true;
     on_stopped_();
   });
 }
 
 bool Host::IsOver() const {
-  return stopped_ && server_->counters().connections_now == 0;
+  return stopped_ && (!server_ || server_->counters().connections_now == 0);
 }
 
 void Host::Finish() {

@@ -57,8 +57,8 @@ class Host {
   // windows closed, but maybe not yet over.
   absl::Status Serve(std::function<void()> on_stopped = [] {});
 
-  // Only after Serve(). Closes the windows first, so that clients hear of it
-  // before the server says goodbye.
+  // Closes the windows first, so that clients hear of it before the server says
+  // goodbye.
   void Stop();
 
   // Whether the host has stopped, and the server has ended all that its clients
