@@ -41,6 +41,34 @@ TEST(Loop, IsCurrentOnlyWithinItsTasks) {
   EXPECT_FALSE(elsewhere);
 }
 
+TEST(Loop, IsCurrentForGlueThatRunsIt) {
+  Loop loop;
+  {
+    const Loop::Running running(loop);
+    const Loop::Running nested(loop);
+    EXPECT_TRUE(loop.IsCurrent());
+    bool elsewhere = true;
+    std::thread([&] { elsewhere = loop.IsCurrent(); }).join();
+    EXPECT_FALSE(elsewhere);
+  }
+  EXPECT_FALSE(loop.IsCurrent());
+}
+
+TEST(Loop, IsStoppedUntilTheRunIsOver) {
+  Loop loop;
+  bool before = true;
+  bool after = false;
+  loop.Post([&] {
+    before = loop.IsStopped();
+    loop.Stop();
+    after = loop.IsStopped();
+  });
+  loop.Run();
+  EXPECT_FALSE(before);
+  EXPECT_TRUE(after);
+  EXPECT_FALSE(loop.IsStopped());
+}
+
 TEST(Loop, RunsWhatAnotherThreadPosts) {
   Loop loop;
   bool ran = false;
