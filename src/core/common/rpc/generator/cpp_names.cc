@@ -153,7 +153,7 @@ std::string DescriptorTable(const google::protobuf::FileDescriptor& file) {
 }
 
 std::string Namespace(const google::protobuf::FileDescriptor& file) {
-  std::string result = file.package();
+  std::string result(file.package());
   for (size_t dot = 0; (dot = result.find('.', dot)) != result.npos;)
     result.replace(dot, 1, "::");
   return result;
@@ -164,11 +164,11 @@ std::string MessageClass(const google::protobuf::Descriptor& message) {
 }
 
 std::string ServiceClass(const google::protobuf::ServiceDescriptor& service) {
-  return service.name() + "Rpc";
+  return std::string(service.name()) + "Rpc";
 }
 
 std::string MethodFunction(const google::protobuf::MethodDescriptor& method) {
-  const std::string& name = method.name();
+  const std::string name(method.name());
   const bool is_taken = IsReservedWord(name) || LooksLikeMacro(name) ||
                         BelongsToCompiler(name) ||
                         Contains(kBaseClassNames, name) ||

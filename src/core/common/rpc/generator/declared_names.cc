@@ -32,18 +32,19 @@ bool DeclaredNames::HasPackage(const std::string& package) const {
 void DeclaredNames::AddFile(const FileDescriptor& file) {
   if (!files_.insert(&file).second)
     return;
-  AddPackage(file.package());
+  const std::string package(file.package());
+  AddPackage(package);
   for (int i = 0; i < file.message_type_count(); ++i)
     AddMessage(*file.message_type(i));
   for (int i = 0; i < file.enum_type_count(); ++i)
     AddEnum(*file.enum_type(i));
   for (int i = 0; i < file.extension_count(); ++i)
-    declarations_.emplace(file.package(), file.extension(i)->name());
+    declarations_.emplace(package, file.extension(i)->name());
   if (file.options().cc_generic_services()) {
     for (int i = 0; i < file.service_count(); ++i) {
-      const std::string& name = file.service(i)->name();
-      declarations_.emplace(file.package(), name);
-      declarations_.emplace(file.package(), name + "_Stub");
+      const std::string name(file.service(i)->name());
+      declarations_.emplace(package, name);
+      declarations_.emplace(package, name + "_Stub");
     }
   }
   for (int i = 0; i < file.dependency_count(); ++i)
@@ -73,7 +74,7 @@ void DeclaredNames::AddMessage(const Descriptor& message) {
 }
 
 void DeclaredNames::AddEnum(const EnumDescriptor& enumeration) {
-  const std::string& package = enumeration.file()->package();
+  const std::string package(enumeration.file()->package());
   const std::string class_name = cpp::ClassName(&enumeration);
   declarations_.emplace(package, class_name);
   const std::string prefix =

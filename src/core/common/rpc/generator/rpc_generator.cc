@@ -3,11 +3,11 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/io/printer.h>
 #include <google/protobuf/io/zero_copy_stream.h>
-#include <google/protobuf/stubs/strutil.h>
 
 #include <map>
 #include <memory>
 #include <set>
+#include <string_view>
 
 #include "core/common/rpc/generator/cpp_names.h"
 #include "core/common/rpc/generator/service_writer.h"
@@ -24,9 +24,24 @@ using google::protobuf::io::Printer;
 
 // Escapes text for a string literal or a comment. Question marks are escaped
 // because they could form trigraphs.
-std::string Escaped(const std::string& text) {
-  return google::protobuf::StringReplace(google::protobuf::CEscape(text), "?",
-                                         "\\?", true);
+std::string Escaped(std::string_view text) {
+  constexpr std::string_view kSpecial = "\n\r\t\"'\\?";
+  constexpr std::string_view kLetters = "nrt\"'\\?";
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (const size_t special = kSpecial.find(c); special != kSpecial.npos) {
+      escaped += {'\\', kLetters[special]};
+    } else if (byte >= 0x20 && byte < 0x7f) {
+      escaped += c;
+    } else {
+      // Always three digits, so that one after them is none of them.
+      escaped += {'\\', static_cast<char>('0' + byte / 64),
+                  static_cast<char>('0' + byte / 8 % 8),
+                  static_cast<char>('0' + byte % 8)};
+    }
+  }
+  return escaped;
 }
 
 // The kinds of streams in `file`, and their types in the order of first use.

@@ -14,11 +14,11 @@ std::string StreamClass(const google::protobuf::MethodDescriptor& method) {
 ServiceWriter::ServiceWriter(const google::protobuf::ServiceDescriptor& service,
                              google::protobuf::io::Printer& printer)
     : service_(service), printer_(printer) {
-  const std::string& package = service.file()->package();
+  const bool has_package = !service.file()->package().empty();
   names_["class"] = ServiceClass(service);
   names_["service"] = service.full_name();
   names_["service_index"] = std::to_string(service.index());
-  names_["scope"] = package.empty() ? "" : "::" + Namespace(*service.file());
+  names_["scope"] = has_package ? "::" + Namespace(*service.file()) : "";
   names_["id"] = FileIdentifier(*service.file());
   names_["table"] = DescriptorTable(*service.file());
   for (int i = 0; i < service.method_count(); ++i) {

@@ -30,15 +30,15 @@ std::string WhyNoKind(const MethodDescriptor& method) {
       "'bool "
       "subscribe = 2' and a field 'response = 4', none of them deprecated.";
   if (!method.client_streaming() || !method.server_streaming()) {
-    return "Streaming method '" + method.name() +
+    return "Streaming method '" + std::string(method.name()) +
            "' must stream on both sides." + accepted;
   }
   if (method.input_type() == method.output_type()) {
-    return "'" + method.input_type()->full_name() + "', which '" +
-           method.name() + "' streams both ways, is no callback message." +
-           accepted;
+    return "'" + std::string(method.input_type()->full_name()) + "', which '" +
+           std::string(method.name()) +
+           "' streams both ways, is no callback message." + accepted;
   }
-  return "Streaming method '" + method.name() +
+  return "Streaming method '" + std::string(method.name()) +
          "' is neither an event stream nor a callback stream." + accepted;
 }
 
@@ -70,7 +70,7 @@ class Validator {
             "leaves out.");
     }
     // Generated once for each file, not for each service.
-    CheckFree(file_.package(), "AssignDescriptors");
+    CheckFree(std::string(file_.package()), "AssignDescriptors");
     CheckFree("", "init_service_descriptors_flag");
     for (const char* name : kForeignNames) {
       if (names_.HasDeclaration("", name)) {
@@ -82,10 +82,10 @@ class Validator {
   }
 
   void CheckPackage() {
-    std::istringstream package(file_.package());
+    std::istringstream package{std::string(file_.package())};
     for (std::string part; std::getline(package, part, '.');) {
       if (IsReservedWord(part)) {
-        FaultOfPackage("Package '" + file_.package() +
+        FaultOfPackage("Package '" + std::string(file_.package()) +
                        "' can't be a C++ namespace: '" + part +
                        "' is reserved.");
       }
@@ -109,8 +109,8 @@ class Validator {
 
   void CheckService(const ServiceDescriptor& service) {
     const std::string class_name = ServiceClass(service);
-    if (names_.Has(file_.package(), class_name)) {
-      Fault(service, "The class of service '" + service.name() +
+    if (names_.Has(std::string(file_.package()), class_name)) {
+      Fault(service, "The class of service '" + std::string(service.name()) +
                          "' would be '" + class_name +
                          "', which is declared already.");
     }
@@ -129,15 +129,15 @@ class Validator {
     const auto [other, is_new] =
         functions.emplace(MethodFunction(method), &method);
     if (!is_new) {
-      Fault(method, "Methods '" + other->second->name() + "' and '" +
-                        method.name() + "' would both be '" + other->first +
-                        "' in C++.");
+      Fault(method, "Methods '" + std::string(other->second->name()) +
+                        "' and '" + std::string(method.name()) +
+                        "' would both be '" + other->first + "' in C++.");
     }
   }
 
   void CheckType(const MethodDescriptor& method, const Descriptor& type) {
     if (type.options().map_entry()) {
-      Fault(method, "'" + type.full_name() +
+      Fault(method, "'" + std::string(type.full_name()) +
                         "' is the entry of a map, which is no message of its "
                         "own in C++.");
     }
