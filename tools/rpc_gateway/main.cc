@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -16,8 +17,10 @@
 #include "absl/status/status.h"
 #include "absl/strings/ascii.h"
 #include "absl/strings/str_cat.h"
+#include "absl/strings/str_replace.h"
 #include "core/common/rpc/grpc/front.h"
 #include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/serving/limit_table.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/limit_flags.h"
 #include "tools/cli/line_writer.h"
@@ -60,8 +63,17 @@ Flags:
                             default: 5
   -h, --help                prints this
 
-Limits of the gateway; those of the host hold beside them for each client:
-%s
+Limits; those of the host hold for each client besides:
+  --max-connections N       clients with something under way; default: 512
+  --max-calls N, --max-streams N  calls and streams of one client at a time, as
+                            many as both together; default: 1024, 128
+  --max-client-frame-bytes N  bytes of one message from a client;
+                            default: 65536
+  --max-frame-bytes N       bytes of one frame from the host; default: 4194304
+  --max-outbox-bytes N      bytes that wait for a client when it is cut off;
+                            default: 16777216
+  --handshake-timeout SECONDS  for the host to welcome a client; default: 5
+
 The gateway runs until SIGINT, SIGTERM, SIGQUIT or SIGHUP; a second signal ends
 it at once. It serves on when the host goes, and waits for it to come back.
 
@@ -79,6 +91,27 @@ struct Options {
   std::chrono::milliseconds grace{5'000};
   rpc::grpc::FrontOptions front;
 };
+
+// The limits that the gateway keeps itself.
+constexpr std::string_view kLimits[] = {
+    "max_connections",        "max_calls",       "max_streams",
+    "max_client_frame_bytes", "max_frame_bytes", "max_outbox_bytes",
+    "handshake_timeout"};
+
+void AddLimitFlags(cli::Flags& flags, rpc::serving::Limits& limits) {
+  for (const rpc::serving::LimitInfo& limit : rpc::serving::kLimitTable) {
+    if (std::ranges::find(kLimits, limit.name) == std::end(kLimits)) {
+      continue;
+    }
+    const std::string flag = absl::StrReplaceAll(limit.name, {{"_", "-"}});
+    if (limit.size != nullptr) {
+      flags.AddSize(flag, static_cast<size_t>(limit.least),
+                    static_cast<size_t>(limit.most), &(limits.*limit.size));
+    } else {
+      flags.AddSeconds(flag, &(limits.*limit.time));
+    }
+  }
+}
 
 int Fail(int exit_code, std::string_view text) {
   cli::LineWriter(STDERR_FILENO, "line")
@@ -185,20 +218,24 @@ int Main(int argc, const char* const* argv) {
   flags.AddSeconds("keepalive-timeout", &options.front.keepalive_timeout);
   flags.AddSeconds("idle-peer", &options.front.idle_peer);
   flags.AddSeconds("grace", &options.grace);
-  cli::AddLimitFlags(flags, &options.front.limits);
+  AddLimitFlags(flags, options.front.limits);
   const auto arguments = flags.Parse(argc, argv);
   if (!arguments.ok()) {
     return Fail(kUsage, absl::StrCat(arguments.status().message(),
                                      " 'rpc_gateway --help' says more."));
   }
   if (help) {
-    std::printf(kHelp, cli::LimitHelp().c_str());
+    std::fputs(kHelp, stdout);
     return EXIT_SUCCESS;
   }
   if (!arguments->empty()) {
     return Fail(kUsage,
                 "There are only flags. 'rpc_gateway --help' lists them.");
   }
+  // It keeps nobody waiting itself, and only may not be above the other.
+  rpc::serving::Limits& limits = options.front.limits;
+  limits.busy_outbox_bytes =
+      std::min(limits.busy_outbox_bytes, limits.max_outbox_bytes);
   if (const absl::Status fault = cli::CheckLimits(options.front.limits);
       !fault.ok()) {
     return Fail(kUsage, fault.message());
