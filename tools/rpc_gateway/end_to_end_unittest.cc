@@ -627,6 +627,22 @@ TEST_F(GatewayTest, AWrongCommandLineIsRefused) {
   }
 }
 
+TEST_F(GatewayTest, ALimitOfTheHostsIsNoneOfTheGateways) {
+  EXPECT_EQ(rpcctl::RunToEnd(GatewayWords({"--max-questions", "1"})).exit_code,
+            2);
+}
+
+TEST_F(GatewayTest, ItsOwnLimitsMayBeSmall) {
+  StartHost();
+  StartGateway(
+      {"--max-outbox-bytes", "1024", "--max-client-frame-bytes", "8192"});
+  EXPECT_EQ(Title(1), "Window 1");
+  rpc::WindowTitle title;
+  title.set_title(std::string(10'000, 'x'));
+  EXPECT_TRUE(absl::IsResourceExhausted(
+      Call("/rpc.BrowserWindow/SetTitle", title.SerializeAsString())->status));
+}
+
 TEST_F(GatewayTest, AFileThatCannotBeReadIsNamed) {
   const std::string empty = folder_.File("empty");
   std::ofstream file(empty);
@@ -659,7 +675,9 @@ TEST_F(GatewayTest, HelpNamesEveryFlag) {
        {"--socket", "--listen", "--tls-certificate", "--tls-key",
         "--tls-client-ca", "--token-file", "--insecure", "--max-event-messages",
         "--keepalive ", "--keepalive-timeout", "--idle-peer", "--grace",
-        "--max-outbox-bytes"}) {
+        "--max-connections", "--max-calls", "--max-streams",
+        "--max-client-frame-bytes", "--max-frame-bytes", "--max-outbox-bytes",
+        "--handshake-timeout"}) {
     EXPECT_THAT(result.output, HasSubstr(flag));
   }
 }
