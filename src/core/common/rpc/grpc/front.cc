@@ -120,7 +120,7 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
 
   std::shared_ptr<UnderWay> HoldUnderWay();
 
-  void Begin(std::shared_ptr<Exchange> exchange);
+  void Begin(const std::shared_ptr<Exchange>& exchange);
   absl::StatusOr<Peer*> PeerOf(const std::string& name);
   absl::Status MakeRoomForPeer();
   void SweepLater();
@@ -225,14 +225,14 @@ std::shared_ptr<UnderWay> FrontCore::HoldUnderWay() {
   return under_way_;
 }
 
-void FrontCore::Begin(std::shared_ptr<Exchange> exchange) {
+void FrontCore::Begin(const std::shared_ptr<Exchange>& exchange) {
   if (stopping_) {
     exchange->End(Stopping());
     return;
   }
   const absl::StatusOr<Peer*> peer = PeerOf(exchange->beginning().peer);
   if (peer.ok()) {
-    (*peer)->Begin(std::move(exchange));
+    (*peer)->Begin(exchange);
   } else {
     exchange->End(peer.status());
   }

@@ -2,7 +2,10 @@
 
 #include "core/common/rpc/grpc/front.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <chrono>
 #include <memory>
@@ -15,6 +18,7 @@
 #include "core/common/rpc/grpc/server.h"
 #include "core/common/rpc/grpc/testing/test_client.h"
 #include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/loop/scoped_fd.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/window_id.h"
@@ -81,7 +85,8 @@ class FrontTest : public testing::Test {
     server_->AddService(&service_);
     const auto port = server_->Listen("127.0.0.1:0");
     ASSERT_EQ(port.status(), absl::OkStatus());
-    address_ = absl::StrCat("127.0.0.1:", *port);
+    port_ = *port;
+    address_ = absl::StrCat("127.0.0.1:", port_);
   }
   TestClient& client() {
     if (!server_) {
@@ -155,6 +160,7 @@ class FrontTest : public testing::Test {
   loop::Loop loop_;
   transport::LabService service_;
   std::optional<Server> server_;
+  int port_ = 0;
   std::string address_;
   std::optional<TestClient> client_;
   std::vector<std::string> outcomes_;
@@ -533,6 +539,60 @@ TEST_F(FrontTest, AClientThatGoesLeavesNothing) {
   RunUntil([&] { return server_->counters().streams_now == 0; });
   RunUntil([&] { return service_.parked[0].controller->IsCanceled(); });
   service_.parked[0].Complete();
+}
+
+// Opens a stream of events by hand, and says nothing after that: it answers no
+// ping.
+class SilentPeer {
+ public:
+  explicit SilentPeer(int port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket_.get(), reinterpret_cast<sockaddr*>(&address),
+                      sizeof(address)),
+              0);
+    std::string headers;
+    for (const auto& [name, value] : {std::pair{":method", "POST"},
+                                      {":scheme", "http"},
+                                      {":path", kWatch},
+                                      {":authority", "localhost"},
+                                      {"content-type", "application/grpc"},
+                                      {"te", "trailers"}}) {
+      headers += std::string(1, '\0') + WithLength(name) + WithLength(value);
+    }
+    Send("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + Frame(4, 0, 0, "") +
+         Frame(1, 4, 1, headers));
+  }
+
+ private:
+  static std::string WithLength(const std::string& text) {
+    return static_cast<char>(text.size()) + text;
+  }
+  static std::string Frame(char type,
+                           char flags,
+                           char stream,
+                           const std::string& content) {
+    const auto size = static_cast<char>(content.size());
+    return std::string{0, 0, size, type, flags, 0, 0, 0, stream} + content;
+  }
+  void Send(const std::string& bytes) {
+    EXPECT_EQ(send(socket_.get(), bytes.data(), bytes.size(), 0),
+              static_cast<ssize_t>(bytes.size()));
+  }
+
+  const loop::ScopedFd socket_{socket(AF_INET, SOCK_STREAM, 0)};
+};
+
+TEST_F(FrontTest, APeerThatAnswersNoPingIsLost) {
+  ServerOptions options;
+  options.front.keepalive_time = milliseconds(50);
+  options.front.keepalive_timeout = milliseconds(50);
+  Serve(options);
+  const SilentPeer peer(port_);
+  RunUntil([&] { return server_->counters().streams_now == 1; });
+  RunUntil([&] { return server_->counters().streams_now == 0; });
 }
 
 TEST_F(FrontTest, StoppingEndsStreamsAndLetsCallsComplete) {

@@ -173,7 +173,7 @@ void Exchange::TellCancelled(Observer& observer) {
 }
 
 void Exchange::WriteNext() {
-  outgoing_ = std::move(unwritten_.front());
+  outgoing_ = unwritten_.front();
   unwritten_.pop_front();
   writing_ = true;
   reactor_->StartWrite(&outgoing_);

@@ -14,7 +14,7 @@ Peer::Peer(const Shared& shared, const std::string& name)
 
 Peer::~Peer() = default;
 
-void Peer::Begin(std::shared_ptr<Exchange> exchange) {
+void Peer::Begin(const std::shared_ptr<Exchange>& exchange) {
   const uint64_t id = ++last_id_;
   const auto rpc = std::make_shared<Rpc>(*this, id, exchange);
   rpcs_.emplace(id, rpc);

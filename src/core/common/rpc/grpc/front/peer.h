@@ -41,7 +41,7 @@ class Peer final : private BackendSink {
   // Its calls are over.
   ~Peer();
 
-  void Begin(std::shared_ptr<Exchange> exchange);
+  void Begin(const std::shared_ptr<Exchange>& exchange);
 
   // Ends the streams, or the calls as well.
   void EndStreams(const absl::Status& why);
