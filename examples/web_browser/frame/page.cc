@@ -50,18 +50,6 @@ std::string UrlOf(const std::string& text) {
   return has_scheme ? text : absl::StrCat("https://", text);
 }
 
-const char* WhyTerminated(WebKitWebProcessTerminationReason reason) {
-  switch (reason) {
-    case WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT:
-      return "This page has used too much memory.";
-    case WEBKIT_WEB_PROCESS_TERMINATED_BY_API:
-      return "This page did not respond and was ended.";
-    case WEBKIT_WEB_PROCESS_CRASHED:
-      break;
-  }
-  return "This page has crashed.";
-}
-
 }  // namespace
 
 Page::Page(PageObserver& observer)
@@ -186,7 +174,12 @@ void Page::Zoom(double factor) {
 
 // The new page stands for the lost one: "reload" loads that again.
 void Page::OnTerminated(WebKitWebProcessTerminationReason reason) {
-  const char* const why = WhyTerminated(reason);
+  // By Execute(), which goes on with another one.
+  if (reason == WEBKIT_WEB_PROCESS_TERMINATED_BY_API)
+    return;
+  const char* const why = reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT
+                              ? "This page has used too much memory."
+                              : "This page has crashed.";
   const gchar* const url = webkit_web_view_get_uri(view_);
   webkit_web_view_load_alternate_html(
       view_,

@@ -199,10 +199,14 @@ class WebBrowser(Process):
         return sorted(found)
 
     def close(self) -> None:
-        self.kill(signal.SIGTERM)
+        """Ends it, in good order; a sanitizer's report is not."""
+        status = self.kill(signal.SIGTERM)
         if self.process.stdin:
             self.process.stdin.close()
+        records = self.records()
         shutil.rmtree(self.folder)
+        if status != 0:
+            raise AssertionError(f"the browser ended with {status}: {records}")
 
 
 def wait_for_events(
