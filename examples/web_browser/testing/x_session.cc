@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -89,6 +90,35 @@ class Onlooker {
   std::unique_ptr<x11::Desktop> desktop_;
 };
 
+// For Xorg. The first output has the mode that is named here.
+constexpr char kTwoMonitors[] = R"(
+Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam 65536
+EndSection
+Section "Monitor"
+  Identifier "monitor"
+  HorizSync 5.0-1000.0
+  VertRefresh 5.0-200.0
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Modes "1280x1024"
+    Virtual 4096 2048
+  EndSubSection
+EndSection
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoAddGPU" "false"
+EndSection
+)";
+
 std::string ReadLine(int descriptor) {
   std::string line;
   char byte;
@@ -164,6 +194,13 @@ void ChildProcess::Signal(int signal) const {
   ABSL_PCHECK(kill(pid_, signal) == 0);
 }
 
+bool ChildProcess::Wait() {
+  int status = 0;
+  ABSL_PCHECK(waitpid(pid_, &status, 0) == pid_);
+  pid_ = 0;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 void ChildProcess::EndBy(int signal) {
   if (pid_ == 0) {
     return;
@@ -173,20 +210,13 @@ void ChildProcess::EndBy(int signal) {
   pid_ = 0;
 }
 
-XSession::XSession(WindowManager window_manager, const std::string& screen)
+XSession::XSession(WindowManager window_manager, Monitors monitors)
     : window_manager_(window_manager) {
-  int ends[2];
-  ABSL_PCHECK(pipe2(ends, O_CLOEXEC) == 0);
-  // Tells the number of the display when it takes connections.
-  server_ =
-      ChildProcess({"Xvfb", "-displayfd", absl::StrCat(ends[1]), "-screen", "0",
-                    screen, "-nolisten", "tcp", "-noreset"},
-                   {}, ends[1]);
-  close(ends[1]);
-  const std::string number = ReadLine(ends[0]);
-  close(ends[0]);
-  ABSL_CHECK(!number.empty()) << "Xvfb does not start";
-  display_ = absl::StrCat(":", number);
+  if (monitors == Monitors::kOne) {
+    StartServer({"Xvfb", "-screen", "0", "1280x800x24"});
+  } else {
+    StartServer(CommandOfTwoMonitors());
+  }
   environment_ = {
       absl::StrCat("DISPLAY=", display_), absl::StrCat("HOME=", home_.path()),
       absl::StrCat("XDG_CONFIG_HOME=", home_.path()),
@@ -195,6 +225,57 @@ XSession::XSession(WindowManager window_manager, const std::string& screen)
     StartBus();
   }
   StartWindowManager();
+  if (monitors == Monitors::kTwo) {
+    ChangeMonitors({"--output", "DUMMY0", "--primary"});
+    ChangeMonitors({"--addmode", "DUMMY1", "1024x768"});
+    PlugSecondMonitor();
+  }
+}
+
+void XSession::StartServer(std::vector<std::string> command) {
+  int ends[2];
+  ABSL_PCHECK(pipe2(ends, O_CLOEXEC) == 0);
+  // Tells the number of the display when it takes connections.
+  command.insert(command.end(), {"-displayfd", absl::StrCat(ends[1]),
+                                 "-nolisten", "tcp", "-noreset"});
+  server_ = ChildProcess(command, {}, ends[1]);
+  close(ends[1]);
+  const std::string number = ReadLine(ends[0]);
+  close(ends[0]);
+  ABSL_CHECK(!number.empty()) << command[0] << " does not start";
+  display_ = absl::StrCat(":", number);
+}
+
+std::vector<std::string> XSession::CommandOfTwoMonitors() const {
+  const std::string configuration = home_.File("xorg.conf");
+  std::ofstream(configuration) << kTwoMonitors;
+  return {"Xorg",
+          "-config",
+          configuration,
+          "-logfile",
+          home_.File("xorg.log"),
+          "-novtswitch",
+          "-sharevts"};
+}
+
+void XSession::ChangeMonitors(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "xrandr");
+  ABSL_CHECK(ChildProcess(arguments, environment_).Wait())
+      << "xrandr has failed";
+  // The window manager is told of the monitors before it is asked. Asked twice:
+  // it may look at them when it has nothing else to do.
+  Onlooker onlooker(display_);
+  onlooker.WaitForAnswer();
+  onlooker.WaitForAnswer();
+}
+
+void XSession::UnplugSecondMonitor() {
+  ChangeMonitors({"--output", "DUMMY1", "--off"});
+}
+
+void XSession::PlugSecondMonitor() {
+  ChangeMonitors(
+      {"--output", "DUMMY1", "--mode", "1024x768", "--pos", "1280x0"});
 }
 
 XSession::~XSession() = default;

@@ -1,4 +1,5 @@
-// A display of a test's own: Xvfb with a window manager, as processes.
+// A display of a test's own: an X server without hardware and a window manager,
+// as processes.
 //
 //   XSession session(WindowManager::kOpenbox);
 //   Display* display = XOpenDisplay(session.display().c_str());
@@ -26,6 +27,15 @@ namespace web_browser {
 
 enum class WindowManager { kOpenbox, kXfwm4 };
 
+enum class Monitors {
+  // 1280 x 800. Served by Xvfb.
+  kOne,
+  // 1280 x 1024, and to the right of it 1024 x 768. Served by Xorg with its
+  // driver without hardware, since Xvfb has one only; must be started by root.
+  // For openbox: xfwm4 takes note of the second one too late.
+  kTwo
+};
+
 // What it calls itself on the display.
 const char* NameOf(WindowManager window_manager);
 
@@ -48,6 +58,8 @@ class ChildProcess {
   void Signal(int signal) const;
   // Sends it a signal that ends it, and waits until it has.
   void EndBy(int signal);
+  // Waits until it has ended by itself; returns whether it has succeeded.
+  bool Wait();
 
   pid_t pid() const { return pid_; }
 
@@ -57,9 +69,8 @@ class ChildProcess {
 
 class XSession {
  public:
-  // `screen` is what Xvfb is told: width, height and depth.
   explicit XSession(WindowManager window_manager,
-                    const std::string& screen = "1280x800x24");
+                    Monitors monitors = Monitors::kOne);
   XSession(const XSession&) = delete;
   XSession& operator=(const XSession&) = delete;
   ~XSession();
@@ -75,10 +86,21 @@ class XSession {
   void StopWindowManager();
   void ContinueWindowManager();
 
+  // Unplugs the second of two monitors, and plugs it in again. The window
+  // manager has noticed when this returns, if it is openbox; other programs may
+  // not have.
+  void UnplugSecondMonitor();
+  void PlugSecondMonitor();
+
   // As when the X server crashes.
   void KillDisplay();
 
  private:
+  // Starts an X server, and waits until it takes connections.
+  void StartServer(std::vector<std::string> command);
+  std::vector<std::string> CommandOfTwoMonitors() const;
+  // Runs xrandr with these arguments.
+  void ChangeMonitors(std::vector<std::string> arguments);
   void StartBus();
 
   const WindowManager window_manager_;
