@@ -398,8 +398,22 @@ TEST_F(GlibMainLoopTest, ServesBothWhileATaskRunsGlibAgain) {
   EXPECT_EQ(ran.back(), "outer task");
 }
 
-// GLib keeps the array that it polls with, and makes it anew when it has grown:
-// while a task runs nobody may hold the old one.
+// GLib keeps the array that it polls with, and makes it anew when it has grown.
+// While a task runs, which may run GLib again, nobody may hold the old one: so
+// no task runs within the poll.
+TEST_F(GlibMainLoopTest, TasksRunWhereGlibExpectsCallbacks) {
+  int depth_at_once = 0;
+  int depth_after_waiting = 0;
+  loop_.Post([&] { depth_at_once = g_main_depth(); });
+  const auto later = loop_.RunAfter(milliseconds(5), [&] {
+    depth_after_waiting = g_main_depth();
+    loop_.Stop();
+  });
+  main_loop_.Run();
+  EXPECT_EQ(depth_at_once, 1);
+  EXPECT_EQ(depth_after_waiting, 1);
+}
+
 TEST_F(GlibMainLoopTest, ATaskMayAddManyDescriptorsAndRunGlibAgain) {
   std::vector<std::unique_ptr<Pipe>> pipes;
   size_t heard = 0;
