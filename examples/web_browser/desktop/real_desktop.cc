@@ -315,7 +315,7 @@ void RealDesktop::Apply(Window& window, WindowAction action, Completion done) {
   if (action == WindowAction::kCenter) {
     form.normal_bounds =
         Centered(form.normal_bounds, MonitorArea(form.normal_bounds, true));
-    window.bounds_wait = true;
+    return PlaceExactly(window, form, std::move(done));
   }
   if (action == WindowAction::kFocus) {
     done = [&window,
@@ -350,7 +350,6 @@ void RealDesktop::Apply(Window& window,
       !fault.ok()) {
     return done(fault);
   }
-  window.bounds_wait = true;
   PlaceExactly(window, form, std::move(done));
 }
 
@@ -359,6 +358,7 @@ void RealDesktop::Apply(Window& window,
 void RealDesktop::PlaceExactly(Window& window,
                                const WindowForm& form,
                                Completion done) {
+  window.bounds_wait = true;
   const absl::StatusOr<x11::WindowFacts> before = window.managed.Read();
   const Target target = {form, window.view.display_policy.policy(),
                          window.view.style.utility(), false, true};
