@@ -1,16 +1,20 @@
 # What other projects get of this one: names, and what "cmake --install" copies.
 #
-# torvane_public(<target> COMPONENT <stream|transport|grpc> [HEADERS <file>...])
+# torvane_public(<target> COMPONENT <stream|transport|grpc>
+#                [HEADERS <file>... | INTERNAL])
 #
 # Makes the target known to other projects as torvane::<name>, without the prefix
 # torvane_, however they come by this one. If it is to be installed, it goes with
 # these headers, which are public then; with the generated headers and the proto
-# files if rpc_generate() has made it; and into the component's export set. To be
-# called after the target has been linked with all that it needs.
+# files if rpc_generate() has made it; and into the component's export set. What is
+# INTERNAL is there for the other targets to link, without any header. To be called
+# after the target has been linked with all that it needs.
 #
-# torvane_program(<target>)
+# torvane_program(<target> DESCRIBED_BY <function> <header> LIBS <target>...)
 #
-# Installs a program, its man page and its completion.
+# Installs a program, with a manual page and completion for bash, zsh and fish.
+# They are made of what the function returns, a cli::ProgramDescription. It is
+# declared in the header, and the libraries have it.
 #
 # Not installed is what is part of another project, and what is not meant to be
 # used: instrumented builds, and those on the browser's allocator, whose source
@@ -28,7 +32,7 @@ else()
 endif()
 
 function(torvane_public target)
-  cmake_parse_arguments(arg "" "COMPONENT" "HEADERS" ${ARGN})
+  cmake_parse_arguments(arg "INTERNAL" "COMPONENT" "HEADERS" ${ARGN})
   if(NOT arg_COMPONENT MATCHES "^(stream|transport|grpc)$" OR arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "torvane_public(${target}): COMPONENT must be stream, transport or "
                         "grpc; unknown: '${arg_UNPARSED_ARGUMENTS}'")
@@ -37,7 +41,7 @@ function(torvane_public target)
     torvane_public_target(${target}_messages)
   endif()
   torvane_public_target(${target})
-  if(torvane_installs)
+  if(torvane_installs AND NOT arg_INTERNAL)
     torvane_install_headers("${arg_HEADERS}")
     torvane_install_generated(${target})
   endif()
@@ -69,7 +73,7 @@ function(torvane_public_target target)
       set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${libraries}")
     endif()
   endif()
-  if(type STREQUAL "STATIC_LIBRARY")
+  if(type STREQUAL "STATIC_LIBRARY" AND NOT arg_COMPONENT STREQUAL "grpc")
     set_property(GLOBAL APPEND PROPERTY TORVANE_LIBRARIES ${target})
   endif()
   install(TARGETS ${target} EXPORT torvane-${arg_COMPONENT}
@@ -115,8 +119,37 @@ function(torvane_install_generated target)
 endfunction()
 
 function(torvane_program target)
+  cmake_parse_arguments(arg "" "" "DESCRIBED_BY;LIBS" ${ARGN})
   if(NOT torvane_installs)
     return()
   endif()
   install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  set_property(GLOBAL APPEND PROPERTY TORVANE_PROGRAMS ${target})
+
+  list(POP_FRONT arg_DESCRIBED_BY function header)
+  configure_file(${PROJECT_SOURCE_DIR}/tools/cli/page.cc.in ${target}_page.cc @ONLY)
+  add_executable(${target}_page ${CMAKE_CURRENT_BINARY_DIR}/${target}_page.cc)
+  target_link_libraries(${target}_page PRIVATE torvane_options torvane_cli ${arg_LIBS})
+
+  set(folder ${PROJECT_BINARY_DIR}/pages)
+  set(pages)
+  foreach(page IN ITEMS
+      man|man1|${target}.1|${CMAKE_INSTALL_MANDIR}/man1
+      bash|bash|${target}|${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+      zsh|zsh|_${target}|${CMAKE_INSTALL_DATADIR}/zsh/site-functions
+      fish|fish|${target}.fish|${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+    string(REPLACE "|" ";" page ${page})
+    list(POP_FRONT page kind subfolder name destination)
+    set(file ${folder}/${subfolder}/${name})
+    file(MAKE_DIRECTORY ${folder}/${subfolder})
+    add_custom_command(
+      OUTPUT ${file}
+      COMMAND ${target}_page ${kind} > ${file}
+      DEPENDS ${target}_page
+      COMMENT "Describing ${target} (${kind})"
+      VERBATIM)
+    install(FILES ${file} DESTINATION ${destination} COMPONENT tools)
+    list(APPEND pages ${file})
+  endforeach()
+  add_custom_target(${target}_pages ALL DEPENDS ${pages})
 endfunction()

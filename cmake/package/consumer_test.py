@@ -118,12 +118,17 @@ def check_no_path(prefix, *paths):
                     fail(f'{file.relative_to(prefix)} names {os.fsdecode(needle)}')
 
 
+def has_grpc(prefix):
+    return any(prefix.rglob('torvane-grpc.cmake'))
+
+
 def check_public_files(prefix):
     """Headers and proto files are those of the list, which is kept by hand."""
     wanted = (HERE / 'public_files.txt').read_text().split('\n')
-    wanted = sorted(line for line in wanted if line and not line.startswith('#'))
+    wanted = sorted(line for line in wanted if line and not line.startswith('#')
+                    and (has_grpc(prefix) or not re.search('/grpc(_proto)?/', line)))
     seen = []
-    for root in (prefix / 'include', prefix / 'share' / 'torvane' / 'proto'):
+    for root in (prefix / 'include', prefix / 'share' / 'torvane'):
         seen += [str(file.relative_to(prefix)) for file in root.rglob('*') if file.is_file()]
     for line in sorted(set(seen) ^ set(wanted)):
         print(f'{"not in the list" if line in seen else "not installed"}: {line}')
@@ -148,6 +153,17 @@ def check_pkg_config(source, prefix, folder, compiler):
     return program
 
 
+def check_grpc(prefix, work, compiler):
+    """The component grpc, if it was built."""
+    if not has_grpc(prefix):
+        return
+    folder = work / 'grpc_consumer'
+    shutil.copytree(HERE / 'testdata' / 'grpc_consumer', folder)
+    binaries = configure(folder, compiler, f'-DCMAKE_PREFIX_PATH={prefix}')
+    run('cmake', '--build', binaries)
+    expect('grpc_consumer', run(binaries / 'grpc_consumer'), 'listens\n')
+
+
 def test_installed(work, build, source, compiler):
     first = work / 'first'
     for component in ('dev', 'tools'):
@@ -165,6 +181,7 @@ def test_installed(work, build, source, compiler):
     check_server_and_caller(binaries / 'my_browser', binaries / 'caller', work)
     program = check_pkg_config(source, prefix, folder, compiler)
     check_server_and_caller(program, binaries / 'caller', work)
+    check_grpc(prefix, work, compiler)
 
 
 def test_subdirectory(work, source, compiler, arguments):

@@ -14,4 +14,11 @@ endfunction()
 add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION_ALLOC_DIR})
 if(torvane_installs)
   add_consumer_test(installed)
+
+  get_property(programs GLOBAL PROPERTY TORVANE_PROGRAMS)
+  list(TRANSFORM programs REPLACE ".+" "$<TARGET_FILE:\\0>")
+  add_test(NAME apps/package/pages
+    COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/pages_test.py
+            ${PROJECT_BINARY_DIR}/pages ${programs})
+  set_tests_properties(apps/package/pages PROPERTIES LABELS apps SKIP_RETURN_CODE 77)
 endif()

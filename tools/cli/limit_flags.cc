@@ -1,8 +1,10 @@
 #include "tools/cli/limit_flags.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -22,6 +24,10 @@ std::string FlagName(const LimitInfo& limit) {
   return absl::StrReplaceAll(limit.name, {{"_", "-"}});
 }
 
+bool IsAmong(LimitNames names, const LimitInfo& limit) {
+  return names.empty() || std::ranges::find(names, limit.name) != names.end();
+}
+
 // `value` as the user types it: times are milliseconds in the table, but
 // seconds in flags.
 std::string ValueText(const LimitInfo& limit, int64_t value) {
@@ -33,8 +39,10 @@ std::string ValueText(const LimitInfo& limit, int64_t value) {
 
 }  // namespace
 
-void AddLimitFlags(Flags& flags, Limits* limits) {
+void AddLimitFlags(Flags& flags, Limits* limits, LimitNames names) {
   for (const LimitInfo& limit : kLimitTable) {
+    if (!IsAmong(names, limit))
+      continue;
     if (limit.size != nullptr) {
       flags.AddSize(FlagName(limit), static_cast<size_t>(limit.least),
                     static_cast<size_t>(limit.most), &(limits->*limit.size));
@@ -57,10 +65,12 @@ absl::Status CheckLimits(const Limits& limits) {
       "The limit ", absl::StrReplaceAll(fault.message(), flags), "."));
 }
 
-std::vector<FlagDescription> DescribeLimits() {
+std::vector<FlagDescription> DescribeLimits(LimitNames names) {
   const Limits defaults;
   std::vector<FlagDescription> flags;
   for (const LimitInfo& limit : kLimitTable) {
+    if (!IsAmong(names, limit))
+      continue;
     flags.push_back(
         {FlagName(limit), limit.size != nullptr ? "N" : "SECONDS",
          absl::StrCat(limit.meaning, ",\n", ValueText(limit, limit.least),
@@ -68,10 +78,6 @@ std::vector<FlagDescription> DescribeLimits() {
                       ValueText(limit, limit.ValueIn(defaults)))});
   }
   return flags;
-}
-
-std::string LimitHelp() {
-  return FlagTable(DescribeLimits());
 }
 
 }  // namespace cli

@@ -17,7 +17,8 @@
 #ifndef TOOLS_CLI_LIMIT_FLAGS_H_
 #define TOOLS_CLI_LIMIT_FLAGS_H_
 
-#include <string>
+#include <span>
+#include <string_view>
 #include <vector>
 
 #include "absl/status/status.h"
@@ -27,7 +28,12 @@
 
 namespace cli {
 
-void AddLimitFlags(Flags& flags, rpc::serving::Limits* limits);
+// Names of limits, as in docs/reliability.md. None stand for all.
+using LimitNames = std::span<const std::string_view>;
+
+void AddLimitFlags(Flags& flags,
+                   rpc::serving::Limits* limits,
+                   LimitNames names = {});
 
 // To be called after parsing: each limit is in its range then, and this checks
 // that they also fit each other. As rpc::serving::Validate(), but the text
@@ -35,10 +41,7 @@ void AddLimitFlags(Flags& flags, rpc::serving::Limits* limits);
 absl::Status CheckLimits(const rpc::serving::Limits& limits);
 
 // Meaning, unit, range and default of each flag.
-std::vector<FlagDescription> DescribeLimits();
-
-// The same as the text of --help.
-std::string LimitHelp();
+std::vector<FlagDescription> DescribeLimits(LimitNames names = {});
 
 }  // namespace cli
 

@@ -75,9 +75,27 @@ TEST_F(LimitFlagsTest, EveryLimitHasItsFlagAndItsHelp) {
   for (const LimitInfo& limit : kLimitTable) {
     EXPECT_TRUE(ParseValue(limit, 10'000).ok()) << limit.name;
     EXPECT_EQ(10'000, limit.ValueIn(limits_)) << limit.name;
-    EXPECT_THAT(LimitHelp(), HasSubstr(absl::StrCat("  ", FlagOf(limit), " ")));
-    EXPECT_THAT(LimitHelp(), HasSubstr(absl::StrCat(limit.meaning, ",\n")));
+    EXPECT_THAT(FlagTable(DescribeLimits()),
+                HasSubstr(absl::StrCat("  ", FlagOf(limit), " ")));
+    EXPECT_THAT(FlagTable(DescribeLimits()),
+                HasSubstr(absl::StrCat(limit.meaning, ",\n")));
   }
+}
+
+TEST_F(LimitFlagsTest, AProgramMayHaveSomeOfThem) {
+  constexpr std::string_view kNames[] = {"max_streams", "accept_pause"};
+  std::vector<std::string> described;
+  for (const FlagDescription& flag : DescribeLimits(kNames))
+    described.push_back(flag.name);
+  EXPECT_EQ((std::vector<std::string>{"max-streams", "accept-pause"}),
+            described);
+  Flags flags;
+  AddLimitFlags(flags, &limits_, kNames);
+  const char* const words[] = {"program", "--max-streams=7"};
+  EXPECT_TRUE(flags.Parse(2, words).ok());
+  EXPECT_EQ(7u, limits_.max_streams);
+  const char* const others[] = {"program", "--max-calls=7"};
+  EXPECT_FALSE(flags.Parse(2, others).ok());
 }
 
 TEST_F(LimitFlagsTest, FlagsTakeWhatTheTableAllowsAndNoMore) {
@@ -96,12 +114,12 @@ TEST_F(LimitFlagsTest, FlagsTakeWhatTheTableAllowsAndNoMore) {
 
 TEST_F(LimitFlagsTest, HelpSaysRangeAndDefault) {
   EXPECT_THAT(
-      LimitHelp(),
+      FlagTable(DescribeLimits()),
       HasSubstr("  --max-calls N                 calls in flight of one "
                 "client,\n"
                 "                                1 to 1000000; default: "
                 "1024\n"));
-  EXPECT_THAT(LimitHelp(),
+  EXPECT_THAT(FlagTable(DescribeLimits()),
               HasSubstr("  --accept-pause SECONDS        without accepting, "
                         "when out of descriptors,\n"
                         "                                0.001 to 86400; "

@@ -17,10 +17,8 @@
 #include "absl/status/status.h"
 #include "absl/strings/ascii.h"
 #include "absl/strings/str_cat.h"
-#include "absl/strings/str_replace.h"
 #include "core/common/rpc/grpc/front.h"
 #include "core/common/rpc/loop/loop.h"
-#include "core/common/rpc/serving/limit_table.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/limit_flags.h"
 #include "tools/cli/line_writer.h"
@@ -28,6 +26,7 @@
 #include "tools/cli/record_writer.h"
 #include "tools/cli/socket_path.h"
 #include "tools/cli/stop_signals.h"
+#include "tools/rpc_gateway/description.h"
 #include "tools/rpc_gateway/host_backend.h"
 #include "tools/rpc_gateway/host_watch.h"
 
@@ -35,51 +34,6 @@ namespace rpc_gateway {
 namespace {
 
 constexpr int kUsage = 2;
-
-constexpr char kHelp[] =
-    R"(rpc_gateway: serves over gRPC what a host offers on a Unix socket.
-
-Flags:
-  --socket PATH             where the host listens; default:
-                            ${XDG_RUNTIME_DIR:-/tmp/torvane-UID}/window_host.sock
-  --listen HOST:PORT        where to serve gRPC; port 0 is any that is free;
-                            default: 127.0.0.1:50051
-  --tls-certificate FILE    the gateway's certificate, PEM, and those that lead
-                            from it to a known one
-  --tls-key FILE            its key
-  --tls-client-ca FILE      clients need a certificate that one of these signed
-  --token-file FILE         clients send the text in this file as
-                            "authorization: Bearer TEXT"
-  --insecure                listen beyond the loopback although clients need
-                            neither certificate nor token
-  --max-event-messages N    messages of a client on one stream of events;
-                            default: 10000
-  --keepalive SECONDS       how long a client may be silent before it is asked
-                            whether it is there; default: 60
-  --keepalive-timeout SECONDS  how long it may take to say so; default: 20
-  --idle-peer SECONDS       how long the host is to know a client that has
-                            nothing under way; default: 30
-  --grace SECONDS           how long calls may take after the signal to stop;
-                            default: 5
-  -h, --help                prints this
-
-Limits; those of the host hold for each client besides:
-  --max-connections N       clients with something under way; default: 512
-  --max-calls N, --max-streams N  calls and streams of one client at a time, as
-                            many as both together; default: 1024, 128
-  --max-client-frame-bytes N  bytes of one message from a client;
-                            default: 65536
-  --max-frame-bytes N       bytes of one frame from the host; default: 4194304
-  --max-outbox-bytes N      bytes that wait for a client when it is cut off;
-                            default: 16777216
-  --handshake-timeout SECONDS  for the host to welcome a client; default: 5
-
-The gateway runs until SIGINT, SIGTERM, SIGQUIT or SIGHUP; a second signal ends
-it at once. It serves on when the host goes, and waits for it to come back.
-
-Exit status: 0 after a signal, 1 when it cannot listen, 2 wrong usage; 128 and
-the signal's number, as a shell shows it, after a second signal.
-)";
 
 struct Options {
   std::string socket = cli::DefaultSocketPath();
@@ -91,27 +45,6 @@ struct Options {
   std::chrono::milliseconds grace{5'000};
   rpc::grpc::FrontOptions front;
 };
-
-// The limits that the gateway keeps itself.
-constexpr std::string_view kLimits[] = {
-    "max_connections",        "max_calls",       "max_streams",
-    "max_client_frame_bytes", "max_frame_bytes", "max_outbox_bytes",
-    "handshake_timeout"};
-
-void AddLimitFlags(cli::Flags& flags, rpc::serving::Limits& limits) {
-  for (const rpc::serving::LimitInfo& limit : rpc::serving::kLimitTable) {
-    if (std::ranges::find(kLimits, limit.name) == std::end(kLimits)) {
-      continue;
-    }
-    const std::string flag = absl::StrReplaceAll(limit.name, {{"_", "-"}});
-    if (limit.size != nullptr) {
-      flags.AddSize(flag, static_cast<size_t>(limit.least),
-                    static_cast<size_t>(limit.most), &(limits.*limit.size));
-    } else {
-      flags.AddSeconds(flag, &(limits.*limit.time));
-    }
-  }
-}
 
 int Fail(int exit_code, std::string_view text) {
   cli::LineWriter(STDERR_FILENO, "line")
@@ -203,8 +136,10 @@ class Gateway {
 int Main(int argc, const char* const* argv) {
   Options options;
   bool help = false;
+  bool version = false;
   cli::Flags flags;
   flags.AddSwitch("help", &help);
+  flags.AddSwitch("version", &version);
   flags.AddText("socket", &options.socket);
   flags.AddText("listen", &options.listen);
   flags.AddText("tls-certificate", &options.tls_certificate);
@@ -218,14 +153,16 @@ int Main(int argc, const char* const* argv) {
   flags.AddSeconds("keepalive-timeout", &options.front.keepalive_timeout);
   flags.AddSeconds("idle-peer", &options.front.idle_peer);
   flags.AddSeconds("grace", &options.grace);
-  AddLimitFlags(flags, options.front.limits);
+  cli::AddLimitFlags(flags, &options.front.limits, kLimits);
   const auto arguments = flags.Parse(argc, argv);
   if (!arguments.ok()) {
     return Fail(kUsage, absl::StrCat(arguments.status().message(),
                                      " 'rpc_gateway --help' says more."));
   }
-  if (help) {
-    std::fputs(kHelp, stdout);
+  if (help || version) {
+    const cli::ProgramDescription program = DescribeRpcGateway();
+    std::fputs((help ? cli::Help(program) : cli::VersionLine(program)).c_str(),
+               stdout);
     return EXIT_SUCCESS;
   }
   if (!arguments->empty()) {

@@ -16,8 +16,11 @@ check_targets(${torvane_SOURCE_DIR})
 
 get_cmake_property(cache_after CACHE_VARIABLES)
 list(REMOVE_ITEM cache_after ${cache_before})
-list(FILTER cache_after EXCLUDE REGEX
-     "^(TORVANE|torvane|Protobuf|absl|CMAKE|FIND_PACKAGE)_|_(BINARY_DIR|SOURCE_DIR|IS_TOP_LEVEL)$")
+string(CONCAT accepted
+  "^(TORVANE|torvane|Protobuf|absl|CMAKE|FIND_PACKAGE|PKG_CONFIG)_"
+  "|_(BINARY_DIR|SOURCE_DIR|IS_TOP_LEVEL)$"
+  "|^(pkgcfg_lib|__pkg_config_(arguments|checked))_TORVANE_|^prefix_result$")
+list(FILTER cache_after EXCLUDE REGEX "${accepted}")
 if(cache_after)
   message(SEND_ERROR "Variables in the cache: ${cache_after}")
 endif()
