@@ -88,14 +88,16 @@ show_progress() {
 }
 
 # fetch_source PACKAGE INTO [SUITE]: downloads the original source of Debian's
-# source package into the folder INTO, from the archive that apt already uses.
-# SUITE defaults to this system's own.
+# source package into the folder INTO, from the archive that apt already uses; if
+# that is none of Debian's, as on Ubuntu, from deb.debian.org. SUITE defaults to
+# this system's own.
 fetch_source() {
   local package=$1 into=$2 suite=${3:-} uri own_suite apt_dir fetched=0
   read -r own_suite uri < <(
     apt-get indextargets --format '$(ORIGIN) $(COMPONENT) $(CODENAME) $(REPO_URI)' 'Created-By: Packages' |
       awk '$1 == "Debian" && $2 == "main" && $3 !~ /-/ { print $3, $4; exit }'
-  ) || die "apt knows no Debian archive to get the source of $package from: add one and run again"
+  ) || uri=http://deb.debian.org/debian own_suite=
+  [ -n "${suite:-$own_suite}" ] || die "apt knows no Debian archive to get the source of $package from: add one and run again"
   apt_dir=$(mktemp -d)
   mkdir -p "$apt_dir/lists/partial" "$into"
   echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $uri ${suite:-$own_suite} main" \
