@@ -10,6 +10,12 @@ if(NOT TARGET protobuf::libprotoc)
 endif()
 
 torvane_find_abseil()
+# From its release 22 on, protobuf's headers use Abseil, which CMake's module does
+# not tell. Older ones number themselves 3.
+if(NOT Protobuf_VERSION VERSION_LESS 4)
+  target_link_libraries(protobuf::libprotobuf INTERFACE
+    absl::absl_check absl::absl_log absl::flat_hash_map absl::status absl::strings)
+endif()
 
 # Stand-alone Asio, without exceptions and run-time type information. Always
 # include it through core/common/rpc/loop/asio.h, which defines the function
