@@ -43,7 +43,6 @@ using rpc::grpc::TestClientOptions;
 using rpc::grpc::TestStream;
 using rpcctl::Process;
 using testing::AllOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -164,7 +163,7 @@ class GatewayTest : public testing::Test {
   std::shared_ptr<TestCall> Call(TestClient& client,
                                  const std::string& path,
                                  const std::string& request) {
-    const auto call = client.Call(path, request);
+    auto call = client.Call(path, request);
     RunUntil([&] { return call->over; });
     return call;
   }
@@ -189,7 +188,7 @@ class GatewayTest : public testing::Test {
   std::shared_ptr<TestStream> Open(const std::string& path,
                                    const std::string& subscription) {
     const uint32_t before = Status().total().streams();
-    const auto stream = client().Open(path);
+    auto stream = client().Open(path);
     stream->Send(subscription);
     while (Status().total().streams() == before) {
     }

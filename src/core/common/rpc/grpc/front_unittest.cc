@@ -3,6 +3,7 @@
 #include "core/common/rpc/grpc/front.h"
 
 #include <arpa/inet.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -29,6 +30,7 @@ namespace rpc::grpc {
 namespace {
 
 using std::chrono::milliseconds;
+using testing::HasSubstr;
 using torvane::WindowId;
 
 std::string Text(const std::string& text) {
@@ -117,13 +119,13 @@ class FrontTest : public testing::Test {
 
   // Returns once a stream has subscribed to window 1.
   std::shared_ptr<TestStream> Watch() {
-    const auto stream = client().Open(kWatch);
+    auto stream = client().Open(kWatch);
     stream->Send(EventsOf(1));
     AwaitSubscriptions(1);
     return stream;
   }
   std::shared_ptr<TestStream> AnswerFor() {
-    const auto stream = client().Open(kDecide);
+    auto stream = client().Open(kDecide);
     stream->Send(QuestionsOf(1));
     AwaitSubscriptions(1);
     return stream;
@@ -332,6 +334,17 @@ TEST_F(FrontTest, AnOldStubAnswersTheOnlyQuestion) {
   Await(stream, 1);
   stream->Send(Answer(1, "therefore"));
   AwaitOutcome("=therefore");
+}
+
+TEST_F(FrontTest, AnOldStubAnswersOneQuestionAfterTheOther) {
+  const auto stream = AnswerFor();
+  for (size_t i = 1; i <= 2; ++i) {
+    outcomes_.clear();
+    Ask();
+    Await(stream, i);
+    stream->Send(Answer(1, "therefore"));
+    AwaitOutcome("=therefore");
+  }
 }
 
 TEST_F(FrontTest, AnOldStubCannotTellSeveralQuestionsApart) {
@@ -641,6 +654,25 @@ TEST_F(FrontTest, DestroyingTheServerEndsWhatIsUnderWay) {
   EXPECT_TRUE(absl::IsUnavailable(call->status)) << call->status;
   EXPECT_TRUE(absl::IsUnavailable(stream->status)) << stream->status;
   service_.parked[0].Complete();
+}
+
+TEST_F(FrontTest, TheServerTellsOfItsServices) {
+  // Of grpc.health.v1: the name is field 1, as it is of a Text, and so is the
+  // answer, 1 if the service is served.
+  const auto health =
+      client().Call("/grpc.health.v1.Health/Check", Text("lab.Lab"));
+  Await(health);
+  EXPECT_EQ(health->status, absl::OkStatus());
+  EXPECT_EQ(health->response, (std::string{1 << 3, 1}));
+  // Of grpc.reflection.v1: which file has it.
+  const auto reflection = client().Open(
+      "/grpc.reflection.v1.ServerReflection/ServerReflectionInfo");
+  reflection->Send(std::string{4 << 3 | 2, 8} + "lab.Echo");
+  reflection->Send(std::string{4 << 3 | 2, 7} + "lab.Lab");
+  Await(reflection, 2);
+  EXPECT_THAT(reflection->received[0],
+              HasSubstr("there is no symbol lab.Echo"));
+  EXPECT_THAT(reflection->received[1], HasSubstr("lab.proto"));
 }
 
 TEST_F(FrontTest, APortThatIsTakenIsNotShared) {

@@ -21,7 +21,6 @@ namespace {
 using google::protobuf::DescriptorPool;
 using google::protobuf::FileDescriptor;
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr char kBrowserId[] = R"(syntax = "proto3";
 message BrowserId {

@@ -231,7 +231,7 @@ void TestClient::Prepare(::grpc::ClientContext& context,
 std::shared_ptr<TestCall> TestClient::Call(const std::string& path,
                                            const std::string& request,
                                            const TestCallOptions& options) {
-  const auto call = std::make_shared<TestCall>();
+  auto call = std::make_shared<TestCall>();
   calls_.push_back(call);
   Prepare(call->context, options);
   struct Buffers {
@@ -257,7 +257,7 @@ std::shared_ptr<TestCall> TestClient::Call(const std::string& path,
 
 std::shared_ptr<TestStream> TestClient::Open(const std::string& path,
                                              const TestCallOptions& options) {
-  const auto stream = std::make_shared<TestStream>(loop_);
+  auto stream = std::make_shared<TestStream>(loop_);
   streams_.push_back(stream);
   Prepare(stream->context, options);
   stream->reactor_ = new TestStream::Reactor(
