@@ -174,8 +174,12 @@ TEST_F(HostBackendTest, AMethodOfAConnectionThatIsLostIsCalledNoMore) {
   events_.clear();
   StartHost();
   // The new connection has other numbers, for all that is known.
-  EXPECT_TRUE(
-      loop_.RunUntil([&] { return server_->counters().connections_now == 1; }));
+  bool connected = false;
+  EXPECT_TRUE(loop_.RunUntil([&] {
+    client_->Find("lab.Lab", "Echo",
+                  [&](const auto& method) { connected = method.ok(); });
+    return connected;
+  }));
   client_->Call(2, echo, milliseconds(0), Text("x"));
   client_->Open(3, watch);
   AwaitEvents(2);
