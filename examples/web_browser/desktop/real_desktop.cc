@@ -252,10 +252,17 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
 void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
   Enqueue(
       id,
-      [this, id, change = std::move(change)](Completion done) mutable {
+      [this, id, change = std::move(change),
+       requested_at = sequence_.Now()](Completion done) mutable {
         Window* const window = Find(id);
         if (window == nullptr || !window->is_open)
           return done(NoWindow(id));
+        // It has waited for as long already: so many that wait would take that
+        // time each. A window closes without the window manager.
+        if (requested_at < hung_at_ &&
+            !std::holds_alternative<window_host::Close>(change)) {
+          return done(display_.Timeout(absl::StrCat("change window ", id)));
+        }
         TakeOver(*window);
         std::visit(
             [&](const auto& change) {
@@ -299,6 +306,8 @@ void RealDesktop::Enqueue(int64_t id, Begin begin, Completion done) {
         under_way_ = nullptr;
       if (status.ok() && Find(under_way->id) != nullptr)
         TellChanged(under_way->id);
+      if (absl::IsDeadlineExceeded(status))
+        hung_at_ = sequence_.Now();
       under_way->End(status);
       if (!touched_.empty())
         sequence_.Post([this] { OnQuiet(); });

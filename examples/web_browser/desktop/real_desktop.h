@@ -179,6 +179,8 @@ class RealDesktop final : public window_host::WindowSystem,
   int64_t last_id_ = 0;
   size_t opening_ = 0;
   std::shared_ptr<UnderWay> under_way_;
+  // When the window manager has last let a change wait for too long.
+  rpc::loop::Clock::time_point hung_at_;
   // Windows about which there were events since the last quiet moment.
   std::set<int64_t> touched_;
   bool quiet_is_posted_ = false;

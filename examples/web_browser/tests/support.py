@@ -69,7 +69,7 @@ class BrowserTestCase(unittest.TestCase):
     def parallel(self) -> Iterator[Callable[..., Any]]:
         """Calls beside the test: start(call, 1, x=2) returns a future. Waits for
         all of them at the end."""
-        with concurrent.futures.ThreadPoolExecutor() as pool:
+        with concurrent.futures.ThreadPoolExecutor(64) as pool:
             yield pool.submit
 
     def expect_error(self, code: Code, text: str, call: Any, *args: Any, **fields: Any) -> None:

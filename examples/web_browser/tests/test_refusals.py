@@ -1,8 +1,10 @@
 """Window managers that refuse, hang or are not there: who it was, and at once."""
 
+import concurrent.futures
 import signal
 import unittest
 
+from programs import TIMEOUT
 from support import BrowserTestCase
 from torvane import Code
 
@@ -64,6 +66,23 @@ class HangingWindowManager(BrowserTestCase):
         seen = self.seen(1)
         self.assertTrue(self.windows.close(1))
         self.assertFalse(seen.exists())
+
+
+class ManyBehindAHangingWindowManager(BrowserTestCase):
+    patience = TIMEOUT / 20
+
+    def test_do_not_wait_for_one_after_the_other(self):
+        self.manager.process.send_signal(signal.SIGSTOP)
+        # One after the other would take twice the time.
+        with self.parallel() as start:
+            calls = [start(self.windows.maximize, 1) for _ in range(40)]
+            concurrent.futures.wait(calls, TIMEOUT)
+            self.assertTrue(all(call.done() for call in calls))
+            errors = [call.exception() for call in calls]
+        self.assertEqual({error.code for error in errors}, {Code.DEADLINE_EXCEEDED})
+        self.manager.process.send_signal(signal.SIGCONT)
+        self.windows.minimize(1)
+        self.assertTrue(self.windows.is_minimized(1))
 
 
 class ClosedMeanwhile(BrowserTestCase):
