@@ -96,7 +96,7 @@ class PageProcesses(PageTestCase):
 
 
 class Display(BrowserTestCase):
-    arguments = ("--windows", "3")
+    arguments = tuple(f"data:text/html,<title>page {number}</title>" for number in (1, 2, 3))
 
     @classmethod
     def setUpClass(cls):
@@ -105,6 +105,12 @@ class Display(BrowserTestCase):
     def setUp(self):
         super().setUpClass()
         super().setUp()
+        # WebKit aborts the browser when a page's process ends while it starts.
+        for number in (1, 2, 3):
+            seen = self.seen(number)
+            self.observer.wait_until(
+                lambda seen=seen, number=number: seen.title() == f"page {number}", "the pages"
+            )
 
     def tearDown(self):
         self.doClassCleanups()
