@@ -249,6 +249,11 @@ class Properties(BrowserTestCase):
     # Of the header bar; the page is below.
     HEADER = 28
 
+    def setUp(self):
+        super().setUp()
+        # An open window need not have been painted; one whose title is set has.
+        self.windows.set_title(1, title="painted")
+
     def header(self):
         _, _, width, _ = self.seen().bounds()
         return self.seen().pixels((0, 0, width, self.HEADER))
