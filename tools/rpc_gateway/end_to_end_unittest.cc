@@ -409,6 +409,7 @@ TEST_F(GatewayTest, ReflectionListsAllServicesOfTheHost) {
     }
     EXPECT_THAT(names,
                 ElementsAre("rpc.BrowserWindow", "rpc.status.ServerStatus",
+                            "rpc.directory.WindowDirectory",
                             "rpc.reflection.ServerReflection",
                             "grpc.reflection.v1.ServerReflection",
                             "grpc.reflection.v1alpha.ServerReflection"));
