@@ -313,10 +313,27 @@ void XSession::KillWindowManager() {
   onlooker.WaitUntil([&] { return !onlooker.desktop().HasWindowManager(); });
 }
 
+// Now and then a window manager has the X server to itself for a moment. Stopped
+// within it, it would keep everybody from the server, so another moment is
+// chosen then.
 void XSession::StopWindowManager() {
-  manager_.Signal(SIGSTOP);
-  siginfo_t info;
-  ABSL_PCHECK(waitid(P_PID, manager_.pid(), &info, WSTOPPED) == 0);
+  while (true) {
+    manager_.Signal(SIGSTOP);
+    siginfo_t info;
+    ABSL_PCHECK(waitid(P_PID, manager_.pid(), &info, WSTOPPED) == 0);
+    if (ServerAnswers()) {
+      return;
+    }
+    ContinueWindowManager();
+    ABSL_CHECK(ServerAnswers()) << "the display hangs";
+  }
+}
+
+bool XSession::ServerAnswers() const {
+  return ChildProcess({"timeout", "2", "xprop", "-display", display_, "-root",
+                       "_NET_SUPPORTING_WM_CHECK"},
+                      {})
+      .Wait();
 }
 
 void XSession::ContinueWindowManager() {

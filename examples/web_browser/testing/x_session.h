@@ -82,7 +82,7 @@ class XSession {
   void StartWindowManager();
   // Kills it, and waits until the display has none.
   void KillWindowManager();
-  // It hangs until it is continued.
+  // It hangs until it is continued, while the X server goes on.
   void StopWindowManager();
   void ContinueWindowManager();
 
@@ -102,6 +102,8 @@ class XSession {
   // Runs xrandr with these arguments.
   void ChangeMonitors(std::vector<std::string> arguments);
   void StartBus();
+  // Whether it does within two seconds.
+  bool ServerAnswers() const;
 
   const WindowManager window_manager_;
   const torvane::PrivateFolder home_;

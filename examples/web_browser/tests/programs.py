@@ -101,6 +101,30 @@ class WindowManager(Process):
 
         wait_for_events(display, is_ready)
         display.close()
+        self._screen = screen
+
+    def hang(self) -> None:
+        """Stops it until go_on(), while the X server goes on.
+
+        Now and then a window manager has the X server to itself for a moment. Stopped
+        within it, it would keep everybody from the server, so another moment is chosen
+        then.
+        """
+        while True:
+            self.process.send_signal(signal.SIGSTOP)
+            os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
+            if self._server_answers():
+                return
+            self.go_on()
+            if not self._server_answers():
+                raise AssertionError("the display hangs")
+
+    def go_on(self) -> None:
+        self.process.send_signal(signal.SIGCONT)
+
+    def _server_answers(self) -> bool:
+        ask = ["timeout", "2", "xprop", "-display", self._screen.name, "-root", "_NET_WORKAREA"]
+        return subprocess.run(ask, stdout=subprocess.DEVNULL, check=False).returncode == 0
 
 
 class Compositor(Process):

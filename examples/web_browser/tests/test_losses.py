@@ -145,7 +145,7 @@ class Display(BrowserTestCase):
         gate.put(True)
 
     def test_its_loss_fails_a_change_that_waits(self):
-        self.manager.process.send_signal(signal.SIGSTOP)
+        self.manager.hang()
         with self.parallel() as start:
             changing = start(self.windows.maximize, 1)
             # Its reply comes when the change has been begun.

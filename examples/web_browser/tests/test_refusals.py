@@ -1,7 +1,6 @@
 """Window managers that refuse, hang or are not there: who it was, and at once."""
 
 import concurrent.futures
-import signal
 import unittest
 
 from programs import TIMEOUT
@@ -52,13 +51,13 @@ class HangingWindowManager(BrowserTestCase):
     def setUp(self):
         super().setUp()
         self.seen(1)
-        self.manager.process.send_signal(signal.SIGSTOP)
+        self.manager.hang()
 
     def test_changes_exceed_their_deadline_and_reading_goes_on(self):
         text = "Openbox did not answer in time to maximize window 1."
         self.expect_error(Code.DEADLINE_EXCEEDED, text, self.windows.maximize, 1)
         self.assertFalse(self.windows.is_maximized(1))
-        self.manager.process.send_signal(signal.SIGCONT)
+        self.manager.go_on()
         self.windows.minimize(2)
         self.assertTrue(self.windows.is_minimized(2))
 
@@ -72,7 +71,7 @@ class ManyBehindAHangingWindowManager(BrowserTestCase):
     patience = TIMEOUT / 20
 
     def test_do_not_wait_for_one_after_the_other(self):
-        self.manager.process.send_signal(signal.SIGSTOP)
+        self.manager.hang()
         # One after the other would take twice the time.
         with self.parallel() as start:
             calls = [start(self.windows.maximize, 1) for _ in range(40)]
@@ -80,7 +79,7 @@ class ManyBehindAHangingWindowManager(BrowserTestCase):
             self.assertTrue(all(call.done() for call in calls))
             errors = [call.exception() for call in calls]
         self.assertEqual({error.code for error in errors}, {Code.DEADLINE_EXCEEDED})
-        self.manager.process.send_signal(signal.SIGCONT)
+        self.manager.go_on()
         self.windows.minimize(1)
         self.assertTrue(self.windows.is_minimized(1))
 
