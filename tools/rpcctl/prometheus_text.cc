@@ -65,6 +65,8 @@ std::string PrometheusText(const StatusReport& report) {
             report.total().calls_in_flight()),
       Gauge("torvane_streams", "Streams that are open.",
             report.total().streams()),
+      Gauge("torvane_subscriptions", "Windows that streams are subscribed to.",
+            report.total().subscriptions()),
       Gauge("torvane_pending_questions",
             "Questions that wait for a client's answer.",
             report.total().pending_questions()),

@@ -36,6 +36,7 @@ TEST(PrometheusTextTest, EachFigureStandsUnderItsMeaningAndType) {
   AddQuestion(*report.add_connections(), 2'250);
   report.mutable_total()->set_calls_in_flight(1);
   report.mutable_total()->set_streams(20);
+  report.mutable_total()->set_subscriptions(25);
   report.mutable_total()->set_pending_questions(3);
   report.mutable_total()->set_queued_bytes(5'000'000'000);
   AddRefusals(report, "max_calls", 7);
@@ -52,6 +53,9 @@ TEST(PrometheusTextTest, EachFigureStandsUnderItsMeaningAndType) {
       "# HELP torvane_streams Streams that are open.\n"
       "# TYPE torvane_streams gauge\n"
       "torvane_streams 20\n"
+      "# HELP torvane_subscriptions Windows that streams are subscribed to.\n"
+      "# TYPE torvane_subscriptions gauge\n"
+      "torvane_subscriptions 25\n"
       "# HELP torvane_pending_questions Questions that wait for a client's "
       "answer.\n"
       "# TYPE torvane_pending_questions gauge\n"

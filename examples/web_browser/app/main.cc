@@ -36,33 +36,53 @@ void AllowManyDescriptors() {
 
 class WebBrowser {
  public:
-  WebBrowser(const HostOptions& options, std::chrono::milliseconds patience)
+  WebBrowser(const HostOptions& options,
+             std::chrono::milliseconds patience,
+             cli::RecordWriter& records)
       : options_(options),
+        records_(records),
         main_loop_(loop_),
         desktop_(loop_, patience),
         host_(loop_, desktop_, options) {}
 
-  // Returns the exit status.
-  int Run() {
-    HandleDisplayLoss([this] {
+  // Ends the process.
+  [[noreturn]] void Run() {
+    HandleDisplayLoss([this](FoundBy found_by) {
+      if (found_by == FoundBy::kToolkit)
+        EndWithoutDisplay();
       display_is_lost_ = true;
       loop_.Stop();
     });
     OpenNext();
     main_loop_.Run();
     if (!failure_.ok())
-      return Fail(options_, EXIT_FAILURE, failure_.message());
-    if (display_is_lost_) {
-      desktop_.Lose();
-      host_.Stop();
-    }
-    // What is left to do for clients needs no display.
-    loop_.RunUntil([this] { return host_.IsOver(); });
-    host_.Finish();
-    return EXIT_SUCCESS;
+      Exit(Fail(options_, EXIT_FAILURE, failure_.message()));
+    if (display_is_lost_)
+      EndWithoutDisplay();
+    EndForClients();
   }
 
  private:
+  [[noreturn]] void EndWithoutDisplay() {
+    desktop_.Lose();
+    host_.Stop();
+    EndForClients();
+  }
+
+  // What is left to do for them needs no display.
+  [[noreturn]] void EndForClients() {
+    loop_.RunUntil([this] { return host_.IsOver(); });
+    host_.Finish();
+    Exit(EXIT_SUCCESS);
+  }
+
+  // Not by return, which would destroy the browser: freeing all that it holds
+  // takes longer than the end of a process, and may need a display.
+  [[noreturn]] void Exit(int exit_status) {
+    records_.SayWhatWasLeftOut();
+    std::exit(exit_status);
+  }
+
   // Opens one window after the other, and then serves them.
   void OpenNext() {
     const size_t windows = std::max(options_.arguments.size(),
@@ -93,6 +113,7 @@ class WebBrowser {
   }
 
   const HostOptions options_;
+  cli::RecordWriter& records_;
   rpc::loop::Loop loop_;
   rpc::loop::GlibMainLoop main_loop_;
   RealDesktop desktop_;
@@ -124,12 +145,7 @@ int Main(int argc, char** argv) {
   // What has changed is to be seen at once, whole.
   g_object_set(gtk_settings_get_default(), "gtk-enable-animations", FALSE,
                nullptr);
-  WebBrowser browser(options, patience);
-  const int exit_code = browser.Run();
-  records.SayWhatWasLeftOut();
-  // Not by return, which would destroy the browser: freeing all that it holds
-  // takes longer than the end of a process, and may need a display.
-  std::exit(exit_code);
+  WebBrowser(options, patience, records).Run();
 }
 
 }  // namespace

@@ -6,22 +6,31 @@
 
 #include <utility>
 
+#include "core/common/rpc/loop/glib_main_loop.h"
+
 namespace web_browser {
 namespace {
 
 // Empty after the loss: Xlib reports it again for each further operation.
-std::function<void()>& OnLoss() {
-  static auto* const on_loss = new std::function<void()>();
+std::function<void(FoundBy)>& OnLoss() {
+  static auto* const on_loss = new std::function<void(FoundBy)>();
   return *on_loss;
+}
+
+FoundBy Finder() {
+  GSource* const source = g_main_current_source();
+  return source == nullptr || rpc::loop::GlibMainLoop::IsOf(source)
+             ? FoundBy::kProgram
+             : FoundBy::kToolkit;
 }
 
 }  // namespace
 
-void HandleDisplayLoss(std::function<void()> on_loss) {
+void HandleDisplayLoss(std::function<void(FoundBy)> on_loss) {
   OnLoss() = std::move(on_loss);
   XSetIOErrorHandler([](Display*) {
     if (const auto handler = std::exchange(OnLoss(), nullptr))
-      handler();
+      handler(Finder());
     return 0;
   });
   // Xlib's own ends the process.

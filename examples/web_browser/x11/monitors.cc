@@ -87,7 +87,7 @@ std::vector<Monitor> ReadBounds(const Desktop& desktop, const PixelRect& root) {
       const std::unique_ptr<char, decltype(&XFree)> name(
           XGetAtomName(desktop.connection(), info->name), &XFree);
       monitors.push_back(
-          {.name = name.get(),
+          {.name = name ? name.get() : "",
            .bounds = {info->x, info->y, info->width, info->height},
            .work_area = {},
            .primary = info->primary != 0});

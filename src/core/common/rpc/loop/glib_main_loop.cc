@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -13,6 +14,8 @@
 
 namespace rpc::loop {
 namespace {
+
+constexpr char kSourceName[] = "rpc::loop::Loop";
 
 // What GLib passes for a poll that may wait for ever.
 constexpr int kForever = -1;
@@ -49,7 +52,7 @@ class GlibMainLoop::Joint {
         << "this thread runs a GlibMainLoop already";
     on_this_thread_ = this;
     reinterpret_cast<Source*>(source_)->joint = this;
-    g_source_set_name(source_, "rpc::loop::Loop");
+    g_source_set_name(source_, kSourceName);
     // Before all others: it is ready for every other iteration at most while
     // others are ready, so none of them starves.
     g_source_set_priority(source_, G_MININT);
@@ -197,6 +200,11 @@ GlibMainLoop::~GlibMainLoop() = default;
 void GlibMainLoop::Run() {
   const Loop::Running running(loop_);
   joint_->IterateUntilStopped();
+}
+
+bool GlibMainLoop::IsOf(GSource* source) {
+  const char* const name = g_source_get_name(source);
+  return name != nullptr && std::string_view(name) == kSourceName;
 }
 
 }  // namespace rpc::loop

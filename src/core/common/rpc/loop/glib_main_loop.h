@@ -46,6 +46,7 @@
 
 // GLib's GMainContext.
 struct _GMainContext;
+struct _GSource;
 
 namespace rpc::loop {
 
@@ -62,6 +63,9 @@ class GlibMainLoop {
 
   // Runs both until Loop::Stop() is called.
   void Run();
+
+  // Whether GLib runs the loop's tasks by this source of its. Any thread.
+  static bool IsOf(_GSource* source);
 
  private:
   class Joint;

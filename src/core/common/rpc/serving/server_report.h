@@ -51,6 +51,7 @@ struct ConnectionReport {
   // them: with those that the client has given up.
   size_t calls = 0;
   size_t streams = 0;
+  size_t subscriptions = 0;
   size_t questions = 0;
   // Bytes that wait to be written to the client.
   size_t queued_bytes = 0;

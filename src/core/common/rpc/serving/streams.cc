@@ -384,6 +384,7 @@ EndingQueue::Progress Streams::FinishNext() {
 
 void Streams::Report(ConnectionReport& report) const {
   report.streams = entries_.size();
+  report.subscriptions = subscriptions_;
   serving::Report(questions_, PendingQuestion::Clock::now(), report);
 }
 

@@ -39,6 +39,7 @@ void Describe(const ConnectionReport& report, Connection* connection) {
   Load* load = connection->mutable_load();
   load->set_calls_in_flight(ToCount(report.calls));
   load->set_streams(ToCount(report.streams));
+  load->set_subscriptions(ToCount(report.subscriptions));
   load->set_pending_questions(ToCount(report.questions));
   load->set_queued_bytes(report.queued_bytes);
   for (const QuestionReport& question : report.oldest_questions) {
@@ -49,6 +50,7 @@ void Describe(const ConnectionReport& report, Connection* connection) {
 void Add(const Load& load, Load* total) {
   total->set_calls_in_flight(total->calls_in_flight() + load.calls_in_flight());
   total->set_streams(total->streams() + load.streams());
+  total->set_subscriptions(total->subscriptions() + load.subscriptions());
   total->set_pending_questions(total->pending_questions() +
                                load.pending_questions());
   total->set_queued_bytes(total->queued_bytes() + load.queued_bytes());

@@ -58,6 +58,7 @@ TEST_F(StatusServiceTest, EveryFigureOfAConnectionIsTold) {
                                 .age = milliseconds(61'500),
                                 .calls = 2,
                                 .streams = 3,
+                                .subscriptions = 30,
                                 .questions = 4,
                                 .queued_bytes = 5'000'000'000,
                                 .oldest_questions = {}});
@@ -74,6 +75,7 @@ TEST_F(StatusServiceTest, EveryFigureOfAConnectionIsTold) {
   EXPECT_EQ(TimeUtil::ToString(connection.age()), "61.500s");
   EXPECT_EQ(connection.load().calls_in_flight(), 2u);
   EXPECT_EQ(connection.load().streams(), 3u);
+  EXPECT_EQ(connection.load().subscriptions(), 30u);
   EXPECT_EQ(connection.load().pending_questions(), 4u);
   EXPECT_EQ(connection.load().queued_bytes(), 5'000'000'000u);
   ASSERT_EQ(connection.oldest_questions_size(), 1);
@@ -89,12 +91,14 @@ TEST_F(StatusServiceTest, TheTotalIsTheSumOverConnections) {
     report.connections.emplace_back();
     report.connections.back().calls = i;
     report.connections.back().streams = 10 * i;
+    report.connections.back().subscriptions = 20 * i;
     report.connections.back().questions = 100 * i;
     report.connections.back().queued_bytes = 1000 * i;
   }
   const Load total = Say(report).total();
   EXPECT_EQ(total.calls_in_flight(), 6u);
   EXPECT_EQ(total.streams(), 60u);
+  EXPECT_EQ(total.subscriptions(), 120u);
   EXPECT_EQ(total.pending_questions(), 600u);
   EXPECT_EQ(total.queued_bytes(), 6000u);
 }

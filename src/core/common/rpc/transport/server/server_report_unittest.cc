@@ -120,6 +120,7 @@ TEST_F(Reports, AReportCountsCallsAndStreamsOfEachConnection) {
   ASSERT_EQ(connections.size(), 2u);
   EXPECT_EQ(connections[0].calls, 2u);
   EXPECT_EQ(connections[0].streams, 2u);
+  EXPECT_EQ(connections[0].subscriptions, 1u);
   EXPECT_EQ(connections[1].calls, 0u);
   EXPECT_EQ(connections[1].streams, 0u);
 
