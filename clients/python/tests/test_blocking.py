@@ -8,7 +8,7 @@ import threading
 import unittest
 
 import torvane.blocking
-from support import TIMEOUT, Host
+from processes import TIMEOUT, Host
 from torvane import Code
 
 

@@ -1,6 +1,6 @@
-"""Runs each program of docs/clients.md with a host, as is, and compares what it
-prints with the block below it. There, what follows "host> " is typed at the host,
-and what follows "host: " is printed by it. Also looks up the tests that it names."""
+"""Runs each program of the Python client in docs/clients.md with a host, as is, and
+compares what it prints with the block below it. Also looks up the tests that the
+page names."""
 
 import importlib
 import os
@@ -10,31 +10,11 @@ import subprocess
 import sys
 import tempfile
 import unittest
-from typing import Iterator, Tuple
 
-from support import TIMEOUT, Host, Lines
+from clients_page import HOST_PRINTS, HOST_PROMPT, page, programs, section
+from processes import TIMEOUT, Host, Lines
 
-HOST_PROMPT = "host> "
-HOST_PRINTS = "host: "
 RESTART = "(is killed, and started again)"
-
-
-def page() -> str:
-    with open(os.environ["CLIENTS_PAGE"], encoding="utf-8") as file:
-        return file.read()
-
-
-def programs() -> Iterator[Tuple[str, str, str]]:
-    """Heading, program and transcript of each."""
-    text = page()
-    for section in re.split(r"^### ", text, flags=re.M)[1:]:
-        for program, transcript in re.findall(
-            r"^```python\n(.*?)^```\n```\n(.*?)^```\n", section, flags=re.M | re.S
-        ):
-            yield section.splitlines()[0], program, transcript
-    # A program without transcript would not be run.
-    if text.count("```python\n") != len(re.findall(r"^```\n```\n", text, flags=re.M)):
-        raise AssertionError("a program of docs/clients.md has no transcript below it")
 
 
 class Documentation(unittest.TestCase):
@@ -68,7 +48,7 @@ class Documentation(unittest.TestCase):
 
     def test_each_program_prints_what_the_page_says(self) -> None:
         count = 0
-        for heading, program, transcript in programs():
+        for heading, program, transcript in programs(section("Python", 2), "python"):
             with self.subTest(heading):
                 self.run_program(program, transcript)
             count += 1

@@ -5,7 +5,8 @@ import unittest
 import unittest.mock
 
 import torvane
-from support import TIMEOUT, FolderTestCase, Host, start, until
+from processes import TIMEOUT, Host
+from support import FolderTestCase, start, until
 from torvane import Code
 
 
