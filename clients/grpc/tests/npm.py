@@ -10,6 +10,7 @@ import shutil
 import subprocess
 import unittest
 
+LOCK_FILE = "package-lock.json"
 NPM_SECONDS = 300
 UNREACHABLE = re.compile(
     r"\b(ENOTFOUND|EAI_AGAIN|ECONNREFUSED|ECONNRESET|ETIMEDOUT|ENETUNREACH|EHOSTUNREACH"
@@ -21,12 +22,14 @@ def install_packages() -> str:
     """The folder node_modules. Raises SkipTest where npm can reach no registry."""
     sources, folder = os.environ["NODE_PACKAGES"], os.environ["NODE_FOLDER"]
     modules = os.path.join(folder, "node_modules")
-    wanted = read(os.path.join(sources, "package-lock.json"))
+    wanted = read(os.path.join(sources, LOCK_FILE))
     done = os.path.join(folder, "installed.json")
     if os.path.exists(done) and read(done) == wanted:
         return modules
-    os.makedirs(folder, exist_ok=True)
-    for name in "package.json", "package-lock.json":
+    # What a failure leaves is not to be taken for what this file says.
+    shutil.rmtree(folder, ignore_errors=True)
+    os.makedirs(folder)
+    for name in "package.json", LOCK_FILE:
         shutil.copy(os.path.join(sources, name), folder)
     run_npm(folder)
     with open(done, "w", encoding="utf-8") as file:

@@ -1,10 +1,12 @@
 """Clients in Node, with packages of npm in the versions of package-lock.json."""
 
+import json
 import os
+import unittest
 from typing import List
 
 from clients_page import programs, section
-from npm import install_packages
+from npm import LOCK_FILE, install_packages, read
 from support import DEADLINE, PROGRAMS, QUESTIONS, GatewayTestCase
 
 SERVICES = """\
@@ -46,6 +48,16 @@ class Node(GatewayTestCase):
     def test_reflection_gives_a_stock_client_the_contract(self) -> None:
         for version in "v1", "v1alpha":
             with self.subTest(version):
-                self.run_named(
-                    "reflection.mjs", SERVICES + "methods: 41\nWindow 1\n", [version]
-                )
+                transcript = SERVICES + "methods: 41\nWindow 1\n"
+                self.run_named("reflection.mjs", transcript, [version])
+
+
+class LockFile(unittest.TestCase):
+    def test_it_names_the_public_registry_alone(self) -> None:
+        packages = json.loads(read(os.path.join(os.environ["NODE_PACKAGES"], LOCK_FILE)))["packages"]
+        packages.pop("")
+        self.assertGreater(len(packages), 3)
+        for name, package in packages.items():
+            with self.subTest(name):
+                self.assertRegex(package["resolved"], r"^https://registry\.npmjs\.org/")
+                self.assertIn("integrity", package)
