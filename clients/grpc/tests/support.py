@@ -37,7 +37,7 @@ host: Window 1 ignores copy: its client does not allow that.
 """
 DEADLINE = """\
 DEADLINE_EXCEEDED
-asked about that window
+asked
 """
 
 
