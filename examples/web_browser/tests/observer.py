@@ -6,6 +6,7 @@ xdotool presses keys and buttons.
 
 import contextlib
 import dataclasses
+import os
 import subprocess
 import time
 from typing import Any, Callable, Dict, List, Set, Tuple
@@ -15,7 +16,7 @@ import Xlib.error
 import Xlib.protocol.event
 import Xlib.X
 import Xlib.Xutil
-from programs import TIMEOUT, Screen, wait_for_events
+from programs import TIMEOUT, Display, wait_for_events
 
 WITHDRAWN, NORMAL, ICONIC = 0, 1, 3
 
@@ -25,9 +26,9 @@ Bounds = Tuple[int, int, int, int]
 class Observer:
     """The windows of a display. Everything is asked of the server at once."""
 
-    def __init__(self, screen: Screen) -> None:
-        self._screen = screen
-        self._display = Xlib.display.Display(screen.name)
+    def __init__(self, display: Display) -> None:
+        self._environment = display.environment
+        self._display = Xlib.display.Display(display.name)
         self._root = self._display.screen().root
         self._root.change_attributes(
             event_mask=Xlib.X.PropertyChangeMask | Xlib.X.SubstructureNotifyMask
@@ -74,6 +75,16 @@ class Observer:
         children = self._root.query_tree().children
         return [child.id for child in children if self._is_menu(child)]
 
+    def menu(self) -> "Seen":
+        """The menu that is open."""
+        (xid,) = self.menus()
+        return Seen(self, self._resource(xid))
+
+    def has_compositor(self) -> bool:
+        number = self._display.get_default_screen()
+        selection = self._display.intern_atom(f"_NET_WM_CM_S{number}")
+        return bool(self._display.get_selection_owner(selection))
+
     def titles(self) -> List[str]:
         """Of all managed windows."""
         windows = map(self._resource, self.client_list())
@@ -89,7 +100,7 @@ class Observer:
         """Plays the user."""
         subprocess.run(
             ["xdotool", *map(str, words)],
-            env={"DISPLAY": self._screen.name, "PATH": "/usr/bin:/bin"},
+            env={**os.environ, **self._environment},
             check=True,
             stdout=subprocess.DEVNULL,
         )

@@ -16,7 +16,7 @@ import tempfile
 import threading
 import time
 from types import TracebackType
-from typing import Any, Callable, Dict, List, Optional, Sequence, Type
+from typing import Any, Callable, Dict, List, Optional, Protocol, Sequence, Type
 
 import Xlib.display
 import Xlib.error
@@ -56,6 +56,29 @@ class Process:
     def wait(self) -> int:
         """Waits until it ends by itself; the exit status."""
         return self.process.wait(TIMEOUT)
+
+
+class Display(Protocol):
+    """An X server that programs can be started on."""
+
+    name: str
+
+    @property
+    def environment(self) -> Dict[str, str]:
+        """What they find it by."""
+
+
+class PresentDisplay:
+    """The X server that this process was started on."""
+
+    def __init__(self) -> None:
+        self.name = os.environ.get("DISPLAY", "")
+        if not self.name:
+            raise OSError("there is no display: $DISPLAY is not set")
+
+    @property
+    def environment(self) -> Dict[str, str]:
+        return {"DISPLAY": self.name}
 
 
 class Screen(Process):
@@ -169,7 +192,7 @@ class Lines:
 class WebBrowser(Process):
     """The browser, which is ready. say() is what a user types at it."""
 
-    def __init__(self, screen: Screen, *arguments: str, **environment: str) -> None:
+    def __init__(self, screen: Display, *arguments: str, **environment: str) -> None:
         self.folder = tempfile.mkdtemp(prefix="torvane-browser-")
         self.socket = os.path.join(self.folder, "browser.sock")
         with open(os.path.join(self.folder, "records"), "wb") as records:
