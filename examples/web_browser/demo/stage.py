@@ -10,7 +10,7 @@ from typing import Any, Callable, Set, Tuple
 
 import torvane
 from observer import Bounds, Observer, Seen
-from programs import TIMEOUT, Display, WebBrowser
+from programs import TIMEOUT, Display
 from torvane.contract import MethodKind, snake_case
 from torvane.service import WINDOWS
 
@@ -28,15 +28,18 @@ def says(who: str, what: str) -> None:
 
 
 class Answers:
-    """Answers the questions of one method as answer() says at the time."""
+    """Answers the questions of one method with what answer() returns at the time."""
 
     def __init__(self, subscribe: Callable[..., Any], *windows: int) -> None:
-        self.answer: Callable[[Any], Any] = lambda asked: True
+        self.answer: Callable[[], Any] = lambda: True
         self._asked: "queue.Queue[Any]" = queue.Queue()
         subscribe(*windows, handler=self._handle)
 
+    def answer_with(self, answer: Any) -> None:
+        self.answer = lambda: answer
+
     def next(self) -> Any:
-        """Waits for the next question, which is answered already."""
+        """Waits for the next question, which is being answered."""
         try:
             return self._asked.get(timeout=TIMEOUT)
         except queue.Empty:
@@ -44,7 +47,7 @@ class Answers:
 
     def _handle(self, asked: Any) -> Any:
         self._asked.put(asked)
-        return self.answer(asked)
+        return self.answer()
 
 
 class Stage:
@@ -53,8 +56,7 @@ class Stage:
     picture() keeps pictures in the folder `pictures`, which is there.
     """
 
-    def __init__(self, display: Display, browser: WebBrowser, client: Any, pictures: str) -> None:
-        self.browser = browser
+    def __init__(self, display: Display, client: Any, pictures: str) -> None:
         self.windows = client.windows
         self.observer = Observer(display)
         self._display = display
