@@ -45,9 +45,10 @@ absl::Status Host::OpenTrace() {
   if (options_.trace.empty())
     return absl::OkStatus();
   auto opened = rpc::trace::TraceFile::Open(loop_, options_.trace);
-  if (opened.ok())
-    trace_ = *std::move(opened);
-  return opened.status();
+  if (!opened.ok())
+    return opened.status();
+  trace_ = *std::move(opened);
+  return absl::OkStatus();
 }
 
 absl::Status Host::Listen() {

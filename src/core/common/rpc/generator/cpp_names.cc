@@ -168,12 +168,13 @@ std::string ServiceClass(const google::protobuf::ServiceDescriptor& service) {
 }
 
 std::string MethodFunction(const google::protobuf::MethodDescriptor& method) {
-  const std::string name(method.name());
-  const bool is_taken = IsReservedWord(name) || LooksLikeMacro(name) ||
-                        BelongsToCompiler(name) ||
-                        Contains(kBaseClassNames, name) ||
-                        name == ServiceClass(*method.service());
-  return is_taken ? name + "_" : name;
+  std::string name(method.name());
+  if (IsReservedWord(name) || LooksLikeMacro(name) || BelongsToCompiler(name) ||
+      Contains(kBaseClassNames, name) ||
+      name == ServiceClass(*method.service())) {
+    name += "_";
+  }
+  return name;
 }
 
 bool IsReservedWord(const std::string& name) {

@@ -42,9 +42,9 @@ void DeclaredNames::AddFile(const FileDescriptor& file) {
     declarations_.emplace(package, file.extension(i)->name());
   if (file.options().cc_generic_services()) {
     for (int i = 0; i < file.service_count(); ++i) {
-      const std::string name(file.service(i)->name());
-      declarations_.emplace(package, name);
-      declarations_.emplace(package, name + "_Stub");
+      declarations_.emplace(package, file.service(i)->name());
+      declarations_.emplace(package,
+                            std::string(file.service(i)->name()) + "_Stub");
     }
   }
   for (int i = 0; i < file.dependency_count(); ++i)
