@@ -313,9 +313,9 @@ void XSession::KillWindowManager() {
   onlooker.WaitUntil([&] { return !onlooker.desktop().HasWindowManager(); });
 }
 
-// Now and then a window manager has the X server to itself for a moment. Stopped
-// within it, it would keep everybody from the server, so another moment is
-// chosen then.
+// Now and then a window manager has the X server to itself for a moment.
+// Stopped within it, it would keep everybody from the server, so another moment
+// is chosen then.
 void XSession::StopWindowManager() {
   while (true) {
     manager_.Signal(SIGSTOP);
