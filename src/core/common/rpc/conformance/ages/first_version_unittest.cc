@@ -225,6 +225,7 @@ TEST(FirstVersion, HasWhatItHadAndNothingMoreThanTheseFields) {
               ElementsAre("rpc.CanExecuteCommand.Question.answer_within_ms",
                           "rpc.CloseWindow.Question.answer_within_ms",
                           "rpc.ShowContextMenu.Question.answer_within_ms",
+                          "rpc.status.Load.subscriptions",
                           "rpc.status.StatusReport.messages_refused",
                           "rpc.transport.OfferedMethod.stream_kind"));
 }
