@@ -38,6 +38,12 @@ void ClientRecord::set_name(const std::string& name) {
   who_ = Named(name_, Describe(process_));
 }
 
+void ClientRecord::Report(ConnectionReport& report) const {
+  report.pid = process_.pid;
+  report.user = process_.user;
+  report.name = name_;
+}
+
 absl::Status ClientRecord::NoteLimit(uint64_t LimitHits::*limit,
                                      const std::string& text) {
   absl::Status why = absl::ResourceExhaustedError(text);

@@ -17,6 +17,7 @@
 
 #include "absl/status/status.h"
 #include "core/common/rpc/serving/counters.h"
+#include "core/common/rpc/serving/server_report.h"
 #include "core/common/rpc/serving/trace.h"
 
 namespace rpc::serving {
@@ -46,6 +47,9 @@ class ClientRecord {
   const std::string& peer() const { return peer_; }
 
   const ClientTrace& trace() const { return trace_; }
+
+  // Fills in what `report` says of who the client is.
+  void Report(ConnectionReport& report) const;
 
   // A limit keeps something from the client; returns the RESOURCE_EXHAUSTED,
   // with `text`, that it is told. Counted each time, but logged only the first

@@ -42,12 +42,10 @@ void ServiceSession::Leave() {
 serving::ConnectionReport ServiceSession::Report() const {
   serving::ConnectionReport report;
   report.id = id_;
-  report.pid = client_.process().pid;
-  report.user = client_.process().user;
-  report.name = client_.name();
   report.age = std::chrono::steady_clock::now() - start_;
   report.calls = calls_.size();
   report.queued_bytes = sink_ == nullptr ? 0 : sink_->queued_bytes();
+  client_.Report(report);
   streams_->Report(report);
   return report;
 }

@@ -90,12 +90,10 @@ void ServerSession::Stop(const absl::Status& why) {
 serving::ConnectionReport ServerSession::Report() const {
   serving::ConnectionReport report;
   report.id = id_;
-  report.pid = client_.process().pid;
-  report.user = client_.process().user;
-  report.name = client_.name();
   report.age = std::chrono::steady_clock::now() - start_;
   report.calls = calls_.size();
   report.queued_bytes = connection_->outbox_bytes();
+  client_.Report(report);
   streams_->Report(report);
   return report;
 }
