@@ -1,5 +1,7 @@
 #include "tools/cli/record_writer.h"
 
+#include <signal.h>
+
 #include "absl/strings/str_cat.h"
 #include "absl/strings/strip.h"
 #include "base/logging.h"
@@ -78,6 +80,8 @@ void RecordWriter::SayWhatWasLeftOut(Source& source) {
 }
 
 RecordWriter& WriteRecordsTo(int descriptor) {
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
   g_writer = new RecordWriter(*new LineWriter(descriptor, "record"));
   logging::SetLogMessageHandler(PassOn);
   RecordProtobufLog();

@@ -1,7 +1,6 @@
 // Writes the records of LOG without ever holding up or ending the program that
 // makes them.
 //
-//   signal(SIGPIPE, SIG_IGN);
 //   cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
 //   ...
 //   records.SayWhatWasLeftOut();     // at the end
@@ -86,7 +85,8 @@ class RecordWriter {
 
 // Has a writer of this descriptor take all records of this process, to its end:
 // those of LOG, and what Protocol Buffers would print to standard error
-// (protobuf_log.h). Call it once.
+// (protobuf_log.h). From here on no write of the process ends it, neither to a
+// reader that has gone nor to a file that takes no more. Call it once.
 RecordWriter& WriteRecordsTo(int descriptor);
 
 }  // namespace cli

@@ -1,6 +1,5 @@
 // Serves over gRPC what a host offers on a Unix socket.
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -180,8 +179,6 @@ int Main(int argc, const char* const* argv) {
       !read.ok()) {
     return Fail(EXIT_FAILURE, read.message());
   }
-  // A reader of the output that goes must not end the gateway.
-  signal(SIGPIPE, SIG_IGN);
   cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
   const int exit_code = Gateway(options).Run();
   records.SayWhatWasLeftOut();

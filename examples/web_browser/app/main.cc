@@ -2,6 +2,7 @@
 
 #include <gtk/gtk.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -18,6 +19,7 @@
 #include "examples/window_host/app/host.h"
 #include "examples/window_host/app/host_options.h"
 #include "tools/cli/flags.h"
+#include "tools/cli/record_writer.h"
 
 namespace web_browser {
 namespace {
@@ -135,7 +137,7 @@ int Main(int argc, char** argv) {
     return *exit_code;
   if (options.windows == kNotGiven)
     options.windows = options.arguments.empty() ? 1 : 0;
-  cli::RecordWriter& records = window_host::PrepareOutput();
+  cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
   AllowManyDescriptors();
   gdk_set_allowed_backends("x11");
   if (!gtk_init_check(nullptr, nullptr)) {

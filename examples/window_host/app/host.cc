@@ -1,6 +1,5 @@
 #include "examples/window_host/app/host.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <utility>
@@ -92,14 +91,6 @@ bool Host::IsOver() const {
 void Host::Finish() {
   if (trace_)
     trace_->Close();
-}
-
-cli::RecordWriter& PrepareOutput() {
-  // A reader of the output that goes must not end the program.
-  signal(SIGPIPE, SIG_IGN);
-  // Nor must a file that takes no more of it.
-  signal(SIGXFSZ, SIG_IGN);
-  return cli::WriteRecordsTo(STDERR_FILENO);
 }
 
 }  // namespace window_host

@@ -41,7 +41,6 @@
 #include "examples/window_host/windows/window_system.h"
 #include "tools/cli/line_reader.h"
 #include "tools/cli/line_writer.h"
-#include "tools/cli/record_writer.h"
 #include "tools/cli/stop_signals.h"
 
 namespace window_host {
@@ -94,11 +93,6 @@ class Host {
   // Whether the server has been told to stop.
   bool stopped_ = false;
 };
-
-// To be called first: nobody who reads the program's standard output or
-// standard error can end or delay it from here on. The program has the records
-// that it returns say at the end what was left out.
-cli::RecordWriter& PrepareOutput();
 
 }  // namespace window_host
 

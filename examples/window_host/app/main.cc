@@ -1,5 +1,7 @@
 // Serves the windows of a desktop in memory to clients on a Unix socket.
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <optional>
 
@@ -8,6 +10,7 @@
 #include "examples/window_host/app/host.h"
 #include "examples/window_host/app/host_options.h"
 #include "examples/window_host/windows/memory_desktop.h"
+#include "tools/cli/record_writer.h"
 
 namespace window_host {
 namespace {
@@ -18,7 +21,7 @@ int Main(int argc, char** argv) {
   if (auto exit_code =
           ReadCommandLine(argc, argv, DescribeWindowHost(), {}, &options))
     return *exit_code;
-  cli::RecordWriter& records = PrepareOutput();
+  cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
   rpc::loop::Loop loop;
   MemoryDesktop desktop(loop, Display{});
   for (int i = 0; i < options.windows; ++i)
