@@ -26,7 +26,7 @@ absl::Status Calls::Start(uint64_t id,
                           uint64_t method_id,
                           std::chrono::milliseconds timeout,
                           const std::string& request) {
-  if (waiting_.contains(id)) {
+  if (!waiting_.empty() && waiting_.contains(id)) {
     return absl::InvalidArgumentError(
         absl::StrCat("call id ", id, " is in use"));
   }
@@ -85,7 +85,9 @@ void Calls::RefuseCall(uint64_t id,
 }
 
 void Calls::OnCallDone(Call& call) {
-  waiting_.erase(call.id());
+  if (!waiting_.empty()) {
+    waiting_.erase(call.id());
+  }
   --pool_.counters().calls_now;
   TraceEnd(call, call.status());
   if (call.status().ok()) {

@@ -101,7 +101,8 @@ class Calls final : private Call::Waiter {
   CallPool& pool_;
   ClientRecord& client_;
 
-  // Calls that the client waits for, by id.
+  // Calls that the client waits for, by id. Not those whose methods complete
+  // them at once: most do, so that there is often nothing to look for here.
   absl::flat_hash_map<uint64_t, std::shared_ptr<Call>> waiting_;
 
   // How many it waits for no longer, but whose methods have not run the

@@ -10,6 +10,7 @@
 #include "absl/log/absl_check.h"
 #include "absl/status/statusor.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/transport/client/method_check.h"
 #include "core/common/rpc/transport/wire/frame_codec.h"
 #include "core/common/rpc/transport/wire/rpc_status.h"
 
@@ -254,14 +255,21 @@ void ClientCore::CallById(uint64_t method_id,
 absl::StatusOr<uint64_t> ClientCore::IdOf(const MethodDescriptor* method,
                                           const Message* request,
                                           const Message* response) {
-  absl::Status valid = check_call_(method, request, response);
+  if (last_call_.IsLike(method, request, response)) {
+    return last_call_.method_id();
+  }
+  absl::Status valid = CheckCall(method, request, response);
   if (!valid.ok()) {
     return valid;
   }
   if (!status_.ok()) {
     return status_;
   }
-  return methods_.Find(method);
+  absl::StatusOr<uint64_t> id = methods_.Find(method);
+  if (id.ok() && HasClassOfItsOwn(*request) && HasClassOfItsOwn(*response)) {
+    last_call_.Remember(method, *request, *response, *id);
+  }
+  return id;
 }
 
 uint64_t ClientCore::StartCall(const absl::StatusOr<uint64_t>& method_id,
@@ -348,10 +356,9 @@ absl::Status ClientCore::OnReply(std::string_view body) {
   if (!status.ok()) {
     return status;
   }
-  const uint64_t id = reply_frame_.call_id();
-  const auto call = calls_.find(id);
+  const auto call = calls_.find(reply_frame_.call_id());
   if (call != calls_.end() && !call->second.finish_posted) {
-    FinishCall(id, ReadReply(call->second));
+    FinishCall(call, ReadReply(call->second));
   }
   return absl::OkStatus();
 }
@@ -372,10 +379,14 @@ absl::Status ClientCore::ReadReply(const PendingCall& call) {
 }
 
 void ClientCore::FinishCall(uint64_t id, const absl::Status& status) {
-  const auto entry = calls_.find(id);
-  if (entry == calls_.end()) {
-    return;
+  const auto call = calls_.find(id);
+  if (call != calls_.end()) {
+    FinishCall(call, status);
   }
+}
+
+void ClientCore::FinishCall(PendingCalls::iterator entry,
+                            const absl::Status& status) {
   const PendingCall call = std::move(entry->second);
   calls_.erase(entry);
   call.controller->core_ = nullptr;

@@ -34,7 +34,7 @@
 #include "core/common/rpc/serving/counters.h"
 #include "core/common/rpc/transport/client.h"
 #include "core/common/rpc/transport/client/client_stream_table.h"
-#include "core/common/rpc/transport/client/method_check.h"
+#include "core/common/rpc/transport/client/last_call.h"
 #include "core/common/rpc/transport/client/remote_methods.h"
 #include "core/common/rpc/transport/wire/connection.h"
 #include "rpc/transport/frame.pb.h"
@@ -113,6 +113,8 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
     bool finish_posted = false;
   };
 
+  using PendingCalls = absl::flat_hash_map<uint64_t, PendingCall>;
+
   // What the server has last said about the connection itself. A connection
   // that is lost changes nothing here, only status_.
   enum class Handshake { kAwaitingWelcome, kWelcomed, kGoodbye };
@@ -138,6 +140,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
                      const google::protobuf::Message* request,
                      google::protobuf::Message* response,
                      google::protobuf::Closure* done);
+  // The id of a method that can be called so.
   absl::StatusOr<uint64_t> IdOf(
       const google::protobuf::MethodDescriptor* method,
       const google::protobuf::Message* request,
@@ -156,6 +159,8 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   absl::Status ReadReply(const PendingCall& call);
   // Runs the call's closure, now or on a later turn. The closure may destroy
   // the Client.
+  void FinishCall(PendingCalls::iterator entry, const absl::Status& status);
+  // Does nothing if the call is over.
   void FinishCall(uint64_t id, const absl::Status& status);
   void FinishCallSoon(uint64_t id, const absl::Status& status);
   void FinishAllCalls(const absl::Status& status);
@@ -165,7 +170,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   const std::shared_ptr<serving::Counters> counters_ =
       std::make_shared<serving::Counters>();
   RemoteMethods methods_;
-  CallCheck check_call_;
+  LastCall last_call_;
   const std::shared_ptr<Connection> connection_;
   const std::shared_ptr<ClientStreamTable> streams_;
   StatusCallback on_closed_;
@@ -175,7 +180,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
   StatusCallback on_handshake_over_;
   absl::Status status_;
 
-  absl::flat_hash_map<uint64_t, PendingCall> calls_;
+  PendingCalls calls_;
   uint64_t last_call_id_ = 0;
 
   // Reused for every frame of their kind, so that their memory is allocated

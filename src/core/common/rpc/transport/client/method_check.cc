@@ -66,16 +66,6 @@ absl::Status CheckMessage(const MethodDescriptor* method,
   return CheckType(method, what, declared, *given->GetDescriptor());
 }
 
-// Whether the type of `message` is the only one of its class: so it is for
-// generated classes, and not for those that are made at run time.
-bool HasClassOfItsOwn(const Message& message) {
-  const Message* generated =
-      google::protobuf::MessageFactory::generated_factory()->GetPrototype(
-          message.GetDescriptor());
-  return generated != nullptr &&
-         VirtualTableOf(*generated) == VirtualTableOf(message);
-}
-
 absl::StatusOr<const MethodDescriptor*> CheckStream(
     const MethodDescriptor* method,
     MethodKind kind,
@@ -97,14 +87,9 @@ std::string NameOf(const MethodDescriptor* method) {
   return method == nullptr ? "a null method" : method->full_name();
 }
 
-absl::Status CallCheck::operator()(const MethodDescriptor* method,
-                                   const Message* request,
-                                   const Message* response) {
-  if (method != nullptr && method == method_ && request != nullptr &&
-      response != nullptr && VirtualTableOf(*request) == request_table_ &&
-      VirtualTableOf(*response) == response_table_) {
-    return absl::OkStatus();
-  }
+absl::Status CheckCall(const MethodDescriptor* method,
+                       const Message* request,
+                       const Message* response) {
   absl::Status status = CheckKind(method, MethodKind::kUnary);
   if (status.ok()) {
     status = CheckMessage(method, "request", *method->input_type(), request);
@@ -112,13 +97,15 @@ absl::Status CallCheck::operator()(const MethodDescriptor* method,
   if (status.ok()) {
     status = CheckMessage(method, "response", *method->output_type(), response);
   }
-  if (status.ok() && HasClassOfItsOwn(*request) &&
-      HasClassOfItsOwn(*response)) {
-    method_ = method;
-    request_table_ = VirtualTableOf(*request);
-    response_table_ = VirtualTableOf(*response);
-  }
   return status;
+}
+
+bool HasClassOfItsOwn(const Message& message) {
+  const Message* generated =
+      google::protobuf::MessageFactory::generated_factory()->GetPrototype(
+          message.GetDescriptor());
+  return generated != nullptr &&
+         VirtualTableOf(*generated) == VirtualTableOf(message);
 }
 
 absl::StatusOr<const MethodDescriptor*> CheckEventMethod(

@@ -5,8 +5,7 @@
 // Types are compared by their full names, so that a contract that was loaded at
 // run time may stand beside the one that was compiled in.
 //
-// Ownership: a CallCheck is its client's; descriptors live as long as the
-// process.
+// Ownership: descriptors live as long as the process.
 //
 // Sequence: that of the client.
 //
@@ -29,22 +28,14 @@ namespace rpc::transport {
 // For texts: the method's full name, or that there is none.
 std::string NameOf(const google::protobuf::MethodDescriptor* method);
 
-// Checks calls. Most are of the same method and types as the one before, and
-// those cost next to nothing.
-class CallCheck {
- public:
-  // Whether `method` can be called with these messages.
-  absl::Status operator()(const google::protobuf::MethodDescriptor* method,
-                          const google::protobuf::Message* request,
-                          const google::protobuf::Message* response);
+// Whether `method` can be called with these messages.
+absl::Status CheckCall(const google::protobuf::MethodDescriptor* method,
+                       const google::protobuf::Message* request,
+                       const google::protobuf::Message* response);
 
- private:
-  // Of the last valid call with messages of generated classes: its method, and
-  // the tables of the two classes (virtual_table.h).
-  const google::protobuf::MethodDescriptor* method_ = nullptr;
-  const void* request_table_ = nullptr;
-  const void* response_table_ = nullptr;
-};
+// Whether the type of `message` is the only one of its class: so it is for
+// generated classes, and not for those that are made at run time.
+bool HasClassOfItsOwn(const google::protobuf::Message& message);
 
 // `method` itself, if it is an event stream whose events are of the type
 // `event`, or a callback stream whose messages are of the type `message`.

@@ -61,16 +61,9 @@ absl::StatusOr<uint64_t> IdOf(const MethodDescriptor& method,
 }  // namespace
 
 absl::StatusOr<uint64_t> RemoteMethods::Find(const MethodDescriptor* method) {
-  if (method == last_method_) {
-    return last_id_;
-  }
   auto known = known_.find(method);
   if (known == known_.end()) {
     known = known_.emplace(method, Match(*method)).first;
-  }
-  if (known->second.ok()) {
-    last_method_ = method;
-    last_id_ = *known->second;
   }
   return known->second;
 }

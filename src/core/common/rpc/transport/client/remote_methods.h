@@ -53,10 +53,6 @@ class RemoteMethods {
   absl::flat_hash_map<const google::protobuf::MethodDescriptor*,
                       absl::StatusOr<uint64_t>>
       known_;
-  // The last one that was found: calls are often of the same method as the one
-  // before.
-  const google::protobuf::MethodDescriptor* last_method_ = nullptr;
-  uint64_t last_id_ = 0;
 };
 
 }  // namespace rpc::transport
