@@ -53,7 +53,9 @@ def completed_by_bash(script, words):
 
 def completed_by_fish(script, words):
     said = output('fish', '--no-config', '-c', f'source {script}; complete -C "{" ".join(words)}"')
-    return [line.split('\t')[0] for line in said.splitlines()]
+    # Newer releases also offer words that only contain what was typed.
+    offered = [line.split('\t')[0] for line in said.splitlines()]
+    return [word for word in offered if word.startswith(words[-1])]
 
 
 def completed_by_zsh(script, words):
