@@ -72,7 +72,6 @@ def write_pages(measurements, when, where, rounds):
     occasion = [f"Measured by `scripts/bench` on {when}, on {where}, in "
                 f"{rounds} rounds; {measurements.busy_runs} of "
                 f"{measurements.runs} runs had to wait for their core."]
-    tables.rewrite(ROOT / "README.md", {"occasion": occasion})
     tables.rewrite(ROOT / "docs/performance.md", {
         "occasion": occasion,
         "goals": tables.goals(rows.ROWS, measurements),

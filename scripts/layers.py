@@ -42,6 +42,7 @@ LAYERS = [
     ('cli', 'tools/cli/', PUBLIC),
     ('soak', 'tools/soak/', PUBLIC + ' cli'),
     ('mutate', 'tools/mutate/', ''),
+    ('documents', 'tools/documents/', ''),
     ('rpcctl', 'tools/rpcctl/', PUBLIC + ' cli'),
     ('rpc_gateway', 'tools/rpc_gateway/', PUBLIC + ' cli grpc'),
     ('windowctl', 'tools/windowctl/', PUBLIC + ' cli rpcctl'),

@@ -1,4 +1,4 @@
-"""Uses this project from outside, as the README says, and runs what comes out.
+"""Uses this project from outside, as docs/own-program.md says, and runs what comes out.
 
     consumer_test.py installed BUILD SOURCE COMPILER
     consumer_test.py subdirectory BUILD SOURCE COMPILER [CMAKE ARGUMENT...]
@@ -40,13 +40,13 @@ def expect(what, seen, wanted):
 
 
 def blocks(source, language):
-    """The README's programs in this language."""
-    readme = (source / 'README.md').read_text()
-    return re.findall(rf'\n```{language}\n(.*?)\n```\n', readme, re.DOTALL)
+    """The page's programs in this language."""
+    page = (source / 'docs' / 'own-program.md').read_text()
+    return re.findall(rf'\n```{language}\n(.*?)\n```\n', page, re.DOTALL)
 
 
 def write_project(source, folder, in_tree):
-    """Writes the README's project: its program, and the service of its own."""
+    """Writes the page's project: its program, and the service of its own."""
     folder.mkdir()
     (program,) = blocks(source, 'cpp')
     project, subdirectory, generate = blocks(source, 'cmake')
@@ -77,7 +77,7 @@ def check_consumer(build, wanted):
 
 
 def check_server_and_caller(server, caller, work):
-    """The README's program serves, and another one calls it."""
+    """The page's program serves, and another one calls it."""
     path = work / 'socket'
     process = subprocess.Popen([server, path])
     try:
@@ -109,13 +109,16 @@ def private_abseil(build):
 
 def check_no_path(prefix, *paths):
     """No file of the prefix names a folder of the machine that it was built on."""
-    needles = [os.fsencode(path) for path in paths]
+    # Not within a longer path: this one may be as short as "/torvane".
+    needles = [re.compile(rb'(?<![\w.}/-])' + re.escape(os.fsencode(path)) + rb'(?![\w-])')
+               for path in paths]
     for file in sorted(prefix.rglob('*')):
         if file.is_file():
             data = file.read_bytes()
             for needle in needles:
-                if needle in data:
-                    fail(f'{file.relative_to(prefix)} names {os.fsdecode(needle)}')
+                if found := needle.search(data):
+                    line = data[max(0, found.start() - 40):found.end() + 40]
+                    fail(f'{file.relative_to(prefix)} names a folder of the build: {line!r}')
 
 
 def has_grpc(prefix):
@@ -137,7 +140,7 @@ def check_public_files(prefix):
 
 
 def check_pkg_config(source, prefix, folder, compiler):
-    """The README's program builds without CMake, too."""
+    """The page's program builds without CMake, too."""
     environment = dict(os.environ, PKG_CONFIG_PATH=str(next(prefix.rglob('torvane.pc')).parent))
     flags = run('pkg-config', '--cflags', '--libs', 'torvane', env=environment).split()
     flag = run('pkg-config', '--variable=subclass_cflags', 'torvane', env=environment).split()

@@ -1,7 +1,7 @@
 // Only calls, so it is compiled with its own flags: with exceptions and type
 // information.
 //
-//   caller PATH    asks the README's program at PATH for a title, closes the
+//   caller PATH    asks the page's program at PATH for a title, closes the
 //                  window and waits for the event about it
 
 #include <cstdio>

@@ -1,5 +1,5 @@
-# What a project of the README's has besides in the tests. It has made the library
-# shop.
+# What the project of docs/own-program.md has besides in the tests. It has made the
+# library shop.
 add_executable(consumer ${FILES}/consumer.cc)
 target_link_libraries(consumer PRIVATE shop)
 if(TORVANE_PARTITION_ALLOC_DIR)

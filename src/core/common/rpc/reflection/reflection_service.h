@@ -2,10 +2,11 @@
 // methods and messages are declared, so that clients can use them that were
 // built without their proto files.
 //
-//   rpc::reflection::ReflectionService reflection(
-//       [&server] { return server.Services(); });
-//   rpc::transport::Server server(loop);
-//   server.AddService(&reflection);
+//   rpc::reflection::ReflectionService reflection_{
+//       [this] { return server_.Services(); }};
+//   rpc::transport::Server server_{loop};    // a later member: it goes first
+//   ...
+//   server_.AddService(&reflection_);
 //
 // Every client that may connect may ask. What it is told is described in
 // rpc/reflection/server_reflection.proto.

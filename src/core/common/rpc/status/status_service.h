@@ -1,8 +1,9 @@
 // A service that tells clients what the server is doing.
 //
-//   rpc::status::StatusService status([&server] { return server.Report(); });
-//   rpc::transport::Server server(loop);
-//   server.AddService(&status);
+//   rpc::status::StatusService status_{[this] { return server_.Report(); }};
+//   rpc::transport::Server server_{loop};    // a later member: it goes first
+//   ...
+//   server_.AddService(&status_);
 //
 // Every client that may connect may ask. What it is told is described in
 // rpc/status/server_status.proto.
