@@ -1,6 +1,6 @@
 # What other projects get of this one: names, and what "cmake --install" copies.
 #
-# torvane_public(<target> COMPONENT <stream|transport|grpc>
+# torvane_public(<target> COMPONENT <stream|transport|glib|grpc>
 #                [HEADERS <file>... | INTERNAL])
 #
 # Makes the target known to other projects as torvane::<name>, without the prefix
@@ -33,9 +33,9 @@ endif()
 
 function(torvane_public target)
   cmake_parse_arguments(arg "INTERNAL" "COMPONENT" "HEADERS" ${ARGN})
-  if(NOT arg_COMPONENT MATCHES "^(stream|transport|grpc)$" OR arg_UNPARSED_ARGUMENTS)
-    message(FATAL_ERROR "torvane_public(${target}): COMPONENT must be stream, transport or "
-                        "grpc; unknown: '${arg_UNPARSED_ARGUMENTS}'")
+  if(NOT arg_COMPONENT MATCHES "^(stream|transport|glib|grpc)$" OR arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "torvane_public(${target}): COMPONENT must be stream, transport, "
+                        "glib or grpc; unknown: '${arg_UNPARSED_ARGUMENTS}'")
   endif()
   if(TARGET ${target}_messages)
     torvane_public_target(${target}_messages)
@@ -73,7 +73,7 @@ function(torvane_public_target target)
       set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${libraries}")
     endif()
   endif()
-  if(type STREQUAL "STATIC_LIBRARY" AND NOT arg_COMPONENT STREQUAL "grpc")
+  if(type STREQUAL "STATIC_LIBRARY" AND arg_COMPONENT MATCHES "^(stream|transport)$")
     set_property(GLOBAL APPEND PROPERTY TORVANE_LIBRARIES ${target})
   endif()
   install(TARGETS ${target} EXPORT torvane-${arg_COMPONENT}

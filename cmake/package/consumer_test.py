@@ -121,15 +121,20 @@ def check_no_path(prefix, *paths):
                     fail(f'{file.relative_to(prefix)} names a folder of the build: {line!r}')
 
 
-def has_grpc(prefix):
-    return any(prefix.rglob('torvane-grpc.cmake'))
+# The components that are not always built, and which public files are theirs.
+OPTIONAL = {'glib': r'/glib_main_loop\.h$', 'grpc': '/grpc(_proto)?/'}
+
+
+def has_component(prefix, name):
+    return any(prefix.rglob(f'torvane-{name}.cmake'))
 
 
 def check_public_files(prefix):
     """Headers and proto files are those of the list, which is kept by hand."""
     wanted = (HERE / 'public_files.txt').read_text().split('\n')
+    left_out = [pattern for name, pattern in OPTIONAL.items() if not has_component(prefix, name)]
     wanted = sorted(line for line in wanted if line and not line.startswith('#')
-                    and (has_grpc(prefix) or not re.search('/grpc(_proto)?/', line)))
+                    and not any(re.search(pattern, line) for pattern in left_out))
     seen = []
     for root in (prefix / 'include', prefix / 'share' / 'torvane'):
         seen += [str(file.relative_to(prefix)) for file in root.rglob('*') if file.is_file()]
@@ -156,15 +161,16 @@ def check_pkg_config(source, prefix, folder, compiler):
     return program
 
 
-def check_grpc(prefix, work, compiler):
-    """The component grpc, if it was built."""
-    if not has_grpc(prefix):
+def check_component(prefix, name, work, compiler, wanted):
+    """A program on a component, if that was built."""
+    if not has_component(prefix, name):
         return
-    folder = work / 'grpc_consumer'
-    shutil.copytree(HERE / 'testdata' / 'grpc_consumer', folder)
+    consumer = f'{name}_consumer'
+    folder = work / consumer
+    shutil.copytree(HERE / 'testdata' / consumer, folder)
     binaries = configure(folder, compiler, f'-DCMAKE_PREFIX_PATH={prefix}')
     run('cmake', '--build', binaries)
-    expect('grpc_consumer', run(binaries / 'grpc_consumer'), 'listens\n')
+    expect(consumer, run(binaries / consumer), wanted)
 
 
 def test_installed(work, build, source, compiler):
@@ -184,18 +190,29 @@ def test_installed(work, build, source, compiler):
     check_server_and_caller(binaries / 'my_browser', binaries / 'caller', work)
     program = check_pkg_config(source, prefix, folder, compiler)
     check_server_and_caller(program, binaries / 'caller', work)
-    check_grpc(prefix, work, compiler)
+    check_component(prefix, 'glib', work, compiler, 'callback of GLib\ntask of the loop\n')
+    check_component(prefix, 'grpc', work, compiler, 'listens\n')
 
 
-def test_subdirectory(work, source, compiler, arguments):
+def check_warnings(build, said):
+    """Warnings are errors in a build of our own, and not in another project's."""
+    if not re.search(r'/src/core/.*: warning: ', said):
+        fail('the other project has no warnings, so it does not show that they are allowed')
+    expect('-Werror in a build of our own',
+           '-Werror' in (build / 'compile_commands.json').read_text(), True)
+
+
+def test_subdirectory(work, build, source, compiler, arguments):
     folder = work / 'my_browser'
     write_project(source, folder, in_tree=True)
+    # Its author wants to see more warnings than we do.
     binaries = configure(
-        folder, compiler, '-DTORVANE_RTTI=ON',
+        folder, compiler, '-DTORVANE_RTTI=ON', '-DCMAKE_CXX_FLAGS=-Wpadded',
         f'-DCMAKE_PROJECT_my_browser_INCLUDE={CONSUMER}/record_names.cmake', *arguments)
     # Not linked, which would build the whole transport once more.
-    run('cmake', '--build', binaries, '--target', 'consumer',
-        'CMakeFiles/my_browser.dir/main.cc.o')
+    said = run('cmake', '--build', binaries, '--target', 'consumer',
+               'CMakeFiles/my_browser.dir/main.cc.o')
+    check_warnings(build, said)
     check_consumer(binaries, '1 cents\ntype information: right\n')
 
 
@@ -206,7 +223,7 @@ def main():
         if way == 'installed':
             test_installed(pathlib.Path(work), pathlib.Path(build), source, compiler)
         else:
-            test_subdirectory(pathlib.Path(work), source, compiler, arguments)
+            test_subdirectory(pathlib.Path(work), pathlib.Path(build), source, compiler, arguments)
 
 
 main()

@@ -26,6 +26,9 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "programs that serve browser windows and d
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libtorvane-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${dev_depends}")
+if("glib" IN_LIST components)
+  set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libglib2.0-dev, pkg-config")
+endif()
 set(CPACK_COMPONENT_DEV_DESCRIPTION "service of browser windows, for programs of one's own
  Static libraries, headers, proto files, the generator of service classes, and
  documents.")
