@@ -39,10 +39,17 @@ def expect(what, seen, wanted):
         fail(f'{what}: {seen!r} instead of {wanted!r}')
 
 
-def blocks(source, language):
+def blocks(source, language, page='docs/own-program.md'):
     """The page's programs in this language."""
-    page = (source / 'docs' / 'own-program.md').read_text()
-    return re.findall(rf'\n```{language}\n(.*?)\n```\n', page, re.DOTALL)
+    text = (source / page).read_text()
+    return re.findall(rf'\n```{language}\n(.*?)\n```\n', text, re.DOTALL)
+
+
+def check_readme(source, project, subdirectory):
+    """The README shows both ways, as the page does."""
+    (both,) = blocks(source, 'cmake', 'README.md')
+    installed, in_tree = (line.partition('#')[0].strip() for line in both.splitlines())
+    expect('the README', (installed in project, in_tree), (True, subdirectory))
 
 
 def write_project(source, folder, in_tree):
@@ -50,6 +57,7 @@ def write_project(source, folder, in_tree):
     folder.mkdir()
     (program,) = blocks(source, 'cpp')
     project, subdirectory, generate = blocks(source, 'cmake')
+    check_readme(source, project, subdirectory)
     if in_tree:
         project = re.sub(r'find_package\(torvane [^)]*\)', subdirectory, project)
         (folder / 'torvane').symlink_to(source)

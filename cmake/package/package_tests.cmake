@@ -12,6 +12,9 @@ function(add_consumer_test way)
 endfunction()
 
 add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION_ALLOC_DIR})
+add_test(NAME apps/package/setup_without_apt
+  COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/setup_test.py ${PROJECT_SOURCE_DIR})
+set_tests_properties(apps/package/setup_without_apt PROPERTIES LABELS apps)
 if(torvane_installs)
   add_consumer_test(installed)
 
