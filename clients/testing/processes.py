@@ -9,7 +9,7 @@ import queue
 import signal
 import subprocess
 import threading
-from typing import Any, List, Optional
+from typing import Any, List, Optional, Sequence
 
 TIMEOUT = 60.0
 
@@ -45,12 +45,13 @@ class Lines:
 
 
 class Host:
-    """A window_host as a process. say() is what the user types at it."""
+    """A window_host as a process. say() is what the user types at it. The words before
+    its command, prefix, are of a program that becomes it."""
 
-    def __init__(self, path: str, *flags: str) -> None:
+    def __init__(self, path: str, *flags: str, prefix: Sequence[str] = ()) -> None:
         self.path = path
         self._process = subprocess.Popen(
-            [os.environ["WINDOW_HOST"], "--socket", path, *flags],
+            [*prefix, os.environ["WINDOW_HOST"], "--socket", path, *flags],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             stderr=subprocess.DEVNULL,

@@ -12,11 +12,12 @@ import sys
 import tempfile
 import time
 import unittest
-from typing import Any, List
+from typing import Any, List, Sequence
 
 import grpc
 from clients_page import HOST_PRINTS, HOST_PROMPT, section
 from processes import TIMEOUT, Host, Lines
+from watching import Metadata
 
 PROGRAMS = os.path.join(os.path.dirname(__file__), "programs")
 NOBODY_ANSWERS = ": nobody answers for it."
@@ -53,11 +54,11 @@ class Deadline:
 
 
 class Gateway:
-    """A rpc_gateway as a process, which has learned what the host offers."""
+    """A rpc_gateway as a process, that listens."""
 
-    def __init__(self, socket: str) -> None:
+    def __init__(self, socket: str, listen: str, *flags: str, prefix: Sequence[str] = ()) -> None:
         self._process = subprocess.Popen(
-            [os.environ["RPC_GATEWAY"], "--socket", socket, "--listen", "127.0.0.1:0"],
+            [*prefix, os.environ["RPC_GATEWAY"], "--socket", socket, "--listen", listen, *flags],
             stdout=subprocess.PIPE,
             text=True,
         )
@@ -66,24 +67,45 @@ class Gateway:
         if not line.startswith(ready):
             raise AssertionError(line)
         self.address = line[len(ready) :]
-        with grpc.insecure_channel(self.address) as channel:
-            health = channel.unary_stream("/grpc.health.v1.Health/Watch")(b"", timeout=TIMEOUT)
-            while next(health) != SERVING:
-                pass
-            health.cancel()
+
+    @property
+    def pid(self) -> int:
+        return self._process.pid
 
     def stop(self) -> None:
         self._process.terminate()
         self._process.wait(TIMEOUT)
 
+    def kill(self) -> None:
+        self._process.kill()
+        self._process.wait(TIMEOUT)
 
-def make_folder(test: Any) -> str:
-    """A folder with the contract and the stubs, made as the page says."""
+
+def await_serving(channel: grpc.Channel, metadata: Metadata = ()) -> None:
+    """Returns when the gateway has learned what the host offers."""
+    watch = channel.unary_stream("/grpc.health.v1.Health/Watch")
+    health = watch(b"", timeout=TIMEOUT, metadata=metadata)
+    while next(health) != SERVING:
+        pass
+    health.cancel()
+
+
+def new_folder(test: Any) -> str:
+    """A folder that goes with the class of tests."""
     folder = tempfile.mkdtemp(prefix="torvane-grpc-")
     test.addClassCleanup(shutil.rmtree, folder)
+    return folder
+
+
+def make_stubs(test: Any) -> str:
+    """A folder with the contract and the stubs, made as the page says, which the tests
+    of the class can import."""
+    folder = new_folder(test)
     shutil.copytree(os.environ["GRPC_CONTRACT"], os.path.join(folder, "contract"))
     commands = section("Python with gRPC", 3).split("```sh\n")[1].split("```\n")[0]
     subprocess.run(["bash", "-euc", commands], cwd=folder, check=True)
+    sys.path.insert(0, folder)
+    test.addClassCleanup(sys.path.remove, folder)
     return folder
 
 
@@ -94,9 +116,7 @@ class GatewayTestCase(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls) -> None:
-        cls.folder = make_folder(cls)
-        sys.path.insert(0, cls.folder)
-        cls.addClassCleanup(sys.path.remove, cls.folder)
+        cls.folder = make_stubs(cls)
 
     def setUp(self) -> None:
         folder = tempfile.mkdtemp(prefix="torvane-grpc-")
@@ -104,11 +124,12 @@ class GatewayTestCase(unittest.TestCase):
         socket = os.path.join(folder, "window_host.sock")
         self.host = Host(socket)
         self.addCleanup(self.host.stop)
-        gateway = Gateway(socket)
+        gateway = Gateway(socket, "127.0.0.1:0")
         self.addCleanup(gateway.stop)
         self.address = gateway.address
         channel = grpc.insecure_channel(self.address)
         self.addCleanup(channel.close)
+        await_serving(channel)
         # The stubs are there only now.
         from rpc.browser import browser_window_pb2_grpc as browser_grpc
         from rpc.directory import window_directory_pb2_grpc as directory_grpc

@@ -141,6 +141,7 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   bool stopping_ = false;
   std::function<void()> on_stopped_;
   std::unique_ptr<loop::Timer> grace_timer_;
+  std::chrono::system_clock::time_point grace_end_;
   std::thread shutdown_;
 
   // Whose health has been told of.
@@ -329,6 +330,7 @@ void FrontCore::Stop(std::chrono::milliseconds grace,
     peer->EndStreams(Stopping());
   }
   grace_timer_ = loop_.RunAfter(grace, [this] { ShutDown(); });
+  grace_end_ = std::chrono::system_clock::now() + grace;
   const std::lock_guard lock(under_way_mutex_);
   under_way_.reset();
 }
@@ -340,7 +342,9 @@ void FrontCore::ShutDown() {
     return;
   }
   shutdown_ = std::thread([this] {
-    server_->Shutdown(std::chrono::system_clock::now());
+    // Until then gRPC writes what it has not written yet, such as the ends of
+    // streams.
+    server_->Shutdown(grace_end_);
     loop_.Post([weak_self = weak_from_this()] {
       if (const auto self = weak_self.lock()) {
         self->work_.reset();
