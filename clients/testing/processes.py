@@ -60,6 +60,10 @@ class Host:
         self._lines = Lines(self._process.stdout)
         self.expect(f"window_host: ready at {path}")
 
+    @property
+    def pid(self) -> int:
+        return self._process.pid
+
     def say(self, line: str) -> None:
         assert self._process.stdin
         self._process.stdin.write(line + "\n")

@@ -7,6 +7,9 @@ Comments right above a block say what its text does not:
     <!-- run first: COMMAND -->   a command that the reader has no need of
     <!-- compiled as: NAME -->    fragments_unittest.cc compiles and runs the fragment
     <!-- not run: REASON -->      one of NOT_RUN, with its words
+    <!-- file: PATH -->           the block is this file of the sources; "run by" says
+                                  who uses that
+    <!-- part of: PATH -->        the same of lines of a file that stand together there
 
 A block of commands (sh, console) without "run by" is run here. A block that stands
 right below another one, with no line between them, is what that one prints.
@@ -23,7 +26,7 @@ NOT_RUN = {
     "changes this machine": "packages, services or lock files of whoever reads it",
 }
 FENCE = re.compile(r"^```(\w*)$")
-COMMENT = re.compile(r"^<!-- (run by|needs|run first|compiled as|not run): (.*) -->$")
+COMMENT = re.compile(r"^<!-- (run by|needs|run first|compiled as|not run|file|part of): (.*) -->$")
 
 
 class Fault(Exception):

@@ -106,6 +106,24 @@ class WhoRunsABlock(CheckerTest):
         self.finds("does not include documents/stub.inc",
                    "<!-- compiled as: stub -->\n```cpp\nx;\n```\n")
 
+    def test_a_file_that_is_shown_is_the_same(self) -> None:
+        self.write("own/one.conf", "a;\nb;\nc;\n")
+        whole = "<!-- file: own/one.conf -->\n<!-- run by: apps/one -->\n"
+        self.good(whole + "```nginx\na;\nb;\nc;\n```\n")
+        self.finds("own/one.conf is not the same", whole + "```nginx\na;\nb;\n```\n")
+        part = "<!-- part of: own/one.conf -->\n<!-- run by: apps/one -->\n"
+        self.good(part + "```nginx\nb;\nc;\n```\n")
+        for other in "a;\nc;\n", ";\nb;\n", "b\n":
+            self.finds("own/one.conf does not have these lines", part + f"```nginx\n{other}```\n")
+
+    def test_a_file_that_is_shown_is_there_and_used(self) -> None:
+        self.write("own/one.conf", "a;\n")
+        block = "```nginx\na;\n```\n"
+        self.finds("there is no file own/two.conf", f"<!-- file: own/two.conf -->\n{block}")
+        self.finds("nobody runs this", f"<!-- file: own/one.conf -->\n{block}")
+        self.finds("there is no test apps/three",
+                   f"<!-- file: own/one.conf -->\n<!-- run by: apps/three -->\n{block}")
+
     def test_commands_do_not_hide_in_pictures(self) -> None:
         self.good("```text\n---> program\n```\n")
         for command in ("program --flag", "scripts/greet", "$ ls", "cmake .."):

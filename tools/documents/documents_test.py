@@ -82,6 +82,9 @@ class Page:
         if block.language == "text":
             self._check_picture(block)
             return
+        if block.comment("file") or block.comment("part of"):
+            self._check_shown_file(block)
+            return
         if block.language not in COMMANDS + PROGRAMS:
             raise block.fault(f"no test runs the language '{block.language}'; a picture is 'text'")
         self._look_up(block)
@@ -104,6 +107,23 @@ class Page:
             word = line.split(" ")[0]
             if word in ("$", "cmake", "ctest", *self.around.programs) or word.startswith("scripts/"):
                 raise block.fault(f"a command in a block of the language text: {line}")
+
+    def _check_shown_file(self, block: Block) -> None:
+        name = block.comment("file") or block.comment("part of")
+        assert name
+        path = os.path.join(self.around.source, name)
+        if not os.path.isfile(path):
+            raise block.fault(f"there is no file {name}")
+        with open(path, encoding="utf-8") as file:
+            text = file.read()
+        if block.comment("file") and block.text != text:
+            raise block.fault(f"{name} is not the same")
+        if f"\n{block.text}" not in f"\n{text}":
+            raise block.fault(f"{name} does not have these lines")
+        if not block.comment("run by"):
+            raise block.fault("nobody runs this: 'run by' names who does")
+        if all(self.around.has(program) for program in block.names("needs")):
+            self._check_runners(block)
 
     def _look_up(self, block: Block) -> None:
         if block.language not in COMMANDS:

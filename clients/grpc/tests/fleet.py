@@ -2,10 +2,12 @@
 stands in ../fleet/fleet.conf; only what Debian's own nginx.conf says stands here."""
 
 import os
+import re
 import shutil
 import signal
 import subprocess
-from typing import Any, List
+import unittest
+from typing import Any, Iterable, List
 
 import grpc
 from certificates import Certificates
@@ -24,8 +26,8 @@ NGINX_CONF = """\
 user root;
 pid nginx.pid;
 worker_processes 1;
-events {{ worker_connections {connections}; }}
-http {{
+events { worker_connections 10000; }
+http {
     access_log off;
     client_body_temp_path body;
     proxy_temp_path proxy;
@@ -33,7 +35,7 @@ http {{
     uwsgi_temp_path uwsgi;
     scgi_temp_path scgi;
     include conf.d/*.conf;
-}}
+}
 """
 
 
@@ -64,11 +66,13 @@ class Member:
 class Fleet:
     """All of them, each ready."""
 
-    def __init__(self, network: Network, folder: str, connections: int = 1024) -> None:
+    def __init__(
+        self, network: Network, folder: str, names: Iterable[str] = HOSTS.keys()
+    ) -> None:
         self._folder = folder
         self.certificates = certificates = Certificates(os.path.join(folder, "fleet"))
         os.mkdir(certificates.folder)
-        addresses = {name: network.address(number) for name, number in HOSTS.items()}
+        addresses = {name: network.address(HOSTS[name]) for name in names}
         nginx = network.address(NGINX)
         certificates.add_authority("clients_ca")
         certificates.add_authority("gateways_ca")
@@ -81,7 +85,7 @@ class Fleet:
             name: Member(os.path.join(folder, name), address, flags)
             for name, address in addresses.items()
         }
-        self._start_nginx(network, connections)
+        self._start_nginx(network)
 
     def connect(self, certificate: str = "client") -> grpc.Channel:
         """A connection of its own for a client with this certificate, or none."""
@@ -100,13 +104,13 @@ class Fleet:
         for member in self.members.values():
             member.stop()
 
-    def _start_nginx(self, network: Network, connections: int) -> None:
+    def _start_nginx(self, network: Network) -> None:
         sites = os.path.join(self._folder, "conf.d")
         os.mkdir(sites)
         with open(os.environ["FLEET_CONF"], encoding="utf-8") as shown:
             write(os.path.join(sites, "fleet.conf"), network.adapt(shown.read()))
         path = os.path.join(self._folder, "nginx.conf")
-        write(path, NGINX_CONF.format(connections=connections))
+        write(path, NGINX_CONF)
         program = shutil.which("nginx", path=NGINX_PATH)
         assert program
         # It says on its records when it serves.
@@ -117,8 +121,16 @@ class Fleet:
             text=True,
         )
         self._records = Lines(self.nginx.stderr)
-        while "start worker process " not in self._records.next():
-            pass
+        started = None
+        while not started:
+            started = re.search(r"start worker process (\d+)", self._records.next())
+        self.worker = int(started[1])
+
+
+def skip_without_programs() -> None:
+    for program in "nginx", "openssl":
+        if not shutil.which(program, path=NGINX_PATH):
+            raise unittest.SkipTest(f"{program} is missing: scripts/setup --grpc installs it")
 
 
 def write(path: str, text: str) -> None:

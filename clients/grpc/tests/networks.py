@@ -34,7 +34,7 @@ class Network:
     def address(self, number: int) -> str:
         """An address of this machine."""
         if self.is_own:
-            run(f"ip address add {OWN}{number}/32 dev lo")
+            run(f"ip address replace {OWN}{number}/32 dev lo")
         return f"{self._prefix}{number}"
 
     def adapt(self, text: str) -> str:

@@ -1,12 +1,11 @@
 """nginx, with the configuration that docs/fleet.md shows, in front of three gateways in
 front of three hosts."""
 
-import shutil
 import unittest
 from typing import Callable
 
 import grpc
-from fleet import HOSTS, NGINX_PATH, Fleet
+from fleet import HOSTS, Fleet, skip_without_programs
 from grpc import StatusCode
 from networks import Network
 from support import Deadline, make_stubs, new_folder
@@ -16,9 +15,7 @@ from watching import Client, Watcher
 class FleetTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls) -> None:
-        for program in "nginx", "openssl", "ip":
-            if not shutil.which(program, path=NGINX_PATH):
-                raise unittest.SkipTest(f"{program} is missing: scripts/setup --grpc installs it")
+        skip_without_programs()
         network = Network()
         make_stubs(cls)
         cls.fleet = Fleet(network, new_folder(cls))
