@@ -34,7 +34,7 @@ class Shop final : public shop::ShopRpc {
                 shop::Price* price,
                 Closure* done) override {
     const auto known = prices_.find(article->value());
-    if (known == prices_.end())
+    if (known == prices_.end())  // A text with what a terminal must not get.
       Fail(controller, absl::NotFoundError("No such article.\x1b[2J"));
     else
       *price = known->second;
@@ -93,22 +93,29 @@ class Shop final : public shop::ShopRpc {
   std::map<int64_t, shop::Price> prices_;
 };
 
+// Its services stand before the server: they outlive it.
+struct ShopServer {
+  explicit ShopServer(rpc::loop::Loop& loop) : server(loop) {
+    server.AddService(&shop);
+    server.AddService(&warehouse);
+  }
+
+  Shop shop;
+  shop::WarehouseRpc warehouse;
+  rpc::reflection::ReflectionService reflection{
+      [this] { return server.Services(); }};
+  rpc::transport::Server server;
+};
+
 int Main(int argc, char** argv) {
   if (argc < 2)
     return 2;
   rpc::loop::Loop loop;
-  Shop shop;
-  shop::WarehouseRpc warehouse;
-  rpc::transport::Server* serving = nullptr;
-  rpc::reflection::ReflectionService reflection(
-      [&serving] { return serving->Services(); });
-  rpc::transport::Server server(loop);
-  serving = &server;
-  server.AddService(&shop);
-  server.AddService(&warehouse);
+  ShopServer shop(loop);
   if (argc == 2)
-    server.AddService(&reflection);
-  if (const absl::Status listening = server.Listen(argv[1]); !listening.ok()) {
+    shop.server.AddService(&shop.reflection);
+  const absl::Status listening = shop.server.Listen(argv[1]);
+  if (!listening.ok()) {
     std::fputs(listening.ToString().c_str(), stderr);
     return 1;
   }
