@@ -17,6 +17,8 @@ import tempfile
 MODES = ("unary", "pipelined", "question", "fanout")
 PEERS = ("epoll", "rpc", "grpc", "capnp")
 ATTACKS = ("flood", "leave", "stop")
+GATEWAY_MODES = ("unary-grpc", "unary-gateway", "events-grpc", "events-gateway",
+                 "python-native", "python-grpc", "python-gateway")
 
 # Debian's, which python3-protobuf belongs to.
 PYTHON = "/usr/bin/python3"
@@ -65,6 +67,11 @@ class Measurements:
     def add(self, name, value):
         self.series.setdefault(name, Series()).samples.append(value)
 
+    def note_whether_busy(self, result):
+        """Of a run on one core: whether it had to wait for that."""
+        self.runs += 1
+        self.busy_runs += result["cpu"] < BUSY * result["mean"]
+
     def __getitem__(self, name):
         return self.series[name]
 
@@ -102,9 +109,18 @@ def run_pair(program, name, mode, measurements, *flags):
     for figure, value in result.items():
         measurements.add(f"{name}.{figure}", value)
     if "cpu" in result and not flags:
-        measurements.runs += 1
-        measurements.busy_runs += result["cpu"] < BUSY * result["mean"]
+        measurements.note_whether_busy(result)
         measurements.add(f"{name}.tail", result["p99"] / result["p50"])
+
+
+def run_gateway(build, measurements):
+    """Measures gRPC's clients with and without the gateway, and Python's."""
+    program = pathlib.Path(__file__).parent / "end_to_end/gateway.py"
+    for mode in GATEWAY_MODES:
+        result = run([PYTHON, "-B", program, mode, build])
+        for figure, value in result.items():
+            measurements.add(f"{mode}.{figure}", value)
+        measurements.note_whether_busy(result)
 
 
 def run_attacks(build, measurements):
@@ -150,6 +166,7 @@ def run_round(build, measurements):
     for peer in PEERS:
         run_pair(folder / f"{peer}_bench", f"pipelined-all-cores.{peer}",
                  "pipelined", measurements, "--all-cores")
+    run_gateway(build, measurements)
     run_pair(folder / "host_memory", "memory", "memory", measurements)
     run_attacks(build, measurements)
     run_protoc(build, measurements)

@@ -12,12 +12,12 @@
 #include <utility>
 #include <vector>
 
+#include "bench/end_to_end/window_service.h"
 #include "bench/support/measurement.h"
 #include "bench/support/process_pair.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/serving/ask_within.h"
 #include "core/common/rpc/stream/callback_stream.h"
-#include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/trace/trace_file.h"
 #include "core/common/rpc/transport/callback_answerer.h"
 #include "core/common/rpc/transport/client.h"
@@ -31,10 +31,10 @@ using bench::Fail;
 using bench::Measurement;
 using bench::Mode;
 using bench::ProcessPair;
+using bench::WindowService;
 using google::protobuf::BoolValue;
 using google::protobuf::Closure;
 using google::protobuf::MethodDescriptor;
-using google::protobuf::RpcController;
 using rpc::trace::TraceFile;
 using rpc::transport::Client;
 using rpc::transport::ClientController;
@@ -48,46 +48,6 @@ BrowserId Window(int64_t value = bench::kWindow) {
   id.set_value(value);
   return id;
 }
-
-class WindowService final : public rpc::BrowserWindowRpc {
- public:
-  void IsVisible(RpcController*,
-                 const BrowserId* request,
-                 BoolValue* response,
-                 Closure* done) override {
-    response->set_value(request->value() == bench::kWindow);
-    done->Run();
-  }
-
-  void Close(RpcController*,
-             const BrowserId* request,
-             BoolValue* response,
-             Closure* done) override {
-    rpc::BrowserWindowClosed event;
-    *event.mutable_browser_id() = *request;
-    event.set_reason(rpc::WINDOW_CLOSE_REASON_CALL);
-    event.set_title(bench::kTitle);
-    torvane::EventStream<rpc::BrowserWindowClosed>::Publish(*request, event);
-    response->set_value(true);
-    done->Run();
-  }
-
-  // A client that answers questions calls this when it has subscribed.
-  void Focus(RpcController*,
-             const BrowserId*,
-             google::protobuf::Empty*,
-             Closure* done) override {
-    done->Run();
-    on_ready_();
-  }
-
-  void set_on_ready(std::function<void()> on_ready) {
-    on_ready_ = std::move(on_ready);
-  }
-
- private:
-  std::function<void()> on_ready_;
-};
 
 rpc::CloseWindow Question(int64_t window) {
   rpc::CloseWindow question;

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <numeric>
+#include <utility>
+
+#include "bench/support/cpu_time.h"
 
 namespace bench {
 namespace {
@@ -25,7 +28,12 @@ int64_t Now() {
 }  // namespace
 
 Measurement::Measurement(const ProcessPair& pair, int operations_per_lap)
-    : pair_(pair), operations_per_lap_(operations_per_lap), laps_(kLaps) {
+    : Measurement(std::vector<pid_t>{pair.other()}, operations_per_lap) {}
+
+Measurement::Measurement(std::vector<pid_t> others, int operations_per_lap)
+    : others_(std::move(others)),
+      operations_per_lap_(operations_per_lap),
+      laps_(kLaps) {
   laps_.clear();
 }
 
@@ -36,13 +44,13 @@ bool Measurement::Next() {
     last_ = now;
     if (now < end_)
       return true;
-    cpu_time_ = pair_.CpuTime() - cpu_time_;
+    cpu_time_ = CpuTime(others_) - cpu_time_;
     return false;
   }
   if (warm_ == 0)
     warm_ = now + kWarmUpNanoseconds;
   if (now >= warm_) {
-    cpu_time_ = pair_.CpuTime();
+    cpu_time_ = CpuTime(others_);
     last_ = Now();
     end_ = last_ + kNanoseconds;
   }

@@ -5,7 +5,6 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -88,14 +87,6 @@ void BindToOneCore() {
     FailWithErrno("sched_setaffinity");
 }
 
-double CpuTimeOf(clockid_t clock) {
-  timespec time;
-  if (clock_gettime(clock, &time) != 0)
-    FailWithErrno("clock_gettime");
-  return static_cast<double>(time.tv_sec) * 1e9 +
-         static_cast<double>(time.tv_nsec);
-}
-
 // The socket and its folder. The process that measures makes the folder and
 // removes both; in the other process the paths are empty.
 struct Paths {
@@ -168,13 +159,6 @@ void ProcessPair::Await() {
   char byte;
   if (read(channel_, &byte, 1) != 1)
     Fail("the other process is gone");
-}
-
-double ProcessPair::CpuTime() const {
-  clockid_t others;
-  if (clock_getcpuclockid(other_, &others) != 0)
-    FailWithErrno("clock_getcpuclockid");
-  return CpuTimeOf(CLOCK_PROCESS_CPUTIME_ID) + CpuTimeOf(others);
 }
 
 void ProcessPair::End() {

@@ -58,8 +58,8 @@ class ProcessPair {
   void Signal();
   void Await();
 
-  // CPU time of both processes in nanoseconds. Only for the one that measures.
-  double CpuTime() const;
+  // The other process. Only for the one that measures.
+  pid_t other() const { return other_; }
 
   // Ends this process, and the other one if this one measures, without running
   // destructors, which would wait for the connection to close.
