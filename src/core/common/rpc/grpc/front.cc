@@ -20,6 +20,8 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/grpc/front/exchange.h"
 #include "core/common/rpc/grpc/front/peer.h"
+#include "core/common/rpc/grpc/front/sliced_tasks.h"
+#include "core/common/rpc/grpc/front/unary_paths.h"
 #include "core/common/rpc/grpc/reflection/reflection_answers.h"
 
 namespace rpc::grpc {
@@ -101,7 +103,9 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
       : loop_(loop),
         options_(std::move(options)),
         reflection_(std::make_shared<ReflectionAnswers>(Offer())),
-        shared_({loop, backend, options_, reflection_}) {
+        stream_ends_(std::make_shared<SlicedTasks>(loop)),
+        shared_({loop, backend, options_, reflection_, unary_paths_,
+                 *stream_ends_}) {
     ABSL_CHECK_OK(serving::Validate(options_.limits));
   }
 
@@ -126,11 +130,14 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   void SweepLater();
   void Sweep();
   void NoteServing(const std::string& service, bool serving);
+  void AwaitCalls(std::chrono::milliseconds grace);
   void ShutDown();
 
   loop::Loop& loop_;
   const FrontOptions options_;
   std::shared_ptr<const ReflectionAnswers> reflection_;
+  UnaryPaths unary_paths_;
+  const std::shared_ptr<SlicedTasks> stream_ends_;
   const Peer::Shared shared_;
   // Keeps the loop running while gRPC may post to it.
   std::optional<loop::Loop::Work> work_;
@@ -206,18 +213,17 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   if (!Admits(options_.security, AuthorizationOf(*context))) {
     return new RefusedCall;
   }
-  const auto exchange =
-      std::make_shared<Exchange>(loop_, BeginningOf(*context));
-  ::grpc::ServerGenericBidiReactor* const reactor =
-      exchange->MakeReactor(HoldUnderWay());
-  // Ahead of all that the exchange will tell: gRPC uses the reactor when this
-  // has returned.
-  loop_.Post([weak_self = weak_from_this(), exchange] {
-    if (const auto self = weak_self.lock()) {
-      self->Begin(exchange);
-    }
-  });
-  return reactor;
+  const auto exchange = std::make_shared<Exchange>(
+      loop_, BeginningOf(*context),
+      [weak_self = weak_from_this()](const std::shared_ptr<Exchange>& begun) {
+        if (const auto self = weak_self.lock()) {
+          self->Begin(begun);
+        }
+      });
+  return exchange->MakeReactor(unary_paths_.Has(exchange->beginning().path)
+                                   ? Exchange::BeginsWith::kFirstMessage
+                                   : Exchange::BeginsWith::kHeaders,
+                               HoldUnderWay());
 }
 
 // Null when the front is stopping.
@@ -308,6 +314,7 @@ void FrontCore::SetServing(const Offer& offer) {
 }
 
 void FrontCore::SetNotServing() {
+  unary_paths_.Clear();
   for (const std::string& service : services_) {
     NoteServing(service, false);
   }
@@ -329,6 +336,11 @@ void FrontCore::Stop(std::chrono::milliseconds grace,
   for (const auto& [name, peer] : peers_) {
     peer->EndStreams(Stopping());
   }
+  stream_ends_->Add([this, grace] { AwaitCalls(grace); });
+}
+
+// Streams have ended.
+void FrontCore::AwaitCalls(std::chrono::milliseconds grace) {
   grace_timer_ = loop_.RunAfter(grace, [this] { ShutDown(); });
   grace_end_ = std::chrono::system_clock::now() + grace;
   const std::lock_guard lock(under_way_mutex_);

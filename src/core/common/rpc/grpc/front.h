@@ -84,10 +84,11 @@ class Front {
   void SetServing(const Offer& offer);
   void SetNotServing();
 
-  // Streams end with UNAVAILABLE, and so does what begins from now on. Calls
-  // may take until `grace` is over and are then cancelled. After them the front
-  // listens no longer, closes all connections, and runs `on_stopped`, on a
-  // later turn. Once, after Listen().
+  // Streams end with UNAVAILABLE, and so does what begins from now on. Streams
+  // end a few on each turn, so that others on the loop go on. Then calls may
+  // take `grace` and are cancelled. After them the front listens no longer,
+  // closes all connections, and runs `on_stopped`, on a later turn. Once, after
+  // Listen().
   void Stop(std::chrono::milliseconds grace, std::function<void()> on_stopped);
 
  private:

@@ -20,6 +20,7 @@
 #include "core/common/rpc/grpc/testing/test_client.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/loop/scoped_fd.h"
+#include "core/common/rpc/serving/ending_queue.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
 #include "core/common/rpc/testing/window_id.h"
@@ -153,6 +154,24 @@ class FrontTest : public testing::Test {
                                  ? "declined"
                                  : "cancelled");
                        }}));
+  }
+  // Answers for windows 1 to `windows`, each on a stream of its own on which a
+  // question waits; the end of a stream takes longer than a slice of time.
+  void AnswerSlowlyFor(int windows) {
+    const auto note_slowly = [this](torvane::StreamCallError) {
+      outcomes_.emplace_back("cancelled");
+      const loop::Clock::time_point end =
+          loop_.Now() + 10 * serving::kEndingSlice;
+      while (loop_.Now() < end) {
+      }
+    };
+    for (int window = 1; window <= windows; ++window) {
+      client().Open(kDecide)->Send(QuestionsOf(window));
+      AwaitSubscriptions(window);
+      EXPECT_TRUE(torvane::CallbackStream<lab::Decision>::Ask(
+          About(window), {.response_callback = [](lab::Decision&) {},
+                          .error_callback = note_slowly}));
+    }
   }
   void AwaitOutcome(const std::string& outcome) {
     RunUntil([&] { return !outcomes_.empty(); });
@@ -627,6 +646,25 @@ TEST_F(FrontTest, StoppingEndsStreamsAndLetsCallsComplete) {
   Await(call);
   EXPECT_EQ(call->response, Text("x"));
   RunUntil([&] { return stopped; });
+}
+
+// No slice has time for two streams.
+TEST_F(FrontTest, StoppingServesOthersBetweenTheEndsOfStreams) {
+  AnswerSlowlyFor(3);
+  server_->Stop(std::chrono::hours(1), [] {});
+  loop_.Post([this] { outcomes_.emplace_back("another's turn"); });
+  RunUntil([&] { return outcomes_.size() == 4; });
+  EXPECT_EQ(outcomes_, (std::vector<std::string>{"cancelled", "another's turn",
+                                                 "cancelled", "cancelled"}));
+}
+
+TEST_F(FrontTest, AClientThatGoesLetsOthersBeServedBetweenTheEndsOfItsStreams) {
+  AnswerSlowlyFor(3);
+  client().CancelAll();
+  RunUntil([&] { return !outcomes_.empty(); });
+  loop_.Post([this] { outcomes_.emplace_back("another's turn"); });
+  RunUntil([&] { return outcomes_.size() == 4; });
+  EXPECT_NE(outcomes_.back(), "another's turn");
 }
 
 TEST_F(FrontTest, StoppingCancelsCallsWhenItsGraceIsOver) {

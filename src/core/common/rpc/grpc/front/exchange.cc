@@ -52,8 +52,10 @@ class Exchange::Reactor final : public ::grpc::ServerGenericBidiReactor {
   const std::shared_ptr<Exchange> exchange_;
 };
 
-Exchange::Exchange(loop::Sequence& sequence, Beginning beginning)
-    : sequence_(sequence), beginning_(std::move(beginning)) {}
+Exchange::Exchange(loop::Sequence& sequence, Beginning beginning, Begin begin)
+    : sequence_(sequence),
+      beginning_(std::move(beginning)),
+      begin_(std::move(begin)) {}
 
 Exchange::~Exchange() {
   DropUnwritten();
@@ -61,10 +63,15 @@ Exchange::~Exchange() {
 }
 
 ::grpc::ServerGenericBidiReactor* Exchange::MakeReactor(
+    BeginsWith begins_with,
     std::shared_ptr<void> held) {
   const std::lock_guard lock(mutex_);
   reactor_ = new Reactor(shared_from_this(), std::move(held));
   reactor_->StartRead(&incoming_);
+  // Ahead of all that is told: gRPC uses the reactor when this has returned.
+  if (begins_with == BeginsWith::kHeaders) {
+    sequence_.Post([self = shared_from_this()] { self->BeginIfNew(); });
+  }
   return reactor_;
 }
 
@@ -150,8 +157,15 @@ void Exchange::OnCancel() {
   FinishIfWritten();
 }
 
+void Exchange::BeginIfNew() {
+  if (begin_ != nullptr) {
+    std::exchange(begin_, nullptr)(shared_from_this());
+  }
+}
+
 void Exchange::Tell(Event event) {
   sequence_.Post([self = shared_from_this(), event] {
+    self->BeginIfNew();
     if (const auto observer = self->observer_.lock()) {
       (self.get()->*event)(*observer);
     }

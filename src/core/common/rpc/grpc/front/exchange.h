@@ -40,6 +40,7 @@
 #include <string>
 #include <string_view>
 
+#include "absl/functional/any_invocable.h"
 #include "absl/status/status.h"
 #include "core/common/rpc/loop/sequence.h"
 
@@ -71,22 +72,29 @@ class Exchange final : public std::enable_shared_from_this<Exchange> {
     std::optional<std::chrono::system_clock::time_point> deadline;
   };
 
+  // Takes the call on the sequence, and may let an observer have it.
+  using Begin = absl::AnyInvocable<void(const std::shared_ptr<Exchange>&)>;
+
+  // When that is: at once, or when the client has said something.
+  enum class BeginsWith { kHeaders, kFirstMessage };
+
   // Bytes that wait to be written, of all calls of one peer.
   using Backlog = std::shared_ptr<std::atomic<size_t>>;
 
-  Exchange(loop::Sequence& sequence, Beginning beginning);
+  Exchange(loop::Sequence& sequence, Beginning beginning, Begin begin);
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
   ~Exchange();
 
   const Beginning& beginning() const { return beginning_; }
 
-  // For gRPC: the other half, which begins to read. `held` is let go, on one of
-  // gRPC's threads, when gRPC is done with the call.
-  ::grpc::ServerGenericBidiReactor* MakeReactor(std::shared_ptr<void> held);
+  // For gRPC, once: the other half, which begins to read. `held` is let go, on
+  // one of gRPC's threads, when gRPC is done with the call.
+  ::grpc::ServerGenericBidiReactor* MakeReactor(BeginsWith begins_with,
+                                                std::shared_ptr<void> held);
 
-  // On the sequence. Observe() once, before anything is written; what has come
-  // before is told on a later turn. Nothing is once `observer` is gone.
+  // On the sequence. Observe() when it begins, before anything is written.
+  // Nothing is told once `observer` is gone.
   void Observe(std::weak_ptr<Observer> observer, Backlog backlog);
   // Asks for the next message.
   void Read();
@@ -109,6 +117,7 @@ class Exchange final : public std::enable_shared_from_this<Exchange> {
   void OnWriteDone(bool ok);
   void OnCancel();
 
+  void BeginIfNew();
   void Tell(Event event);
   void TellMessage(Observer& observer);
   void TellHalfClose(Observer& observer);
@@ -123,7 +132,8 @@ class Exchange final : public std::enable_shared_from_this<Exchange> {
   loop::Sequence& sequence_;
   const Beginning beginning_;
 
-  // Of the sequence.
+  // Of the sequence. `begin_` is null when the call has begun.
+  Begin begin_;
   std::weak_ptr<Observer> observer_;
 
   std::mutex mutex_;

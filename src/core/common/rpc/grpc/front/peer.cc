@@ -31,8 +31,12 @@ void Peer::Forget(uint64_t id) {
 
 void Peer::EndStreams(const absl::Status& why) {
   for (const auto& rpc : All()) {
-    if (rpc->is_stream()) {
-      rpc->Fail(why);
+    if (!rpc->is_call()) {
+      shared_.stream_ends.Add([weak_rpc = std::weak_ptr(rpc), why] {
+        if (const auto ending = weak_rpc.lock()) {
+          ending->Fail(why);
+        }
+      });
     }
   }
 }

@@ -20,6 +20,8 @@
 #include "core/common/rpc/grpc/front.h"
 #include "core/common/rpc/grpc/front/exchange.h"
 #include "core/common/rpc/grpc/front/rpc.h"
+#include "core/common/rpc/grpc/front/sliced_tasks.h"
+#include "core/common/rpc/grpc/front/unary_paths.h"
 #include "core/common/rpc/grpc/reflection/reflection_answers.h"
 
 namespace rpc::grpc {
@@ -33,6 +35,8 @@ class Peer final : private BackendSink {
     const FrontOptions& options;
     // Never null.
     const std::shared_ptr<const ReflectionAnswers>& reflection;
+    UnaryPaths& unary_paths;
+    SlicedTasks& stream_ends;
   };
 
   Peer(const Shared& shared, const std::string& name);
@@ -43,8 +47,9 @@ class Peer final : private BackendSink {
 
   void Begin(const std::shared_ptr<Exchange>& exchange);
 
-  // Ends the streams, or the calls as well.
+  // Ends everything but calls that the backend has, on later turns.
   void EndStreams(const absl::Status& why);
+  // Ends everything.
   void EndAll(const absl::Status& why);
 
   bool is_idle() const { return rpcs_.empty(); }

@@ -54,6 +54,7 @@ void Rpc::OnFound(const absl::StatusOr<BackendMethod>& method) {
     return;
   }
   is_stream_ = method->kind != BackendMethod::Kind::kUnary;
+  peer_->shared().unary_paths.Note(exchange_->beginning().path, !is_stream_);
   handler_ = MakeHandler(*method);
   handler_->Begin();
   if (peer_ != nullptr && early_) {
@@ -104,7 +105,7 @@ void Rpc::OnMessage(std::string message) {
 }
 
 void Rpc::OnHalfClose() {
-  Handle(std::nullopt);
+  EndInTurn(&Rpc::HandleHalfClose);
 }
 
 void Rpc::Handle(Said said) {
@@ -121,7 +122,23 @@ void Rpc::Handle(Said said) {
 }
 
 void Rpc::OnCancelled() {
+  EndInTurn(&Rpc::HandleCancel);
+}
+
+void Rpc::HandleCancel() {
   Fail(absl::CancelledError("the client has cancelled it"));
+}
+
+void Rpc::EndInTurn(void (Rpc::*end)()) {
+  if (!is_stream_ || peer_ == nullptr) {
+    (this->*end)();
+    return;
+  }
+  peer_->shared().stream_ends.Add([weak_self = weak_from_this(), end] {
+    if (const auto self = weak_self.lock()) {
+      (self.get()->*end)();
+    }
+  });
 }
 
 void Rpc::Fail(const absl::Status& status) {

@@ -60,7 +60,8 @@ class Rpc final : public Exchange::Observer,
   std::string ToClient(const transport::StreamMessage& message) {
     return handler_->ToClient(message);
   }
-  bool is_stream() const { return is_stream_; }
+  // A unary call that has been found.
+  bool is_call() const { return handler_ != nullptr && !is_stream_; }
 
   // Exchange::Observer:
   void OnMessage(std::string message) override;
@@ -74,6 +75,10 @@ class Rpc final : public Exchange::Observer,
   void OnFound(const absl::StatusOr<BackendMethod>& method);
   std::unique_ptr<Handler> MakeHandler(const BackendMethod& method);
   void Handle(Said said);
+  // Runs `end` at once for a call, and when it is its turn for a stream.
+  void EndInTurn(void (Rpc::*end)());
+  void HandleHalfClose() { Handle(std::nullopt); }
+  void HandleCancel();
   // Leaves the peer, which has shared this.
   void Leave();
 
