@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/grpc/testing/silent_peer.h"
 #include "core/common/rpc/grpc/testing/test_client.h"
 #include "core/common/rpc/loop/loop.h"
 #include "core/common/rpc/testing/private_folder.h"
@@ -319,6 +320,29 @@ TEST_F(GatewayTest, APeerThatHasGoneIsForgotten) {
   const auto stream = Open(kWhenClosed, EventsOf(1));
   while (Status().connections_size() != 2) {
   }
+}
+
+TEST_F(GatewayTest, APeerThatAnswersNoPingIsLost) {
+  StartHost();
+  StartGateway({"--keepalive", "0.05", "--keepalive-timeout", "0.05"});
+  const int port = std::stoi(address_.substr(address_.rfind(':') + 1));
+  const rpc::grpc::SilentPeer peer(port, kWhenClosed);
+  while (Status().total().streams() != 1) {
+  }
+  while (Status().total().streams() != 0) {
+  }
+}
+
+TEST_F(GatewayTest, AClientMayNotSendMessagesOfEventsForEver) {
+  StartHost();
+  StartGateway({"--max-event-messages", "1"});
+  const auto stream = client().Open(kWhenClosed);
+  stream->Send(EventsOf(1));
+  stream->Send(EventsOf(2));
+  AwaitEnd(stream);
+  EXPECT_THAT(stream->status.ToString(),
+              StartsWith("RESOURCE_EXHAUSTED: more messages on one stream of "
+                         "events than max_event_messages, 1"));
 }
 
 TEST_F(GatewayTest, ACallIsOverWhenItsTimeIs) {

@@ -136,6 +136,30 @@ TEST_F(HostBackendTest, TheMethodLearnsThatACallIsCancelled) {
   EXPECT_EQ(events_, Events{});
 }
 
+TEST_F(HostBackendTest, EveryCodeArrivesWithItsText) {
+  const BackendMethod echo = Find("Echo");
+  Events failures;
+  for (int code = 1; code <= 16; ++code) {
+    const absl::Status failure(static_cast<absl::StatusCode>(code), "because");
+    service_.on_echo = [&](rpc::serving::CallContext* context) {
+      context->Fail(failure);
+    };
+    client_->Call(code, echo, milliseconds(0), Text("x"));
+    AwaitEvents(code);
+    failures.push_back(absl::StrCat("failure ", code, " ", failure.ToString()));
+  }
+  EXPECT_EQ(events_, failures);
+}
+
+TEST_F(HostBackendTest, ACallUnderWayIsUnavailableWhenTheHostGoes) {
+  client_->Call(1, Find("Park"), milliseconds(0), Text("x"));
+  AwaitParked();
+  StopHost();
+  AwaitEvents(1);
+  EXPECT_EQ(events_[0].substr(0, 22), "failure 1 UNAVAILABLE:");
+  service_.parked[0].Complete();
+}
+
 TEST_F(HostBackendTest, AMessageThatIsNotTakenEndsTheStream) {
   client_->Open(1, Find("Watch"));
   rpc::EventSubscription subscription;

@@ -2,11 +2,8 @@
 
 #include "core/common/rpc/grpc/front.h"
 
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <chrono>
 #include <memory>
@@ -17,9 +14,9 @@
 
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/grpc/server.h"
+#include "core/common/rpc/grpc/testing/silent_peer.h"
 #include "core/common/rpc/grpc/testing/test_client.h"
 #include "core/common/rpc/loop/loop.h"
-#include "core/common/rpc/loop/scoped_fd.h"
 #include "core/common/rpc/serving/ending_queue.h"
 #include "core/common/rpc/stream/callback_stream.h"
 #include "core/common/rpc/stream/event_stream.h"
@@ -208,6 +205,19 @@ TEST_F(FrontTest, ACallFailsWithItsCodeAndText) {
   Await(call);
   EXPECT_EQ(call->status,
             absl::FailedPreconditionError("not now: \xc3\xa4\n%"));
+}
+
+TEST_F(FrontTest, EveryCodeArrives) {
+  for (int code = 1; code <= 16; ++code) {
+    const absl::Status failure(static_cast<absl::StatusCode>(code),
+                               absl::StrCat("code ", code));
+    service_.on_echo = [&](serving::CallContext* context) {
+      context->Fail(failure);
+    };
+    const auto call = client().Call(kEcho, Text("hello"));
+    Await(call);
+    EXPECT_EQ(call->status, failure);
+  }
 }
 
 TEST_F(FrontTest, WhatIsNotThereIsUnimplemented) {
@@ -573,56 +583,12 @@ TEST_F(FrontTest, AClientThatGoesLeavesNothing) {
   service_.parked[0].Complete();
 }
 
-// Opens a stream of events by hand, and says nothing after that: it answers no
-// ping.
-class SilentPeer {
- public:
-  explicit SilentPeer(int port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(socket_.get(), reinterpret_cast<sockaddr*>(&address),
-                      sizeof(address)),
-              0);
-    std::string headers;
-    for (const auto& [name, value] : {std::pair{":method", "POST"},
-                                      {":scheme", "http"},
-                                      {":path", kWatch},
-                                      {":authority", "localhost"},
-                                      {"content-type", "application/grpc"},
-                                      {"te", "trailers"}}) {
-      headers += std::string(1, '\0') + WithLength(name) + WithLength(value);
-    }
-    Send("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + Frame(4, 0, 0, "") +
-         Frame(1, 4, 1, headers));
-  }
-
- private:
-  static std::string WithLength(const std::string& text) {
-    return static_cast<char>(text.size()) + text;
-  }
-  static std::string Frame(char type,
-                           char flags,
-                           char stream,
-                           const std::string& content) {
-    const auto size = static_cast<char>(content.size());
-    return std::string{0, 0, size, type, flags, 0, 0, 0, stream} + content;
-  }
-  void Send(const std::string& bytes) {
-    EXPECT_EQ(send(socket_.get(), bytes.data(), bytes.size(), 0),
-              static_cast<ssize_t>(bytes.size()));
-  }
-
-  const loop::ScopedFd socket_{socket(AF_INET, SOCK_STREAM, 0)};
-};
-
 TEST_F(FrontTest, APeerThatAnswersNoPingIsLost) {
   ServerOptions options;
   options.front.keepalive_time = milliseconds(50);
   options.front.keepalive_timeout = milliseconds(50);
   Serve(options);
-  const SilentPeer peer(port_);
+  const SilentPeer peer(port_, kWatch);
   RunUntil([&] { return server_->counters().streams_now == 1; });
   RunUntil([&] { return server_->counters().streams_now == 0; });
 }

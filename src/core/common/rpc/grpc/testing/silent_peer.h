@@ -1,0 +1,31 @@
+// A gRPC peer that is written by hand: opens a stream, and says nothing after
+// that. It answers no ping.
+//
+// Ownership: the test's. Sequence: any; it never waits.
+//
+// Failure: that of the test.
+
+#ifndef CORE_COMMON_RPC_GRPC_TESTING_SILENT_PEER_H_
+#define CORE_COMMON_RPC_GRPC_TESTING_SILENT_PEER_H_
+
+#include <string>
+
+#include "core/common/rpc/loop/scoped_fd.h"
+
+namespace rpc::grpc {
+
+class SilentPeer {
+ public:
+  // Opens a stream of the method at `path`, "/rpc.BrowserWindow/GetTitle", at a
+  // port of the loopback.
+  SilentPeer(int port, const std::string& path);
+
+ private:
+  void Send(const std::string& bytes);
+
+  const loop::ScopedFd socket_;
+};
+
+}  // namespace rpc::grpc
+
+#endif  // CORE_COMMON_RPC_GRPC_TESTING_SILENT_PEER_H_
