@@ -12,6 +12,7 @@
 #include "absl/strings/str_cat.h"
 #include "tools/cli/flags.h"
 #include "tools/cli/program_description.h"
+#include "tools/soak/report.h"
 #include "tools/soak/soak_client.h"
 #include "tools/soak/soak_host.h"
 
@@ -57,41 +58,12 @@ int Fail(int exit_code, std::string_view text) {
   return exit_code;
 }
 
-void Print(const Outcome& outcome) {
-  const auto line = [](const std::string& what, const std::string& figures) {
-    std::printf("%-10s  %s\n", what.c_str(), figures.c_str());
-  };
-  line("clients",
-       absl::StrCat(outcome.clients_started, " started, ", outcome.clients_slow,
-                    " of them slow, ", outcome.connections, " connections"));
-  line("signals",
-       absl::StrCat(outcome.kills, " kills, ",
-                    outcome.kills_with_questions_pending,
-                    " of them with questions pending, ", outcome.stops,
-                    " stops, ", outcome.continues, " continues"));
-  line("questions",
-       absl::StrCat(outcome.asked, " asked, ", outcome.answered, " answered, ",
-                    outcome.declined, " declined, ", outcome.cancelled,
-                    " cancelled, ", outcome.too_late, " too late"));
-  line("clients'", absl::StrCat(outcome.answers_sent, " answers sent, ",
-                                outcome.questions_declined, " declined"));
-  line("events", absl::StrCat(outcome.events_published, " published, ",
-                              outcome.events_received, " received"));
-  line("calls", absl::StrCat(outcome.calls_succeeded, " succeeded, ",
-                             outcome.calls_failed, " failed"));
-  line("memory",
-       absl::StrCat(outcome.memory_at_start >> 10, " KiB at the start, ",
-                    outcome.memory_at_end >> 10, " KiB at the end"));
-  line("answers", absl::StrCat(outcome.lost, " lost, ", outcome.doubled,
-                               " doubled, ", outcome.wrong, " wrong"));
-}
-
 int Host(const HostOptions& options) {
   std::printf("soak: seed %llu\n",
               static_cast<unsigned long long>(options.seed));
   std::fflush(stdout);
   const Outcome outcome = RunHost(options);
-  Print(outcome);
+  std::fputs(Report(outcome).c_str(), stdout);
   return outcome.ok() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

@@ -5,8 +5,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <random>
@@ -60,6 +62,14 @@ uint64_t ResidentBytes() {
   return resident_pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
 
+// Without the one that looks.
+size_t OpenDescriptors() {
+  using Entries = std::filesystem::directory_iterator;
+  return static_cast<size_t>(
+             std::distance(Entries("/proc/self/fd"), Entries())) -
+         1;
+}
+
 // A folder that the destructor removes.
 class TemporaryFolder {
  public:
@@ -100,6 +110,12 @@ class Host {
   // By number. Numbers are never reused.
   using Clients = std::map<int64_t, Client>;
 
+  // A client that was killed, and how many of its questions have not ended.
+  struct Death {
+    std::chrono::steady_clock::time_point since;
+    size_t pending;
+  };
+
   // The client that was asked, and what its answer must repeat.
   struct Question {
     int64_t client;
@@ -115,6 +131,7 @@ class Host {
   }
   bool asked_all() const { return outcome_.asked >= *options_.questions; }
 
+  void StartMissingClients();
   void StartClient();
   void OnReady(int64_t window);
   // Ends the process if a client has ended by itself.
@@ -136,6 +153,8 @@ class Host {
   bool Ask(int64_t number);
   void OnAnswer(uint64_t id, const ShowContextMenu& answer);
   void RecordEnd(uint64_t id, uint64_t& counter);
+  // One question of the client has ended.
+  void ForgetQuestionOf(int64_t number);
   void OnOutcome(uint64_t id,
                  QuestionOutcome how,
                  const ShowContextMenu& answer);
@@ -154,6 +173,8 @@ class Host {
 
   Clients clients_;
   int64_t next_number_ = 1;
+  // Of clients with questions that have not ended, by number.
+  std::map<int64_t, Death> deaths_;
   // Questions that have not ended, by id.
   std::unordered_map<uint64_t, Question> pending_;
   uint64_t next_question_ = 1;
@@ -177,19 +198,27 @@ Host::Host(const HostOptions& options)
 Outcome Host::Run() {
   const absl::Status listening = server_.Listen(socket_);
   ABSL_CHECK(listening.ok()) << listening;
-  outcome_.memory_at_start = ResidentBytes();
   {
     const rpc::loop::SignalWatch client_has_changed(
         loop_, {SIGCHLD}, [this](int) { CheckClients(); });
     std::unique_ptr<rpc::loop::Timer> end;
     if (options_.duration)
       end = loop_.RunAfter(*options_.duration, [this] { time_is_up_ = true; });
-    while (clients_.size() < options_.clients)
-      StartClient();
+    // The watch has opened a pipe, which the process keeps.
+    outcome_.memory_at_start = ResidentBytes();
+    outcome_.descriptors_at_start = OpenDescriptors();
+    StartMissingClients();
     ABSL_CHECK(loop_.RunUntil([this] { return IsOver(); }));
   }
   KillAllClients();
   return Summary();
+}
+
+// Starting a process takes a while, which must not count against a client that
+// has died. Once the soak is over nobody comes any more.
+void Host::StartMissingClients() {
+  while (!IsOver() && deaths_.empty() && clients_.size() < options_.clients)
+    StartClient();
 }
 
 void Host::StartClient() {
@@ -251,6 +280,7 @@ void Host::ActSoon() {
 void Host::Act() {
   for (; settled_ > 0; --settled_)
     MaybeDisturbClients();
+  StartMissingClients();
   AskAll();
 }
 
@@ -271,10 +301,12 @@ void Host::Kill() {
     return;
   ++outcome_.kills;
   outcome_.kills_with_questions_pending += client->pending > 0 ? 1 : 0;
-  std::erase_if(clients_, [client](const auto& entry) {
-    return &entry.second == client;
-  });
-  StartClient();
+  const auto entry = std::ranges::find_if(
+      clients_, [client](const auto& e) { return &e.second == client; });
+  if (client->pending > 0) {
+    deaths_[entry->first] = {std::chrono::steady_clock::now(), client->pending};
+  }
+  clients_.erase(entry);
 }
 
 size_t Host::RunningClients() const {
@@ -402,18 +434,30 @@ void Host::RecordEnd(uint64_t id, uint64_t& counter) {
     ++outcome_.doubled;
     return;
   }
-  const auto client = clients_.find(question->second.client);
-  if (client != clients_.end())
-    --client->second.pending;
+  ForgetQuestionOf(question->second.client);
   pending_.erase(question);
   ++counter;
   ++settled_;
   ActSoon();
 }
 
+void Host::ForgetQuestionOf(int64_t number) {
+  const auto client = clients_.find(number);
+  if (client != clients_.end()) {
+    --client->second.pending;
+    return;
+  }
+  const auto death = deaths_.find(number);
+  if (death == deaths_.end() || --death->second.pending > 0)
+    return;
+  outcome_.settling.Add(std::chrono::steady_clock::now() - death->second.since);
+  deaths_.erase(death);
+}
+
 // Kills all clients and waits until their connections are closed. A question
 // that has not ended then is lost.
 void Host::KillAllClients() {
+  deaths_.clear();
   clients_.clear();
   ABSL_CHECK(loop_.RunUntil(
       [this] { return server_.counters().connections_now == 0; }));
@@ -430,6 +474,7 @@ Outcome Host::Summary() {
   outcome_.calls_failed = tally.failed_calls;
   outcome_.connections = server_.counters().connections_accepted;
   outcome_.memory_at_end = ResidentBytes();
+  outcome_.descriptors_at_end = OpenDescriptors();
   return outcome_;
 }
 

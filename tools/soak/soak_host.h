@@ -29,6 +29,8 @@
 #include <optional>
 #include <string>
 
+#include "tools/soak/settling_times.h"
+
 namespace soak {
 
 struct HostOptions {
@@ -82,10 +84,17 @@ struct Outcome {
   uint64_t events_published = 0;
   uint64_t connections = 0;
 
-  // Resident memory of the host, in bytes, before the first client came and
-  // when the last one was gone.
+  // How long it took from the SIGKILL of a client until the last question that
+  // was pending for it had ended. Not of those that are killed together when
+  // the soak ends, which would wait for each other.
+  SettlingTimes settling = {};
+
+  // Resident memory of the host, in bytes, and its open descriptors, before the
+  // first client came and when the last one was gone.
   uint64_t memory_at_start = 0;
   uint64_t memory_at_end = 0;
+  size_t descriptors_at_start = 0;
+  size_t descriptors_at_end = 0;
 
   // Whether every question ended exactly once, and with its own answer if any.
   bool ok() const { return lost == 0 && doubled == 0 && wrong == 0; }

@@ -114,7 +114,15 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
   EXPECT_LE(outcome.answered, outcome.answers_sent);
   EXPECT_EQ(outcome.calls_failed, 0u);
 
-  // It has been what it is meant to be.
+  // Nothing stays open of those who have gone.
+  EXPECT_EQ(outcome.descriptors_at_end, outcome.descriptors_at_start);
+  EXPECT_GT(outcome.descriptors_at_start, 0u);
+
+  // It has been what it is meant to be. A death is measured unless the soak has
+  // ended meanwhile.
+  EXPECT_LE(outcome.settling.count(), outcome.kills_with_questions_pending);
+  EXPECT_GT(outcome.settling.count(), 50u);
+  EXPECT_GT(outcome.settling.longest().count(), 0);
   EXPECT_GT(outcome.kills_with_questions_pending, 50u);
   EXPECT_GT(outcome.stops, 200u);
   EXPECT_GT(outcome.cancelled, 0u);
