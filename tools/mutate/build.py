@@ -14,7 +14,8 @@ from places import Mutant
 from switches import SWITCH_HEADER, MutatedFile
 
 # What the copy needs to be configured.
-_COPIED = ["CMakeLists.txt", "cmake", "src", "examples", "tools", "bench", "docs"]
+_COPIED = ["CMakeLists.txt", "cmake", "src", "clients", "examples", "tools", "bench",
+           "docs", "scripts"]
 _PLACE = re.compile(r"(?P<path>/\S+?):(?P<line>\d+):(?P<column>\d+): (?P<text>.*)")
 
 
@@ -44,7 +45,7 @@ class MutatedTree:
                   "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -w"])
         # Libraries first: they are what does not compile.
         self._make(["torvane_method_kind", "torvane_stream", "torvane_generator",
-                    "torvane_serving"])
+                    "torvane_serving", "torvane_transport"])
         self._make(["torvane_browser_window"])
         self._make(suites.all_suites() + ["generated_code_unittest", "protoc-gen-rpc"])
         self._remember()

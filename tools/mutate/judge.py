@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import os
 import pathlib
 import resource
 import signal
 import subprocess
+import tempfile
 import time
 
 import suites
@@ -32,32 +34,67 @@ class SuiteFailsAnyway(Exception):
 
 
 class Suite:
-    """One program, and how long it takes without a mutant."""
+    """One program, how long it takes without a mutant, and which of its tests get
+    to which mutants."""
 
     def __init__(self, tree: MutatedTree, name: str) -> None:
         self.name = name
         self._program, self._folder = tree.suite(name)
         self._limit = 300.0
         since = time.monotonic()
-        if self.notices(0):
+        if not self._passes(0):
             raise SuiteFailsAnyway(f"{name} fails without any mutant")
-        self.seconds = time.monotonic() - since
-        self._limit = _SLOWER * self.seconds + _SECONDS_MORE
+        self._limit = _SLOWER * (time.monotonic() - since) + _SECONDS_MORE
+        self._mutants = 1 + max(m.number for file in tree.files for m in file.mutants)
+        self._tests = self._list()
+        self._reached = [reached(self._program, self._folder, self._mutants, test)
+                         for test in self._tests]
 
-    def notices(self, number: int, *arguments: str, **environment: str) -> bool:
-        """Whether the suite fails, crashes or hangs with this mutant."""
-        return not passes([self._program, *arguments], self._folder, self._limit,
-                          TORVANE_MUTANT=str(number), **environment)
+    def notices(self, number: int, **environment: str) -> bool:
+        """Whether the suite fails, crashes or hangs with this mutant. Only tests
+        that get to it are run."""
+        tests = [test for test, marks in zip(self._tests, self._reached) if marks[number]]
+        return bool(tests) and not self._passes(
+            number, f"--gtest_filter={':'.join(tests)}", **environment)
+
+    def _passes(self, number: int, *arguments: str, **environment: str) -> bool:
+        return passes([self._program, *arguments], self._folder, self._limit,
+                      TORVANE_MUTANT=str(number), **environment)
+
+    def _list(self) -> list[str]:
+        listed = subprocess.run([self._program, "--gtest_list_tests"], check=True,
+                                capture_output=True, text=True).stdout
+        tests, group = [], ""
+        for line in listed.splitlines():
+            name = line.partition("#")[0].rstrip()
+            if name.endswith("."):
+                group = name
+            elif name.startswith("  "):
+                tests.append(group + name.strip())
+        return tests
+
+
+def reached(program: pathlib.Path, folder: pathlib.Path, mutants: int,
+            test: str) -> bytes:
+    """A byte for each mutant, 1 if the test of this name gets to it."""
+    with tempfile.NamedTemporaryFile() as marks:
+        marks.truncate(mutants)
+        passes([program, f"--gtest_filter={test}"], folder, 300.0,
+               TORVANE_MUTANTS_REACHED=marks.name)
+        return pathlib.Path(marks.name).read_bytes()
 
 
 class Suites:
-    """All suites. From here on this process and those that it starts have limits:
-    of memory, and no core files."""
+    """The suites of these files. From here on this process and those that it starts
+    have limits: of memory, and no core files."""
 
-    def __init__(self, tree: MutatedTree) -> None:
+    def __init__(self, tree: MutatedTree, paths: set[str], jobs: int) -> None:
         resource.setrlimit(resource.RLIMIT_AS, (_MEMORY, _MEMORY))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-        self._by_name = {name: Suite(tree, name) for name in suites.all_suites()}
+        names = sorted({name for path in paths for name in suites.suites_of(path)})
+        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+            made = pool.map(lambda name: Suite(tree, name), names)
+        self._by_name = dict(zip(names, made))
 
     def who_notices(self, path: str, number: int) -> str:
         """The first suite of the file that notices, or ""."""

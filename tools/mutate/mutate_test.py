@@ -11,6 +11,7 @@ import tempfile
 import unittest
 
 import build
+import judge
 import run
 import suites
 from equivalent import Equivalents
@@ -79,13 +80,13 @@ class Program:
             mutant.number = number
         source = folder / "program.cc"
         source.write_text(self.file.code())
-        self._program = folder / "program"
+        self.path = folder / "program"
         header = pathlib.Path(__file__).with_name(SWITCH_HEADER).parent
         subprocess.run([_COMPILER, "-std=c++20", "-w", f"-I{header}",
-                        str(source), "-o", str(self._program)], check=True)
+                        str(source), "-o", str(self.path)], check=True)
 
     def outcome(self, number: int) -> str:
-        result = subprocess.run([self._program], capture_output=True, text=True,
+        result = subprocess.run([self.path], capture_output=True, text=True,
                                 env={"TORVANE_MUTANT": str(number)}, timeout=60)
         return result.stdout
 
@@ -152,6 +153,12 @@ class Changes(unittest.TestCase):
     def test_call_is_left_out(self) -> None:
         self.expect(27, 'without Say ( "two" ) ;', "000172oneyes34")
         self.expect(31, 'without return Say ( "yes" ) ;', "000172onetwo34")
+
+    def test_program_says_which_mutants_it_gets_to(self) -> None:
+        marks = judge.reached(self.program.path, pathlib.Path("."),
+                              1 + len(self.program.file.mutants), "any")
+        self.assertTrue(marks[self.program.number(7, "<= instead of < in a < b")])
+        self.assertFalse(marks[self.program.number(32, 'without Say ( "no" ) ;')])
 
     def test_neighbouring_arguments_are_swapped(self) -> None:
         self.expect(42, "3 before 5", "00017-2onetwoyes34")

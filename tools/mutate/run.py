@@ -4,9 +4,9 @@
     run.py [--list] [--only FILE] [--seed N --sample K]
 
 Each change, a mutant, is a switch in one build of a copy of the sources, in
-build/mutate; the sources themselves stay as they are. For each mutant the suites
-that belong to its file run with it switched on. It is noticed if one of them
-fails, crashes or hangs. Of the generator a second figure says which mutants are
+build/mutate; the sources themselves stay as they are. For each mutant those tests
+of the suites that belong to its file run that get to it, with it switched on. It is
+noticed if one of them fails, crashes or hangs. Of the generator a second figure says which mutants are
 noticed if the golden files are made anew with them.
 
 Prints each mutant that is left, with file and line, and a table. Those that
@@ -106,7 +106,7 @@ def verdicts_of(tree: MutatedTree) -> list[Verdict]:
 
 
 def judge(verdicts: list[Verdict], tree: MutatedTree, jobs: int) -> None:
-    all_suites = Suites(tree)
+    all_suites = Suites(tree, {verdict.file.path for verdict in verdicts}, jobs)
     goldens = Goldens(tree, all_suites)
 
     def judge_one(verdict: Verdict) -> None:

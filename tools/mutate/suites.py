@@ -22,6 +22,8 @@ _GENERATOR = ["rpc_generator_unittest", "plugin_unittest"]
 # Much of serving is only tested through the transport that uses it.
 _SERVING = ["serving_unittest", "transport_server_unittest", "conformance_unittest",
             "teardown_unittest"]
+_TRANSPORT = ["transport_server_unittest", "transport_client_unittest",
+              "conformance_unittest", "teardown_unittest"]
 _METHOD_KIND = ["method_kind_unittest"]
 
 # The first pattern that fits a file says which suites run, in this order: the
@@ -38,6 +40,11 @@ _SUITES_OF_FILES = [
     (f"{RPC}/stream/*", _STREAM),
     (f"{RPC}/generator/*", _GENERATOR),
     (f"{RPC}/serving/*", _SERVING),
+    (f"{RPC}/transport/wire/*", ["transport_wire_unittest"] + _TRANSPORT),
+    (f"{RPC}/transport/socket/*", ["transport_socket_unittest"] + _TRANSPORT),
+    (f"{RPC}/transport/server/*", _TRANSPORT),
+    (f"{RPC}/transport/*", ["transport_client_unittest", "conformance_unittest",
+                            "transport_server_unittest"]),
 ]
 
 # Sources that are tests, or that only tests use.
@@ -53,12 +60,16 @@ class Folder:
     explained: bool
     # Whether its golden files are made anew with each mutant.
     golden: bool = False
+    # The folders within it that belong to it, too.
+    parts: tuple[str, ...] = ()
 
 
 FOLDERS = [
     Folder("stream", 90, explained=True),
     Folder("generator", 90, explained=True, golden=True),
     Folder("serving", 80, explained=False),
+    Folder("transport", 80, explained=False,
+           parts=("client", "server", "socket", "wire")),
 ]
 
 
@@ -75,9 +86,14 @@ def all_suites() -> list[str]:
     return sorted({suite for _, suites in _SUITES_OF_FILES for suite in suites})
 
 
+def _mutated_folders() -> list[str]:
+    return [f"{RPC}/{part}" for folder in FOLDERS
+            for part in (folder.name, *(f"{folder.name}/{p}" for p in folder.parts))]
+
+
 def is_mutated(path: str) -> bool:
     """Whether the file, by its path below the source root, is one of those."""
     folder, _, name = path.rpartition("/")
-    return (folder in [f"{RPC}/{f.name}" for f in FOLDERS] and
+    return (folder in _mutated_folders() and
             name.endswith((".h", ".cc")) and
             not any(fnmatch.fnmatch(path, pattern) for pattern in _NOT_MUTATED))
