@@ -362,26 +362,12 @@ void RealDesktop::Apply(Window& window,
   PlaceExactly(window, form, std::move(done));
 }
 
-// A window manager may keep windows on the screen, or give them other sizes.
-// Then the window goes back to where it was.
 void RealDesktop::PlaceExactly(Window& window,
                                const WindowForm& form,
                                Completion done) {
-  window.bounds_wait = true;
-  const absl::StatusOr<x11::WindowFacts> before = window.managed.Read();
   const Target target = {form, window.view.display_policy.policy(),
                          window.view.style.utility(), false, true};
-  AdjustTo(window, target, window.view,
-           [&window, before,
-            done = std::move(done)](const absl::Status& status) mutable {
-             if (status.ok() || !before.ok())
-               return done(status);
-             window.managed.SetBounds(
-                 before->bounds,
-                 [status, done = std::move(done)](const absl::Status&) mutable {
-                   done(status);
-                 });
-           });
+  AdjustTo(window, target, window.view, std::move(done));
 }
 
 void RealDesktop::Apply(Window& window,
@@ -504,27 +490,59 @@ void RealDesktop::AdjustTo(Window& window,
                            const Target& target,
                            const WindowView& properties,
                            Completion done) {
+  const Target former = {window.form, window.view.display_policy.policy(),
+                         window.view.style.utility(), IsActive(window)};
+  const x11::WindowId active = display_.ActiveWindow();
   Adjust(display_, window.frame, window.managed, target,
-         [this, &window, target, properties,
+         [this, &window, target, former, active, properties,
           done = std::move(done)](const absl::Status& status) mutable {
            // After the loss of the display there is no such window any more.
            if (windows_.empty())
              return done(status);
            if (status.ok()) {
-             window.form = target.form;
-             window.view = properties;
-             window.bounds_wait &= !target.form.visible() ||
-                                   target.form.state() != WindowState::kNormal;
-           } else {
-             window.bounds_wait = false;
-             TakeOver(window);
+             Keep(window, target, properties);
+             return done(status);
            }
-           if (target.active && status.ok()) {
-             std::erase(order_, window.id());
-             order_.insert(order_.begin(), window.id());
-           }
-           window.frame.SetMaximized(window.form.maximized);
-           done(status);
+           GoBack(window, former, active, status, std::move(done));
+         });
+}
+
+void RealDesktop::Keep(Window& window,
+                       const Target& target,
+                       const WindowView& properties) {
+  window.form = target.form;
+  window.view = properties;
+  window.bounds_wait |= target.exact_bounds;
+  window.bounds_wait &=
+      !target.form.visible() || target.form.state() != WindowState::kNormal;
+  if (target.active) {
+    std::erase(order_, window.id());
+    order_.insert(order_.begin(), window.id());
+  }
+  window.frame.SetMaximized(window.form.maximized);
+}
+
+void RealDesktop::GoBack(Window& window,
+                         const Target& former,
+                         x11::WindowId active,
+                         const absl::Status& failure,
+                         Completion done) {
+  Completion end = [this, &window, failure,
+                    done = std::move(done)](const absl::Status&) mutable {
+    if (!windows_.empty())
+      TakeOver(window);
+    done(failure);
+  };
+  // One that is gone or hangs cannot bring it back either.
+  if (!absl::IsFailedPrecondition(failure))
+    return end(failure);
+  Adjust(display_, window.frame, window.managed, former,
+         [this, &window, former, active,
+          end = std::move(end)](const absl::Status& status) mutable {
+           // What is mapped the window manager may have activated.
+           if (windows_.empty() || former.active || !IsActive(window))
+             return end(status);
+           window.managed.Deactivate(active, std::move(end));
          });
 }
 
@@ -534,7 +552,7 @@ void RealDesktop::PassActivationOn(Window& window,
   if (!IsActive(window))
     return then(absl::OkStatus());
   const Window* const next = NextToActivate(window.id());
-  if (next == nullptr && !to_nobody)
+  if (next == nullptr && !to_nobody && !IsAnotherVisible(window.id()))
     return then(absl::OkStatus());
   window.managed.Deactivate(next == nullptr ? 0 : next->managed.window(),
                             std::move(then));
@@ -655,8 +673,16 @@ const RealDesktop::Window* RealDesktop::NextToActivate(int64_t id) const {
   return nullptr;
 }
 
+bool RealDesktop::IsAnotherVisible(int64_t id) const {
+  return std::any_of(windows_.begin(), windows_.end(), [&](const auto& other) {
+    return other.first != id && PresentForm(*other.second).visible();
+  });
+}
+
+// Window managers may go on naming a window that is no longer there.
 bool RealDesktop::IsActive(const Window& window) const {
-  return display_.ActiveWindow() == window.managed.window();
+  return display_.ActiveWindow() == window.managed.window() &&
+         PresentForm(window).visible();
 }
 
 void RealDesktop::SetTitle(Window& window, const std::string& title) {

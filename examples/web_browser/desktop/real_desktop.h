@@ -113,7 +113,8 @@ class RealDesktop final : public window_host::WindowSystem,
   void Apply(Window& window, const Message& message, Completion done);
 
   // Brings the window to that form and those properties, and keeps them when
-  // that has succeeded.
+  // that has succeeded. Where the window manager refuses one of the steps, the
+  // window goes back to where it was.
   void AdjustTo(Window& window,
                 const window_host::WindowForm& form,
                 const window_host::WindowView& properties,
@@ -124,13 +125,23 @@ class RealDesktop final : public window_host::WindowSystem,
                 const Target& target,
                 const window_host::WindowView& properties,
                 Completion done);
+  void Keep(Window& window,
+            const Target& target,
+            const window_host::WindowView& properties);
+  // `active` is the window that was active.
+  void GoBack(Window& window,
+              const Target& former,
+              x11::WindowId active,
+              const absl::Status& failure,
+              Completion done);
   void PlaceExactly(Window& window,
                     const window_host::WindowForm& form,
                     Completion done);
 
   // Passes the activation on before `then`, if the window has it. Where no
-  // other window can take it, `to_nobody` says whether nobody is to have it;
-  // otherwise the window manager decides when the window goes.
+  // other window can take it, nobody gets it if `to_nobody` says so, or if
+  // there are windows that the window manager must not choose: independent
+  // ones. Otherwise the window manager decides when the window goes.
   void PassActivationOn(Window& window, bool to_nobody, Completion then);
 
   // Completes when what the frame shows has been painted.
@@ -149,6 +160,7 @@ class RealDesktop final : public window_host::WindowSystem,
                                 bool work_area) const;
   // The next window that may take the activation from this one; null for none.
   const Window* NextToActivate(int64_t id) const;
+  bool IsAnotherVisible(int64_t id) const;
   bool IsActive(const Window& window) const;
 
   void SetTitle(Window& window, const std::string& title);

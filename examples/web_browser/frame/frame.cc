@@ -180,6 +180,10 @@ Frame::Frame(int64_t id, FrameObserver& observer)
   // says which window is active.
   gtk_window_set_focus_on_map(window, FALSE);
   gtk_widget_realize(window_);
+  // No group of windows: window managers keep utility windows above their
+  // group, and bring all of them back when another window of it comes back.
+  GdkWindow* const toplevel = gtk_widget_get_window(window_);
+  gdk_window_set_group(toplevel, toplevel);
   g_signal_connect(
       gdk_window_get_frame_clock(gtk_widget_get_window(window_)), "after-paint",
       G_CALLBACK(+[](GdkFrameClock*, Frame* frame) {

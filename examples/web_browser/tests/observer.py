@@ -9,7 +9,7 @@ import dataclasses
 import os
 import subprocess
 import time
-from typing import Any, Callable, Dict, List, Set, Tuple
+from typing import Any, Callable, Dict, Iterable, List, Set, Tuple
 
 import Xlib.display
 import Xlib.error
@@ -52,8 +52,12 @@ class Observer:
 
     def numbers(self) -> List[int]:
         """The same for those of the browser, by its ids, in order."""
-        roles = [self._role(xid) for xid in self.client_list()]
-        return sorted(int(role[7:]) for role in roles if role.startswith("window-"))
+        return sorted(self._numbers_of(self.client_list()))
+
+    def stacking(self) -> List[int]:
+        """The windows of the browser, by its ids, the frontmost first."""
+        lowest_first = self.property(self._root, "_NET_CLIENT_LIST_STACKING") or []
+        return self._numbers_of(reversed(lowest_first))
 
     def active(self) -> int:
         """The X id of the active window; 0 for none."""
@@ -167,6 +171,10 @@ class Observer:
 
     def _resource(self, xid: int) -> Any:
         return self._display.create_resource_object("window", xid)
+
+    def _numbers_of(self, xids: Iterable[int]) -> List[int]:
+        roles = map(self._role, xids)
+        return [int(role[7:]) for role in roles if role.startswith("window-")]
 
     def _role(self, xid: int) -> str:
         try:

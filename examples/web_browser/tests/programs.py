@@ -106,23 +106,29 @@ class WindowManager(Process):
         display = Xlib.display.Display(screen.name)
         root = display.screen().root
         root.change_attributes(event_mask=Xlib.X.PropertyChangeMask)
+        # What appears while a window manager starts it may miss. It takes over the
+        # windows that are there, and when it also notices that one goes, it has begun
+        # to serve.
+        window = root.create_window(0, 0, 1, 1, 0, display.screen().root_depth)
+        window.map()
+        display.sync()
         super().__init__(
             argv or ["openbox", "--sm-disable"],
             screen.environment,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
         )
-        atoms = [display.intern_atom(name) for name in ("_NET_SUPPORTING_WM_CHECK", "_NET_WORKAREA")]
 
-        def is_ready() -> bool:
-            check, area = (root.get_full_property(atom, Xlib.X.AnyPropertyType) for atom in atoms)
-            if not check or not area:
-                return False
-            # One that was killed has left the property, but not the window.
-            window = display.create_resource_object("window", check.value[0])
-            return bool(window.get_full_property(atoms[0], Xlib.X.AnyPropertyType))
+        def value(name: str) -> Any:
+            found = root.get_full_property(display.intern_atom(name), Xlib.X.AnyPropertyType)
+            return found.value if found else []
 
-        wait_for_events(display, is_ready)
+        def manages() -> bool:
+            return window.id in value("_NET_CLIENT_LIST")
+
+        wait_for_events(display, lambda: manages() and value("_NET_WORKAREA"), "a window manager")
+        window.destroy()
+        wait_for_events(display, lambda: not manages(), "a window manager at work")
         display.close()
         self._screen = screen
 
@@ -189,30 +195,23 @@ class Lines:
         self._lines.put(None)
 
 
-class WebBrowser(Process):
-    """The browser, which is ready. say() is what a user types at it."""
+class Host(Process):
+    """A program that serves windows, and is ready. say() is what a user types at it."""
 
-    def __init__(self, screen: Display, *arguments: str, **environment: str) -> None:
+    def __init__(self, program: str, arguments: Sequence[str], environment: Dict[str, str]) -> None:
         self.folder = tempfile.mkdtemp(prefix="torvane-browser-")
-        self.socket = os.path.join(self.folder, "browser.sock")
+        self.socket = os.path.join(self.folder, "host.sock")
         with open(os.path.join(self.folder, "records"), "wb") as records:
             super().__init__(
-                [os.environ["WEB_BROWSER"], "--socket", self.socket, *arguments],
-                {
-                    **screen.environment,
-                    # No buses, which a machine for tests does not have.
-                    "NO_AT_BRIDGE": "1",
-                    "GTK_A11Y": "none",
-                    "GSETTINGS_BACKEND": "memory",
-                    **environment,
-                },
+                [program, "--socket", self.socket, *arguments],
+                environment,
                 stdin=subprocess.PIPE,
                 stdout=subprocess.PIPE,
                 stderr=records,
                 text=True,
             )
         self._lines = Lines(self.process.stdout)
-        self.expect(f"web_browser: ready at {self.socket}")
+        self.expect(f"{os.path.basename(program)}: ready at {self.socket}")
 
     def expect(self, line: Optional[str]) -> None:
         got = self._lines.next()
@@ -229,6 +228,38 @@ class WebBrowser(Process):
         with open(os.path.join(self.folder, "records"), errors="replace") as records:
             return records.read()
 
+    def close(self) -> None:
+        """Ends it, in good order; a sanitizer's report is not."""
+        status = self.kill(signal.SIGTERM)
+        if self.process.stdin:
+            self.process.stdin.close()
+        records = self.records()
+        shutil.rmtree(self.folder)
+        if status != 0:
+            raise AssertionError(f"the host ended with {status}: {records}")
+
+
+class WindowHost(Host):
+    """The host whose windows are in memory."""
+
+    def __init__(self, *arguments: str) -> None:
+        super().__init__(os.environ["WINDOW_HOST"], arguments, {})
+
+
+class WebBrowser(Host):
+    """The browser on a display."""
+
+    def __init__(self, screen: Display, *arguments: str, **environment: str) -> None:
+        own = {
+            **screen.environment,
+            # No buses, which a machine for tests does not have.
+            "NO_AT_BRIDGE": "1",
+            "GTK_A11Y": "none",
+            "GSETTINGS_BACKEND": "memory",
+            **environment,
+        }
+        super().__init__(os.environ["WEB_BROWSER"], arguments, own)
+
     def children(self, name: str) -> List[int]:
         """The processes of this name below the browser."""
         found = []
@@ -244,16 +275,6 @@ class WebBrowser(Process):
             if int(rest.split()[1]) == self.process.pid and os.path.basename(program) == name:
                 found.append(int(pid))
         return sorted(found)
-
-    def close(self) -> None:
-        """Ends it, in good order; a sanitizer's report is not."""
-        status = self.kill(signal.SIGTERM)
-        if self.process.stdin:
-            self.process.stdin.close()
-        records = self.records()
-        shutil.rmtree(self.folder)
-        if status != 0:
-            raise AssertionError(f"the browser ended with {status}: {records}")
 
 
 def wait_for_events(

@@ -474,6 +474,18 @@ class Independence(BrowserTestCase):
         self.windows.set_activation_independence_enabled(2, enabled=False)
         self.assertTrue(self.seen(2).takes_focus())
 
+    def test_none_is_when_only_independent_ones_are_left(self):
+        for number in (1, 2):
+            self.windows.set_activation_independence_enabled(number, enabled=True)
+        others = {self.seen(1).xid, self.seen(2).xid}
+        for go in (self.windows.hide, self.windows.minimize, self.windows.close):
+            with self.subTest(go.__name__):
+                self.windows.show(3)
+                self.assertTrue(self.seen(3).is_active())
+                go(3)
+                self.assertNotIn(self.observer.active(), others)
+                self.assertFalse(self.windows.is_active(1) or self.windows.is_active(2))
+
     def test_a_click_activates_it(self):
         self.windows.set_activation_independence_enabled(2, enabled=True)
         self.windows.activate(1)

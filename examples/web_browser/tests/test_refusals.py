@@ -3,6 +3,7 @@
 import concurrent.futures
 import unittest
 
+from observer import WITHDRAWN
 from programs import TIMEOUT
 from support import BrowserTestCase
 from torvane import Code
@@ -65,6 +66,61 @@ class HangingWindowManager(BrowserTestCase):
         seen = self.seen(1)
         self.assertTrue(self.windows.close(1))
         self.assertFalse(seen.exists())
+
+
+class Refused(BrowserTestCase):
+    """What openbox refuses of a window that it was asked several things for."""
+
+    arguments = ("--windows", "2")
+
+    def all_seen(self):
+        seen = self.seen(1)
+        return (
+            seen.bounds(),
+            seen.wm_state(),
+            seen.states() - {"_NET_WM_STATE_FOCUSED"},
+            seen.window_types(),
+            seen.is_active(),
+            self.windows.get_window_style_flags(1),
+        )
+
+    def test_a_full_screen_window_stays_what_it_is_when_it_cannot_be_a_utility(self):
+        self.windows.maximize(1)
+        self.windows.enter_full_screen(1)
+        text = "Openbox refused to show full screen window 1."
+        utility = dict(titled=True, utility=True)
+        for active in (2, 1):
+            with self.subTest(active=active):
+                self.windows.activate(active)
+                before = self.all_seen()
+                self.expect_error(
+                    Code.FAILED_PRECONDITION,
+                    text,
+                    self.windows.set_window_style_flags,
+                    1,
+                    **utility,
+                )
+                self.assertEqual(self.all_seen(), before)
+                self.assertTrue(self.seen(active).is_active())
+
+    def test_a_hidden_window_stays_hidden_when_it_cannot_be_shown_as_it_is(self):
+        self.windows.set_window_style_flags(1, titled=True, utility=True)
+        self.windows.activate(2)
+        seen = self.seen(1)
+        self.windows.hide(1)
+        self.windows.enter_full_screen(1)
+        self.expect_error(
+            Code.FAILED_PRECONDITION,
+            "Openbox refused to show full screen window 1.",
+            self.windows.show,
+            1,
+        )
+        self.assertEqual(seen.wm_state(), WITHDRAWN)
+        self.assertFalse(self.windows.is_visible(1))
+        self.assertTrue(self.seen(2).is_active())
+        self.windows.exit_full_screen(1)
+        self.windows.show(1)
+        self.assertTrue(seen.is_active())
 
 
 class ManyBehindAHangingWindowManager(BrowserTestCase):

@@ -256,7 +256,9 @@ void ManagedWindow::SetFullScreen(bool full_screen, Completion done) {
               return states.full_screen && FillsItsMonitor(&Monitor::bounds);
             });
       },
-      std::move(done));
+      std::move(done),
+      // Some window managers activate it, too.
+      full_screen ? kPassesOfActivation : 1);
 }
 
 void ManagedWindow::SetSkipTaskbar(bool skip, Completion done) {
@@ -277,7 +279,8 @@ void ManagedWindow::SetStates(std::string_view what,
                               AtomId first,
                               AtomId second,
                               absl::AnyInvocable<Verdict()> look,
-                              Completion done) {
+                              Completion done,
+                              int passes) {
   Make({.what = what,
         .send =
             [&] {
@@ -288,7 +291,8 @@ void ManagedWindow::SetStates(std::string_view what,
                    static_cast<long>(second), kSourceIsPager});
             },
         .look = std::move(look),
-        .finally = [](State& state) { state.hints.Settle(); }},
+        .finally = [](State& state) { state.hints.Settle(); },
+        .passes = passes},
        std::move(done));
 }
 

@@ -146,7 +146,8 @@ class ManagedWindow {
                  AtomId first,
                  AtomId second,
                  absl::AnyInvocable<Verdict()> look,
-                 Completion done);
+                 Completion done,
+                 int passes = 1);
   void TryBounds(const PixelRect& wanted,
                  const PixelRect& before,
                  int tries,
