@@ -19,9 +19,9 @@
 
 namespace mutation {
 
-// A byte for each mutant that becomes 1 where the program gets to it, in the file
-// that TORVANE_MUTANTS_REACHED names. The file is shared, so that what processes
-// that the program forks, starts or kills get to is there, too.
+// A byte for each mutant that becomes 1 where the program gets to it, in the
+// file that TORVANE_MUTANTS_REACHED names. The file is shared, so that what
+// processes that the program forks, starts or kills get to is there, too.
 struct Reached {
   Reached() {
     const char* path = std::getenv("TORVANE_MUTANTS_REACHED");
