@@ -2,12 +2,14 @@
 // client is gRPC's own.
 //
 // gRPC has threads of its own, and orders nothing across calls and streams.
-// Here client and server share a loop, and what the client sends on streams is
-// counted on both sides, so that a call can wait until it has arrived.
+// Here client and server share a loop, and what goes over streams is counted on
+// both sides: so a call can wait until what was sent before has arrived, and a
+// test until nothing is on its way.
 
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,13 +43,22 @@ serving::Limits Limits() {
   return limits;
 }
 
-// What clients have sent on streams, the opening included, and how much of it
-// the backend has got.
+// What has gone over streams.
 struct Traffic {
   bool has_all_arrived() const { return sent == arrived; }
 
+  // Of clients, the opening included, and how much of it the backend has got.
   size_t sent = 0;
   size_t arrived = 0;
+  // Of the backend, and how much of it the clients have got.
+  size_t sent_back = 0;
+  size_t arrived_back = 0;
+  // Streams that a client has not ended or seen the end of, and those that the
+  // backend has not.
+  size_t open_at_clients = 0;
+  size_t open_at_backend = 0;
+  // A stream has ended: what was on its way there is lost.
+  bool has_lost = false;
 };
 
 // Between the front and a backend: counts.
@@ -58,6 +69,7 @@ class CountedClient final : public BackendClient, private BackendSink {
                 BackendSink& sink,
                 Traffic& traffic)
       : sink_(sink), traffic_(traffic), client_(backend.Connect(name, *this)) {}
+  ~CountedClient() override { traffic_.open_at_backend -= open_.size(); }
 
   // BackendClient:
   void Find(std::string_view service,
@@ -74,6 +86,8 @@ class CountedClient final : public BackendClient, private BackendSink {
   void Cancel(uint64_t id) override { client_->Cancel(id); }
   void Open(uint64_t id, const BackendMethod& method) override {
     ++traffic_.arrived;
+    open_.insert(id);
+    ++traffic_.open_at_backend;
     client_->Open(id, method);
   }
   absl::Status Send(uint64_t id, transport::StreamMessage& message) override {
@@ -85,7 +99,10 @@ class CountedClient final : public BackendClient, private BackendSink {
     ++traffic_.arrived;
     return client_->Decline(id, message);
   }
-  void End(uint64_t id) override { client_->End(id); }
+  void End(uint64_t id) override {
+    NoteEnd(id);
+    client_->End(id);
+  }
 
  private:
   // BackendSink:
@@ -97,15 +114,20 @@ class CountedClient final : public BackendClient, private BackendSink {
   }
   absl::Status OnMessage(uint64_t id,
                          const transport::StreamMessage& message) override {
+    ++traffic_.sent_back;
     return sink_.OnMessage(id, message);
   }
   void OnEnd(uint64_t id, const absl::Status& status) override {
+    NoteEnd(id);
     sink_.OnEnd(id, status);
   }
   size_t queued_bytes() const override { return sink_.queued_bytes(); }
 
+  void NoteEnd(uint64_t id) { traffic_.open_at_backend -= open_.erase(id); }
+
   BackendSink& sink_;
   Traffic& traffic_;
+  std::set<uint64_t> open_;
   const std::unique_ptr<BackendClient> client_;
 };
 
@@ -168,10 +190,11 @@ class GrpcStream final : public LinkStream {
         traffic_(traffic),
         stream_(client.Open(PathOf(method))) {
     ++traffic_.sent;
+    ++traffic_.open_at_clients;
     stream_->on_message = [this](const std::string& message) {
       OnMessage(message);
     };
-    stream_->on_over = [this] { over = true; };
+    stream_->on_over = [this] { NoteOver(); };
   }
 
   void Send(const transport::StreamMessage& message) override {
@@ -202,12 +225,13 @@ class GrpcStream final : public LinkStream {
       stream_->Cancel();
     }
     ended_ = true;
+    traffic_.has_lost = true;
   }
 
   void Break() {
     stream_->Cancel();
     ended_ = true;
-    over = true;
+    NoteOver();
     stream_->on_message = [](const std::string&) {};
     stream_->on_over = [] {};
   }
@@ -218,7 +242,13 @@ class GrpcStream final : public LinkStream {
     ++traffic_.sent;
     stream_->Send(bytes);
   }
+  void NoteOver() {
+    traffic_.has_lost = true;
+    traffic_.open_at_clients -= over ? 0 : 1;
+    over = true;
+  }
   void OnMessage(const std::string& bytes) {
+    ++traffic_.arrived_back;
     transport::StreamMessage message;
     message.set_payload(bytes);
     if (is_questions_) {
@@ -297,7 +327,17 @@ class GrpcHost : public Host {
     return std::make_unique<GrpcLink>(loop_, address_, traffic_);
   }
   void Stop() override {
+    if (std::exchange(stopped_, true)) {
+      return;
+    }
+    traffic_.has_lost = true;
     front_->Stop(std::chrono::milliseconds(0), [] {});
+  }
+  void RunReady() override {
+    do {
+      loop_.RunUntil([this] { return is_settled(); });
+      loop_.RunReady();
+    } while (!is_settled());
   }
 
  protected:
@@ -312,9 +352,19 @@ class GrpcHost : public Host {
   void StopServing() { front_.reset(); }
 
  private:
+  // Whether all threads are idle. The streams of a test end together.
+  bool is_settled() const {
+    if (traffic_.has_lost) {
+      return traffic_.open_at_clients == 0 && traffic_.open_at_backend == 0;
+    }
+    return traffic_.has_all_arrived() &&
+           traffic_.sent_back == traffic_.arrived_back;
+  }
+
   Traffic traffic_;
   std::unique_ptr<CountedBackend> counted_;
   std::unique_ptr<grpc::Front> front_;
+  bool stopped_ = false;
   std::string address_;
 };
 

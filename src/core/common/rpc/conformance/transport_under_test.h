@@ -148,8 +148,8 @@ inline constexpr TransportUnderTest kTransports[] = {
     {"ByteByByte", &ByteByByteHost, true},
     {"TwoProcesses", &ProcessHost, false},
 #ifdef TORVANE_HAS_GRPC
-    {"Grpc", &GrpcServicesHost, false, false},
-    {"GrpcGateway", &GrpcGatewayHost, false, false},
+    {"Grpc", &GrpcServicesHost, true, false},
+    {"GrpcGateway", &GrpcGatewayHost, true, false},
 #endif
 };
 
