@@ -326,11 +326,7 @@ TEST_F(GatewayTest, APeerThatAnswersNoPingIsLost) {
   StartHost();
   StartGateway({"--keepalive", "0.05", "--keepalive-timeout", "0.05"});
   const int port = std::stoi(address_.substr(address_.rfind(':') + 1));
-  const rpc::grpc::SilentPeer peer(port, kWhenClosed);
-  while (Status().total().streams() != 1) {
-  }
-  while (Status().total().streams() != 0) {
-  }
+  rpc::grpc::SilentPeer(port, kWhenClosed).AwaitEnd();
 }
 
 TEST_F(GatewayTest, AClientMayNotSendMessagesOfEventsForEver) {

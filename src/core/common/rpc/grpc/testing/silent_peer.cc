@@ -48,6 +48,12 @@ SilentPeer::SilentPeer(int port, const std::string& path)
        Frame(1, 4, 1, headers));
 }
 
+void SilentPeer::AwaitEnd() {
+  char bytes[1024];
+  while (recv(socket_.get(), bytes, sizeof(bytes), 0) > 0) {
+  }
+}
+
 void SilentPeer::Send(const std::string& bytes) {
   EXPECT_EQ(send(socket_.get(), bytes.data(), bytes.size(), 0),
             static_cast<ssize_t>(bytes.size()));

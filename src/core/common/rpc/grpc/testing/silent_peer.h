@@ -1,7 +1,7 @@
 // A gRPC peer that is written by hand: opens a stream, and says nothing after
 // that. It answers no ping.
 //
-// Ownership: the test's. Sequence: any; it never waits.
+// Ownership: the test's. Sequence: any.
 //
 // Failure: that of the test.
 
@@ -19,6 +19,9 @@ class SilentPeer {
   // Opens a stream of the method at `path`, "/rpc.BrowserWindow/GetTitle", at a
   // port of the loopback.
   SilentPeer(int port, const std::string& path);
+
+  // Blocks until the server has closed the connection.
+  void AwaitEnd();
 
  private:
   void Send(const std::string& bytes);
