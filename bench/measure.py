@@ -17,8 +17,9 @@ import tempfile
 MODES = ("unary", "pipelined", "question", "fanout")
 PEERS = ("epoll", "rpc", "grpc", "capnp")
 ATTACKS = ("flood", "leave", "stop")
-GATEWAY_MODES = ("unary-grpc", "unary-gateway", "events-grpc", "events-gateway",
-                 "python-native", "python-grpc", "python-gateway")
+GATEWAY_MODES = ("unary-grpc", "unary-relay", "unary-gateway", "events-grpc",
+                 "events-gateway", "python-native", "python-grpc",
+                 "python-gateway")
 
 # Debian's, which python3-protobuf belongs to.
 PYTHON = "/usr/bin/python3"

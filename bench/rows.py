@@ -132,6 +132,9 @@ ROWS = (
         "unary call of the Python client / of gRPC's, through the gateway",
         "python-native.cpu", "python-gateway.cpu", 0.5),
     # These have no goal.
+    Row("gateway_relay_vs_grpc",
+        "unary call through the least that a gateway must do / of a bare gRPC server",
+        "unary-relay.cpu", "unary-grpc.cpu"),
     Row("gateway_event_vs_grpc",
         "an event to 100 gRPC streams through the gateway / of a bare gRPC server",
         "events-gateway.cpu", "events-grpc.cpu"),

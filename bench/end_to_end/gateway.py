@@ -5,6 +5,7 @@
 MODE is one of:
 
     unary-grpc              gRPC's client in C++ calls a bare gRPC server
+    unary-relay             the same client calls the least that a gateway must do
     unary-gateway           the same client calls a host through the gateway
     events-grpc             a bare gRPC server sends an event to 100 streams
     events-gateway          a host does, through the gateway
@@ -64,6 +65,13 @@ def bare_server() -> Iterator[list[str]]:
 
 
 @contextlib.contextmanager
+def relay() -> Iterator[list[str]]:
+    with running(BUILD / "bench/grpc_relay") as (process, ready):
+        address, second_process = ready.split()
+        yield [address, process, second_process]
+
+
+@contextlib.contextmanager
 def gateway() -> Iterator[list[str]]:
     with host() as (socket, host_process):
         with running(BUILD / "tools/rpc_gateway/rpc_gateway", "--socket", socket,
@@ -75,6 +83,7 @@ CPP = [BUILD / "bench/grpc_client"]
 PYTHON_CLIENT = [PYTHON, "-B", HERE / "python_client.py", BUILD]
 MODES = {
     "unary-grpc": (bare_server, CPP + ["unary"]),
+    "unary-relay": (relay, CPP + ["unary"]),
     "unary-gateway": (gateway, CPP + ["unary"]),
     "events-grpc": (bare_server, CPP + ["events"]),
     "events-gateway": (gateway, CPP + ["events"]),
