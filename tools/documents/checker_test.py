@@ -50,7 +50,8 @@ class CheckerTest(unittest.TestCase):
         server = self.write("build/server", SERVER)
         programs = {"program": program, "server": server}
         self.around = Surroundings(
-            self.source, build, PROTOC, programs, Project(self.source, build, ctest))
+            self.source, build, PROTOC, programs, Project(self.source, build, ctest, True))
+        self.part = Project(self.source, build, ctest, False)
 
     def write(self, name: str, text: str) -> str:
         path = os.path.join(self.source, name)
@@ -192,6 +193,10 @@ class WhatCommandsName(CheckerTest):
         self.finds("no preset fast", above + "cmake --preset fast\n```\n")
         self.finds("no target host", above + "cmake --build --preset release --target host\n```\n")
         self.finds("no test matches two apps", above + "ctest --preset release -R two -L apps\n```\n")
+
+    def test_tests_are_looked_up_only_in_a_build_that_is_whole(self) -> None:
+        self.assertEqual(self.around.project.faults("ctest -R three"), ["no test matches three"])
+        self.assertEqual(self.part.faults("ctest -R three"), [])
 
     def test_also_in_the_text(self) -> None:
         self.good("`ctest -R 'one\\|two'` and `scripts/greet --loud` and `ctest -R <name>`\n")

@@ -27,6 +27,7 @@ from shell import Shell
 
 COMMANDS = ("sh", "console")
 PROGRAMS = ("cmake", "cpp", "js", "proto", "python")
+OPTIONAL = ("rpc_gateway", "web_browser")
 
 
 @dataclass
@@ -224,9 +225,9 @@ def pages(source: str) -> List[str]:
 
 def main() -> int:
     source, build, ctest, protoc, *programs = sys.argv[1:]
-    around = Surroundings(
-        source, build, protoc, dict(program.split("=", 1) for program in programs),
-        Project(source, build, ctest))
+    built = dict(program.split("=", 1) for program in programs)
+    whole = all(program in built for program in OPTIONAL)
+    around = Surroundings(source, build, protoc, built, Project(source, build, ctest, whole))
     checked = []
     for name in pages(source):
         with open(os.path.join(source, name), encoding="utf-8") as file:
