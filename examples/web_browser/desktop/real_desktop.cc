@@ -51,6 +51,11 @@ absl::Status CheckExpressible(const Rect& bounds, int scale) {
       bounds.y, " are more than X11 can express: 32767 pixels."));
 }
 
+// `bounds` moved, and made smaller where necessary, so that `area` holds them.
+Rect PulledInto(const Rect& area, const Rect& bounds) {
+  return InDips(x11::PulledInto(ToPixels(area, 1), ToPixels(bounds, 1)), 1);
+}
+
 // How much of a material is opaque.
 double Opacity(const rpc::BrowserVibrancy& vibrancy, bool active) {
   double opacity = 1;
@@ -141,7 +146,9 @@ RealDesktop::RealDesktop(rpc::loop::Sequence& sequence,
                patience),
       patience_(patience),
       queue_(sequence),
-      filter_(std::make_unique<EventFilter>(*this)) {}
+      filter_(std::make_unique<EventFilter>(*this)),
+      monitor_event_(x11::SelectMonitorEvents(display_)),
+      monitors_(x11::ReadMonitors(display_)) {}
 
 RealDesktop::~RealDesktop() = default;
 
@@ -200,10 +207,8 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
         WindowForm form;
         const int64_t id = last_id_ + 1;
         const Rect area = MonitorArea({}, true);
-        form.normal_bounds = InDips(
-            x11::PulledInto(ToPixels(area, 1),
-                            ToPixels(window_host::FirstBounds(id, area), 1)),
-            1);
+        form.normal_bounds =
+            PulledInto(area, window_host::FirstBounds(id, area));
         if (absl::Status fault = ApplyBounds(new_window.bounds, form);
             !fault.ok()) {
           return done(fault);
@@ -713,6 +718,8 @@ void RealDesktop::TellChanged(int64_t id) {
 
 void RealDesktop::OnEvent(const x11::Event& event) {
   display_.OnEvent(event);
+  if (event.type == monitor_event_)
+    sequence_.Post([this] { OnMonitors(); });
   for (const auto& [id, window] : windows_) {
     window->managed.OnEvent(event);
     if (event.xany.window == window->managed.window())
@@ -744,6 +751,36 @@ void RealDesktop::OnQuiet() {
       Change(id, BoundsChange{}, [](const absl::Status&) {});
     }
   }
+}
+
+void RealDesktop::OnMonitors() {
+  const std::vector<x11::Monitor> before =
+      std::exchange(monitors_, x11::ReadMonitors(display_));
+  for (const auto& [id, window] : windows_) {
+    const x11::Monitor& monitor = x11::MonitorOf(
+        before, ToPixels(window->form.normal_bounds, window->frame.scale()));
+    const bool is_there = std::any_of(
+        monitors_.begin(), monitors_.end(),
+        [&](const auto& now) { return now.bounds == monitor.bounds; });
+    if (!is_there)
+      PullIn(id);
+  }
+}
+
+void RealDesktop::PullIn(int64_t id) {
+  Enqueue(
+      id,
+      [this, id](Completion done) {
+        Window* const window = Find(id);
+        if (window == nullptr)
+          return done(NoWindow(id));
+        TakeOver(*window);
+        WindowForm form = window->form;
+        const Rect area = MonitorArea(form.normal_bounds, true);
+        form.normal_bounds = PulledInto(area, form.normal_bounds);
+        AdjustTo(*window, form, window->view, false, std::move(done));
+      },
+      [](const absl::Status&) {});
 }
 
 void RealDesktop::OnCloseWanted(int64_t id) {

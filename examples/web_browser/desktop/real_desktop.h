@@ -29,6 +29,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -39,6 +40,7 @@
 #include "examples/web_browser/x11/change_queue.h"
 #include "examples/web_browser/x11/desktop.h"
 #include "examples/web_browser/x11/managed_window.h"
+#include "examples/web_browser/x11/monitors.h"
 #include "examples/window_host/windows/window_form.h"
 #include "examples/window_host/windows/window_system.h"
 
@@ -169,6 +171,10 @@ class RealDesktop final : public window_host::WindowSystem,
   void TellChanged(int64_t id);
   void OnEvent(const x11::Event& event);
   void OnQuiet();
+  // Monitors may have come or gone: windows of those that have gone are brought
+  // to those that are there.
+  void OnMonitors();
+  void PullIn(int64_t id);
 
   // FrameObserver:
   void OnCloseWanted(int64_t id) override;
@@ -185,6 +191,10 @@ class RealDesktop final : public window_host::WindowSystem,
   const std::chrono::milliseconds patience_;
   x11::ChangeQueue queue_;
   const std::unique_ptr<EventFilter> filter_;
+  // The type of the events that tell of monitors.
+  const std::optional<int> monitor_event_;
+  // As they were last looked at.
+  std::vector<x11::Monitor> monitors_;
   std::map<int64_t, std::unique_ptr<Window>> windows_;
   // The frontmost first; hidden windows keep their place.
   std::vector<int64_t> order_;

@@ -99,10 +99,99 @@ class Screen(Process):
         return {"DISPLAY": self.name}
 
 
+class TwoMonitors(Process):
+    """An X server with two monitors, the second one at the right of the first."""
+
+    LEFT = (0, 0, 1280, 1024)
+    RIGHT = (1280, 0, 1024, 768)
+
+    def __init__(self) -> None:
+        self.folder = tempfile.mkdtemp(prefix="torvane-xorg-")
+        configuration = os.path.join(self.folder, "xorg.conf")
+        with open(configuration, "w") as file:
+            file.write(_XORG)
+        reader, writer = os.pipe()
+        argv = ["Xorg", "-displayfd", str(writer), "-config", configuration]
+        argv += ["-logfile", os.path.join(self.folder, "log"), "-nolisten", "tcp"]
+        argv += ["-noreset", "-novtswitch", "-sharevts"]
+        super().__init__(
+            argv, {}, pass_fds=[writer], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+        )
+        os.close(writer)
+        with os.fdopen(reader) as said:
+            self.name = ":" + said.readline().strip()
+        self._xrandr("--output", "DUMMY0", "--primary")
+        self._xrandr("--addmode", "DUMMY1", "1024x768")
+        self.plug_in()
+
+    @property
+    def environment(self) -> Dict[str, str]:
+        return {"DISPLAY": self.name}
+
+    def plug_in(self) -> None:
+        self._xrandr("--output", "DUMMY1", "--mode", "1024x768", "--pos", "1280x0")
+
+    def unplug(self) -> None:
+        self._xrandr("--output", "DUMMY1", "--off")
+
+    def close(self) -> None:
+        super().close()
+        shutil.rmtree(self.folder)
+
+    def _xrandr(self, *words: str) -> None:
+        subprocess.run(["xrandr", *words], env={**os.environ, **self.environment}, check=True)
+
+
+# The first output has the mode that is named here.
+_XORG = """
+Section "Device"
+  Identifier "card"
+  Driver "dummy"
+  VideoRam 65536
+EndSection
+Section "Monitor"
+  Identifier "monitor"
+  HorizSync 5.0-1000.0
+  VertRefresh 5.0-200.0
+EndSection
+Section "Screen"
+  Identifier "screen"
+  Device "card"
+  Monitor "monitor"
+  DefaultDepth 24
+  SubSection "Display"
+    Depth 24
+    Modes "1280x1024"
+    Virtual 4096 2048
+  EndSubSection
+EndSection
+Section "ServerFlags"
+  Option "AutoAddDevices" "false"
+  Option "AutoAddGPU" "false"
+EndSection
+"""
+
+
+class Bus(Process):
+    """A session bus, without which xfwm4 does not start."""
+
+    def __init__(self) -> None:
+        reader, writer = os.pipe()
+        argv = ["dbus-daemon", "--session", "--nofork", f"--print-address={writer}"]
+        super().__init__(argv, {}, pass_fds=[writer], stderr=subprocess.DEVNULL)
+        os.close(writer)
+        with os.fdopen(reader) as said:
+            self.address = said.readline().strip()
+
+
+OPENBOX = ("openbox", "--sm-disable")
+XFWM4 = ("xfwm4", "--compositor=off")
+
+
 class WindowManager(Process):
     """A window manager that is ready."""
 
-    def __init__(self, screen: Screen, *argv: str) -> None:
+    def __init__(self, screen: Display, *argv: str) -> None:
         display = Xlib.display.Display(screen.name)
         root = display.screen().root
         root.change_attributes(event_mask=Xlib.X.PropertyChangeMask)
@@ -112,11 +201,14 @@ class WindowManager(Process):
         window = root.create_window(0, 0, 1, 1, 0, display.screen().root_depth)
         window.map()
         display.sync()
+        self._home = tempfile.mkdtemp(prefix="torvane-home-")
+        self._bus = Bus() if argv == XFWM4 else None
+        environment = {**screen.environment, "HOME": self._home, "XDG_CONFIG_HOME": self._home}
+        environment["NO_AT_BRIDGE"] = "1"
+        if self._bus:
+            environment["DBUS_SESSION_BUS_ADDRESS"] = self._bus.address
         super().__init__(
-            argv or ["openbox", "--sm-disable"],
-            screen.environment,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
+            argv or OPENBOX, environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
         )
 
         def value(name: str) -> Any:
@@ -131,6 +223,12 @@ class WindowManager(Process):
         wait_for_events(display, lambda: not manages(), "a window manager at work")
         display.close()
         self._screen = screen
+
+    def close(self) -> None:
+        super().close()
+        if self._bus:
+            self._bus.close()
+        shutil.rmtree(self._home, ignore_errors=True)
 
     def hang(self) -> None:
         """Stops it until go_on(), while the X server goes on.

@@ -9,7 +9,7 @@ from typing import Any, Callable, Dict, Iterator, Sequence
 
 import torvane.blocking
 from observer import Bounds, Observer
-from programs import TIMEOUT, Screen, WebBrowser, WindowManager
+from programs import OPENBOX, TIMEOUT, Screen, WebBrowser, WindowManager
 from torvane import Code, RpcError
 
 USER, CALL, SHUTDOWN = 1, 2, 3
@@ -20,17 +20,21 @@ class BrowserTestCase(unittest.TestCase):
 
     # Arguments of the browser; how many windows it opens is the first one's.
     arguments: Sequence[str] = ("--windows", "1")
-    window_manager: Sequence[str] = ()
+    window_manager: Sequence[str] = OPENBOX
     # Of the browser, beside the test's own.
     environment: Dict[str, str] = {}
     # Seconds that the window manager may take, on a machine with other work.
     patience: float = TIMEOUT / 2
 
-    screen: Screen
+    screen: Any
+
+    @classmethod
+    def start_screen(cls) -> Any:
+        return Screen()
 
     @classmethod
     def setUpClass(cls) -> None:
-        cls.screen = Screen()
+        cls.screen = cls.start_screen()
         cls.addClassCleanup(cls.screen.close)
 
     def setUp(self) -> None:

@@ -41,9 +41,8 @@ class Model(BrowserTestCase):
     arguments = ("--windows", "3", "--max-windows", "5")
 
     @classmethod
-    def setUpClass(cls):
-        cls.screen = Screen(f"{WIDTH}x{HEIGHT}x24")
-        cls.addClassCleanup(cls.screen.close)
+    def start_screen(cls):
+        return Screen(f"{WIDTH}x{HEIGHT}x24")
 
     def start_window_manager(self):
         # Window managers take over what is there when they start.

@@ -133,6 +133,19 @@ int64_t Distance(const PixelRect& one, const PixelRect& other) {
 
 }  // namespace
 
+std::optional<int> SelectMonitorEvents(const Desktop& desktop) {
+  int event_base = 0;
+  int error_base = 0;
+  if (XRRQueryExtension(desktop.connection(), &event_base, &error_base) == 0) {
+    return std::nullopt;
+  }
+  // What toolkits select, too: the selection is one for the whole connection.
+  XRRSelectInput(desktop.connection(), desktop.root(),
+                 RRScreenChangeNotifyMask | RRCrtcChangeNotifyMask |
+                     RROutputPropertyNotifyMask);
+  return event_base + RRScreenChangeNotify;
+}
+
 std::vector<Monitor> ReadMonitors(const Desktop& desktop) {
   WindowId ignored = 0;
   PixelRect root;

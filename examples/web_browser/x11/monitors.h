@@ -13,6 +13,7 @@
 #ifndef EXAMPLES_WEB_BROWSER_X11_MONITORS_H_
 #define EXAMPLES_WEB_BROWSER_X11_MONITORS_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@
 namespace web_browser::x11 {
 
 class Desktop;
+
+// Has the connection told when a monitor comes, goes or changes. Returns the
+// type of these events; none where there is no RandR.
+std::optional<int> SelectMonitorEvents(const Desktop& desktop);
 
 struct Monitor {
   // As RandR names its output; "screen" where there is no RandR.
