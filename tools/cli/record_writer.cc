@@ -1,9 +1,14 @@
 #include "tools/cli/record_writer.h"
 
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
+
+#include <new>
 
 #include "absl/strings/str_cat.h"
 #include "absl/strings/strip.h"
+#include "base/immediate_crash.h"
 #include "base/logging.h"
 #include "tools/cli/printable.h"
 #include "tools/cli/protobuf_log.h"
@@ -16,6 +21,7 @@ constexpr std::chrono::seconds kSecond(1);
 // Set once, before records are passed to it, and never destroyed: records may
 // come until the process has ended.
 RecordWriter* g_writer = nullptr;
+int g_descriptor = -1;
 
 bool PassOn(int severity,
             const char* file,
@@ -24,6 +30,18 @@ bool PassOn(int severity,
             const std::string& record) {
   g_writer->Write(severity, file, line, message_start, record);
   return true;
+}
+
+// For operator new. It may be a record that needs the memory, so this allocates
+// nothing and takes no lock.
+void EndWithoutMemory() {
+  constexpr std::string_view kText = "No memory is left: the process ends.\n";
+  pollfd polled = {g_descriptor, POLLOUT, 0};
+  if (poll(&polled, 1, 0) == 1 && polled.revents == POLLOUT &&
+      write(g_descriptor, kText.data(), kText.size()) < 0) {
+    // Then it ends without a word.
+  }
+  base::ImmediateCrash();
 }
 
 }  // namespace
@@ -82,6 +100,8 @@ void RecordWriter::SayWhatWasLeftOut(Source& source) {
 RecordWriter& WriteRecordsTo(int descriptor) {
   signal(SIGPIPE, SIG_IGN);
   signal(SIGXFSZ, SIG_IGN);
+  g_descriptor = descriptor;
+  std::set_new_handler(EndWithoutMemory);
   g_writer = new RecordWriter(*new LineWriter(descriptor, "record"));
   logging::SetLogMessageHandler(PassOn);
   RecordProtobufLog();

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -186,6 +187,28 @@ TEST_F(WriteRecordsToDeathTest, AFatalRecordIsWrittenAndEndsTheProcess) {
         LOG(FATAL) << "Last words";
       },
       DiedOfATrap, ":FATAL:.*Last words");
+}
+
+TEST_F(WriteRecordsToDeathTest, WithoutMemoryTheProcessSaysSoAndEnds) {
+  EXPECT_EXIT(
+      {
+        WriteRecordsTo(STDERR_FILENO);
+        std::get_new_handler()();
+      },
+      DiedOfATrap, "^No memory is left: the process ends.\n$");
+}
+
+TEST_F(WriteRecordsToDeathTest, WithoutMemoryTheProcessEndsThoughNobodyReads) {
+  EXPECT_EXIT(
+      {
+        while (write(write_.get(), "x", 1) == 1) {
+        }
+        fcntl(write_.get(), F_SETFL, 0);
+        WriteRecordsTo(write_.get());
+        alarm(60);
+        std::get_new_handler()();
+      },
+      DiedOfATrap, "");
 }
 
 TEST_F(WriteRecordsToDeathTest, AFatalRecordEndsTheProcessThoughNobodyReads) {

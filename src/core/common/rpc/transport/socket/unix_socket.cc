@@ -133,6 +133,10 @@ absl::Status MakeRoom(const std::string& path, const sockaddr_un& address) {
         absl::StrCat(path, " exists and is not a socket: choose another path"));
   }
   const loop::ScopedFd probe = NewSocket();
+  if (!probe.is_valid()) {
+    return Errno(errno,
+                 absl::StrCat("cannot tell whether ", path, " is in use"));
+  }
   if (connect(probe.get(), Generic(address), sizeof(address)) == 0 ||
       errno == EAGAIN) {
     return absl::AlreadyExistsError(
@@ -166,7 +170,7 @@ absl::StatusOr<UnixListener> UnixListener::Open(const std::string& path) {
   }
   loop::ScopedFd fd = NewSocket();
   // The mode that the socket has when it is bound becomes that of its file.
-  if (fchmod(fd.get(), kSocketMode) != 0 ||
+  if (!fd.is_valid() || fchmod(fd.get(), kSocketMode) != 0 ||
       bind(fd.get(), Generic(*address), sizeof(*address)) != 0) {
     return Errno(errno, absl::StrCat("cannot listen at ", path));
   }
@@ -212,6 +216,9 @@ absl::StatusOr<loop::ScopedFd> ConnectToUnixSocket(const std::string& path) {
     return address.status();
   }
   loop::ScopedFd fd = NewSocket();
+  if (!fd.is_valid()) {
+    return Errno(errno, absl::StrCat("cannot connect to ", path));
+  }
   if (connect(fd.get(), Generic(*address), sizeof(*address)) == 0) {
     return fd;
   }

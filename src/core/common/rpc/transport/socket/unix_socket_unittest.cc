@@ -184,13 +184,14 @@ TEST_F(UnixSocket, KnowsWhoIsAtTheOtherEnd) {
 }
 
 // While it lives, the process has no descriptor left.
+// But `left`, where the test says so.
 class NoDescriptors {
  public:
-  NoDescriptors() {
+  explicit NoDescriptors(int left = 0) {
     getrlimit(RLIMIT_NOFILE, &before_);
     const int next = dup(STDERR_FILENO);
     close(next);
-    const rlimit none = {static_cast<rlim_t>(next), before_.rlim_max};
+    const rlimit none = {static_cast<rlim_t>(next + left), before_.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);
   }
   ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
@@ -240,6 +241,43 @@ TEST_F(UnixSocket, TheServerDoesNotKeepTryingWithoutDescriptors) {
     lab.loop.context().poll_one();
   }
   EXPECT_EQ(lab.server->counters().limit_hits.accept_pause, 1u);
+}
+
+TEST_F(UnixSocket, WithoutADescriptorNothingIsListenedAtAndThatIsWhy) {
+  {
+    NoDescriptors none;
+    EXPECT_EQ(UnixListener::Open(path_).status().message(),
+              absl::StrCat("cannot use the folder of ", path_,
+                           ": Too many open files"));
+  }
+  // One is for the folder.
+  NoDescriptors one_left(1);
+  const absl::Status status = UnixListener::Open(path_).status();
+  EXPECT_EQ(status.code(), absl::StatusCode::kResourceExhausted);
+  EXPECT_EQ(status.message(),
+            absl::StrCat("cannot listen at ", path_, ": Too many open files"));
+  EXPECT_FALSE(HasSocket());
+}
+
+TEST_F(UnixSocket, WithoutADescriptorTheSocketOfADeadServerStays) {
+  auto dead = UnixListener::Open(path_);
+  ASSERT_TRUE(dead.ok());
+  close(dead->Release());
+  NoDescriptors one_left(1);
+  EXPECT_EQ(UnixListener::Open(path_).status().message(),
+            absl::StrCat("cannot tell whether ", path_,
+                         " is in use: Too many open files"));
+  EXPECT_TRUE(HasSocket());
+}
+
+TEST_F(UnixSocket, WithoutADescriptorNobodyIsConnectedAndThatIsWhy) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  NoDescriptors none;
+  const absl::Status status = ConnectToUnixSocket(path_).status();
+  EXPECT_EQ(status.code(), absl::StatusCode::kResourceExhausted);
+  EXPECT_EQ(status.message(),
+            absl::StrCat("cannot connect to ", path_, ": Too many open files"));
 }
 
 }  // namespace
