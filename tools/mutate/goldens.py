@@ -19,6 +19,7 @@ from suites import RPC
 
 _TESTDATA = f"{RPC}/generator/testdata"
 _TEST = f"{RPC}/generator/generated_code_unittest.cc"
+_LIBRARY = "libtorvane_generator_golden.a"
 _FIRST = "interleaved"  # It has methods of all kinds.
 _LIMIT = 300.0  # Seconds, for one compilation and for the test.
 
@@ -61,6 +62,11 @@ class Goldens:
             self._known[key] = self._who_notices_code(changed)
         return self._known[key]
 
+    def who_notices_as_they_are(self, path: str, number: int) -> str:
+        """The first suite of the file that notices, or ""."""
+        with self._writing:
+            return self._suites.who_notices(path, number)
+
     def _read(self) -> dict[pathlib.Path, bytes]:
         return {path: path.read_bytes() for path in sorted(self._testdata.rglob("*"))
                 if path.suffix in (".h", ".cc", ".expected")}
@@ -97,7 +103,7 @@ class Goldens:
                 if not self._compile(source, golden, compiled):
                     return "compiler"
             program = folder / "generated_code_unittest"
-            if not self._link_with(objects, program):
+            if not self._link_with(objects, folder, program):
                 return "linker"
             return "" if passes([program], folder, _LIMIT) else "generated_code_unittest"
 
@@ -108,15 +114,25 @@ class Goldens:
         command[command.index("-o") + 1] = str(compiled)
         return passes(command, self._build, _LIMIT)
 
-    def _link_with(self, objects: list[pathlib.Path], program: pathlib.Path) -> bool:
-        """Objects that come before a library are taken instead of its own."""
-        has_test = any(path.name == f"{self._test.name}.o" for path in objects)
-        command = [word for word in self._link
-                   if not (has_test and word.endswith(f"{self._test.name}.o"))]
+    def _link_with(self, objects: list[pathlib.Path], folder: pathlib.Path,
+                   program: pathlib.Path) -> bool:
+        """Takes these objects in place of those of the same names, in the library
+        too: what they lack would else be found there."""
+        names = [path.name for path in objects]
+        command = [self._without(word, names, folder) if word.endswith(_LIBRARY) else word
+                   for word in self._link
+                   if pathlib.Path(word).name not in names]
         place = command.index("-o")
         command[place + 1] = str(program)
         command[place:place] = [str(path) for path in objects]
         return passes(command, self._build, _LIMIT)
+
+    def _without(self, library: str, names: list[str], folder: pathlib.Path) -> str:
+        """A copy of the library without these objects."""
+        copy = folder / _LIBRARY
+        shutil.copy(self._build / library, copy)
+        subprocess.run(["ar", "d", copy, *names], check=True)
+        return str(copy)
 
 
 def _stem(path: pathlib.Path) -> str:

@@ -111,10 +111,12 @@ def judge(verdicts: list[Verdict], tree: MutatedTree, jobs: int) -> None:
 
     def judge_one(verdict: Verdict) -> None:
         path, number = verdict.file.path, verdict.mutant.number
-        if suites.folder_of(path).golden:
-            verdict.noticed_by_others = goldens.who_notices(number)
-        verdict.noticed_by = verdict.noticed_by_others or all_suites.who_notices(
-            path, number)
+        if not suites.folder_of(path).golden:
+            verdict.noticed_by = all_suites.who_notices(path, number)
+            return
+        verdict.noticed_by_others = goldens.who_notices(number)
+        verdict.noticed_by = (verdict.noticed_by_others or
+                              goldens.who_notices_as_they_are(path, number))
 
     since, done, left = time.monotonic(), 0, 0
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:

@@ -84,6 +84,12 @@ TEST_F(Plugin, ExplainsItself) {
   EXPECT_THAT(result.output, HasSubstr("--rpc_out=DIR"));
 }
 
+TEST_F(Plugin, ExplainsItselfToNobodyWhoHasNotAsked) {
+  const Result result = RunShell(PLUGIN " --unknown </dev/null");
+  EXPECT_EQ(result.output.find("--rpc_out=DIR"), std::string::npos)
+      << result.output;
+}
+
 TEST_F(Plugin, FailsOnInputThatIsNoRequest) {
   const Result result = RunShell("printf garbage | " PLUGIN);
   EXPECT_EQ(result.status, 1);
