@@ -74,7 +74,9 @@ class Gateway:
 
     def stop(self) -> None:
         self._process.terminate()
-        self._process.wait(TIMEOUT)
+        code = self._process.wait(TIMEOUT)
+        if code != 0:
+            raise AssertionError(f"the gateway has ended with {code}")
 
     def kill(self) -> None:
         self._process.kill()

@@ -108,7 +108,9 @@ class FleetTest(unittest.TestCase):
     ) -> None:
         channel = self.connect()
         clients = {name: self.fleet.client(channel, name) for name in HOSTS}
-        watchers = {name: self.watch(client) for name, client in clients.items()}
+        watchers = {
+            name: self.watch_when_it_can_be_reached(client) for name, client in clients.items()
+        }
 
         def use(*names: str) -> None:
             for name in names:
