@@ -15,6 +15,9 @@ torvane_find_abseil()
 if(NOT Protobuf_VERSION VERSION_LESS 4)
   target_link_libraries(protobuf::libprotobuf INTERFACE
     absl::absl_check absl::absl_log absl::flat_hash_map absl::status absl::strings)
+  # They want the result of each reader looked at. What ours read, they have written
+  # themselves.
+  target_compile_options(torvane_options INTERFACE -Wno-unused-result)
 endif()
 
 # Stand-alone Asio, without exceptions and run-time type information. Always

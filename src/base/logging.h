@@ -27,6 +27,13 @@
 #include <sstream>
 #include <string>
 
+// Newer releases of protobuf bring Abseil's macro LOG with their headers. It is
+// included here, since later it would silently replace the one below.
+#if __has_include(<google/protobuf/runtime_version.h>)
+#include "absl/log/log.h"
+#undef LOG
+#endif
+
 namespace logging {
 
 using LogSeverity = int;

@@ -16,8 +16,9 @@ void Report(const QuestionsOfClient& questions,
     }
     BrowserId window;
     window.ParseFromString(question.window);
-    report.oldest_questions.push_back({question.method->descriptor->full_name(),
-                                       window.value(), now - question.asked});
+    report.oldest_questions.push_back(
+        {std::string(question.method->descriptor->full_name()), window.value(),
+         now - question.asked});
   }
 }
 

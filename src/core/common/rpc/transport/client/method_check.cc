@@ -84,7 +84,7 @@ absl::StatusOr<const MethodDescriptor*> CheckStream(
 }  // namespace
 
 std::string NameOf(const MethodDescriptor* method) {
-  return method == nullptr ? "a null method" : method->full_name();
+  return std::string(method == nullptr ? "a null method" : method->full_name());
 }
 
 absl::Status CheckCall(const MethodDescriptor* method,
