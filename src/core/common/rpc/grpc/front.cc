@@ -332,6 +332,8 @@ void FrontCore::Stop(std::chrono::milliseconds grace,
       << "Stop() comes once, after Listen()";
   stopping_ = true;
   on_stopped_ = std::move(on_stopped);
+  // What begins from now on is told so at once.
+  unary_paths_.Clear();
   server_->GetHealthCheckService()->Shutdown();
   for (const auto& [name, peer] : peers_) {
     peer->EndStreams(Stopping());

@@ -614,6 +614,18 @@ TEST_F(FrontTest, StoppingEndsStreamsAndLetsCallsComplete) {
   RunUntil([&] { return stopped; });
 }
 
+TEST_F(FrontTest, ACallThatBeginsWhileStoppingIsToldBeforeItsRequest) {
+  Await(client().Call(kEcho, Text("x")));
+  const auto parked = client().Call(kPark, Text("x"));
+  RunUntil([&] { return service_.parked.size() == 1; });
+  server_->Stop(std::chrono::hours(1), [] {});
+  const auto late = client().Open(kEcho);
+  AwaitEnd(late);
+  EXPECT_EQ(late->status, absl::UnavailableError("the server is stopping"));
+  service_.parked[0].Complete();
+  Await(parked);
+}
+
 // No slice has time for two streams.
 TEST_F(FrontTest, StoppingServesOthersBetweenTheEndsOfStreams) {
   AnswerSlowlyFor(3);
