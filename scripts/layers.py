@@ -55,6 +55,7 @@ LAYERS = [
     ('desktop', 'examples/web_browser/desktop/', PUBLIC + ' cli windows x11 frame'),
     ('web_browser', 'examples/web_browser/app/', PUBLIC + ' cli windows service app x11 frame desktop'),
     ('bench', 'bench/', ''),
+    ('browser_bench', 'examples/web_browser/bench/', ''),
     ('prelude', 'cmake/prelude.h', ''),
     ('partition_alloc', 'cmake/partition_alloc/', 'base'),
 ]

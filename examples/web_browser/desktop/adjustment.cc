@@ -29,10 +29,11 @@ class Adjustment : public std::enable_shared_from_this<Adjustment> {
 
   // Takes the next step that is necessary; ends where there is none.
   void Continue() {
+    // Only a step changes them, and after it this begins anew.
+    const absl::StatusOr<WindowFacts> facts = window_.Read();
+    if (!facts.ok())
+      return done_(facts.status());
     while (next_ < kSteps.size()) {
-      const absl::StatusOr<WindowFacts> facts = window_.Read();
-      if (!facts.ok())
-        return done_(facts.status());
       const Step step = kSteps[next_++];
       if ((this->*step)(*facts))
         return;

@@ -88,6 +88,8 @@ class PageTestCase(BrowserTestCase):
     """The window shows a page of the test's, which says what happens by its title."""
 
     page = "<title>page</title>"
+    # So many windows show it.
+    windows_of_page = 1
 
     def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory(prefix="torvane-page-")
@@ -95,7 +97,7 @@ class PageTestCase(BrowserTestCase):
         self.path = os.path.join(folder.name, "page.html")
         with open(self.path, "w") as file:
             file.write(f"<!doctype html><meta charset=utf-8>{self.page}")
-        self.arguments = (self.path,)
+        self.arguments = (self.path,) * self.windows_of_page
         super().setUp()
 
     def wait_for_title(self, title: str, number: int = 1, patience: float = TIMEOUT) -> None:

@@ -165,6 +165,7 @@ class Comparison:
         # Bounds that waited. The window manager must refuse them now, too.
         again = Operation("set_bounds", window, {"bounds": wanted})
         refused = differences.refusal(again, *await self.real.perform(again), False)
+        self.last.append(f"{again}, which waited; it has {bounds}")
         self.expect(refused, differences.OFF_THE_SCREEN)
         self.differences[differences.OFF_THE_SCREEN_LATER] += 1
         await self.model.windows.set_bounds(window, bounds=bounds)

@@ -9,7 +9,7 @@ import random
 import unittest
 
 from observer import Observer
-from support import BrowserTestCase
+from support import BrowserTestCase, PageTestCase
 
 LOOPS = int(os.environ.get("LOOPS") or 100)
 WINDOWS = int(os.environ.get("WINDOWS") or 8)
@@ -82,15 +82,16 @@ class AtOnce(BrowserTestCase):
         self.assertEqual([call.result() for call in calls], [None] * 8)
 
 
-class Many(BrowserTestCase):
-    arguments = ("--windows", str(WINDOWS))
+class Many(PageTestCase):
+    page = "<title>ready</title>"
+    windows_of_page = WINDOWS
 
     def test_all_open_windows_do_what_is_asked_of_them_and_close(self):
         numbers = list(range(1, WINDOWS + 1))
         self.assertEqual(self.observer.numbers(), numbers)
-        self.observer.wait_until(
-            lambda: len(self.browser.children("WebKitWebProcess")) == WINDOWS, "their pages"
-        )
+        for number in numbers:
+            self.wait_for_title("ready", number)
+        self.assertEqual(len(self.browser.children("WebKitWebProcess")), WINDOWS)
         for number in numbers:
             bounds = (number, 2 * number, 300 + number, 200 + number)
             x, y, width, height = bounds
