@@ -235,7 +235,7 @@ TEST_F(HostFaultsTest, AClockThatIsSetBackHoldsUpNoTimer) {
 
   StartClient({"answer", "OnCloseWindow", "1"});
   host_->Write("close 1\n");
-  EXPECT_EQ("Window 1 is closed: its client did not answer in time.",
+  ASSERT_EQ("Window 1 is closed: its client did not answer in time.",
             host_->ReadLine());
   EXPECT_EQ(absl::StatusCode::kDeadlineExceeded,
             Connect()->AwaitGoodbye().code());

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -28,7 +29,8 @@ using rpc::directory::WindowDirectoryRpc;
 using rpc::directory::WindowInfo;
 using rpc::directory::WindowList;
 
-constexpr size_t kMaxWindows = 6;
+// With long URLs more than one reply has room for.
+constexpr size_t kMaxWindows = 24;
 
 class Directory {
  public:
