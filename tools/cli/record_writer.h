@@ -87,8 +87,8 @@ class RecordWriter {
 // those of LOG, and what Protocol Buffers would print to standard error
 // (protobuf_log.h). From here on no write of the process ends it, neither to a
 // reader that has gone nor to a file that takes no more. A process that gets no
-// more memory says so there and ends at once, so that nothing half done is seen.
-// Call it once.
+// more memory says so there and ends at once, so that nothing half done is
+// seen. Call it once.
 RecordWriter& WriteRecordsTo(int descriptor);
 
 }  // namespace cli
