@@ -93,19 +93,23 @@ class HostFaultsTest : public EndToEndTest {
   rpc::loop::Loop loop_;
 };
 
-// With one descriptor more each time, until there are enough.
+// With one descriptor more each time, until there are enough. With the first
+// ones the loader lacks them, and has its own words for it.
 TEST_F(HostFaultsTest, WithoutDescriptorsItSaysSoAndDoesNotStart) {
-  constexpr int kLeastForTheLoader = 4;
+  constexpr int kLeast = 4;
   constexpr int kEnough = 64;
   std::vector<std::string> last_words;
-  for (int limit = kLeastForTheLoader; limit < kEnough; ++limit) {
+  for (int limit = kLeast; limit < kEnough; ++limit) {
     host_ = HostAfter(absl::StrCat("ulimit -n ", limit), {});
     const std::string ready = host_->ReadLine();
     if (!ready.empty())
       break;
     const Process::Result end = host_->Wait();
     EXPECT_NE(0, end.exit_code) << limit;
-    EXPECT_THAT(end.errors, HasSubstr("Too many open files")) << limit;
+    EXPECT_THAT(end.errors,
+                AnyOf(HasSubstr("Too many open files"),
+                      HasSubstr("error while loading shared libraries")))
+        << limit;
     last_words.push_back(end.errors);
   }
   EXPECT_THAT(last_words,

@@ -39,7 +39,7 @@ class Demo(unittest.TestCase):
     def test_fails_where_the_browser_does_not_come_up(self):
         ran = self.run_demo(WEB_BROWSER="/bin/false")
         self.assertEqual(ran.returncode, 1, ran.stdout)
-        self.assertRegex(ran.stdout, "^demo: expected 'web_browser: ready")
+        self.assertRegex(ran.stdout, "^demo: expected 'false: ready")
 
     def test_needs_a_display_for_being_here(self):
         ran = self.run_demo("--here", DISPLAY="")

@@ -2,7 +2,7 @@
 
 Operations chosen at random are done on both, over the service. After each of them
 everything that a client can ask is the same on both, but for what differences.py
-names. MODEL_SEED=7 repeats a run, MODEL_STEPS=10000 makes a long one.
+names. MODEL_SEED=7 makes other steps, MODEL_STEPS=10000 makes more of them.
 """
 
 import asyncio
@@ -23,6 +23,9 @@ WIDTH, HEIGHT = 1920, 1080
 TOP, BOTTOM = 32, 48
 
 SHORT_STEPS = 200
+# The same each time: what a seed finds is found by whoever looks for it, not by
+# whoever happens to run the tests.
+SHORT_SEED = 6
 # In so many steps each difference shows.
 LONG_STEPS = 5000
 # So many operations the text of a failure names.
@@ -57,7 +60,7 @@ class Model(BrowserTestCase):
         self.addCleanup(self.host.close)
 
     def test_real_windows_do_what_those_in_memory_do(self):
-        seed = int(os.environ.get("MODEL_SEED") or random.randrange(1 << 32))
+        seed = int(os.environ.get("MODEL_SEED") or SHORT_SEED)
         print(f"MODEL_SEED={seed}", flush=True)
         steps = int(os.environ.get("MODEL_STEPS") or SHORT_STEPS)
         operations = Operations(random.Random(seed), WIDTH, HEIGHT)
