@@ -47,8 +47,9 @@ if command -v ccache >/dev/null; then
   export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
 fi
 
-# build PRESET [TARGET...]: configures if needed and builds; ends the script on
-# failure. All output of the tools goes to build/PRESET/build.log.
+# build PRESET [TARGET...]: configures and builds; ends the script on failure. What
+# CMake did not find the last time may have been installed since. All output of the
+# tools goes to build/PRESET/build.log.
 build() {
   mkdir -p "build/$1"
   with_progress "build/$1/build.log" configure_and_build "$@" || die "the build failed ($1)"
@@ -57,7 +58,7 @@ build() {
 configure_and_build() {
   local preset=$1
   shift
-  [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" || return
+  cmake --preset "$preset" || return
   cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 

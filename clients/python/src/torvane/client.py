@@ -147,7 +147,9 @@ class Client:
 
     def call(self, method: Method, request: Any, timeout: Timeout) -> Any:
         """Calls a unary method; a coroutine of what it returns."""
-        return self._calls.call(method, request, self._timeout if timeout is ... else timeout)
+        if timeout is not None and not isinstance(timeout, (int, float)):
+            timeout = self._timeout
+        return self._calls.call(method, request, timeout)
 
     def open_events(self, method: Method, windows: Sequence[int]) -> EventStream:
         """Opens a stream of events."""
