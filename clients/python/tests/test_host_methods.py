@@ -4,6 +4,7 @@ import asyncio
 import unittest
 
 import torvane
+from declarations import fields_of, methods_of, type_name
 from support import HostTestCase, message
 from torvane import Code
 from torvane.contract import MethodKind, builtin_contract
@@ -12,13 +13,13 @@ from torvane.contract import MethodKind, builtin_contract
 class Methods(HostTestCase):
     flags = ("--windows", "3")
 
-    # One test for each pair or group of methods; the names of those that a test
-    # has called are collected, and the last test counts them.
-    called = set()
+    # One test for each pair or group of methods; what those have returned that a
+    # test has called is collected, and Coverage looks at it.
+    returned = {}
 
     async def asyncSetUp(self):
         await super().asyncSetUp()
-        self.windows = Recording(self.client.windows, self.called)
+        self.windows = Recording(self.client.windows, self.returned)
 
     async def test_show_hide_is_visible(self):
         w = self.windows
@@ -155,15 +156,18 @@ class Methods(HostTestCase):
 
 
 class Recording:
-    """A service that writes down which of its methods are used."""
+    """A service that writes down what its methods return, by their names."""
 
-    def __init__(self, service, called):
+    def __init__(self, service, returned):
         self._service = service
-        self._called = called
+        self._returned = returned
 
     def __getattr__(self, name):
-        self._called.add(name)
-        return getattr(self._service, name)
+        async def call(*args, **fields):
+            self._returned[name] = await getattr(self._service, name)(*args, **fields)
+            return self._returned[name]
+
+        return call
 
 
 def unary_methods():
@@ -180,7 +184,22 @@ def load_tests(loader, tests, pattern):
 class Coverage(unittest.TestCase):
     def test_all_37_unary_methods_were_called(self):
         self.assertEqual(len(unary_methods()), 37)
-        self.assertEqual(set(unary_methods()) - Methods.called, set())
+        self.assertEqual(set(unary_methods()) - set(Methods.returned), set())
+
+    def test_all_37_have_returned_what_type_checkers_expect(self):
+        declared = methods_of("AsyncCalls")
+        for name in unary_methods():
+            with self.subTest(name):
+                self.assertEqual(type_name(Methods.returned[name]), declared[name].returns)
+
+    def test_messages_have_the_fields_that_type_checkers_expect(self):
+        messages = [value for value in Methods.returned.values() if hasattr(value, "DESCRIPTOR")]
+        self.assertEqual(len(messages), 3)
+        for message in messages:
+            with self.subTest(type_name(message)):
+                fields = message.DESCRIPTOR.fields_by_name
+                types = {name: type_name(getattr(message, name)) for name in fields}
+                self.assertEqual(types, fields_of(type_name(message)))
 
 
 class Calls(HostTestCase):

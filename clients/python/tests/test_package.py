@@ -42,6 +42,7 @@ class Package(unittest.TestCase):
         )
         installed = sorted(os.listdir(os.path.join(target, "torvane")))
         self.assertIn("py.typed", installed)
+        self.assertIn("contract_types.pyi", installed)
         self.assertIn("contract.binpb", installed)
         # Nothing but the package and what pip says of it.
         self.assertEqual(

@@ -132,10 +132,11 @@ def _parameter(
 
 def _type_of(field: Descriptor) -> str:
     element = _element_type_of(field)
-    return f"list[{element}]" if _is_repeated(field) else element
+    return f"list[{element}]" if is_repeated(field) else element
 
 
-def _is_repeated(field: Descriptor) -> bool:
+def is_repeated(field: Descriptor) -> bool:
+    """Whether a field is a list."""
     # Newer versions of protobuf have the first of the two, older ones the second.
     if hasattr(field, "is_repeated"):
         return bool(field.is_repeated)

@@ -24,12 +24,13 @@ import torvane.reconnecting
 from torvane.contract import Contract, Method
 from torvane.errors import Code, RpcError
 from torvane.questions import Asked, Handler
-from torvane.service import Service, Timeout, Windows
+from torvane.service import BlockingReconnectingWindows, BlockingWindows, Service, Timeout, Windows
 
 # Handlers that run at the same time. More questions wait for a free thread.
 HANDLER_THREADS = 16
 
 _Result = TypeVar("_Result")
+_Event = TypeVar("_Event")
 
 
 class _LoopThread:
@@ -92,7 +93,7 @@ async def _cancel_others() -> None:
     await asyncio.gather(*tasks, return_exceptions=True)
 
 
-class Events:
+class Events(Generic[_Event]):
     """A stream of events, to be read by `for`: a torvane.EventStream that blocks,
     or that of a Reconnecting."""
 
@@ -108,7 +109,7 @@ class Events:
         """Asks for no more events about a window. Raises RpcError."""
         self._thread.call(self._stream.unsubscribe, window)
 
-    def get(self, timeout: Optional[float] = None) -> Any:
+    def get(self, timeout: Optional[float] = None) -> _Event:
         """The next event. timeout is in seconds; None waits for ever.
 
         Raises TimeoutError when the time is up, EOFError when the stream has been
@@ -123,16 +124,16 @@ class Events:
         """Ends the stream and drops what was not read. May be called again."""
         _unless_closed(self._thread, self._stream.aclose())
 
-    def __iter__(self) -> "Events":
+    def __iter__(self) -> "Events[_Event]":
         return self
 
-    def __next__(self) -> Any:
+    def __next__(self) -> _Event:
         try:
             return self.get()
         except EOFError:
             raise StopIteration from None
 
-    def __enter__(self) -> "Events":
+    def __enter__(self) -> "Events[_Event]":
         return self
 
     def __exit__(
@@ -143,9 +144,10 @@ class Events:
     ) -> None:
         self.close()
 
-    async def _next(self) -> Any:
+    async def _next(self) -> _Event:
         try:
-            return await self._stream.__anext__()
+            event: _Event = await self._stream.__anext__()
+            return event
         except StopAsyncIteration:
             raise EOFError("the stream has been closed") from None
 
@@ -194,9 +196,10 @@ class Answerer:
 
 
 _Inner = TypeVar("_Inner", torvane.client.Client, torvane.reconnecting.Reconnecting)
+_Windows = TypeVar("_Windows", BlockingWindows, BlockingReconnectingWindows)
 
 
-class BlockingClient(Generic[_Inner]):
+class BlockingClient(Generic[_Inner, _Windows]):
     """A client whose methods block. Made by connect() and reconnecting().
 
     Ownership: the caller's, who closes it: that ends the thread, and fails what
@@ -208,10 +211,12 @@ class BlockingClient(Generic[_Inner]):
     def __init__(self, thread: _LoopThread, client: _Inner) -> None:
         self._thread = thread
         self._client: _Inner = client
-        self._windows = Windows(self, client.contract)
+        # Its type is that of the subclass.
+        windows: Any = Windows(self, client.contract)
+        self._windows: _Windows = windows
 
     @property
-    def windows(self) -> Windows:
+    def windows(self) -> _Windows:
         """The windows: the service rpc.BrowserWindow."""
         return self._windows
 
@@ -247,7 +252,7 @@ class BlockingClient(Generic[_Inner]):
         """Calls a unary method, and returns what it returns."""
         return self._thread.run(self._client.call(method, request, timeout))
 
-    def open_events(self, method: Method, windows: Sequence[int]) -> Events:
+    def open_events(self, method: Method, windows: Sequence[int]) -> Events[Any]:
         """Opens a stream of events."""
         stream = self._thread.call(self._client.open_events, method, windows)
         return Events(self._thread, stream)
@@ -265,10 +270,10 @@ class BlockingClient(Generic[_Inner]):
         return Answerer(thread, answerer, handler)
 
 
-_Self = TypeVar("_Self", bound=BlockingClient[Any])
+_Self = TypeVar("_Self", bound=BlockingClient[Any, Any])
 
 
-class Client(BlockingClient[torvane.client.Client]):
+class Client(BlockingClient[torvane.client.Client, BlockingWindows]):
     """A connection, and the services at its other end. Made by connect()."""
 
     @property
@@ -282,7 +287,9 @@ class Client(BlockingClient[torvane.client.Client]):
         return self._client.error
 
 
-class ReconnectingClient(BlockingClient[torvane.reconnecting.Reconnecting]):
+class ReconnectingClient(
+    BlockingClient[torvane.reconnecting.Reconnecting, BlockingReconnectingWindows]
+):
     """Connects again when the server comes back. Made by reconnecting()."""
 
     @property

@@ -151,7 +151,7 @@ class Client:
             timeout = self._timeout
         return self._calls.call(method, request, timeout)
 
-    def open_events(self, method: Method, windows: Sequence[int]) -> EventStream:
+    def open_events(self, method: Method, windows: Sequence[int]) -> EventStream[Any]:
         """Opens a stream of events."""
         limit = self._connection.limits.max_unread_bytes
         return EventStream(self._streams, method, windows, limit)

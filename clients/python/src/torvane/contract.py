@@ -22,7 +22,8 @@ Descriptor = Any
 
 WINDOW_ID = "BrowserId"
 _EVENT_REQUEST = "rpc.EventSubscription"
-_WRAPPERS = frozenset(
+# Messages that hold one value, which is what a call returns instead.
+WRAPPERS = frozenset(
     f"google.protobuf.{kind}Value"
     for kind in (
         "Bool Bytes Double Float Int32 Int64 String UInt32 UInt64".split()
@@ -235,7 +236,7 @@ def full_name_of(value: object) -> Optional[str]:
 
 
 def _plain_for(response: str) -> Callable[[Any], Any]:
-    if response in _WRAPPERS:
+    if response in WRAPPERS:
         return lambda message: message.value
     if response == "google.protobuf.Empty":
         return lambda message: None

@@ -4,7 +4,7 @@ import asyncio
 import collections
 import logging
 from types import TracebackType
-from typing import Any, Deque, Optional, Sequence, Type
+from typing import Any, Deque, Generic, Optional, Sequence, Type, TypeVar
 
 from torvane.arguments import window_number
 from torvane.contract import Method
@@ -14,8 +14,10 @@ from torvane.streams import StreamTable
 
 _log = logging.getLogger("torvane")
 
+_Event = TypeVar("_Event")
 
-class EventStream:
+
+class EventStream(Generic[_Event]):
     """The events about the windows that it subscribes to.
 
         async with client.windows.closed(1, 2) as events:
@@ -84,7 +86,7 @@ class EventStream:
         self._drop_unread()
         self._finish(None)
 
-    async def __aenter__(self) -> "EventStream":
+    async def __aenter__(self) -> "EventStream[_Event]":
         return self
 
     async def __aexit__(
@@ -95,14 +97,15 @@ class EventStream:
     ) -> None:
         await self.aclose()
 
-    def __aiter__(self) -> "EventStream":
+    def __aiter__(self) -> "EventStream[_Event]":
         return self
 
-    async def __anext__(self) -> Any:
+    async def __anext__(self) -> _Event:
         while True:
             payload = await self._next_payload()
             try:
-                return self._method.response_class.FromString(payload)
+                event: _Event = self._method.response_class.FromString(payload)
+                return event
             except Exception:  # protobuf's DecodeError; older versions raise others
                 _log.warning("%s: left out an event that does not parse", self._method.full_name)
 

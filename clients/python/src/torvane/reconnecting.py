@@ -6,7 +6,7 @@ import dataclasses
 import logging
 import random
 from types import TracebackType
-from typing import Any, Dict, Optional, Sequence, Set, Tuple, Type
+from typing import Any, Dict, Generic, Optional, Sequence, Set, Tuple, Type, TypeVar, Union
 
 from torvane.arguments import window_number
 from torvane.client import Client, connect
@@ -14,9 +14,11 @@ from torvane.contract import Contract, Method, builtin_contract
 from torvane.errors import Code, RpcError
 from torvane.events import EventStream
 from torvane.questions import Answerer, Asked, Handler
-from torvane.service import Service, Timeout, Windows
+from torvane.service import ReconnectingWindows, Service, Timeout
 
 _log = logging.getLogger("torvane")
+
+_Event = TypeVar("_Event")
 
 # Pauses between attempts to connect, in seconds: each is twice as long as the one
 # before it. The first is what a host needs to start, the last what a person
@@ -84,16 +86,16 @@ class Reconnecting:
         self._contract = contract or builtin_contract()
         self._options = options
         self._client: Optional[Client] = None
-        self._windows: Optional[Windows] = None
+        self._windows: Optional[ReconnectingWindows] = None
         self._answerers: "Set[ReconnectingAnswerer]" = set()
         self._changed: "asyncio.Event"
         self._task: "Optional[asyncio.Task[None]]" = None
 
     @property
-    def windows(self) -> Windows:
+    def windows(self) -> ReconnectingWindows:
         """The windows: the service rpc.BrowserWindow."""
         if self._windows is None:
-            self._windows = Windows(self, self._contract)
+            self._windows = ReconnectingWindows(self, self._contract)
         return self._windows
 
     def service(self, full_name: str) -> Service:
@@ -149,7 +151,7 @@ class Reconnecting:
         """Calls a unary method, as a Client does."""
         return await self.current(method).call(method, request, timeout)
 
-    def open_events(self, method: Method, windows: Sequence[int]) -> "ReconnectingEvents":
+    def open_events(self, method: Method, windows: Sequence[int]) -> "ReconnectingEvents[Any]":
         """Opens a stream of events, now or when there is a connection."""
         self.check_running()
         return ReconnectingEvents(self, method, windows)
@@ -222,7 +224,7 @@ class Reconnecting:
             pause = min(2 * pause, self._longest_pause)
 
 
-class ReconnectingEvents:
+class ReconnectingEvents(Generic[_Event]):
     """An EventStream that goes on with the next connection: see there, and Missed.
 
     It begins when there is a connection. It subscribes again when it is read, and
@@ -234,7 +236,7 @@ class ReconnectingEvents:
         self._method = method
         self._windows = _numbers(method, windows)
         self._client: Optional[Client] = None
-        self._stream: Optional[EventStream] = None
+        self._stream: Optional[EventStream[_Event]] = None
         self._lost: Optional[RpcError] = None
         self._closed = False
         if owner.is_connected:
@@ -260,7 +262,7 @@ class ReconnectingEvents:
             await self._stream.aclose()
         self._owner.notify()
 
-    async def __aenter__(self) -> "ReconnectingEvents":
+    async def __aenter__(self) -> "ReconnectingEvents[_Event]":
         return self
 
     async def __aexit__(
@@ -271,10 +273,10 @@ class ReconnectingEvents:
     ) -> None:
         await self.aclose()
 
-    def __aiter__(self) -> "ReconnectingEvents":
+    def __aiter__(self) -> "ReconnectingEvents[_Event]":
         return self
 
-    async def __anext__(self) -> Any:
+    async def __anext__(self) -> Union[_Event, Missed]:
         while not self._closed:
             if self._stream is not None:
                 try:

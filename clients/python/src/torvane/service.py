@@ -1,7 +1,7 @@
 """A service as a Python object: its methods as functions."""
 
 import inspect
-from typing import Any, Callable, Optional, Protocol, Sequence, Union
+from typing import TYPE_CHECKING, Any, Callable, Optional, Protocol, Sequence, Union
 
 from torvane.arguments import TIMEOUT, request_of, signature_of
 from torvane.contract import Contract, Method, MethodKind, ServiceContract
@@ -71,16 +71,28 @@ class Service:
         return f"<service {self._full_name}>"
 
 
-class Windows(Service):
-    """The browser's windows: the service rpc.BrowserWindow."""
+if TYPE_CHECKING:
+    # The same, with the methods of the contract, for each kind of client.
+    from torvane.contract_types import (
+        BlockingReconnectingWindows as BlockingReconnectingWindows,
+        BlockingWindows as BlockingWindows,
+        ReconnectingWindows as ReconnectingWindows,
+        Windows as Windows,
+    )
+else:
 
-    def __init__(self, caller: Caller, contract: Contract) -> None:
-        super().__init__(caller, contract.service(WINDOWS))
+    class Windows(Service):
+        """The browser's windows: the service rpc.BrowserWindow."""
 
-    def closed(self, *windows: int) -> Any:
-        """The events that one of the windows has closed: the short name of
-        when_browser_window_closed()."""
-        return self.when_browser_window_closed(*windows)
+        def __init__(self, caller: Caller, contract: Contract) -> None:
+            super().__init__(caller, contract.service(WINDOWS))
+
+        def closed(self, *windows: int) -> Any:
+            """The events that one of the windows has closed: the short name of
+            when_browser_window_closed()."""
+            return self.when_browser_window_closed(*windows)
+
+    ReconnectingWindows = BlockingWindows = BlockingReconnectingWindows = Windows
 
 
 def _unary(caller: Caller, method: Method) -> Callable[..., Any]:
