@@ -1,4 +1,3 @@
-#!/usr/bin/env python3
 """Writes src/torvane/contract_types.pyi: the methods and messages of the contract, as
 type checkers read them.
 
@@ -201,7 +200,7 @@ def _scalar(field: Descriptor) -> str:
 def _name_of(declared: Descriptor) -> str:
     """The name of a message or an enum, after that of the message that it is within."""
     outer = declared.containing_type
-    return (_name_of(outer) if outer else "") + declared.name
+    return f"{_name_of(outer)}{declared.name}" if outer else str(declared.name)
 
 
 if __name__ == "__main__":
