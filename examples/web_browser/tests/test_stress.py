@@ -11,7 +11,7 @@ import unittest
 from observer import Observer
 from support import BrowserTestCase, PageTestCase
 
-LOOPS = int(os.environ.get("LOOPS") or 100)
+LOOPS = int(os.environ.get("LOOPS") or 40)
 WINDOWS = int(os.environ.get("WINDOWS") or 8)
 
 
