@@ -78,6 +78,9 @@ int ToInt(std::chrono::milliseconds time) {
       std::min<int64_t>(time.count(), std::numeric_limits<int>::max()));
 }
 
+// More than enough for what is written already but for the network.
+constexpr std::chrono::seconds kTimeForLastWrites(1);
+
 // Shared by the calls that gRPC is not done with; posts when there is none any
 // more.
 class UnderWay {
@@ -357,8 +360,10 @@ void FrontCore::ShutDown() {
   }
   shutdown_ = std::thread([this] {
     // Until then gRPC writes what it has not written yet, such as the ends of
-    // streams.
-    server_->Shutdown(grace_end_);
+    // streams. It waits for idle connections and for watchers of its own
+    // services, too: so not for all that is left of a long grace.
+    server_->Shutdown(std::min(
+        grace_end_, std::chrono::system_clock::now() + kTimeForLastWrites));
     loop_.Post([weak_self = weak_from_this()] {
       if (const auto self = weak_self.lock()) {
         self->work_.reset();

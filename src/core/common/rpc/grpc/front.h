@@ -87,8 +87,8 @@ class Front {
   // Streams end with UNAVAILABLE, and so does what begins from now on. Streams
   // end a few on each turn, so that others on the loop go on. Then calls may
   // take `grace` and are cancelled. After them the front listens no longer,
-  // closes all connections, and runs `on_stopped`, on a later turn. Once, after
-  // Listen().
+  // closes all connections, which may take a second more, and runs
+  // `on_stopped`, on a later turn. Once, after Listen().
   void Stop(std::chrono::milliseconds grace, std::function<void()> on_stopped);
 
  private:

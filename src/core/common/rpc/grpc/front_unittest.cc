@@ -614,6 +614,15 @@ TEST_F(FrontTest, StoppingEndsStreamsAndLetsCallsComplete) {
   RunUntil([&] { return stopped; });
 }
 
+TEST_F(FrontTest, StoppingWaitsForNobodyWhoWatchesItsHealth) {
+  const auto health = client().Open("/grpc.health.v1.Health/Watch");
+  health->Send(Text("lab.Lab"));
+  Await(health, 1);
+  bool stopped = false;
+  server_->Stop(std::chrono::hours(1), [&] { stopped = true; });
+  RunUntil([&] { return stopped; });
+}
+
 TEST_F(FrontTest, ACallThatBeginsWhileStoppingIsToldBeforeItsRequest) {
   Await(client().Call(kEcho, Text("x")));
   const auto parked = client().Call(kPark, Text("x"));

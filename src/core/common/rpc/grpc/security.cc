@@ -21,6 +21,12 @@ bool IsLoopback(std::string_view host) {
           ntohl(address.s_addr) >> 24 == 127);
 }
 
+// gRPC would take what follows for the path of a socket, or for another
+// machine.
+bool IsScheme(std::string_view host) {
+  return host == "unix" || host == "unix-abstract" || host == "vsock";
+}
+
 absl::Status CheckParts(const Security& security) {
   if (security.tls_certificate.empty() != security.tls_key.empty()) {
     return absl::InvalidArgumentError(
@@ -45,7 +51,8 @@ absl::Status Check(const Security& security, std::string_view address) {
       address.substr(0, colon == std::string_view::npos ? 0 : colon);
   const bool has_brackets = absl::StartsWith(host, "[");
   int port = 0;
-  if (host.empty() || has_brackets != absl::EndsWith(host, "]") ||
+  if (host.empty() || IsScheme(host) ||
+      has_brackets != absl::EndsWith(host, "]") ||
       (!has_brackets && absl::StrContains(host, ':')) ||
       !absl::SimpleAtoi(address.substr(colon + 1), &port) || port < 0 ||
       port > 65'535) {

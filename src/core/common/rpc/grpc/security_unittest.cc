@@ -55,6 +55,9 @@ TEST(Security, WhatIsNoHostAndPortIsRefused) {
         "unix:/tmp/socket", "unix:5"}) {
     EXPECT_FALSE(Check({}, address).ok()) << address;
   }
+  for (const char* address : {"unix:5", "unix-abstract:5", "vsock:5"}) {
+    EXPECT_TRUE(absl::IsInvalidArgument(Check(Insecure(), address))) << address;
+  }
   EXPECT_EQ(Check(Insecure(), "unix:/tmp/socket"),
             absl::InvalidArgumentError(
                 "'unix:/tmp/socket' is no HOST:PORT; an IPv6 host stands in "
