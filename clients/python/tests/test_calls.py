@@ -1,6 +1,7 @@
 """Unary calls, against a server that is scripted here."""
 
 import asyncio
+import datetime
 import math
 import unittest
 
@@ -116,6 +117,12 @@ class Deadlines(FakeServerTestCase):
         showing = start(client.windows.show(1))
         peer.reply(await peer.expect("call"), message("google.protobuf.Empty"))
         await showing
+
+    async def test_a_timeout_is_a_number(self):
+        client, _ = await self.connect()
+        for timeout in ("1", datetime.timedelta(seconds=1)):
+            with self.assertRaises(TypeError):
+                await client.windows.show(1, timeout=timeout)
 
     async def test_without_time_nothing_is_sent(self):
         client, peer = await self.connect()

@@ -147,9 +147,8 @@ class Client:
 
     def call(self, method: Method, request: Any, timeout: Timeout) -> Any:
         """Calls a unary method; a coroutine of what it returns."""
-        if timeout is not None and not isinstance(timeout, (int, float)):
-            timeout = self._timeout
-        return self._calls.call(method, request, timeout)
+        chosen: Any = self._timeout if timeout is ... else timeout
+        return self._calls.call(method, request, chosen)
 
     def open_events(self, method: Method, windows: Sequence[int]) -> EventStream[Any]:
         """Opens a stream of events."""
