@@ -61,6 +61,14 @@ TEST(Limits, DefaultsAreValid) {
   EXPECT_EQ(Validate(Limits()), absl::OkStatus());
 }
 
+// What one client has costs the others time when it leaves.
+TEST(Limits, DefaultsAreWhatAServiceOfFourStreamsNeeds) {
+  EXPECT_EQ(Limits().max_streams, 128u);
+  EXPECT_EQ(Limits().max_subscriptions, 2'048u);
+  EXPECT_EQ(Limits().max_server_subscriptions, 16'384u);
+  EXPECT_EQ(Limits().max_client_frame_bytes, 64u << 10);
+}
+
 TEST(Limits, MayBeAsSmallAndAsLargeAsTheTableSaysAndNoMore) {
   for (const LimitInfo& limit : kLimitTable) {
     EXPECT_TRUE(WhenSet(limit, limit.least).ok()) << limit.name;
