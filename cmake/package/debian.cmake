@@ -26,9 +26,14 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION "programs that serve browser windows and d
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libtorvane-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${dev_depends}")
+set(dev_suggests)
 if("glib" IN_LIST components)
-  set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libglib2.0-dev, pkg-config")
+  list(APPEND dev_suggests libglib2.0-dev pkg-config)
 endif()
+if("grpc" IN_LIST components)
+  list(APPEND dev_suggests libgrpc++-dev)
+endif()
+list(JOIN dev_suggests ", " CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS)
 set(CPACK_COMPONENT_DEV_DESCRIPTION "service of browser windows, for programs of one's own
  Static libraries, headers, proto files, the generator of service classes, and
  documents.")

@@ -84,6 +84,12 @@ TEST_F(Plugin, ExplainsItself) {
   EXPECT_THAT(result.output, HasSubstr("--rpc_out=DIR"));
 }
 
+TEST_F(Plugin, SaysItsVersion) {
+  const Result result = RunShell(PLUGIN " --version");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "protoc-gen-rpc " TORVANE_VERSION "\n");
+}
+
 TEST_F(Plugin, ExplainsItselfToNobodyWhoHasNotAsked) {
   const Result result = RunShell(PLUGIN " --unknown </dev/null");
   EXPECT_EQ(result.output.find("--rpc_out=DIR"), std::string::npos)

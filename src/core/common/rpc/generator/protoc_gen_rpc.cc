@@ -24,6 +24,10 @@ int main(int argc, char* argv[]) {
     std::fputs(kUsage, stdout);
     return 0;
   }
+  if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+    std::puts("protoc-gen-rpc " TORVANE_VERSION);
+    return 0;
+  }
   torvane::generator::RpcGenerator generator;
   return google::protobuf::compiler::PluginMain(argc, argv, &generator);
 }

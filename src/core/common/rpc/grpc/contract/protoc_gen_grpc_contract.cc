@@ -11,6 +11,8 @@
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/io/zero_copy_stream.h>
 
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -98,6 +100,10 @@ class ContractGenerator final
 }  // namespace rpc::grpc
 
 int main(int argc, char* argv[]) {
+  if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+    std::puts("protoc-gen-grpc-contract " TORVANE_VERSION);
+    return 0;
+  }
   const rpc::grpc::ContractGenerator generator;
   return google::protobuf::compiler::PluginMain(argc, argv, &generator);
 }
