@@ -50,9 +50,9 @@ class WebBrowser {
   // Ends the process.
   [[noreturn]] void Run() {
     HandleDisplayLoss([this](FoundBy found_by) {
+      display_is_lost_ = true;
       if (found_by == FoundBy::kToolkit)
         EndWithoutDisplay();
-      display_is_lost_ = true;
       loop_.Stop();
     });
     OpenNext();
@@ -104,7 +104,12 @@ class WebBrowser {
   }
 
   void Serve() {
-    absl::Status serving = host_.Serve([this] { loop_.Stop(); });
+    // Where the display is lost, the loop may be on the stack, and has to go on
+    // to tell the clients.
+    absl::Status serving = host_.Serve([this] {
+      if (!display_is_lost_)
+        loop_.Stop();
+    });
     if (!serving.ok())
       GiveUp(serving);
   }
