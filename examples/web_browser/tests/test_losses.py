@@ -100,8 +100,15 @@ class PageProcesses(PageTestCase):
         self.fail("the page was never loaded again")
 
 
+# Painted all the time: now and then it is the toolkit that finds the display gone.
+PAGE = (
+    "data:text/html,<title>page {}</title><p>.</p><style>p {{ animation: fade 1s infinite }}"
+    "@keyframes fade {{ to {{ opacity: 0 }} }}</style>"
+)
+
+
 class Display(BrowserTestCase):
-    arguments = tuple(f"data:text/html,<title>page {number}</title>" for number in (1, 2, 3))
+    arguments = tuple(PAGE.format(number) for number in (1, 2, 3))
 
     @classmethod
     def setUpClass(cls):
