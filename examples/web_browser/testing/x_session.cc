@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -89,35 +88,6 @@ class Onlooker {
   const std::unique_ptr<Display, decltype(&XCloseDisplay)> connection_;
   std::unique_ptr<x11::Desktop> desktop_;
 };
-
-// For Xorg. The first output has the mode that is named here.
-constexpr char kTwoMonitors[] = R"(
-Section "Device"
-  Identifier "card"
-  Driver "dummy"
-  VideoRam 65536
-EndSection
-Section "Monitor"
-  Identifier "monitor"
-  HorizSync 5.0-1000.0
-  VertRefresh 5.0-200.0
-EndSection
-Section "Screen"
-  Identifier "screen"
-  Device "card"
-  Monitor "monitor"
-  DefaultDepth 24
-  SubSection "Display"
-    Depth 24
-    Modes "1280x1024"
-    Virtual 4096 2048
-  EndSubSection
-EndSection
-Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoAddGPU" "false"
-EndSection
-)";
 
 std::string ReadLine(int descriptor) {
   std::string line;
@@ -247,11 +217,9 @@ void XSession::StartServer(std::vector<std::string> command) {
 }
 
 std::vector<std::string> XSession::CommandOfTwoMonitors() const {
-  const std::string configuration = home_.File("xorg.conf");
-  std::ofstream(configuration) << kTwoMonitors;
   return {"Xorg",
           "-config",
-          configuration,
+          TWO_MONITORS,
           "-logfile",
           home_.File("xorg.log"),
           "-novtswitch",

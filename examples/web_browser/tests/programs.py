@@ -24,6 +24,8 @@ import Xlib.X
 
 TIMEOUT = float(os.environ.get("BROWSER_TEST_TIMEOUT", "60"))
 
+_TWO_MONITORS = os.path.join(os.path.dirname(__file__), "../testing/two_monitors.conf")
+
 
 class Process:
     """A process that is killed at the end."""
@@ -107,11 +109,8 @@ class TwoMonitors(Process):
 
     def __init__(self) -> None:
         self.folder = tempfile.mkdtemp(prefix="torvane-xorg-")
-        configuration = os.path.join(self.folder, "xorg.conf")
-        with open(configuration, "w") as file:
-            file.write(_XORG)
         reader, writer = os.pipe()
-        argv = ["Xorg", "-displayfd", str(writer), "-config", configuration]
+        argv = ["Xorg", "-displayfd", str(writer), "-config", _TWO_MONITORS]
         argv += ["-logfile", os.path.join(self.folder, "log"), "-nolisten", "tcp"]
         argv += ["-noreset", "-novtswitch", "-sharevts"]
         super().__init__(
@@ -140,36 +139,6 @@ class TwoMonitors(Process):
 
     def _xrandr(self, *words: str) -> None:
         subprocess.run(["xrandr", *words], env={**os.environ, **self.environment}, check=True)
-
-
-# The first output has the mode that is named here.
-_XORG = """
-Section "Device"
-  Identifier "card"
-  Driver "dummy"
-  VideoRam 65536
-EndSection
-Section "Monitor"
-  Identifier "monitor"
-  HorizSync 5.0-1000.0
-  VertRefresh 5.0-200.0
-EndSection
-Section "Screen"
-  Identifier "screen"
-  Device "card"
-  Monitor "monitor"
-  DefaultDepth 24
-  SubSection "Display"
-    Depth 24
-    Modes "1280x1024"
-    Virtual 4096 2048
-  EndSubSection
-EndSection
-Section "ServerFlags"
-  Option "AutoAddDevices" "false"
-  Option "AutoAddGPU" "false"
-EndSection
-"""
 
 
 class Bus(Process):
