@@ -27,15 +27,12 @@ class Adjustment : public std::enable_shared_from_this<Adjustment> {
         target_(target),
         done_(std::move(done)) {}
 
-  // Takes the next step that is necessary; ends where there is none.
-  void Continue() {
-    // Only a step changes them, and after it this begins anew.
-    const absl::StatusOr<WindowFacts> facts = window_.Read();
-    if (!facts.ok())
-      return done_(facts.status());
+  // Takes the next step that is necessary; ends where there is none. Only a
+  // step changes what `facts` says, and after it they are read anew.
+  void Continue(const WindowFacts& facts) {
     while (next_ < kSteps.size()) {
       const Step step = kSteps[next_++];
-      if ((this->*step)(*facts))
+      if ((this->*step)(facts))
         return;
     }
     done_(absl::OkStatus());
@@ -168,10 +165,12 @@ class Adjustment : public std::enable_shared_from_this<Adjustment> {
 
   x11::Completion Then() {
     return [self = shared_from_this()](const absl::Status& status) {
-      if (status.ok())
-        self->Continue();
-      else
-        self->done_(status);
+      if (!status.ok())
+        return self->done_(status);
+      const absl::StatusOr<WindowFacts> facts = self->window_.Read();
+      if (!facts.ok())
+        return self->done_(facts.status());
+      self->Continue(*facts);
     };
   }
 
@@ -202,10 +201,11 @@ bool IsMinimized(const WindowFacts& facts) {
 void Adjust(x11::Desktop& desktop,
             Frame& frame,
             x11::ManagedWindow& window,
+            const WindowFacts& present,
             const Target& target,
             window_host::Completion done) {
   std::make_shared<Adjustment>(desktop, frame, window, target, std::move(done))
-      ->Continue();
+      ->Continue(present);
 }
 
 x11::PixelRect ToPixels(const window_host::Rect& rect, int scale) {

@@ -44,9 +44,11 @@ struct Target {
 // windows on other workspaces, which are not.
 bool IsMinimized(const x11::WindowFacts& facts);
 
+// Brings the window to its target. `present` is what has just been read of it.
 void Adjust(x11::Desktop& desktop,
             Frame& frame,
             x11::ManagedWindow& window,
+            const x11::WindowFacts& present,
             const Target& target,
             window_host::Completion done);
 

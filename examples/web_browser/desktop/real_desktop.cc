@@ -495,21 +495,25 @@ void RealDesktop::AdjustTo(Window& window,
                            const Target& target,
                            const WindowView& properties,
                            Completion done) {
+  const absl::StatusOr<x11::WindowFacts> present = window.managed.Read();
+  if (!present.ok())
+    return done(present.status());
   const Target former = {window.form, window.view.display_policy.policy(),
-                         window.view.style.utility(), IsActive(window)};
-  const x11::WindowId active = display_.ActiveWindow();
-  Adjust(display_, window.frame, window.managed, target,
-         [this, &window, target, former, active, properties,
-          done = std::move(done)](const absl::Status& status) mutable {
-           // After the loss of the display there is no such window any more.
-           if (windows_.empty())
-             return done(status);
-           if (status.ok()) {
-             Keep(window, target, properties);
-             return done(status);
-           }
-           GoBack(window, former, active, status, std::move(done));
-         });
+                         window.view.style.utility(),
+                         IsActive(window, *present)};
+  Adjust(
+      display_, window.frame, window.managed, *present, target,
+      [this, &window, target, former, active = present->active_window,
+       properties, done = std::move(done)](const absl::Status& status) mutable {
+        // After the loss of the display there is no such window any more.
+        if (windows_.empty())
+          return done(status);
+        if (status.ok()) {
+          Keep(window, target, properties);
+          return done(status);
+        }
+        GoBack(window, former, active, status, std::move(done));
+      });
 }
 
 void RealDesktop::Keep(Window& window,
@@ -541,7 +545,10 @@ void RealDesktop::GoBack(Window& window,
   // One that is gone or hangs cannot bring it back either.
   if (!absl::IsFailedPrecondition(failure))
     return end(failure);
-  Adjust(display_, window.frame, window.managed, former,
+  const absl::StatusOr<x11::WindowFacts> present = window.managed.Read();
+  if (!present.ok())
+    return end(present.status());
+  Adjust(display_, window.frame, window.managed, *present, former,
          [this, &window, former, active,
           end = std::move(end)](const absl::Status& status) mutable {
            // What is mapped the window manager may have activated.
@@ -585,15 +592,17 @@ void RealDesktop::AwaitPaint(Window& window, Completion done) {
 }
 
 void RealDesktop::TakeOver(Window& window) {
-  const WindowForm present = PresentForm(window);
+  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+  if (!facts.ok())
+    return;
+  const WindowForm present = PresentForm(window, *facts);
   Rect& bounds = window.form.normal_bounds;
   const bool was_normal = window.form.state() == WindowState::kNormal;
   const bool is_normal = present.state() == WindowState::kNormal;
   // Some window managers change the bounds first and then the state: those
   // bounds were not the normal ones.
   if (was_normal && !is_normal && present.visible() &&
-      InDips(window.managed.Read().value_or(x11::WindowFacts()).bounds,
-             window.frame.scale()) == bounds) {
+      InDips(facts->bounds, window.frame.scale()) == bounds) {
     const Rect earlier = window.earlier_bounds;
     window.form = present;
     window.form.normal_bounds = earlier;
@@ -623,30 +632,36 @@ const RealDesktop::Window* RealDesktop::FindByXid(x11::WindowId xid) const {
   return nullptr;
 }
 
-WindowForm RealDesktop::PresentForm(const Window& window) const {
-  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+WindowForm RealDesktop::PresentForm(const Window& window,
+                                    const x11::WindowFacts& facts) {
   WindowForm form = window.form;
-  if (!facts.ok() || facts->management == x11::Management::kWithdrawn)
+  if (facts.management == x11::Management::kWithdrawn)
     return form;
   form.shown = true;
-  form.minimized = IsMinimized(*facts);
-  form.full_screen = facts->states.full_screen;
+  form.minimized = IsMinimized(facts);
+  form.full_screen = facts.states.full_screen;
   // Of a full-screen window only we know what it goes back to.
   if (!form.full_screen)
-    form.maximized = facts->states.maximized();
+    form.maximized = facts.states.maximized();
   if (form.state() == WindowState::kNormal && !window.bounds_wait)
-    form.normal_bounds = InDips(facts->bounds, window.frame.scale());
+    form.normal_bounds = InDips(facts.bounds, window.frame.scale());
   return form;
+}
+
+WindowForm RealDesktop::PresentForm(const Window& window) const {
+  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+  return facts.ok() ? PresentForm(window, *facts) : window.form;
 }
 
 WindowView RealDesktop::View(const Window& window) const {
   const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
-  const WindowForm form = PresentForm(window);
+  const WindowForm form =
+      facts.ok() ? PresentForm(window, *facts) : window.form;
   WindowView view = window.view;
   view.state = form.state();
   view.visible = form.visible();
   if (facts.ok()) {
-    view.active = view.visible && facts->active;
+    view.active = IsActive(window, *facts);
     view.page_has_keyboard = view.active && window.frame.page_has_focus();
   }
   if (form.visible() && facts.ok())
@@ -685,9 +700,15 @@ bool RealDesktop::IsAnotherVisible(int64_t id) const {
 }
 
 // Window managers may go on naming a window that is no longer there.
+bool RealDesktop::IsActive(const Window& window,
+                           const x11::WindowFacts& facts) {
+  return facts.active_window == window.managed.window() &&
+         PresentForm(window, facts).visible();
+}
+
 bool RealDesktop::IsActive(const Window& window) const {
-  return display_.ActiveWindow() == window.managed.window() &&
-         PresentForm(window).visible();
+  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
+  return facts.ok() && IsActive(window, *facts);
 }
 
 void RealDesktop::SetTitle(Window& window, const std::string& title) {

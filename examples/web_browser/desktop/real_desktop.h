@@ -156,6 +156,9 @@ class RealDesktop final : public window_host::WindowSystem,
   const Window* Find(int64_t id) const;
   const Window* FindByXid(x11::WindowId xid) const;
   window_host::WindowView View(const Window& window) const;
+  // As these facts say, or those of just now.
+  static window_host::WindowForm PresentForm(const Window& window,
+                                             const x11::WindowFacts& facts);
   window_host::WindowForm PresentForm(const Window& window) const;
   // The bounds of a monitor, or its work area, that shows most of `bounds`.
   window_host::Rect MonitorArea(const window_host::Rect& bounds,
@@ -163,6 +166,7 @@ class RealDesktop final : public window_host::WindowSystem,
   // The next window that may take the activation from this one; null for none.
   const Window* NextToActivate(int64_t id) const;
   bool IsAnotherVisible(int64_t id) const;
+  static bool IsActive(const Window& window, const x11::WindowFacts& facts);
   bool IsActive(const Window& window) const;
 
   void SetTitle(Window& window, const std::string& title);

@@ -64,8 +64,9 @@ class Onlooker {
 
   bool IsManaged() const {
     return desktop_->HasWindowManager() &&
-           !x11::ReadNumbers(connection_.get(), desktop_->root(),
-                             desktop_->atoms().net_workarea)
+           !x11::PropertyQuery(connection_.get(), desktop_->root(),
+                               desktop_->atoms().net_workarea)
+                .Numbers()
                 ->empty();
   }
 
@@ -273,9 +274,11 @@ void XSession::StartWindowManager() {
 void XSession::KillWindowManager() {
   Onlooker onlooker(display_);
   // Tells us when its window goes.
-  const auto window = x11::ReadNumber(
-      onlooker.desktop().connection(), onlooker.desktop().root(),
-      onlooker.desktop().atoms().net_supporting_wm_check);
+  const auto window =
+      x11::PropertyQuery(onlooker.desktop().connection(),
+                         onlooker.desktop().root(),
+                         onlooker.desktop().atoms().net_supporting_wm_check)
+          .Number();
   onlooker.desktop().Select(window.value_or(0), StructureNotifyMask);
   manager_.EndBy(SIGKILL);
   onlooker.WaitUntil([&] { return !onlooker.desktop().HasWindowManager(); });

@@ -1,11 +1,13 @@
 #include "examples/web_browser/x11/desktop.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "absl/strings/str_cat.h"
 #include "examples/web_browser/x11/atoms.h"
 #include "examples/web_browser/x11/error_trap.h"
 #include "examples/web_browser/x11/properties.h"
+#include "examples/web_browser/x11/query.h"
 #include "examples/web_browser/x11/xlib.h"
 
 namespace web_browser::x11 {
@@ -32,6 +34,7 @@ Desktop::Desktop(Connection* connection,
                  rpc::loop::Sequence& sequence,
                  std::chrono::milliseconds deadline)
     : connection_(connection),
+      xcb_(XGetXCBConnection(connection)),
       sequence_(sequence),
       root_(DefaultRootWindow(connection)),
       atoms_(std::make_unique<const Atoms>(connection)),
@@ -65,10 +68,10 @@ bool Desktop::HasWindowManager() const {
 // window goes, and a window that has got the same number since does not name
 // itself.
 WindowId Desktop::CheckWindow() const {
-  const auto window =
-      ReadNumber(connection_, root_, atoms_->net_supporting_wm_check);
-  if (!window || ReadNumber(connection_, *window,
-                            atoms_->net_supporting_wm_check) != window) {
+  const AtomId property = atoms_->net_supporting_wm_check;
+  const auto window = PropertyQuery(connection_, root_, property).Number();
+  if (!window ||
+      PropertyQuery(connection_, *window, property).Number() != window) {
     return 0;
   }
   return *window;
@@ -76,24 +79,31 @@ WindowId Desktop::CheckWindow() const {
 
 std::string Desktop::WindowManagerName() const {
   const WindowId window = CheckWindow();
-  std::string name = window != 0
-                         ? ReadText(connection_, window, atoms_->net_wm_name)
-                         : std::string();
+  std::string name =
+      window != 0
+          ? PropertyQuery(connection_, window, atoms_->net_wm_name).Text()
+          : std::string();
   return name.empty() ? "the window manager" : name;
 }
 
 WindowId Desktop::ActiveWindow() const {
-  return ReadNumber(connection_, root_, atoms_->net_active_window).value_or(0);
+  return PropertyQuery(connection_, root_, atoms_->net_active_window)
+      .Number()
+      .value_or(0);
 }
 
 std::vector<WindowId> Desktop::Stacking() const {
-  return ReadNumbers(connection_, root_, atoms_->net_client_list_stacking)
-      .value_or(std::vector<WindowId>());
+  const auto windows =
+      PropertyQuery(connection_, root_, atoms_->net_client_list_stacking)
+          .Numbers()
+          .value_or(std::vector<uint32_t>());
+  return std::vector<WindowId>(windows.begin(), windows.end());
 }
 
 uint32_t Desktop::CurrentWorkspace() const {
-  return static_cast<uint32_t>(
-      ReadNumber(connection_, root_, atoms_->net_current_desktop).value_or(0));
+  return PropertyQuery(connection_, root_, atoms_->net_current_desktop)
+      .Number()
+      .value_or(0);
 }
 
 absl::Status Desktop::Refusal(std::string_view what) const {
@@ -123,16 +133,17 @@ bool Desktop::Select(WindowId window, long events) {
 void Desktop::SendToWindowManager(WindowId window,
                                   AtomId type,
                                   const std::array<long, 5>& data) {
-  XEvent event{};
-  event.xclient.type = ClientMessage;
-  event.xclient.window = window;
-  event.xclient.message_type = type;
-  event.xclient.format = 32;
-  for (size_t i = 0; i < data.size(); ++i) {
-    event.xclient.data.l[i] = data[i];
-  }
-  XSendEvent(connection_, root_, /*propagate=*/0,
-             SubstructureRedirectMask | SubstructureNotifyMask, &event);
+  xcb_client_message_event_t event{};
+  event.response_type = XCB_CLIENT_MESSAGE;
+  event.window = static_cast<xcb_window_t>(window);
+  event.type = static_cast<xcb_atom_t>(type);
+  event.format = 32;
+  std::copy(data.begin(), data.end(), event.data.data32);
+  IgnoreError(xcb_, xcb_send_event_checked(
+                        xcb_, /*propagate=*/0, static_cast<xcb_window_t>(root_),
+                        XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT |
+                            XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                        reinterpret_cast<const char*>(&event)));
 }
 
 void Desktop::Finish(Completion done, absl::Status status) {

@@ -97,6 +97,8 @@ class Desktop {
   void Finish(Completion done, absl::Status status);
 
   Connection* connection() const { return connection_; }
+  // The same one, for what need not wait for each answer (query.h).
+  XcbConnection* xcb() const { return xcb_; }
   WindowId root() const { return root_; }
   const Atoms& atoms() const { return *atoms_; }
   Confirmations& confirmations() { return confirmations_; }
@@ -106,6 +108,7 @@ class Desktop {
   WindowId CheckWindow() const;
 
   Connection* const connection_;
+  XcbConnection* const xcb_;
   rpc::loop::Sequence& sequence_;
   const WindowId root_;
   const std::unique_ptr<const Atoms> atoms_;

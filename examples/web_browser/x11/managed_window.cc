@@ -1,6 +1,7 @@
 #include "examples/web_browser/x11/managed_window.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <limits>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "examples/web_browser/x11/error_trap.h"
 #include "examples/web_browser/x11/monitors.h"
 #include "examples/web_browser/x11/properties.h"
+#include "examples/web_browser/x11/query.h"
 #include "examples/web_browser/x11/size_hints.h"
 #include "examples/web_browser/x11/xlib.h"
 
@@ -116,11 +118,7 @@ absl::StatusOr<WindowFacts> ManagedWindow::Read() const {
 }
 
 void ManagedWindow::Make(Request request, Completion done) {
-  {
-    // The window may be gone: looking tells.
-    const ErrorTrap trap(desktop_.connection());
-    request.send();
-  }
+  request.send();
   const std::string what = absl::StrCat(request.what, " window ", id_);
   desktop_.confirmations().Await(
       {.look =
@@ -211,8 +209,12 @@ void ManagedWindow::Deactivate(WindowId next, Completion done) {
                 desktop_.SendToWindowManager(
                     next, desktop_.atoms().net_active_window, {kSourceIsPager});
               } else {
-                XSetInputFocus(desktop_.connection(), desktop_.FocusWindow(),
-                               RevertToPointerRoot, /*time=*/0);
+                const WindowId nobody = desktop_.FocusWindow();
+                IgnoreError(
+                    desktop_.xcb(),
+                    xcb_set_input_focus_checked(
+                        desktop_.xcb(), XCB_INPUT_FOCUS_POINTER_ROOT,
+                        static_cast<xcb_window_t>(nobody), XCB_CURRENT_TIME));
               }
             },
         .look =
@@ -324,7 +326,13 @@ void ManagedWindow::Minimize(Completion done) {
 
 void ManagedWindow::BringBack(Completion done) {
   Make({.what = "bring back",
-        .send = [this] { XMapWindow(desktop_.connection(), window_); },
+        .send =
+            [this] {
+              IgnoreError(
+                  desktop_.xcb(),
+                  xcb_map_window_checked(desktop_.xcb(),
+                                         static_cast<xcb_window_t>(window_)));
+            },
         .look =
             [this] {
               return Judge(ReadManagement(desktop_, window_),
@@ -343,24 +351,24 @@ void ManagedWindow::SetBounds(const PixelRect& bounds, Completion done) {
   const PixelRect wanted{
       bounds.x, bounds.y, std::max(bounds.width, state_->hints.minimum_width()),
       std::max(bounds.height, state_->hints.minimum_height())};
-  TryBounds(wanted, ReadBounds(desktop_, window_).value_or(PixelRect()),
+  TryBounds(wanted, ReadWindow(desktop_, window_).value_or(WindowFacts()),
             /*tries=*/2, std::move(done));
 }
 
 // Of a window that only grows, some window managers keep all of it on the
 // screen, and move it for that. Then it is moved back, which they allow.
 void ManagedWindow::TryBounds(const PixelRect& wanted,
-                              const PixelRect& before,
+                              const WindowFacts& before,
                               int tries,
                               Completion done) {
   Make({.what = "set the bounds of",
-        .send = [&] { SendBounds(wanted); },
+        .send = [&] { SendBounds(wanted, before.frame); },
         .look =
             [this, wanted] {
               return Judge(ReadBounds(desktop_, window_),
                            [&](const PixelRect& now) { return now == wanted; });
             },
-        .refusal = [this, before] { return BoundsRefusal(before); },
+        .refusal = [this, before] { return BoundsRefusal(before.bounds); },
         .finally = [](State& state) { state.hints.Settle(); }},
        [this, state = state_, wanted, before, tries,
         done = std::move(done)](const absl::Status& status) mutable {
@@ -384,14 +392,20 @@ absl::Status ManagedWindow::BoundsRefusal(const PixelRect& before) const {
 // Window managers let a window without a frame go where its program moves it,
 // also off the screen. For one with a frame only the client message says
 // clearly which corner is meant; some keep that on the screen.
-void ManagedWindow::SendBounds(const PixelRect& bounds) {
+void ManagedWindow::SendBounds(const PixelRect& bounds,
+                               const std::optional<FrameExtents>& around) {
   state_->hints.Lift();
-  const FrameExtents frame =
-      ReadFrame(desktop_, window_).value_or(FrameExtents());
+  const FrameExtents frame = around.value_or(FrameExtents());
   if (frame == FrameExtents()) {
-    XMoveResizeWindow(desktop_.connection(), window_, bounds.x, bounds.y,
-                      bounds.width, bounds.height);
-    return;
+    const std::array<int, 4> values = {bounds.x, bounds.y, bounds.width,
+                                       bounds.height};
+    return IgnoreError(
+        desktop_.xcb(),
+        xcb_configure_window_checked(
+            desktop_.xcb(), static_cast<xcb_window_t>(window_),
+            XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y |
+                XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT,
+            values.data()));
   }
   desktop_.SendToWindowManager(
       window_, desktop_.atoms().net_moveresize_window,
@@ -424,12 +438,10 @@ void ManagedWindow::SetWorkspace(uint32_t workspace, Completion done) {
 }
 
 absl::Status ManagedWindow::SetTitle(std::string_view title) {
-  ErrorTrap trap(desktop_.connection());
-  XChangeProperty(desktop_.connection(), window_, desktop_.atoms().net_wm_name,
-                  desktop_.atoms().utf8_string, /*bits=*/8, PropModeReplace,
-                  reinterpret_cast<const unsigned char*>(title.data()),
-                  static_cast<int>(title.size()));
-  return trap.HasCaught() ? NoWindow() : absl::OkStatus();
+  return WriteText(desktop_.connection(), window_, desktop_.atoms().net_wm_name,
+                   desktop_.atoms().utf8_string, title)
+             ? absl::OkStatus()
+             : NoWindow();
 }
 
 absl::Status ManagedWindow::SetTakesFocus(bool takes_focus) {

@@ -149,10 +149,12 @@ class ManagedWindow {
                  Completion done,
                  int passes = 1);
   void TryBounds(const PixelRect& wanted,
-                 const PixelRect& before,
+                 const WindowFacts& before,
                  int tries,
                  Completion done);
-  void SendBounds(const PixelRect& bounds);
+  // `frame` is what is around the window by now.
+  void SendBounds(const PixelRect& bounds,
+                  const std::optional<FrameExtents>& frame);
   absl::Status BoundsRefusal(const PixelRect& before) const;
   // Whether the frame covers this area of the monitor that it is on.
   bool FillsItsMonitor(PixelRect Monitor::*area) const;

@@ -172,10 +172,10 @@ TEST_P(ManagedWindowTest, ActivatesOneAfterTheOther) {
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(Activate(one), absl::OkStatus());
     EXPECT_EQ(observer_.ActiveWindow(), one.id);
-    EXPECT_TRUE(one.managed->Read()->active);
+    EXPECT_EQ(one.managed->Read()->active_window, one.id);
     EXPECT_EQ(Activate(other), absl::OkStatus());
     EXPECT_EQ(observer_.ActiveWindow(), other.id);
-    EXPECT_FALSE(one.managed->Read()->active);
+    EXPECT_EQ(one.managed->Read()->active_window, other.id);
   }
 }
 

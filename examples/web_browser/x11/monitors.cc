@@ -18,12 +18,14 @@ namespace {
 std::vector<PixelRect> ReadStruts(const Desktop& desktop,
                                   WindowId window,
                                   const PixelRect& root) {
-  auto strut = ReadNumbers(desktop.connection(), window,
-                           desktop.atoms().net_wm_strut_partial);
+  PropertyQuery strut_query(desktop.connection(), window,
+                            desktop.atoms().net_wm_strut_partial);
+  PropertyQuery older_query(desktop.connection(), window,
+                            desktop.atoms().net_wm_strut);
+  auto strut = strut_query.Numbers();
   if (strut && strut->size() != 12) {
     // The older property has no ends: the whole edge.
-    strut =
-        ReadNumbers(desktop.connection(), window, desktop.atoms().net_wm_strut);
+    strut = older_query.Numbers();
   }
   if (!strut || strut->size() < 4) {
     return {};
@@ -107,9 +109,12 @@ std::vector<Monitor> ReadBounds(const Desktop& desktop, const PixelRect& root) {
 
 // The work area of the current workspace, which is one for all monitors.
 std::optional<PixelRect> ReadWorkArea(const Desktop& desktop) {
-  const auto areas = ReadNumbers(desktop.connection(), desktop.root(),
-                                 desktop.atoms().net_workarea);
-  const size_t first = size_t{4} * desktop.CurrentWorkspace();
+  PropertyQuery areas_query(desktop.connection(), desktop.root(),
+                            desktop.atoms().net_workarea);
+  PropertyQuery workspace_query(desktop.connection(), desktop.root(),
+                                desktop.atoms().net_current_desktop);
+  const auto areas = areas_query.Numbers();
+  const size_t first = size_t{4} * workspace_query.Number().value_or(0);
   if (!areas || areas->size() < first + 4) {
     return std::nullopt;
   }
@@ -170,9 +175,10 @@ std::vector<Monitor> ReadMonitors(const Desktop& desktop) {
     }
     return monitors;
   }
-  const auto windows = ReadNumbers(desktop.connection(), desktop.root(),
-                                   desktop.atoms().net_client_list);
-  for (const WindowId window : windows.value_or(std::vector<unsigned long>())) {
+  const auto windows = PropertyQuery(desktop.connection(), desktop.root(),
+                                     desktop.atoms().net_client_list)
+                           .Numbers();
+  for (const WindowId window : windows.value_or(std::vector<uint32_t>())) {
     for (const PixelRect& strut : ReadStruts(desktop, window, root)) {
       for (Monitor& monitor : monitors) {
         monitor.work_area = WithoutStrut(monitor.work_area, strut);

@@ -1,8 +1,8 @@
 #include "examples/web_browser/x11/properties.h"
 
+#include <cstdlib>
 #include <memory>
 
-#include "examples/web_browser/x11/error_trap.h"
 #include "examples/web_browser/x11/xlib.h"
 
 namespace web_browser::x11 {
@@ -11,85 +11,90 @@ namespace {
 constexpr int kBitsOfNumber = 32;
 constexpr int kBitsOfText = 8;
 // In units of 32 bits; lists of windows are what is long.
-constexpr long kMostUnits = 1 << 20;
+constexpr uint32_t kMostUnits = 1 << 20;
 
-struct Freer {
-  void operator()(unsigned char* data) const { XFree(data); }
-};
-
-struct Property {
-  // No type means that there is no such property.
-  AtomId type = 0;
-  int bits = 0;
-  unsigned long count = 0;
-  std::unique_ptr<unsigned char, Freer> data;
-};
-
-std::optional<Property> Read(Connection* connection,
-                             WindowId window,
-                             AtomId name) {
-  ErrorTrap trap(connection);
-  Property property;
-  unsigned long bytes_left = 0;
-  unsigned char* data = nullptr;
-  const int failed = XGetWindowProperty(
-      connection, window, name, 0, kMostUnits, /*delete=*/0, AnyPropertyType,
-      &property.type, &property.bits, &property.count, &bytes_left, &data);
-  property.data.reset(data);
-  if (failed != 0 || trap.HasCaught()) {
-    return std::nullopt;
-  }
-  return property;
+bool Write(Connection* connection,
+           WindowId window,
+           AtomId property,
+           AtomId type,
+           int bits,
+           size_t count,
+           const void* values) {
+  xcb_connection_t* const xcb = XGetXCBConnection(connection);
+  const std::unique_ptr<xcb_generic_error_t, decltype(&std::free)> error(
+      xcb_request_check(
+          xcb,
+          xcb_change_property_checked(
+              xcb, XCB_PROP_MODE_REPLACE, static_cast<xcb_window_t>(window),
+              static_cast<xcb_atom_t>(property), static_cast<xcb_atom_t>(type),
+              static_cast<uint8_t>(bits), static_cast<uint32_t>(count),
+              values)),
+      &std::free);
+  return error == nullptr;
 }
 
 }  // namespace
 
-std::optional<std::vector<unsigned long>> ReadNumbers(Connection* connection,
-                                                      WindowId window,
-                                                      AtomId property) {
-  const std::optional<Property> read = Read(connection, window, property);
-  if (!read) {
+PropertyQuery::PropertyQuery(Connection* connection,
+                             WindowId window,
+                             AtomId property)
+    : query_(XGetXCBConnection(connection),
+             xcb_get_property(XGetXCBConnection(connection),
+                              /*delete=*/0,
+                              static_cast<xcb_window_t>(window),
+                              static_cast<xcb_atom_t>(property),
+                              XCB_GET_PROPERTY_TYPE_ANY,
+                              /*offset=*/0,
+                              kMostUnits),
+             &xcb_get_property_reply) {}
+
+std::optional<std::vector<uint32_t>> PropertyQuery::Numbers() {
+  const auto reply = query_.Take();
+  if (reply == nullptr) {
     return std::nullopt;
   }
-  if (read->bits != kBitsOfNumber) {
-    return std::vector<unsigned long>();
+  if (reply->format != kBitsOfNumber) {
+    return std::vector<uint32_t>();
   }
-  // Xlib makes a long of each 32 bits.
   const auto* numbers =
-      reinterpret_cast<const unsigned long*>(read->data.get());
-  return std::vector<unsigned long>(numbers, numbers + read->count);
+      static_cast<const uint32_t*>(xcb_get_property_value(reply.get()));
+  return std::vector<uint32_t>(numbers, numbers + reply->value_len);
 }
 
-std::optional<unsigned long> ReadNumber(Connection* connection,
-                                        WindowId window,
-                                        AtomId property) {
-  const auto numbers = ReadNumbers(connection, window, property);
+std::optional<uint32_t> PropertyQuery::Number() {
+  const auto numbers = Numbers();
   if (!numbers || numbers->empty()) {
     return std::nullopt;
   }
   return numbers->front();
 }
 
-std::string ReadText(Connection* connection, WindowId window, AtomId property) {
-  const std::optional<Property> read = Read(connection, window, property);
-  if (!read || read->bits != kBitsOfText) {
+std::string PropertyQuery::Text() {
+  const auto reply = query_.Take();
+  if (reply == nullptr || reply->format != kBitsOfText) {
     return "";
   }
-  return std::string(reinterpret_cast<const char*>(read->data.get()),
-                     read->count);
+  return std::string(
+      static_cast<const char*>(xcb_get_property_value(reply.get())),
+      reply->value_len);
 }
 
 bool WriteNumbers(Connection* connection,
                   WindowId window,
                   AtomId property,
                   AtomId type,
-                  const std::vector<unsigned long>& values) {
-  ErrorTrap trap(connection);
-  XChangeProperty(connection, window, property, type, kBitsOfNumber,
-                  PropModeReplace,
-                  reinterpret_cast<const unsigned char*>(values.data()),
-                  static_cast<int>(values.size()));
-  return !trap.HasCaught();
+                  const std::vector<uint32_t>& values) {
+  return Write(connection, window, property, type, kBitsOfNumber, values.size(),
+               values.data());
+}
+
+bool WriteText(Connection* connection,
+               WindowId window,
+               AtomId property,
+               AtomId type,
+               std::string_view text) {
+  return Write(connection, window, property, type, kBitsOfText, text.size(),
+               text.data());
 }
 
 }  // namespace web_browser::x11

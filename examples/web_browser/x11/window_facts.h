@@ -1,8 +1,8 @@
 // What the server and the window manager say about a window.
 //
-// Every function asks the server just now; none returns what was requested but
-// not confirmed. Errors about windows that are gone are caught: such a window
-// is simply without a value.
+// Every function asks the server just now, in one round trip; none returns what
+// was requested but not confirmed. Errors about windows that are gone are
+// caught: such a window is simply without a value.
 //
 // Sequence: the connection's.
 
@@ -64,7 +64,8 @@ struct WindowFacts {
   PixelRect bounds;
   // Absent until a window manager has told them.
   std::optional<FrameExtents> frame;
-  bool active = false;
+  // The desktop's active window, which this one may be; 0 for none.
+  WindowId active_window = 0;
   // Or kAllWorkspaces. Absent until a window manager has told it.
   std::optional<uint32_t> workspace;
 
@@ -77,8 +78,6 @@ std::optional<Management> ReadManagement(const Desktop& desktop,
                                          WindowId window);
 std::optional<WindowStates> ReadStates(const Desktop& desktop, WindowId window);
 std::optional<PixelRect> ReadBounds(const Desktop& desktop, WindowId window);
-// No value also where no window manager has told it yet.
-std::optional<FrameExtents> ReadFrame(const Desktop& desktop, WindowId window);
 // With what the window manager puts around the window.
 std::optional<PixelRect> ReadOuterBounds(const Desktop& desktop,
                                          WindowId window);

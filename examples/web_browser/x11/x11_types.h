@@ -6,10 +6,12 @@
 
 struct _XDisplay;
 union _XEvent;
+struct xcb_connection_t;
 
 namespace web_browser::x11 {
 
 using Connection = ::_XDisplay;
+using XcbConnection = ::xcb_connection_t;
 using Event = ::_XEvent;
 // What Xlib calls a Window.
 using WindowId = unsigned long;

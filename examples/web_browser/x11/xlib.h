@@ -10,6 +10,7 @@
 #include <X11/Xlib.h>
 // Behind Xlib.h, whose types it needs.
 #include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/Xrandr.h>
 
