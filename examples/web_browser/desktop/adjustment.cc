@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "absl/status/statusor.h"
-
+#include "examples/web_browser/desktop/geometry.h"
 namespace web_browser {
 namespace {
 
@@ -206,16 +206,6 @@ void Adjust(x11::Desktop& desktop,
             window_host::Completion done) {
   std::make_shared<Adjustment>(desktop, frame, window, target, std::move(done))
       ->Continue(present);
-}
-
-x11::PixelRect ToPixels(const window_host::Rect& rect, int scale) {
-  return x11::ToPixels(x11::DipRect{rect.x, rect.y, rect.width, rect.height},
-                       scale);
-}
-
-window_host::Rect InDips(const x11::PixelRect& rect, int scale) {
-  const x11::DipRect dips = x11::ToDips(rect, scale);
-  return {dips.x, dips.y, dips.width, dips.height};
 }
 
 }  // namespace web_browser

@@ -52,9 +52,6 @@ void Adjust(x11::Desktop& desktop,
             const Target& target,
             window_host::Completion done);
 
-x11::PixelRect ToPixels(const window_host::Rect& rect, int scale);
-window_host::Rect InDips(const x11::PixelRect& rect, int scale);
-
 }  // namespace web_browser
 
 #endif  // EXAMPLES_WEB_BROWSER_DESKTOP_ADJUSTMENT_H_

@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <limits>
 #include <utility>
 #include <variant>
 
 #include "absl/strings/str_cat.h"
-#include "examples/web_browser/frame/plain_title.h"
+#include "examples/web_browser/desktop/geometry.h"
 #include "examples/web_browser/x11/monitors.h"
 #include "examples/window_host/windows/window_properties.h"
 
@@ -34,78 +33,7 @@ namespace {
 // What a window shows that was opened without a page.
 constexpr char kFirstPage[] = "about:blank";
 
-bool IsShort(int length) {
-  return std::numeric_limits<int16_t>::min() <= length &&
-         length <= std::numeric_limits<int16_t>::max();
-}
-
-// X11 has 16 bits for each.
-absl::Status CheckExpressible(const Rect& bounds, int scale) {
-  const x11::PixelRect pixels = ToPixels(bounds, scale);
-  if (IsShort(pixels.x) && IsShort(pixels.y) && IsShort(pixels.width) &&
-      IsShort(pixels.height)) {
-    return absl::OkStatus();
-  }
-  return absl::OutOfRangeError(absl::StrCat(
-      "The bounds ", bounds.width, "x", bounds.height, " at ", bounds.x, ",",
-      bounds.y, " are more than X11 can express: 32767 pixels."));
-}
-
-// `bounds` moved, and made smaller where necessary, so that `area` holds them.
-Rect PulledInto(const Rect& area, const Rect& bounds) {
-  return InDips(x11::PulledInto(ToPixels(area, 1), ToPixels(bounds, 1)), 1);
-}
-
-// How much of a material is opaque.
-double Opacity(const rpc::BrowserVibrancy& vibrancy, bool active) {
-  double opacity = 1;
-  switch (vibrancy.material()) {
-    case rpc::BrowserVibrancy::MATERIAL_TITLEBAR:
-      opacity = 0.8;
-      break;
-    case rpc::BrowserVibrancy::MATERIAL_SIDEBAR:
-      opacity = 0.7;
-      break;
-    case rpc::BrowserVibrancy::MATERIAL_MENU:
-      opacity = 0.9;
-      break;
-    case rpc::BrowserVibrancy::MATERIAL_WINDOW:
-      opacity = 0.6;
-      break;
-    default:
-      return 1;
-  }
-  const bool lively =
-      vibrancy.state() == rpc::BrowserVibrancy::STATE_ACTIVE ||
-      (vibrancy.state() != rpc::BrowserVibrancy::STATE_INACTIVE && active);
-  return lively ? opacity : (1 + opacity) / 2;
-}
-
 }  // namespace
-
-struct RealDesktop::Window {
-  Window(int64_t id, FrameObserver& observer, x11::Desktop& display)
-      : view(window_host::FirstView(id)),
-        frame(id, observer),
-        managed(display, frame.xid(), id) {}
-
-  int64_t id() const { return view.id; }
-
-  // The id and what a client may set; View() fills in the state.
-  WindowView view;
-  // As it was last taken over or brought about.
-  WindowForm form;
-  // The bounds that it had before those of `form`, if it was normal then.
-  Rect earlier_bounds;
-  // A client has set bounds that the window gets when it becomes normal.
-  bool bounds_wait = false;
-  // A client has set the title: the page's no longer counts.
-  bool is_titled_by_client = false;
-  // Whether it has opened.
-  bool is_open = false;
-  Frame frame;
-  x11::ManagedWindow managed;
-};
 
 struct RealDesktop::UnderWay {
   void End(const absl::Status& status) {
@@ -154,10 +82,12 @@ RealDesktop::~RealDesktop() = default;
 
 void RealDesktop::Lose() {
   // Their destruction would use the display.
-  static auto* const kept = new std::map<int64_t, std::unique_ptr<Window>>();
+  static auto* const kept =
+      new std::map<int64_t, std::unique_ptr<RealWindow>>();
   for (auto& [id, window] : std::exchange(windows_, {})) {
-    if (window->is_open && observer())
-      observer()->OnWindowGone(window->view, rpc::WINDOW_CLOSE_REASON_SHUTDOWN);
+    if (window->is_open() && observer())
+      observer()->OnWindowGone(window->properties(),
+                               rpc::WINDOW_CLOSE_REASON_SHUTDOWN);
     kept->emplace(id, std::move(window));
   }
   order_.clear();
@@ -167,17 +97,17 @@ void RealDesktop::Lose() {
 }
 
 absl::StatusOr<WindowView> RealDesktop::Inspect(int64_t id) const {
-  const Window* const window = Find(id);
-  if (window == nullptr || !window->is_open)
+  const RealWindow* const window = Find(id);
+  if (window == nullptr || !window->is_open())
     return NoWindow(id);
-  return View(*window);
+  return window->View();
 }
 
 std::vector<int64_t> RealDesktop::stacking() const {
   std::vector<int64_t> managed;
   for (x11::WindowId xid : display_.Stacking()) {
-    const Window* const window = FindByXid(xid);
-    if (window != nullptr && window->is_open)
+    const RealWindow* const window = FindByXid(xid);
+    if (window != nullptr && window->is_open())
       managed.push_back(window->id());
   }
   // Those that the window manager does not know keep their places.
@@ -206,7 +136,7 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
         --opening_;
         WindowForm form;
         const int64_t id = last_id_ + 1;
-        const Rect area = MonitorArea({}, true);
+        const Rect area = MonitorArea(display_, {}, AreaKind::kWork);
         form.normal_bounds =
             PulledInto(area, window_host::FirstBounds(id, area));
         if (absl::Status fault = ApplyBounds(new_window.bounds, form);
@@ -220,29 +150,22 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
         }
         last_id_ = *opened_id = id;
         FrameObserver& self = *this;
-        windows_[id] = std::make_unique<Window>(id, self, display_);
-        Window& window = *windows_[id];
-        window.form = form;
-        window.form.shown = false;
-        window.managed.SetMinimumSize(
-            window_host::kMinimumWidth * window.frame.scale(),
-            window_host::kMinimumHeight * window.frame.scale());
-        SetTitle(window, window.view.title);
-        ShowStyle(window);
-        window.frame.page().Load(new_window.url.empty() ? kFirstPage
-                                                        : new_window.url);
-        AdjustTo(window, form, window.view, true,
+        windows_[id] = std::make_unique<RealWindow>(id, form, self, display_);
+        RealWindow& window = *windows_[id];
+        window.frame().page().Load(new_window.url.empty() ? kFirstPage
+                                                          : new_window.url);
+        AdjustTo(window, form, window.properties(), true,
                  [this, id,
                   done = std::move(done)](const absl::Status& status) mutable {
-                   Window* const window = Find(id);
+                   RealWindow* const window = Find(id);
                    if (!status.ok() || window == nullptr) {
                      windows_.erase(id);
                      std::erase(order_, id);
                      return done(status);
                    }
-                   window->is_open = true;
+                   window->set_open();
                    if (observer())
-                     observer()->OnWindowOpened(View(*window));
+                     observer()->OnWindowOpened(window->View());
                    done(status);
                  });
       },
@@ -259,8 +182,8 @@ void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
       id,
       [this, id, change = std::move(change),
        requested_at = sequence_.Now()](Completion done) mutable {
-        Window* const window = Find(id);
-        if (window == nullptr || !window->is_open)
+        RealWindow* const window = Find(id);
+        if (window == nullptr || !window->is_open())
           return done(NoWindow(id));
         // It has waited for as long already: so many that wait would take that
         // time each. A window closes without the window manager.
@@ -268,7 +191,7 @@ void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
             !std::holds_alternative<window_host::Close>(change)) {
           return done(display_.Timeout(absl::StrCat("change window ", id)));
         }
-        TakeOver(*window);
+        window->TakeOver();
         std::visit(
             [&](const auto& change) {
               Apply(*window, change, std::move(done));
@@ -279,7 +202,7 @@ void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
 }
 
 void RealDesktop::Execute(int64_t id, const std::string& command) {
-  Window* const window = Find(id);
+  RealWindow* const window = Find(id);
   if (window == nullptr)
     return;
   if (command == "new_window")
@@ -287,17 +210,17 @@ void RealDesktop::Execute(int64_t id, const std::string& command) {
   else if (command == "close_window")
     OnCloseWanted(id);
   else if (command == "find")
-    window->frame.OpenFindBar();
+    window->frame().OpenFindBar();
   else
-    window->frame.page().Execute(command);
+    window->frame().page().Execute(command);
 }
 
 void RealDesktop::OpenMenu(int64_t id,
                            int x,
                            int y,
                            const std::vector<std::string>& commands) {
-  if (Window* const window = Find(id))
-    window->frame.OpenMenu(x, y, commands);
+  if (RealWindow* const window = Find(id))
+    window->frame().OpenMenu(x, y, commands);
 }
 
 void RealDesktop::Enqueue(int64_t id, Begin begin, Completion done) {
@@ -320,27 +243,30 @@ void RealDesktop::Enqueue(int64_t id, Begin begin, Completion done) {
   });
 }
 
-void RealDesktop::Apply(Window& window, WindowAction action, Completion done) {
-  WindowForm form = window.form;
+void RealDesktop::Apply(RealWindow& window,
+                        WindowAction action,
+                        Completion done) {
+  WindowForm form = window.form();
   const absl::StatusOr<ActivationChange> activation =
       ApplyAction(action, window.id(), form);
   if (!activation.ok())
     return done(activation.status());
   if (action == WindowAction::kCenter) {
     form.normal_bounds =
-        Centered(form.normal_bounds, MonitorArea(form.normal_bounds, true));
+        Centered(form.normal_bounds,
+                 MonitorArea(display_, form.normal_bounds, AreaKind::kWork));
     return PlaceExactly(window, form, std::move(done));
   }
   if (action == WindowAction::kFocus) {
     done = [&window,
             done = std::move(done)](const absl::Status& status) mutable {
       if (status.ok())
-        window.frame.FocusPage();
+        window.frame().FocusPage();
       done(status);
     };
   }
   if (*activation != ActivationChange::kPassOn) {
-    return AdjustTo(window, form, window.view,
+    return AdjustTo(window, form, window.properties(),
                     *activation == ActivationChange::kTake, std::move(done));
   }
   PassActivationOn(
@@ -349,33 +275,33 @@ void RealDesktop::Apply(Window& window, WindowAction action, Completion done) {
        done = std::move(done)](const absl::Status& status) mutable {
         if (!status.ok())
           return done(status);
-        AdjustTo(window, form, window.view, false, std::move(done));
+        AdjustTo(window, form, window.properties(), false, std::move(done));
       });
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const BoundsChange& change,
                         Completion done) {
-  WindowForm form = window.form;
+  WindowForm form = window.form();
   if (absl::Status fault = ApplyBounds(change, form); !fault.ok())
     return done(fault);
   if (absl::Status fault =
-          CheckExpressible(form.normal_bounds, window.frame.scale());
+          CheckExpressible(form.normal_bounds, window.frame().scale());
       !fault.ok()) {
     return done(fault);
   }
   PlaceExactly(window, form, std::move(done));
 }
 
-void RealDesktop::PlaceExactly(Window& window,
+void RealDesktop::PlaceExactly(RealWindow& window,
                                const WindowForm& form,
                                Completion done) {
-  const Target target = {form, window.view.display_policy.policy(),
-                         window.view.style.utility(), false, true};
-  AdjustTo(window, target, window.view, std::move(done));
+  const Target target = {form, window.properties().display_policy.policy(),
+                         window.properties().style.utility(), false, true};
+  AdjustTo(window, target, window.properties(), std::move(done));
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const window_host::Close& close,
                         Completion done) {
   PassActivationOn(
@@ -399,42 +325,43 @@ void RealDesktop::Apply(Window& window,
       });
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::WindowTitle& title,
                         Completion done) {
-  window.is_titled_by_client = true;
-  SetTitle(window, title.title());
+  window.SetTitle(title.title());
   AwaitPaint(window, std::move(done));
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::WindowStyleFlags& style,
                         Completion done) {
-  WindowView properties = window.view;
+  WindowView properties = window.properties();
   SetProperty(style, properties);
   // One that becomes another kind of window is mapped anew.
   const bool activate =
-      style.utility() != window.view.style.utility() && IsActive(window);
-  AdjustTo(window, window.form, properties, activate,
-           [this, &window,
-            done = std::move(done)](const absl::Status& status) mutable {
-             if (!status.ok())
-               return done(status);
-             ShowStyle(window);
-             window.managed.SetResizable(window.view.style.resizable());
-             AwaitPaint(window, std::move(done));
-           });
+      style.utility() != window.properties().style.utility() &&
+      window.IsActive();
+  AdjustTo(
+      window, window.form(), properties, activate,
+      [this, &window,
+       done = std::move(done)](const absl::Status& status) mutable {
+        if (!status.ok())
+          return done(status);
+        window.ShowStyle();
+        window.managed().SetResizable(window.properties().style.resizable());
+        AwaitPaint(window, std::move(done));
+      });
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::BrowserWindowDisplayPolicy& policy,
                         Completion done) {
-  WindowView properties = window.view;
+  WindowView properties = window.properties();
   SetProperty(policy, properties);
-  AdjustTo(window, window.form, properties, false, std::move(done));
+  AdjustTo(window, window.form(), properties, false, std::move(done));
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::WindowAnimationBehavior& animation,
                         Completion done) {
   if (animation.behavior() != rpc::WindowAnimationBehavior::BEHAVIOR_DEFAULT &&
@@ -443,21 +370,21 @@ void RealDesktop::Apply(Window& window,
         "X11 has no way to choose how a window is animated: there are only "
         "BEHAVIOR_DEFAULT and BEHAVIOR_NONE."));
   }
-  SetProperty(animation, window.view);
+  SetProperty(animation, window.properties());
   done(absl::OkStatus());
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::ActivationIndependence& independence,
                         Completion done) {
   const absl::Status set =
-      window.managed.SetTakesFocus(!independence.enabled());
+      window.managed().SetTakesFocus(!independence.enabled());
   if (set.ok())
-    SetProperty(independence, window.view);
+    SetProperty(independence, window.properties());
   done(set);
 }
 
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const rpc::BrowserVibrancy& vibrancy,
                         Completion done) {
   if (vibrancy.material() != rpc::BrowserVibrancy::MATERIAL_NONE &&
@@ -466,21 +393,21 @@ void RealDesktop::Apply(Window& window,
         "No compositor is running, so nothing behind a window can be seen "
         "through it."));
   }
-  SetProperty(vibrancy, window.view);
-  ShowStyle(window);
+  SetProperty(vibrancy, window.properties());
+  window.ShowStyle();
   AwaitPaint(window, std::move(done));
 }
 
 template <typename Message>
-void RealDesktop::Apply(Window& window,
+void RealDesktop::Apply(RealWindow& window,
                         const Message& message,
                         Completion done) {
-  SetProperty(message, window.view);
-  ShowStyle(window);
+  SetProperty(message, window.properties());
+  window.ShowStyle();
   AwaitPaint(window, std::move(done));
 }
 
-void RealDesktop::AdjustTo(Window& window,
+void RealDesktop::AdjustTo(RealWindow& window,
                            const WindowForm& form,
                            const WindowView& properties,
                            bool activate,
@@ -491,47 +418,39 @@ void RealDesktop::AdjustTo(Window& window,
            properties, std::move(done));
 }
 
-void RealDesktop::AdjustTo(Window& window,
+void RealDesktop::AdjustTo(RealWindow& window,
                            const Target& target,
                            const WindowView& properties,
                            Completion done) {
-  const absl::StatusOr<x11::WindowFacts> present = window.managed.Read();
+  const absl::StatusOr<x11::WindowFacts> present = window.managed().Read();
   if (!present.ok())
     return done(present.status());
-  const Target former = {window.form, window.view.display_policy.policy(),
-                         window.view.style.utility(),
-                         IsActive(window, *present)};
+  const Target former = {
+      window.form(), window.properties().display_policy.policy(),
+      window.properties().style.utility(), window.IsActive(*present)};
   Adjust(
-      display_, window.frame, window.managed, *present, target,
+      display_, window.frame(), window.managed(), *present, target,
       [this, &window, target, former, active = present->active_window,
        properties, done = std::move(done)](const absl::Status& status) mutable {
         // After the loss of the display there is no such window any more.
         if (windows_.empty())
           return done(status);
         if (status.ok()) {
-          Keep(window, target, properties);
+          window.Keep(target, properties);
+          if (target.active)
+            BringToFront(window.id());
           return done(status);
         }
         GoBack(window, former, active, status, std::move(done));
       });
 }
 
-void RealDesktop::Keep(Window& window,
-                       const Target& target,
-                       const WindowView& properties) {
-  window.form = target.form;
-  window.view = properties;
-  window.bounds_wait |= target.exact_bounds;
-  window.bounds_wait &=
-      !target.form.visible() || target.form.state() != WindowState::kNormal;
-  if (target.active) {
-    std::erase(order_, window.id());
-    order_.insert(order_.begin(), window.id());
-  }
-  window.frame.SetMaximized(window.form.maximized);
+void RealDesktop::BringToFront(int64_t id) {
+  std::erase(order_, id);
+  order_.insert(order_.begin(), id);
 }
 
-void RealDesktop::GoBack(Window& window,
+void RealDesktop::GoBack(RealWindow& window,
                          const Target& former,
                          x11::WindowId active,
                          const absl::Status& failure,
@@ -539,39 +458,39 @@ void RealDesktop::GoBack(Window& window,
   Completion end = [this, &window, failure,
                     done = std::move(done)](const absl::Status&) mutable {
     if (!windows_.empty())
-      TakeOver(window);
+      window.TakeOver();
     done(failure);
   };
   // One that is gone or hangs cannot bring it back either.
   if (!absl::IsFailedPrecondition(failure))
     return end(failure);
-  const absl::StatusOr<x11::WindowFacts> present = window.managed.Read();
+  const absl::StatusOr<x11::WindowFacts> present = window.managed().Read();
   if (!present.ok())
     return end(present.status());
-  Adjust(display_, window.frame, window.managed, *present, former,
+  Adjust(display_, window.frame(), window.managed(), *present, former,
          [this, &window, former, active,
           end = std::move(end)](const absl::Status& status) mutable {
            // What is mapped the window manager may have activated.
-           if (windows_.empty() || former.active || !IsActive(window))
+           if (windows_.empty() || former.active || !window.IsActive())
              return end(status);
-           window.managed.Deactivate(active, std::move(end));
+           window.managed().Deactivate(active, std::move(end));
          });
 }
 
-void RealDesktop::PassActivationOn(Window& window,
+void RealDesktop::PassActivationOn(RealWindow& window,
                                    bool to_nobody,
                                    Completion then) {
-  if (!IsActive(window))
+  if (!window.IsActive())
     return then(absl::OkStatus());
-  const Window* const next = NextToActivate(window.id());
+  const RealWindow* const next = NextToActivate(window.id());
   if (next == nullptr && !to_nobody && !IsAnotherVisible(window.id()))
     return then(absl::OkStatus());
-  window.managed.Deactivate(next == nullptr ? 0 : next->managed.window(),
-                            std::move(then));
+  window.managed().Deactivate(next == nullptr ? 0 : next->managed().window(),
+                              std::move(then));
 }
 
-void RealDesktop::AwaitPaint(Window& window, Completion done) {
-  if (!PresentForm(window).visible())
+void RealDesktop::AwaitPaint(RealWindow& window, Completion done) {
+  if (!window.PresentForm().visible())
     return done(absl::OkStatus());
   struct Wait {
     void End(const absl::Status& status) {
@@ -588,106 +507,33 @@ void RealDesktop::AwaitPaint(Window& window, Completion done) {
     wait->End(absl::DeadlineExceededError(
         absl::StrCat("Window ", id, " was not painted in time.")));
   });
-  window.frame.AwaitPaint([wait] { wait->End(absl::OkStatus()); });
+  window.frame().AwaitPaint([wait] { wait->End(absl::OkStatus()); });
 }
 
-void RealDesktop::TakeOver(Window& window) {
-  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
-  if (!facts.ok())
-    return;
-  const WindowForm present = PresentForm(window, *facts);
-  Rect& bounds = window.form.normal_bounds;
-  const bool was_normal = window.form.state() == WindowState::kNormal;
-  const bool is_normal = present.state() == WindowState::kNormal;
-  // Some window managers change the bounds first and then the state: those
-  // bounds were not the normal ones.
-  if (was_normal && !is_normal && present.visible() &&
-      InDips(facts->bounds, window.frame.scale()) == bounds) {
-    const Rect earlier = window.earlier_bounds;
-    window.form = present;
-    window.form.normal_bounds = earlier;
-  } else {
-    if (bounds != present.normal_bounds)
-      window.earlier_bounds = bounds;
-    window.form = present;
-  }
-  window.frame.SetMaximized(window.form.maximized);
-}
-
-RealDesktop::Window* RealDesktop::Find(int64_t id) {
+RealWindow* RealDesktop::Find(int64_t id) {
   const auto it = windows_.find(id);
   return it == windows_.end() ? nullptr : it->second.get();
 }
 
-const RealDesktop::Window* RealDesktop::Find(int64_t id) const {
+const RealWindow* RealDesktop::Find(int64_t id) const {
   const auto it = windows_.find(id);
   return it == windows_.end() ? nullptr : it->second.get();
 }
 
-const RealDesktop::Window* RealDesktop::FindByXid(x11::WindowId xid) const {
+const RealWindow* RealDesktop::FindByXid(x11::WindowId xid) const {
   for (const auto& [id, window] : windows_) {
-    if (window->managed.window() == xid)
+    if (window->managed().window() == xid)
       return window.get();
   }
   return nullptr;
 }
 
-WindowForm RealDesktop::PresentForm(const Window& window,
-                                    const x11::WindowFacts& facts) {
-  WindowForm form = window.form;
-  if (facts.management == x11::Management::kWithdrawn)
-    return form;
-  form.shown = true;
-  form.minimized = IsMinimized(facts);
-  form.full_screen = facts.states.full_screen;
-  // Of a full-screen window only we know what it goes back to.
-  if (!form.full_screen)
-    form.maximized = facts.states.maximized();
-  if (form.state() == WindowState::kNormal && !window.bounds_wait)
-    form.normal_bounds = InDips(facts.bounds, window.frame.scale());
-  return form;
-}
-
-WindowForm RealDesktop::PresentForm(const Window& window) const {
-  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
-  return facts.ok() ? PresentForm(window, *facts) : window.form;
-}
-
-WindowView RealDesktop::View(const Window& window) const {
-  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
-  const WindowForm form =
-      facts.ok() ? PresentForm(window, *facts) : window.form;
-  WindowView view = window.view;
-  view.state = form.state();
-  view.visible = form.visible();
-  if (facts.ok()) {
-    view.active = IsActive(window, *facts);
-    view.page_has_keyboard = view.active && window.frame.page_has_focus();
-  }
-  if (form.visible() && facts.ok())
-    view.bounds = InDips(facts->bounds, window.frame.scale());
-  else if (form.full_screen)
-    view.bounds = MonitorArea(form.normal_bounds, false);
-  else if (form.maximized)
-    view.bounds = MonitorArea(form.normal_bounds, true);
-  else
-    view.bounds = form.normal_bounds;
-  return view;
-}
-
-Rect RealDesktop::MonitorArea(const Rect& bounds, bool work_area) const {
-  const int scale = DisplayScale();
-  const std::vector<x11::Monitor> monitors = x11::ReadMonitors(display_);
-  const x11::Monitor& monitor =
-      x11::MonitorOf(monitors, ToPixels(bounds, scale));
-  return InDips(work_area ? monitor.work_area : monitor.bounds, scale);
-}
-
-const RealDesktop::Window* RealDesktop::NextToActivate(int64_t id) const {
+const RealWindow* RealDesktop::NextToActivate(int64_t id) const {
   for (int64_t next : stacking()) {
-    const Window* const window = Find(next);
+    const RealWindow* const window = Find(next);
     if (next != id && window != nullptr &&
-        !window->view.activation_independent && PresentForm(*window).visible())
+        !window->properties().activation_independent &&
+        window->PresentForm().visible())
       return window;
   }
   return nullptr;
@@ -695,36 +541,12 @@ const RealDesktop::Window* RealDesktop::NextToActivate(int64_t id) const {
 
 bool RealDesktop::IsAnotherVisible(int64_t id) const {
   return std::any_of(windows_.begin(), windows_.end(), [&](const auto& other) {
-    return other.first != id && PresentForm(*other.second).visible();
+    return other.first != id && other.second->PresentForm().visible();
   });
 }
 
-// Window managers may go on naming a window that is no longer there.
-bool RealDesktop::IsActive(const Window& window,
-                           const x11::WindowFacts& facts) {
-  return facts.active_window == window.managed.window() &&
-         PresentForm(window, facts).visible();
-}
-
-bool RealDesktop::IsActive(const Window& window) const {
-  const absl::StatusOr<x11::WindowFacts> facts = window.managed.Read();
-  return facts.ok() && IsActive(window, *facts);
-}
-
-void RealDesktop::SetTitle(Window& window, const std::string& title) {
-  window.view.title = PlainTitle(title);
-  window.frame.SetTitle(window.view.title);
-}
-
-void RealDesktop::ShowStyle(Window& window) {
-  const WindowView& view = window.view;
-  window.frame.SetStyle({view.title_visible, view.titlebar_visible,
-                         view.hidden_buttons, view.style});
-  window.frame.SetOpacityOfBackground(Opacity(view.vibrancy, IsActive(window)));
-}
-
-void RealDesktop::Destroy(Window& window, rpc::WindowCloseReason reason) {
-  const WindowView last = View(window);
+void RealDesktop::Destroy(RealWindow& window, rpc::WindowCloseReason reason) {
+  const WindowView last = window.View();
   std::erase(order_, last.id);
   touched_.erase(last.id);
   windows_.erase(last.id);
@@ -742,8 +564,8 @@ void RealDesktop::OnEvent(const x11::Event& event) {
   if (event.type == monitor_event_)
     sequence_.Post([this] { OnMonitors(); });
   for (const auto& [id, window] : windows_) {
-    window->managed.OnEvent(event);
-    if (event.xany.window == window->managed.window())
+    window->managed().OnEvent(event);
+    if (event.xany.window == window->managed().window())
       touched_.insert(id);
   }
   if (touched_.empty() || quiet_is_posted_)
@@ -760,15 +582,15 @@ void RealDesktop::OnQuiet() {
   if (queue_.size() > 0)
     return;
   for (int64_t id : std::exchange(touched_, {})) {
-    Window* const window = Find(id);
+    RealWindow* const window = Find(id);
     if (window == nullptr)
       continue;
-    TakeOver(*window);
-    ShowStyle(*window);
+    window->TakeOver();
+    window->ShowStyle();
     TellChanged(id);
     // The user has made it normal: now it gets the bounds that were to wait.
-    if (window->bounds_wait && window->form.visible() &&
-        window->form.state() == WindowState::kNormal) {
+    if (window->bounds_wait() && window->form().visible() &&
+        window->form().state() == WindowState::kNormal) {
       Change(id, BoundsChange{}, [](const absl::Status&) {});
     }
   }
@@ -779,7 +601,8 @@ void RealDesktop::OnMonitors() {
       std::exchange(monitors_, x11::ReadMonitors(display_));
   for (const auto& [id, window] : windows_) {
     const x11::Monitor& monitor = x11::MonitorOf(
-        before, ToPixels(window->form.normal_bounds, window->frame.scale()));
+        before,
+        ToPixels(window->form().normal_bounds, window->frame().scale()));
     const bool is_there = std::any_of(
         monitors_.begin(), monitors_.end(),
         [&](const auto& now) { return now.bounds == monitor.bounds; });
@@ -792,21 +615,22 @@ void RealDesktop::PullIn(int64_t id) {
   Enqueue(
       id,
       [this, id](Completion done) {
-        Window* const window = Find(id);
+        RealWindow* const window = Find(id);
         if (window == nullptr)
           return done(NoWindow(id));
-        TakeOver(*window);
-        WindowForm form = window->form;
-        const Rect area = MonitorArea(form.normal_bounds, true);
+        window->TakeOver();
+        WindowForm form = window->form();
+        const Rect area =
+            MonitorArea(display_, form.normal_bounds, AreaKind::kWork);
         form.normal_bounds = PulledInto(area, form.normal_bounds);
-        AdjustTo(*window, form, window->view, false, std::move(done));
+        AdjustTo(*window, form, window->properties(), false, std::move(done));
       },
       [](const absl::Status&) {});
 }
 
 void RealDesktop::OnCloseWanted(int64_t id) {
-  const Window* const window = Find(id);
-  if (window != nullptr && window->view.style.closable() && observer())
+  const RealWindow* const window = Find(id);
+  if (window != nullptr && window->properties().style.closable() && observer())
     observer()->OnCloseWish(id);
 }
 
@@ -821,12 +645,12 @@ void RealDesktop::OnMenuWanted(int64_t id, int x, int y) {
 }
 
 void RealDesktop::OnActionWanted(int64_t id, WindowAction action) {
-  const Window* const window = Find(id);
+  const RealWindow* const window = Find(id);
   if (window == nullptr)
     return;
   // Others the window manager activates by itself.
   if (action == WindowAction::kActivate &&
-      (!window->view.activation_independent || IsActive(*window))) {
+      (!window->properties().activation_independent || window->IsActive())) {
     return;
   }
   Change(id, action, [](const absl::Status&) {});
@@ -837,14 +661,11 @@ void RealDesktop::OnPageWanted(const std::string& url) {
 }
 
 void RealDesktop::OnFrameChanged(int64_t id) {
-  Window* const window = Find(id);
+  RealWindow* const window = Find(id);
   if (window == nullptr)
     return;
-  if (!window->is_titled_by_client) {
-    const std::string title = window->frame.page().title();
-    SetTitle(*window, title.empty() ? absl::StrCat("Window ", id) : title);
-  }
-  if (window->is_open)
+  window->ShowPageTitle();
+  if (window->is_open())
     TellChanged(id);
 }
 

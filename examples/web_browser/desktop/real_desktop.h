@@ -36,10 +36,10 @@
 
 #include "core/common/rpc/loop/sequence.h"
 #include "examples/web_browser/desktop/adjustment.h"
+#include "examples/web_browser/desktop/real_window.h"
 #include "examples/web_browser/frame/frame.h"
 #include "examples/web_browser/x11/change_queue.h"
 #include "examples/web_browser/x11/desktop.h"
-#include "examples/web_browser/x11/managed_window.h"
 #include "examples/web_browser/x11/monitors.h"
 #include "examples/window_host/windows/window_form.h"
 #include "examples/window_host/windows/window_system.h"
@@ -79,7 +79,6 @@ class RealDesktop final : public window_host::WindowSystem,
  private:
   using Completion = window_host::Completion;
 
-  struct Window;
   // A change that is under way.
   struct UnderWay;
   using Begin = absl::AnyInvocable<void(Completion)>;
@@ -89,54 +88,57 @@ class RealDesktop final : public window_host::WindowSystem,
   void Enqueue(int64_t id, Begin begin, Completion done);
 
   // Each begins a change of the window.
-  void Apply(Window& window, window_host::WindowAction action, Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
+             window_host::WindowAction action,
+             Completion done);
+  void Apply(RealWindow& window,
              const window_host::BoundsChange& change,
              Completion done);
-  void Apply(Window& window, const window_host::Close& close, Completion done);
-  void Apply(Window& window, const rpc::WindowTitle& title, Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
+             const window_host::Close& close,
+             Completion done);
+  void Apply(RealWindow& window,
+             const rpc::WindowTitle& title,
+             Completion done);
+  void Apply(RealWindow& window,
              const rpc::WindowStyleFlags& style,
              Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
              const rpc::BrowserWindowDisplayPolicy& policy,
              Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
              const rpc::WindowAnimationBehavior& animation,
              Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
              const rpc::ActivationIndependence& independence,
              Completion done);
-  void Apply(Window& window,
+  void Apply(RealWindow& window,
              const rpc::BrowserVibrancy& vibrancy,
              Completion done);
   // For those that only change what the header bar shows.
   template <typename Message>
-  void Apply(Window& window, const Message& message, Completion done);
+  void Apply(RealWindow& window, const Message& message, Completion done);
 
   // Brings the window to that form and those properties, and keeps them when
   // that has succeeded. Where the window manager refuses one of the steps, the
   // window goes back to where it was.
-  void AdjustTo(Window& window,
+  void AdjustTo(RealWindow& window,
                 const window_host::WindowForm& form,
                 const window_host::WindowView& properties,
                 bool activate,
                 Completion done);
 
-  void AdjustTo(Window& window,
+  void AdjustTo(RealWindow& window,
                 const Target& target,
                 const window_host::WindowView& properties,
                 Completion done);
-  void Keep(Window& window,
-            const Target& target,
-            const window_host::WindowView& properties);
   // `active` is the window that was active.
-  void GoBack(Window& window,
+  void GoBack(RealWindow& window,
               const Target& former,
               x11::WindowId active,
               const absl::Status& failure,
               Completion done);
-  void PlaceExactly(Window& window,
+  void PlaceExactly(RealWindow& window,
                     const window_host::WindowForm& form,
                     Completion done);
 
@@ -144,34 +146,20 @@ class RealDesktop final : public window_host::WindowSystem,
   // other window can take it, nobody gets it if `to_nobody` says so, or if
   // there are windows that the window manager must not choose: independent
   // ones. Otherwise the window manager decides when the window goes.
-  void PassActivationOn(Window& window, bool to_nobody, Completion then);
+  void PassActivationOn(RealWindow& window, bool to_nobody, Completion then);
 
   // Completes when what the frame shows has been painted.
-  void AwaitPaint(Window& window, Completion done);
+  void AwaitPaint(RealWindow& window, Completion done);
 
-  // Takes over what users, and the window manager, have made of the window.
-  void TakeOver(Window& window);
-
-  Window* Find(int64_t id);
-  const Window* Find(int64_t id) const;
-  const Window* FindByXid(x11::WindowId xid) const;
-  window_host::WindowView View(const Window& window) const;
-  // As these facts say, or those of just now.
-  static window_host::WindowForm PresentForm(const Window& window,
-                                             const x11::WindowFacts& facts);
-  window_host::WindowForm PresentForm(const Window& window) const;
-  // The bounds of a monitor, or its work area, that shows most of `bounds`.
-  window_host::Rect MonitorArea(const window_host::Rect& bounds,
-                                bool work_area) const;
+  RealWindow* Find(int64_t id);
+  const RealWindow* Find(int64_t id) const;
+  const RealWindow* FindByXid(x11::WindowId xid) const;
   // The next window that may take the activation from this one; null for none.
-  const Window* NextToActivate(int64_t id) const;
+  const RealWindow* NextToActivate(int64_t id) const;
   bool IsAnotherVisible(int64_t id) const;
-  static bool IsActive(const Window& window, const x11::WindowFacts& facts);
-  bool IsActive(const Window& window) const;
 
-  void SetTitle(Window& window, const std::string& title);
-  void ShowStyle(Window& window);
-  void Destroy(Window& window, rpc::WindowCloseReason reason);
+  void BringToFront(int64_t id);
+  void Destroy(RealWindow& window, rpc::WindowCloseReason reason);
   void TellChanged(int64_t id);
   void OnEvent(const x11::Event& event);
   void OnQuiet();
@@ -199,7 +187,7 @@ class RealDesktop final : public window_host::WindowSystem,
   const std::optional<int> monitor_event_;
   // As they were last looked at.
   std::vector<x11::Monitor> monitors_;
-  std::map<int64_t, std::unique_ptr<Window>> windows_;
+  std::map<int64_t, std::unique_ptr<RealWindow>> windows_;
   // The frontmost first; hidden windows keep their place.
   std::vector<int64_t> order_;
   int64_t last_id_ = 0;
