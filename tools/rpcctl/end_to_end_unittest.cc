@@ -51,9 +51,9 @@ class RpcctlTest : public ::testing::Test {
   // Starts a program that opens a stream. Returns when it is subscribed.
   std::unique_ptr<Process> StartStream(
       std::vector<std::string> words,
-      Process::Input input = Process::Input::kPipe) const {
+      Process::Terminal terminal = Process::Terminal::kNone) const {
     auto stream =
-        std::make_unique<Process>(ClientWords(std::move(words)), input);
+        std::make_unique<Process>(ClientWords(std::move(words)), terminal);
     EXPECT_EQ("rpcctl: subscribed", stream->ReadErrorLine());
     return stream;
   }
@@ -229,7 +229,7 @@ TEST_F(ShopTest, AnswerThatFitsNoQuestionIsWrongUsage) {
 
 TEST_F(ShopTest, PersonAtATerminalIsAskedWithTheKeyAndTheTime) {
   const auto answer =
-      StartStream({"answer", "MayDiscount", "7"}, Process::Input::kTerminal);
+      StartStream({"answer", "MayDiscount", "7"}, Process::Terminal::kInput);
   Process call(ClientWords(
       {"call", "AskForDiscount",
        R"({"browserId": {"value": 7}, "question": {"answerWithinMs": 60000}})"}));

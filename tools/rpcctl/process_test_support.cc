@@ -63,41 +63,47 @@ std::string ReadLineOf(int descriptor) {
   return line;
 }
 
-// The ends of a terminal, as pipe2() gives those of a pipe: the one that the
-// process reads, and the one that the person types into.
-void OpenTerminal(int ends[2]) {
-  ends[1] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  Check(ends[1] >= 0, "posix_openpt");
-  Check(grantpt(ends[1]) == 0, "grantpt");
-  Check(unlockpt(ends[1]) == 0, "unlockpt");
-  ends[0] = open(ptsname(ends[1]), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  Check(ends[0] >= 0, "the terminal");
+void OpenPipe(int& reading, int& writing) {
+  int ends[2];
+  Check(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+  reading = ends[0];
+  writing = ends[1];
+}
+
+// The end of the process, and that of the person who sits at it.
+void OpenTerminal(int& process, int& person) {
+  person = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  Check(person >= 0, "posix_openpt");
+  Check(grantpt(person) == 0, "grantpt");
+  Check(unlockpt(person) == 0, "unlockpt");
+  process = open(ptsname(person), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  Check(process >= 0, "the terminal");
 }
 
 }  // namespace
 
-Process::Process(const std::vector<std::string>& words, Input kind) {
+Process::Process(const std::vector<std::string>& words, Terminal terminal) {
   // Writing to a process that has ended must not end the test.
   signal(SIGPIPE, SIG_IGN);
-  int input[2];
-  int output[2];
-  if (kind == Input::kTerminal)
-    OpenTerminal(input);
+  int input;
+  int output;
+  int errors;
+  if (terminal == Terminal::kInput)
+    OpenTerminal(input, input_);
   else
-    Check(pipe2(input, O_CLOEXEC) == 0, "pipe2");
-  Check(pipe2(output, O_CLOEXEC) == 0, "pipe2");
-  int errors[2];
-  Check(pipe2(errors, O_CLOEXEC) == 0, "pipe2");
+    OpenPipe(input, input_);
+  if (terminal == Terminal::kOutput)
+    OpenTerminal(output, output_);
+  else
+    OpenPipe(output_, output);
+  OpenPipe(errors_, errors);
 
-  pid_ = cli::StartProcess(words, {{input[0], STDIN_FILENO},
-                                   {output[1], STDOUT_FILENO},
-                                   {errors[1], STDERR_FILENO}});
-  close(input[0]);
-  close(output[1]);
-  close(errors[1]);
-  input_ = input[1];
-  output_ = output[0];
-  errors_ = errors[0];
+  pid_ = cli::StartProcess(words, {{input, STDIN_FILENO},
+                                   {output, STDOUT_FILENO},
+                                   {errors, STDERR_FILENO}});
+  close(input);
+  close(output);
+  close(errors);
 }
 
 Process::~Process() {

@@ -28,12 +28,12 @@ class Process {
     std::string errors;
   };
 
-  // What its standard input is.
-  enum class Input { kPipe, kTerminal };
+  // Which of its standard streams is a terminal; the others are pipes.
+  enum class Terminal { kNone, kInput, kOutput };
 
   // The first word is the program's path.
   explicit Process(const std::vector<std::string>& words,
-                   Input kind = Input::kPipe);
+                   Terminal terminal = Terminal::kNone);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   // Kills the process unless Wait() has been called.
@@ -44,8 +44,8 @@ class Process {
   void CloseInput();
 
   // The next line of its standard output or standard error, without the line
-  // break; empty at the end. Blocks, and fails the test after a minute in which
-  // nothing has come.
+  // break; empty at the end. A terminal puts "\r" before each break. Blocks,
+  // and fails the test after a minute in which nothing has come.
   std::string ReadLine();
   std::string ReadErrorLine();
 

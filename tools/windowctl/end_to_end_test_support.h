@@ -52,9 +52,9 @@ class EndToEndTest : public ::testing::Test {
 
   // Starts a windowctl that opens a stream. Returns when it is subscribed.
   Process& StartClient(std::vector<std::string> words,
-                       Process::Input input = Process::Input::kPipe) {
+                       Process::Terminal terminal = Process::Terminal::kNone) {
     clients_.push_back(
-        std::make_unique<Process>(ClientWords(std::move(words)), input));
+        std::make_unique<Process>(ClientWords(std::move(words)), terminal));
     EXPECT_EQ("windowctl: subscribed", clients_.back()->ReadErrorLine());
     return *clients_.back();
   }

@@ -106,6 +106,21 @@ TEST_F(StatusTest, TablesOfAWatchHaveAnEmptyLineBetweenThem) {
   EXPECT_EQ(kSuccess, watch.Wait().exit_code);
 }
 
+TEST_F(StatusTest, AWatchOnATerminalBeginsAtItsTopEachTime) {
+  StartHost();
+  Process watch(ClientWords({"status", "--watch"}), Process::Terminal::kOutput);
+  for (int i = 0; i < 2; ++i) {
+    std::string line;
+    while (line.find("ID  CLIENT") == std::string::npos)
+      line = watch.ReadLine();
+    EXPECT_THAT(line, StartsWith("\033[H\033[2J\033[3JID  CLIENT"));
+  }
+  watch.Signal(SIGINT);
+  const Process::Result result = watch.Wait();
+  EXPECT_EQ(kSuccess, result.exit_code);
+  EXPECT_EQ("", result.errors);
+}
+
 TEST_F(StatusTest, AWatchEndsWithItsServer) {
   StartHost();
   Process watch(ClientWords({"status", "--watch", "--json"}));

@@ -313,7 +313,7 @@ TEST_F(AnswerTest, HostDoesNotWaitForALateAnswer) {
 
 TEST_F(AnswerTest, PersonIsAskedUntilALineIsAnAnswer) {
   Process& answerer =
-      StartClient({"answer", "OnCloseWindow", "1"}, Process::Input::kTerminal);
+      StartClient({"answer", "OnCloseWindow", "1"}, Process::Terminal::kInput);
   answerer.Write("{\"allowed\": true}\n");
   EXPECT_EQ("windowctl: No question is open: that line answers nothing.",
             answerer.ReadErrorLine());
@@ -340,7 +340,7 @@ TEST_F(AnswerTest, PersonWhoAnswersTooLateIsToldSo) {
   StopHost();
   StartHost({"--answer-timeout=0.05"});
   Process& answerer =
-      StartClient({"answer", "OnCloseWindow", "1"}, Process::Input::kTerminal);
+      StartClient({"answer", "OnCloseWindow", "1"}, Process::Terminal::kInput);
   EXPECT_EQ("Window 1 is closed: its client did not answer in time.",
             UserDoes("close 1"));
   EXPECT_THAT(answerer.ReadErrorLine(), MatchesRegex(kPrompt));
