@@ -4,8 +4,8 @@
     consumer_test.py subdirectory BUILD SOURCE COMPILER [CMAKE ARGUMENT...]
 
 "installed" installs BUILD and moves the prefix before it uses it. "subdirectory"
-takes SOURCE in as a folder, with run-time type information. Both leave nothing
-behind.
+takes SOURCE in as a folder, with run-time type information, and looks at what a
+build of SOURCE with that would install. Both leave nothing behind.
 """
 
 import os
@@ -150,21 +150,45 @@ def check_public_files(prefix):
         fail('what is public is not what cmake/package/public_files.txt says')
 
 
-def check_pkg_config(source, prefix, folder, compiler):
-    """The page's program builds without CMake, too."""
+def check_documents(prefix):
+    """What the pages link to is there."""
+    folder = prefix / 'share' / 'doc' / 'torvane'
+    for page in sorted([folder / 'README.md', *(folder / 'docs').glob('*.md')]):
+        text = re.sub(r'^```.*?^```$', '', page.read_text(), flags=re.DOTALL | re.MULTILINE)
+        for link in re.findall(r'\]\(([^)#]+)', text):
+            if '://' not in link and not (page.parent / link).exists():
+                fail(f'{page.relative_to(prefix)} links to {link}, which is not installed')
+
+
+def check_versions(source, prefix):
+    (version,) = re.findall(r'^project\(torvane VERSION (\S+)',
+                            (source / 'CMakeLists.txt').read_text(), re.MULTILINE)
+    for program in sorted((prefix / 'bin').iterdir()):
+        expect('--version', run(program, '--version'), f'{program.name} {version}\n')
+
+
+def build_without_cmake(prefix, folder, compiler):
+    """Builds the page's program, and one on generated code, which it runs. Returns the
+    page's."""
     environment = dict(os.environ, PKG_CONFIG_PATH=str(next(prefix.rglob('torvane.pc')).parent))
-    flags = run('pkg-config', '--cflags', '--libs', 'torvane', env=environment).split()
-    flag = run('pkg-config', '--variable=subclass_cflags', 'torvane', env=environment).split()
-    program = folder / 'without_cmake'
-    run(compiler, '-std=c++20', *flag, folder / 'main.cc', '-o', program, *flags)
-    protos = run('pkg-config', '--variable=protodir', 'torvane', env=environment).strip()
-    plugin = run('pkg-config', '--variable=plugin', 'torvane', env=environment).strip()
+
+    def ask(*question):
+        return run('pkg-config', *question, 'torvane', env=environment).split()
+
+    def build(name, *sources):
+        run(compiler, '-std=c++20', *ask('--variable=subclass_cflags'), *sources, f'-I{out}',
+            '-o', folder / name, *ask('--cflags', '--libs'))
+        return folder / name
+
     out = folder / 'generated'
     out.mkdir()
+    (protos,), (plugin,) = ask('--variable=protodir'), ask('--variable=plugin')
     run('protoc', f'-I{folder}/proto', f'-I{protos}', f'--plugin=protoc-gen-rpc={plugin}',
-        f'--rpc_out={out}', 'shop/shop.proto')
-    expect('the generated header', (out / 'shop' / 'shop.rpc.h').is_file(), True)
-    return program
+        f'--cpp_out={out}', f'--rpc_out={out}', 'shop/shop.proto')
+    consumer = build('consumer_without_cmake', CONSUMER / 'consumer.cc',
+                     out / 'shop' / 'shop.pb.cc', out / 'shop' / 'shop.rpc.cc')
+    expect('the consumer without CMake', run(consumer), '1 cents\n')
+    return build('without_cmake', folder / 'main.cc')
 
 
 def check_component(prefix, name, work, compiler, wanted):
@@ -187,6 +211,8 @@ def test_installed(work, build, source, compiler):
     first.rename(prefix)
     check_no_path(prefix, source, build, first, private_abseil(build))
     check_public_files(prefix)
+    check_documents(prefix)
+    check_versions(source, prefix)
 
     folder = work / 'my_browser'
     write_project(source, folder, in_tree=False)
@@ -194,7 +220,7 @@ def test_installed(work, build, source, compiler):
     run('cmake', '--build', binaries)
     check_consumer(binaries, '1 cents\n')
     check_server_and_caller(binaries / 'my_browser', binaries / 'caller', work)
-    program = check_pkg_config(source, prefix, folder, compiler)
+    program = build_without_cmake(prefix, folder, compiler)
     check_server_and_caller(program, binaries / 'caller', work)
     check_component(prefix, 'glib', work, compiler, 'callback of GLib\ntask of the loop\n')
     check_component(prefix, 'grpc', work, compiler, 'listens\n')
@@ -208,6 +234,18 @@ def check_warnings(build, said):
            '-Werror' in (build / 'compile_commands.json').read_text(), True)
 
 
+def check_flags_of_install(source, build, compiler, rtti):
+    """Whether those who install a build with this TORVANE_RTTI are told that subclasses
+    have no type information. The files that say so are there before it is built."""
+    run('cmake', '-S', source, '-B', build, '-G', 'Ninja', f'-DCMAKE_CXX_COMPILER={compiler}',
+        '-DBUILD_TESTING=OFF', f'-DTORVANE_RTTI={rtti}')
+    (targets,) = build.rglob('torvane-stream.cmake')
+    (pc,) = build.rglob('torvane.pc')
+    for file in targets, pc:
+        expect(f'-fno-rtti in {file.name} with TORVANE_RTTI={rtti}',
+               '-fno-rtti' in file.read_text(), rtti == 'OFF')
+
+
 def test_subdirectory(work, build, source, compiler, arguments):
     folder = work / 'my_browser'
     write_project(source, folder, in_tree=True)
@@ -215,11 +253,12 @@ def test_subdirectory(work, build, source, compiler, arguments):
     binaries = configure(
         folder, compiler, '-DTORVANE_RTTI=ON', '-DCMAKE_CXX_FLAGS=-Wpadded',
         f'-DCMAKE_PROJECT_my_browser_INCLUDE={CONSUMER}/record_names.cmake', *arguments)
-    # Not linked, which would build the whole transport once more.
-    said = run('cmake', '--build', binaries, '--target', 'consumer',
-               'CMakeFiles/my_browser.dir/main.cc.o')
+    said = run('cmake', '--build', binaries)
     check_warnings(build, said)
     check_consumer(binaries, '1 cents\ntype information: right\n')
+    check_server_and_caller(binaries / 'my_browser', binaries / 'caller', work)
+    for rtti in 'ON', 'OFF':
+        check_flags_of_install(source, work / f'with_rtti_{rtti}', compiler, rtti)
 
 
 def main():
