@@ -26,6 +26,9 @@ NOT_RUN = {
     "changes this machine": "packages, services or lock files of whoever reads it",
 }
 FENCE = re.compile(r"^```(\w*)$")
+# Blocks of other kinds, which would be overlooked.
+OTHER_FENCE = re.compile(r"^\s*(```|~~~)")
+INDENTED = re.compile(r"^(    |\t)")
 COMMENT = re.compile(r"^<!-- (run by|needs|run first|compiled as|not run|file|part of): (.*) -->$")
 
 
@@ -75,8 +78,10 @@ def read_blocks(page: str, text: str) -> List[Block]:
                 blocks.append(Block(page, at + 1, fence[1], content, comments))
             comments, at, below_block = {}, end + 1, True
             continue
-        if lines[at].lstrip().startswith("```"):
+        if OTHER_FENCE.match(lines[at]):
             raise Fault(f"{page}:{at + 1}: a fence that this test cannot read")
+        if INDENTED.match(lines[at]):
+            raise Fault(f"{page}:{at + 1}: an indented line, which may be a block")
         if comment:
             comments.setdefault(comment[1], []).append(comment[2])
         elif comments:
@@ -106,8 +111,12 @@ def commands(text: str) -> List[str]:
 
 
 def without_note(command: str) -> str:
-    """The command without what stands behind its #."""
-    return re.sub(r"\s+# .*$", "", command)
+    """The command without the note behind it. A # in quotes begins none."""
+    words = re.match(r"""(?:'[^']*'|"(?:\\.|[^"\\])*"|\\.|(?!\s+# )[^'"\\])*""", command, re.S)
+    assert words
+    if not re.match(r"\s+# |$", command[words.end():]):
+        raise AssertionError(f"a quote without end: {command}")
+    return words[0]
 
 
 def dialogue(block: Block) -> List[List[str]]:

@@ -5,6 +5,7 @@
 
 import json
 import os
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -50,7 +51,8 @@ class CheckerTest(unittest.TestCase):
         server = self.write("build/server", SERVER)
         programs = {"program": program, "server": server}
         self.around = Surroundings(
-            self.source, build, PROTOC, programs, Project(self.source, build, ctest, True))
+            self.source, build, PROTOC, programs, Project(self.source, build, ctest, True),
+            ("program", "no-such-program"))
         self.part = Project(self.source, build, ctest, False)
 
     def write(self, name: str, text: str) -> str:
@@ -102,10 +104,23 @@ class WhoRunsABlock(CheckerTest):
         self.good("<!-- needs: program, no-such-program -->\n```sh\nfalse\n```\n")
         self.finds("ends with 1", "<!-- needs: program -->\n```sh\nfalse\n```\n")
 
+    def test_what_may_be_missing_is_known(self) -> None:
+        self.finds("no block needs 'progam'", "<!-- needs: progam -->\n```sh\nfalse\n```\n")
+
     def test_a_fragment_has_to_be_included(self) -> None:
         self.good("<!-- compiled as: stub_call -->\n```cpp\nx;\n```\n")
         self.finds("does not include documents/stub.inc",
                    "<!-- compiled as: stub -->\n```cpp\nx;\n```\n")
+
+    def test_a_fragment_has_its_name_for_itself(self) -> None:
+        block = "<!-- compiled as: {} -->\n```cpp\nx;\n```\n"
+        pages = [self.write("one.md", block.format("one") + block.format("two")),
+                 self.write("two.md", block.format("three") + block.format("two"))]
+        writer = os.path.join(os.path.dirname(__file__), "write_fragments.py")
+        ended = subprocess.run([sys.executable, "-B", writer, os.path.join(self.source, "out"), *pages],
+                               stderr=subprocess.PIPE, check=False, text=True)
+        self.assertEqual((ended.returncode, ended.stderr),
+                         (1, "two.md:6: another block is compiled as two, too\n"))
 
     def test_a_file_that_is_shown_is_the_same(self) -> None:
         self.write("own/one.conf", "a;\nb;\nc;\n")
@@ -136,6 +151,11 @@ class WhoRunsABlock(CheckerTest):
     def test_a_fence_that_is_indented_is_not_overlooked(self) -> None:
         self.finds("a fence that this test cannot read", "- x\n\n  ```sh\n  false\n  ```\n")
 
+    def test_blocks_of_other_kinds_are_not_overlooked(self) -> None:
+        self.finds("page.md:3: a fence that this test cannot read", "x\n\n~~~sh\nfalse\n~~~\n")
+        for block in "    false", "\tfalse":
+            self.finds("page.md:3: an indented line", f"x\n\n{block}\n")
+
 
 class Running(CheckerTest):
     def test_a_command_that_fails(self) -> None:
@@ -144,6 +164,10 @@ class Running(CheckerTest):
     def test_commands_of_a_page_share_a_shell_and_its_folder(self) -> None:
         self.good("```sh\nname=x   # a note\nmkdir own && cd own\n```\n\n"
                   "```sh\ntest $name = x && test $(basename $PWD) = own && \\\n  test -d ../scripts\n```\n")
+
+    def test_a_note_is_not_part_of_a_command_and_quotes_hold_none(self) -> None:
+        self.good("```sh\necho '1  # 2' \"3 # \\\" # 4\" # it's a note\n```\n```\n1  # 2 3 # \" # 4\n```\n")
+        self.finds("a quote without end", "```sh\necho '1  # 2\n```\n")
 
     def test_what_comes_first_is_run(self) -> None:
         self.good("<!-- run first: touch one -->\n```sh\ncat one\n```\n")

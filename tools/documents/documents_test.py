@@ -18,7 +18,7 @@ import subprocess
 import sys
 import tempfile
 from dataclasses import dataclass
-from typing import Dict, List
+from typing import Dict, List, Sequence
 
 from blocks import (
     NOT_RUN, Block, Fault, code_spans, commands, dialogue, read_blocks, without_note)
@@ -28,6 +28,8 @@ from shell import Shell
 COMMANDS = ("sh", "console")
 PROGRAMS = ("cmake", "cpp", "js", "proto", "python")
 OPTIONAL = ("rpc_gateway", "web_browser")
+# What blocks need and some machines lack.
+INSTALLED = ("Xvfb", "grpc_python_plugin", "node", "npm", "openbox", "openssl", "systemd-analyze")
 
 
 @dataclass
@@ -37,6 +39,8 @@ class Surroundings:
     protoc: str
     programs: Dict[str, str]
     project: Project
+    # Programs that may be missing.
+    optional: Sequence[str]
 
     def has(self, program: str) -> bool:
         return program in self.programs or shutil.which(program) is not None
@@ -89,6 +93,9 @@ class Page:
         if block.language not in COMMANDS + PROGRAMS:
             raise block.fault(f"no test runs the language '{block.language}'; a picture is 'text'")
         self._look_up(block)
+        for program in block.names("needs"):
+            if program not in self.around.optional:
+                raise block.fault(f"no block needs '{program}'; there is {', '.join(self.around.optional)}")
         if not all(self.around.has(program) for program in block.names("needs")):
             return
         reason = block.comment("not run")
@@ -227,7 +234,8 @@ def main() -> int:
     source, build, ctest, protoc, *programs = sys.argv[1:]
     built = dict(program.split("=", 1) for program in programs)
     whole = all(program in built for program in OPTIONAL)
-    around = Surroundings(source, build, protoc, built, Project(source, build, ctest, whole))
+    around = Surroundings(source, build, protoc, built, Project(source, build, ctest, whole),
+                          OPTIONAL + INSTALLED)
     checked = []
     for name in pages(source):
         with open(os.path.join(source, name), encoding="utf-8") as file:
