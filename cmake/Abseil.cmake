@@ -135,10 +135,10 @@ macro(torvane_find_abseil)
       set(torvane_abseil_config ${cached_prefix}/lib/cmake/absl/abslConfig.cmake)
     endif()
     if(NOT EXISTS ${torvane_abseil_config})
-      list(JOIN torvane_abseil_refused "\n  " reasons)
+      list(TRANSFORM torvane_abseil_refused PREPEND "\nPassed over ")
       message(FATAL_ERROR "Abseil is missing from ${cached_prefix}: run scripts/setup, "
-                          "or name another with absl_DIR or CMAKE_PREFIX_PATH.\n"
-                          "Passed over:\n  ${reasons}")
+                          "or name another with absl_DIR or CMAKE_PREFIX_PATH."
+                          ${torvane_abseil_refused})
     endif()
     cmake_path(IS_PREFIX cached_prefix ${torvane_abseil_config} NORMALIZE is_cached)
     if(is_cached)
