@@ -218,9 +218,12 @@ class WhatCommandsName(CheckerTest):
         self.finds("no target host", above + "cmake --build --preset release --target host\n```\n")
         self.finds("no test matches two apps", above + "ctest --preset release -R two -L apps\n```\n")
 
-    def test_tests_are_looked_up_only_in_a_build_that_is_whole(self) -> None:
-        self.assertEqual(self.around.project.faults("ctest -R three"), ["no test matches three"])
-        self.assertEqual(self.part.faults("ctest -R three"), [])
+    def test_targets_and_tests_are_looked_up_only_in_a_build_that_is_whole(self) -> None:
+        for command, fault in ("ctest -R three", "no test matches three"), (
+                "cmake --build build --target host", "no target host"):
+            self.assertEqual(self.around.project.faults(command), [fault])
+            self.assertEqual(self.part.faults(command), [])
+        self.assertEqual(self.part.faults("cmake --preset fast"), ["no preset fast"])
 
     def test_also_in_the_text(self) -> None:
         self.good("`ctest -R 'one\\|two'` and `scripts/greet --loud` and `ctest -R <name>`\n")

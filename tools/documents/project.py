@@ -1,8 +1,8 @@
 """What commands of a page may name: scripts with their options, presets, targets and
 tests. Commands of the build are not run by this test; they are held against these.
 
-A build that is not whole, since something optional is not installed, lacks tests that
-pages rightly name: there those that "ctest" is to select are not looked up."""
+A build that is not whole, since something optional is not installed, lacks targets and
+tests that pages rightly name: there they are not looked up."""
 
 import json
 import os
@@ -66,8 +66,10 @@ class Project:
         found = []
         options = self._options(words)
         found += [f"no preset {name}" for name in options.get("--preset", []) if name not in self._presets]
+        if not self._whole:
+            return found
         found += [f"no target {name}" for name in options.get("--target", []) if name not in self._targets]
-        if program == "ctest" and self._whole:
+        if program == "ctest":
             names, labels = options.get("-R", []), options.get("-L", [])
             if (names or labels) and not self._matches(names, labels):
                 found.append("no test matches " + " ".join(names + labels))
