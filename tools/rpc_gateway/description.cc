@@ -29,6 +29,9 @@ cli::ProgramDescription DescribeRpcGateway() {
             "certificate nor token"},
            {"max-event-messages", "N",
             "messages of a client on one stream of events; default: 10000"},
+           {"max-incoming-bytes", "N",
+            "bytes of messages on their way in, of all clients together; "
+            "default: 67108864"},
            {"keepalive", "SECONDS",
             "how long a client may be silent before it is asked whether it is "
             "there; default: 60"},

@@ -6,11 +6,14 @@
 #include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/descriptor_database.h>
 #include <google/protobuf/wrappers.pb.h>
+#include <grpc/grpc.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -179,6 +182,19 @@ class GatewayTest : public testing::Test {
                              : call->status.ToString();
   }
   std::string Title(int64_t window) { return Title(client(), window); }
+
+  // The most bytes of memory that the gateway has had.
+  size_t PeakMemory() const {
+    std::ifstream status(absl::StrCat("/proc/", gateway_->pid(), "/status"));
+    for (std::string line; std::getline(status, line);) {
+      size_t kilobytes = 0;
+      if (std::sscanf(line.c_str(), "VmHWM: %zu kB", &kilobytes) == 1) {
+        return kilobytes << 10;
+      }
+    }
+    ADD_FAILURE() << "the gateway has no VmHWM";
+    return 0;
+  }
 
   // What the host says of its connections.
   rpc::status::StatusReport Status() {
@@ -478,6 +494,45 @@ TEST_F(GatewayTest, LongMessagesAreRefused) {
   EXPECT_TRUE(absl::IsResourceExhausted(call->status)) << call->status;
 }
 
+// gRPC takes in a message of any length before it refuses it.
+TEST_F(GatewayTest, ALongMessageIsGivenUpBeforeItTakesTheMemoryThatItNeeds) {
+  // gRPC, when it is left for the last time, waits ten seconds for the thread
+  // that has finished so long a write. So it is not left.
+  grpc_init();
+  StartHost();
+  StartGateway({"--max-incoming-bytes", "4194304"});
+  EXPECT_EQ(Title(1), "Window 1");
+  const size_t before = PeakMemory();
+  const auto call =
+      Call("/rpc.BrowserWindow/SetTitle", std::string(48 << 20, 'x'));
+  EXPECT_TRUE(absl::IsResourceExhausted(call->status)) << call->status;
+  EXPECT_LT(PeakMemory() - before, 24u << 20);
+  EXPECT_EQ(Title(1), "Window 1");
+}
+
+// A short one may become as long as anybody likes.
+TEST_F(GatewayTest, ACompressedMessageIsRefusedAsItIs) {
+  StartHost();
+  StartGateway({"--max-client-frame-bytes", "1048576"});
+  EXPECT_EQ(Title(1), "Window 1");
+  const size_t before = PeakMemory();
+  for (const auto& [algorithm, name] : {std::pair{GRPC_COMPRESS_GZIP, "gzip"},
+                                        {GRPC_COMPRESS_DEFLATE, "deflate"}}) {
+    const auto call =
+        client().Call("/rpc.BrowserWindow/SetTitle", std::string(24 << 20, 'x'),
+                      {.compression = algorithm});
+    RunUntil([&] { return call->over; });
+    ASSERT_EQ(call->status,
+              absl::UnimplementedError(absl::StrCat("Compression algorithm '",
+                                                    name, "' is disabled.")));
+    // What gRPC has to say about it is a record like any other.
+    EXPECT_THAT(gateway_->ReadErrorLine(),
+                AllOf(StartsWith("["), HasSubstr(":ERROR:"),
+                      HasSubstr(call->status.message())));
+  }
+  EXPECT_LT(PeakMemory() - before, 12u << 20);
+}
+
 TEST_F(GatewayTest, ASignalStopsIt) {
   StartBoth();
   const auto stream = Open(kWhenClosed, EventsOf(1));
@@ -642,7 +697,8 @@ TEST_F(GatewayTest, AWrongCommandLineIsRefused) {
   for (const auto& [words, text] :
        {std::pair{std::vector<std::string>{"extra"}, "There are only flags."},
         {{"--grace"}, "--grace"},
-        {{"--max-frame-bytes", "1"}, "--max-frame-bytes"}}) {
+        {{"--max-frame-bytes", "1"}, "--max-frame-bytes"},
+        {{"--max-incoming-bytes", "65535"}, "--max-client-frame-bytes"}}) {
     const Process::Result result = rpcctl::RunToEnd(GatewayWords(words));
     EXPECT_EQ(result.exit_code, 2);
     EXPECT_THAT(result.errors,
@@ -694,13 +750,26 @@ TEST_F(GatewayTest, ATokenFileWithoutATokenIsRefused) {
 TEST_F(GatewayTest, HelpNamesEveryFlag) {
   const Process::Result result = rpcctl::RunToEnd({RPC_GATEWAY, "--help"});
   EXPECT_EQ(result.exit_code, 0);
-  for (const char* flag :
-       {"--socket", "--listen", "--tls-certificate", "--tls-key",
-        "--tls-client-ca", "--token-file", "--insecure", "--max-event-messages",
-        "--keepalive ", "--keepalive-timeout", "--idle-peer", "--grace",
-        "--max-connections", "--max-calls", "--max-streams",
-        "--max-client-frame-bytes", "--max-frame-bytes", "--max-outbox-bytes",
-        "--handshake-timeout"}) {
+  for (const char* flag : {"--socket",
+                           "--listen",
+                           "--tls-certificate",
+                           "--tls-key",
+                           "--tls-client-ca",
+                           "--token-file",
+                           "--insecure",
+                           "--max-event-messages",
+                           "--max-incoming-bytes",
+                           "--keepalive ",
+                           "--keepalive-timeout",
+                           "--idle-peer",
+                           "--grace",
+                           "--max-connections",
+                           "--max-calls",
+                           "--max-streams",
+                           "--max-client-frame-bytes",
+                           "--max-frame-bytes",
+                           "--max-outbox-bytes",
+                           "--handshake-timeout"}) {
     EXPECT_THAT(result.output, HasSubstr(flag));
   }
 }

@@ -25,6 +25,7 @@
 #include "tools/cli/socket_path.h"
 #include "tools/cli/stop_signals.h"
 #include "tools/rpc_gateway/description.h"
+#include "tools/rpc_gateway/grpc_log.h"
 #include "tools/rpc_gateway/host_backend.h"
 #include "tools/rpc_gateway/host_watch.h"
 
@@ -147,6 +148,8 @@ int Main(int argc, const char* const* argv) {
   flags.AddSwitch("insecure", &options.front.security.insecure);
   flags.AddSize("max-event-messages", 1, 1'000'000'000,
                 &options.front.max_event_messages);
+  flags.AddSize("max-incoming-bytes", 1, 1'000'000'000'000,
+                &options.front.max_incoming_bytes);
   flags.AddSeconds("keepalive", &options.front.keepalive_time);
   flags.AddSeconds("keepalive-timeout", &options.front.keepalive_timeout);
   flags.AddSeconds("idle-peer", &options.front.idle_peer);
@@ -175,11 +178,17 @@ int Main(int argc, const char* const* argv) {
       !fault.ok()) {
     return Fail(kUsage, fault.message());
   }
+  if (options.front.max_incoming_bytes < limits.max_client_frame_bytes) {
+    return Fail(kUsage,
+                "--max-incoming-bytes has no room for a message of "
+                "--max-client-frame-bytes.");
+  }
   if (const absl::Status read = ReadSecurity(options, options.front.security);
       !read.ok()) {
     return Fail(EXIT_FAILURE, read.message());
   }
   cli::RecordWriter& records = cli::WriteRecordsTo(STDERR_FILENO);
+  RecordGrpcLog();
   const int exit_code = Gateway(options).Run();
   records.SayWhatWasLeftOut();
   return exit_code;

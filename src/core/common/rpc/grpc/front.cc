@@ -3,6 +3,7 @@
 #include <grpcpp/ext/health_check_service_server_builder_option.h>
 #include <grpcpp/generic/async_generic_service.h>
 #include <grpcpp/health_check_service_interface.h>
+#include <grpcpp/resource_quota.h>
 #include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server.h>
 #include <grpcpp/server_builder.h>
@@ -110,6 +111,8 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
         shared_({loop, backend, options_, reflection_, unary_paths_,
                  *stream_ends_}) {
     ABSL_CHECK_OK(serving::Validate(options_.limits));
+    ABSL_CHECK_GE(options_.max_incoming_bytes,
+                  options_.limits.max_client_frame_bytes);
   }
 
   absl::StatusOr<int> Listen(const std::string& address);
@@ -186,6 +189,11 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   builder.SetMaxReceiveMessageSize(
       static_cast<int>(limits.max_client_frame_bytes));
   builder.SetMaxSendMessageSize(-1);
+  builder.SetResourceQuota(::grpc::ResourceQuota("incoming messages")
+                               .Resize(options_.max_incoming_bytes));
+  // What is within the limit may become a thousand times as long.
+  builder.SetCompressionAlgorithmSupportStatus(GRPC_COMPRESS_DEFLATE, false);
+  builder.SetCompressionAlgorithmSupportStatus(GRPC_COMPRESS_GZIP, false);
   const auto argument = [&builder](const char* name, int value) {
     builder.AddChannelArgument(name, value);
   };

@@ -20,7 +20,8 @@
 // its own, which post there.
 //
 // Failure: Listen() says why it cannot. The constructor ends the process for
-// limits that serving::Validate() refuses.
+// limits that serving::Validate() refuses, and for max_incoming_bytes without
+// room for the longest message.
 
 #ifndef CORE_COMMON_RPC_GRPC_FRONT_H_
 #define CORE_COMMON_RPC_GRPC_FRONT_H_
@@ -52,6 +53,13 @@ struct FrontOptions {
   // Messages of a client on one stream of events. Each costs the server memory
   // for as long as the stream lasts.
   size_t max_event_messages = 10'000;
+
+  // Bytes of messages on their way in, of all peers together; no less than the
+  // longest message. gRPC takes in a whole message, however long, before it
+  // refuses it. Beyond this it ends streams with RESOURCE_EXHAUSTED, until
+  // there is room again; it chooses them by chance, so that others than those
+  // to blame may be among them.
+  size_t max_incoming_bytes = 64 << 20;
 
   // A peer from which nothing was heard for the first of these is asked whether
   // it is there, and lost when it has not said so within the second.

@@ -223,6 +223,7 @@ void TestClient::Prepare(::grpc::ClientContext& context,
   if (options.timeout) {
     context.set_deadline(std::chrono::system_clock::now() + *options.timeout);
   }
+  context.set_compression_algorithm(options.compression);
   if (!authorization_.empty()) {
     context.AddMetadata("authorization", authorization_);
   }

@@ -44,7 +44,8 @@ struct TestClientOptions {
 
 // How a call or stream is begun.
 struct TestCallOptions {
-  std::optional<std::chrono::milliseconds> timeout;
+  std::optional<std::chrono::milliseconds> timeout = std::nullopt;
+  grpc_compression_algorithm compression = GRPC_COMPRESS_NONE;
 };
 
 class TestCall {
