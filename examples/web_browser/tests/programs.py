@@ -290,6 +290,15 @@ class Host(Process):
         self.process.stdin.write(line + "\n")
         self.process.stdin.flush()
 
+    def services(self) -> str:
+        """What it offers, as it says itself to whoever does not know it."""
+        return subprocess.run(
+            [os.environ["RPCCTL"], "--socket", self.socket, "list"],
+            check=True,
+            stdout=subprocess.PIPE,
+            text=True,
+        ).stdout
+
     def records(self) -> str:
         """What it has written on standard error."""
         with open(os.path.join(self.folder, "records"), errors="replace") as records:

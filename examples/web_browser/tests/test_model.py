@@ -60,6 +60,7 @@ class Model(BrowserTestCase):
         self.addCleanup(self.host.close)
 
     def test_real_windows_do_what_those_in_memory_do(self):
+        self.assertEqual(self.browser.services(), self.host.services())
         seed = int(os.environ.get("MODEL_SEED") or SHORT_SEED)
         print(f"MODEL_SEED={seed}", flush=True)
         steps = int(os.environ.get("MODEL_STEPS") or SHORT_STEPS)
