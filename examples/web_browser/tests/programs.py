@@ -83,6 +83,18 @@ class PresentDisplay:
         return {"DISPLAY": self.name}
 
 
+def use_keyboard(display: Display) -> None:
+    """Presses a key that does nothing, on a display that nobody uses yet.
+
+    A server takes over the layout of the keyboard that is used first, and says that
+    the layout has changed. Window managers then give up their keys and take them
+    anew: a key that is pressed meanwhile they miss.
+    """
+    subprocess.run(
+        ["xdotool", "key", "Shift_L"], env={**os.environ, **display.environment}, check=True
+    )
+
+
 class Screen(Process):
     """An X server that shows nothing to anybody."""
 
@@ -95,6 +107,7 @@ class Screen(Process):
         os.close(writer)
         with os.fdopen(reader) as said:
             self.name = ":" + said.readline().strip()
+        use_keyboard(self)
 
     @property
     def environment(self) -> Dict[str, str]:
