@@ -408,6 +408,10 @@ gboolean Frame::OnKey(GdkEventKey* event) {
 }
 
 gboolean Frame::OnHeaderPress(GdkEventButton* event) {
+  // A button hands on the second press of a double click, which is none on the
+  // bar.
+  if (event->window != gtk_widget_get_window(handle_))
+    return FALSE;
   if (event->button != GDK_BUTTON_PRIMARY)
     return FALSE;
   if (event->type == GDK_2BUTTON_PRESS) {

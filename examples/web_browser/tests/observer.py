@@ -112,8 +112,8 @@ class Observer:
     def key(self, keys: str) -> None:
         self.xdotool("key", "--clearmodifiers", keys)
 
-    def click(self, x: int, y: int, button: int = 1) -> None:
-        self.xdotool("mousemove", x, y, "click", button)
+    def click(self, x: int, y: int, button: int = 1, times: int = 1) -> None:
+        self.xdotool("mousemove", x, y, "click", "--repeat", times, button)
 
     def close_window(self, seen: "Seen") -> None:
         """Asks the window manager to close it, as a task bar does."""
@@ -264,7 +264,7 @@ class Seen:
             return False
         return True
 
-    def click(self, x: int, y: int, button: int = 1) -> None:
-        """Clicks that far from its top left corner."""
+    def click(self, x: int, y: int, button: int = 1, times: int = 1) -> None:
+        """Clicks that far from its top left corner; twice at once is a double click."""
         left, top, _, _ = self.bounds()
-        self.observer.click(left + x, top + y, button)
+        self.observer.click(left + x, top + y, button, times)

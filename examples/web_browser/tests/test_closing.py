@@ -19,8 +19,10 @@ class Questions:
         case.windows.is_visible(windows[0])
 
     def _answer(self, asked):
+        # Before the test hears of it, and says what the next answer is.
+        allowed = self.allowed
         self.asked.put((asked.window, asked.question.reason))
-        return self.allowed
+        return allowed
 
     def next(self):
         return self.asked.get(timeout=TIMEOUT)
@@ -33,11 +35,11 @@ class Closing(BrowserTestCase):
         """As a task bar does."""
         self.observer.close_window(self.seen(number))
 
-    def click_button(self, number):
+    def click_button(self, number, times=1):
         """The one in the header bar."""
         seen = self.seen(number)
         _, _, width, _ = seen.bounds()
-        seen.click(width - 14, 15)
+        seen.click(width - 14, 15, times=times)
 
     def denied_then_allowed(self, wish):
         """Window 2 must stay open first, and then close."""
@@ -51,12 +53,24 @@ class Closing(BrowserTestCase):
         questions.allowed = True
         wish(2)
         self.assertEqual(questions.next(), (2, USER))
-        event = next(events)
+        event = events.get(TIMEOUT)
         self.assertEqual((event.browser_id.value, event.reason), (2, USER))
         self.assertFalse(seen.exists())
 
     def test_by_the_button(self):
         self.denied_then_allowed(self.click_button)
+
+    def test_a_double_click_on_the_button_is_two_clicks(self):
+        questions = Questions(self, 2)
+        questions.allowed = False
+        seen = self.seen(2)
+        before = seen.bounds()
+        self.click_button(2, times=2)
+        self.assertEqual([questions.next(), questions.next()], [(2, USER)] * 2)
+        # Changes are made one after the other, so others would be over by then.
+        self.windows.set_title(2, title="clicked")
+        self.assertEqual(seen.bounds(), before)
+        self.assertFalse(seen.is_maximized())
 
     def test_by_a_key(self):
         self.denied_then_allowed(lambda number: self.observer.key("alt+F4"))
@@ -85,7 +99,7 @@ class Closing(BrowserTestCase):
         events = self.windows.closed(2)
         self.windows.is_visible(2)
         self.click_button(2)
-        event = next(events)
+        event = events.get(TIMEOUT)
         self.assertEqual((event.browser_id.value, event.reason), (2, USER))
 
     def test_a_window_whose_style_is_not_closable_ignores_the_user(self):
@@ -109,21 +123,21 @@ class Closing(BrowserTestCase):
         self.assertTrue(self.windows.close(2))
         self.assertEqual(self.observer.numbers(), [1])
         self.assertEqual(questions.next(), (2, CALL))
-        self.assertEqual(next(events).reason, CALL)
+        self.assertEqual(events.get(TIMEOUT).reason, CALL)
 
     def test_the_end_of_the_browser(self):
         events = self.windows.closed(1, 2)
         self.windows.is_visible(1)
         self.assertEqual(self.browser.kill(15), 0)
-        reasons = {next(events).browser_id.value: SHUTDOWN for _ in range(2)}
+        reasons = {events.get(TIMEOUT).browser_id.value: SHUTDOWN for _ in range(2)}
         self.assertEqual(reasons, {1: SHUTDOWN, 2: SHUTDOWN})
-        self.expect_error(Code.UNAVAILABLE, "", next, events)
+        self.expect_error(Code.UNAVAILABLE, "", events.get, TIMEOUT)
 
     def test_the_title_is_in_the_event(self):
         events = self.windows.closed(2)
         self.windows.set_title(2, title="Inbox")
         self.windows.close(2)
-        self.assertEqual(next(events).title, "Inbox")
+        self.assertEqual(events.get(TIMEOUT).title, "Inbox")
 
 
 class ByThePage(PageTestCase):
@@ -140,7 +154,7 @@ class ByThePage(PageTestCase):
         questions.allowed = True
         self.seen().click(200, 300)
         self.assertEqual(questions.next(), (1, USER))
-        self.assertEqual(next(events).reason, USER)
+        self.assertEqual(events.get(TIMEOUT).reason, USER)
 
 
 if __name__ == "__main__":

@@ -460,6 +460,13 @@ class Scaled(BrowserTestCase):
         self.assertEqual(self.seen().bounds(), before)
 
 
+class HeaderBar(BrowserTestCase):
+    def test_a_double_click_on_it_maximizes(self):
+        seen = self.seen()
+        seen.click(300, 15, times=2)
+        self.observer.wait_until(seen.is_maximized, "the window, maximized")
+
+
 class Independence(BrowserTestCase):
     arguments = ("--windows", "3")
 
