@@ -46,8 +46,10 @@ class Answers:
             raise Wrong("the browser does not ask") from None
 
     def _handle(self, asked: Any) -> Any:
+        # Before anybody hears of the question, and says what the next answer is.
+        answer = self.answer
         self._asked.put(asked)
-        return self.answer()
+        return answer()
 
 
 class Stage:

@@ -1,15 +1,19 @@
 """Runs the tests of one module: run.py test_methods [TEST...]
 
 Exits with 77, for which CTest says that the test was skipped, where something that
-they need is not installed.
+they need is not installed. One that hangs says where, before CTest ends it.
 """
 
+import faulthandler
 import importlib.util
 import shutil
 import sys
 import unittest
 
 SKIPPED = 77
+
+# CTest ends it after 300.
+SECONDS_UNTIL_IT_HANGS = 285
 
 
 def missing() -> str:
@@ -30,6 +34,7 @@ def main() -> int:
     if what:
         print(f"{what}: scripts/setup --browser installs it")
         return SKIPPED
+    faulthandler.dump_traceback_later(SECONDS_UNTIL_IT_HANGS)
     program = unittest.main(module=sys.argv.pop(1), exit=False, verbosity=2)
     # A module of which no test was found must not pass.
     return 0 if program.result.wasSuccessful() and program.result.testsRun else 1

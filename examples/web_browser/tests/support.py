@@ -57,7 +57,8 @@ class BrowserTestCase(unittest.TestCase):
         self.addCleanup(self.manager.close)
 
     def connect(self, **options: Any) -> Any:
-        client = torvane.blocking.connect(self.browser.socket, **options)
+        # A call that a browser leaves without reply fails, instead of all tests.
+        client = torvane.blocking.connect(self.browser.socket, timeout=TIMEOUT, **options)
         self.addCleanup(client.close)
         return client
 

@@ -18,8 +18,10 @@ class Answers:
         case.windows.is_visible(number)
 
     def _answer(self, asked):
+        # Before the test hears of it, and says what the next answer is.
+        allowed = self.allowed
         self.asked.put(asked.question.command.name)
-        return self.allowed
+        return allowed
 
     def next(self):
         return self.asked.get(timeout=TIMEOUT)
@@ -53,6 +55,10 @@ class Commands(PageTestCase):
         self.observer.key(keys)
         self.assertEqual(self.answers.next(), command)
 
+    def shows_the_page_below_the_header(self):
+        """Where the page is white, and the bar for finding text covers it."""
+        return self.seen().pixels((700, 45, 1, 1))[:3] == b"\xff\xff\xff"
+
     def test_a_denied_reload_loads_nothing_and_an_allowed_one_does(self):
         self.answers.allowed = False
         self.press("ctrl+r", "reload")
@@ -78,7 +84,10 @@ class Commands(PageTestCase):
         self.wait_for_title("at [#clicked]")
 
     def test_find(self):
+        self.observer.wait_until_pixels(self.shows_the_page_below_the_header)
         self.press("ctrl+f", "find")
+        # What is typed before the bar is there is the page's.
+        self.observer.wait_until_pixels(lambda: not self.shows_the_page_below_the_header())
         self.observer.xdotool("type", "to find")
         self.wait_for_title("selected to find")
         self.observer.key("Escape")
@@ -104,7 +113,7 @@ class Commands(PageTestCase):
         events = self.windows.closed(1)
         self.windows.is_visible(1)
         self.press("ctrl+w", "close_window")
-        self.assertEqual(next(events).browser_id.value, 1)
+        self.assertEqual(events.get(TIMEOUT).browser_id.value, 1)
         self.assertEqual(reasons.get(timeout=TIMEOUT), 1)
 
     def test_print_opens_the_dialog_which_holds_nobody_up(self):

@@ -57,7 +57,7 @@ class PageProcesses(PageTestCase):
         self.wait_for_title(CRASHED)
         self.observer.close_window(self.seen())
         self.assertEqual(asked.get(timeout=TIMEOUT), 1)
-        event = next(events)
+        event = events.get(TIMEOUT)
         self.assertEqual((event.browser_id.value, event.title), (1, CRASHED))
 
     def test_a_page_that_hangs_holds_nobody_up(self):
@@ -131,10 +131,10 @@ class Display(BrowserTestCase):
         events = self.windows.closed(1, 2, 3)
         self.windows.is_visible(1)
         self.screen.kill()
-        closed = [next(events) for _ in range(3)]
+        closed = [events.get(TIMEOUT) for _ in range(3)]
         self.assertEqual(sorted(event.browser_id.value for event in closed), [1, 2, 3])
         self.assertEqual({event.reason for event in closed}, {SHUTDOWN})
-        self.expect_error(Code.UNAVAILABLE, "", next, events)
+        self.expect_error(Code.UNAVAILABLE, "", events.get, TIMEOUT)
         self.assertEqual(self.browser.wait(), 0)
         self.assertFalse(os.path.exists(self.browser.socket))
 
@@ -152,7 +152,7 @@ class Display(BrowserTestCase):
         self.observer.close_window(self.seen(1))
         self.assertEqual(asked.get(timeout=TIMEOUT), 1)
         self.screen.kill()
-        self.assertEqual(next(events).reason, SHUTDOWN)
+        self.assertEqual(events.get(TIMEOUT).reason, SHUTDOWN)
         self.assertEqual(self.browser.wait(), 0)
         gate.put(True)
 

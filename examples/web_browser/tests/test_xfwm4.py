@@ -4,7 +4,7 @@ import shutil
 import unittest
 
 from observer import ICONIC, NORMAL, WITHDRAWN
-from programs import XFWM4
+from programs import TIMEOUT, XFWM4
 from support import USER, BrowserTestCase
 from torvane import Code
 
@@ -84,7 +84,7 @@ class Xfwm4(BrowserTestCase):
         events = self.windows.closed(2)
         self.windows.activate(2)
         self.observer.key("alt+F4")
-        event = next(events)
+        event = events.get(TIMEOUT)
         self.assertEqual((event.browser_id.value, event.reason), (2, USER))
         self.assertEqual(self.observer.numbers(), [1])
 
