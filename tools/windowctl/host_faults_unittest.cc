@@ -215,6 +215,75 @@ TEST_F(HostFaultsTest, ServesAndStopsThoughTheFileOfItsTraceMayNotGrow) {
   EXPECT_LE(trace.str().size(), 1'024u);
 }
 
+// A host whose socket lies on a disk of its own, in memory, that nobody else
+// sees.
+class HostOnADiskTest : public HostFaultsTest {
+ protected:
+  void SetUp() override {
+    if (system("unshare --user --map-root-user --mount true 2>/dev/null") != 0)
+      GTEST_SKIP() << "no disk can be mounted";
+  }
+
+  // `options` are of mount(8). Whatever is left of the disk gets full.
+  void StartHostOn(const std::string& options, std::vector<std::string> flags) {
+    const std::string folder = folder_.File("");
+    std::vector<std::string> words = HostWords(std::move(flags));
+    words.insert(words.begin(),
+                 {"/usr/bin/unshare", "--user", "--map-root-user", "--mount",
+                  "/bin/bash", "-c",
+                  absl::StrCat("mount -t tmpfs -o mode=0700,", options,
+                               " full ", folder, "; { cat /dev/zero >", folder,
+                               "rest; } 2>/dev/null; exec \"$0\" \"$@\"")});
+    host_ = std::make_unique<Process>(words);
+  }
+
+  // The path of a file of the disk as others see it while the host runs.
+  std::string Seen(const std::string& path) const {
+    return absl::StrCat("/proc/", host_->pid(), "/root", path);
+  }
+};
+
+TEST_F(HostOnADiskTest, ServesAndStopsThoughTheDiskIsFull) {
+  const std::string trace = folder_.File("trace.json");
+  StartHostOn("size=64k", {"--trace", trace});
+  AwaitReady();
+  auto socket = Client::OpenSocket(Seen(socket_));
+  ASSERT_TRUE(socket.ok()) << socket.status();
+  RawPeer peer(loop_, *std::move(socket));
+  peer.SendHello();
+  AwaitWelcome(peer);
+  SendCall(peer, "IsVisible", 1);
+  const std::optional<Frame> reply = peer.Receive();
+  EXPECT_TRUE(reply && reply->has_reply());
+  EXPECT_EQ(0, access(Seen(trace).c_str(), F_OK));
+  const Process::Result end = StopHost();
+  EXPECT_EQ(0, end.exit_code);
+  EXPECT_THAT(end.errors,
+              HasSubstr(absl::StrCat("Nothing more is written to the trace "
+                                     "file ",
+                                     trace, ": No space left on device")));
+}
+
+// A folder takes one of the files that a disk may have.
+TEST_F(HostOnADiskTest, WithoutRoomForTheSocketItSaysSoAndDoesNotStart) {
+  StartHostOn("nr_inodes=1", {});
+  const Process::Result end = host_->Wait();
+  EXPECT_EQ(absl::StrCat("window_host: cannot listen at ", socket_,
+                         ": No space left on device\n"),
+            end.errors);
+  EXPECT_NE(0, end.exit_code);
+}
+
+TEST_F(HostOnADiskTest, WithoutRoomForTheTraceItSaysSoAndDoesNotStart) {
+  const std::string trace = folder_.File("trace.json");
+  StartHostOn("nr_inodes=1", {"--trace", trace});
+  const Process::Result end = host_->Wait();
+  EXPECT_EQ(absl::StrCat("window_host: cannot write the trace file ", trace,
+                         ": No space left on device\n"),
+            end.errors);
+  EXPECT_NE(0, end.exit_code);
+}
+
 // The hour of a record that the host makes now.
 int HourOfNextRecord(Process& host) {
   const std::string record = host.ReadErrorLine();
