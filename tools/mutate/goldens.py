@@ -21,7 +21,6 @@ _TESTDATA = f"{RPC}/generator/testdata"
 _TEST = f"{RPC}/generator/generated_code_unittest.cc"
 _LIBRARY = "libtorvane_generator_golden.a"
 _FIRST = "interleaved"  # It has methods of all kinds.
-_LIMIT = 300.0  # Seconds, for one compilation and for the test.
 
 
 class Goldens:
@@ -105,14 +104,14 @@ class Goldens:
             program = folder / "generated_code_unittest"
             if not self._link_with(objects, folder, program):
                 return "linker"
-            return "" if passes([program], folder, _LIMIT) else "generated_code_unittest"
+            return "" if passes([program], folder) else "generated_code_unittest"
 
     def _compile(self, source: pathlib.Path, golden: pathlib.Path,
                  compiled: pathlib.Path) -> bool:
         command = [word.replace(str(self._golden), str(golden))
                    for word in self._commands[str(source)]]
         command[command.index("-o") + 1] = str(compiled)
-        return passes(command, self._build, _LIMIT)
+        return passes(command, self._build)
 
     def _link_with(self, objects: list[pathlib.Path], folder: pathlib.Path,
                    program: pathlib.Path) -> bool:
@@ -125,7 +124,7 @@ class Goldens:
         place = command.index("-o")
         command[place + 1] = str(program)
         command[place:place] = [str(path) for path in objects]
-        return passes(command, self._build, _LIMIT)
+        return passes(command, self._build)
 
     def _without(self, library: str, names: list[str], folder: pathlib.Path) -> str:
         """A copy of the library without these objects."""

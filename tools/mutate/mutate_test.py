@@ -5,6 +5,7 @@ from __future__ import annotations
 
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -14,6 +15,7 @@ import build
 import judge
 import run
 import suites
+import watch
 from equivalent import Equivalents
 from switches import SWITCH_HEADER, MutatedFile
 
@@ -214,6 +216,91 @@ class Constants(unittest.TestCase):
         self.assertIn("inline constexpr int kMost = 7;", file.code())
 
 
+class Impatient:
+    """Waits for a tenth of a second, of work or of idleness."""
+
+    def __init__(self, worked: float, idled: float) -> None:
+        self._limits = worked, idled
+
+    def hear(self, printed: bytes) -> bool:
+        return False
+
+    def is_over(self, worked: float, idled: float) -> bool:
+        return worked > self._limits[0] or idled > self._limits[1]
+
+
+_NEVER = 1e9
+_HERE = pathlib.Path(".")
+
+
+class Watching(unittest.TestCase):
+    def setUp(self) -> None:
+        self._folder = tempfile.TemporaryDirectory()
+        self.fifo = pathlib.Path(self._folder.name) / "fifo"
+        os.mkfifo(self.fifo)
+
+    def tearDown(self) -> None:
+        self._folder.cleanup()
+
+    def test_program_that_waits_for_ever_is_ended(self) -> None:
+        self.assertFalse(watch.passes(["sleep", "1000"], _HERE, Impatient(_NEVER, 0.1)))
+
+    def test_program_that_works_for_ever_is_ended(self) -> None:
+        self.assertFalse(watch.passes(["sh", "-c", "while :; do :; done"], _HERE,
+                                      Impatient(0.1, _NEVER)))
+
+    def test_program_that_closes_its_output_is_watched_on(self) -> None:
+        self.assertFalse(watch.passes(["sh", "-c", "exec >&-; sleep 1000"], _HERE,
+                                      Impatient(_NEVER, 0.1)))
+
+    def test_program_that_fails_does_not_pass(self) -> None:
+        patience = Impatient(_NEVER, _NEVER)
+        self.assertFalse(watch.passes(["false"], _HERE, patience))
+        self.assertTrue(watch.passes(["true"], _HERE, patience))
+
+    def test_what_a_program_leaves_behind_is_ended(self) -> None:
+        """Even in a process group of its own."""
+        held = os.open(self.fifo, os.O_RDWR)
+        reader = os.open(self.fifo, os.O_RDONLY)
+        self.assertTrue(watch.passes(
+            ["bash", "-c", f"set -m; sleep 1000 > {self.fifo} &"], _HERE,
+            Impatient(_NEVER, _NEVER)))
+        os.close(held)
+        self.assertEqual(os.read(reader, 1), b"")  # No sleep has it any more.
+        os.close(reader)
+
+    def test_nothing_runs_on_when_the_script_is_ended(self) -> None:
+        for number in (signal.SIGKILL, signal.SIGTERM):
+            script = subprocess.Popen(
+                [sys.executable, "-B", "-c", f"""
+import pathlib, signal, sys
+sys.path.insert(0, {os.path.dirname(os.path.abspath(__file__))!r})
+import judge, watch
+signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
+def wait_for_ever(_):
+    judge.passes(["sh", "-c", "exec 3> {self.fifo}; echo >&3; exec sleep 1000"],
+                 pathlib.Path("."))
+with watch.workers(2) as pool:
+    list(pool.map(wait_for_ever, range(4)))
+"""], stderr=subprocess.DEVNULL)
+            with open(self.fifo, "rb", buffering=0) as running:
+                # Two have begun, and two wait for their turn.
+                self.assertEqual(running.read(1), b"\n")
+                self.assertEqual(running.read(1), b"\n")
+                script.send_signal(number)
+                script.wait()
+                self.assertEqual(running.read(), b"")
+
+    def test_each_test_of_a_suite_has_a_patience_of_its_own(self) -> None:
+        patience = judge.TestByTest({"A.Short": 0.0, "A.Long": 100.0})
+        self.assertTrue(patience.hear(b"noise\n[ RUN      ] A.Long\n"))
+        self.assertFalse(patience.hear(b"[       OK ] A.Long (3 ms)\n"))
+        self.assertFalse(patience.is_over(worked=300.0, idled=300.0))
+        self.assertTrue(patience.hear(b"[ RUN      ] A.Long\n...\n[ RUN      ] A.Short\n"))
+        self.assertTrue(patience.is_over(worked=3.0, idled=0.0))
+        self.assertTrue(patience.is_over(worked=0.0, idled=3.0))
+
+
 class Reports(unittest.TestCase):
     def setUp(self) -> None:
         path = f"{suites.RPC}/stream/f.h"
@@ -227,10 +314,11 @@ class Reports(unittest.TestCase):
         self._folder.cleanup()
 
     def good(self, whole: bool = False) -> bool:
+        folders = {suites.folder_of(self.verdict.file.path)} if whole else set()
         with open(os.devnull, "w") as nowhere:
             shown, sys.stdout = sys.stdout, nowhere
             try:
-                return run.report([self.verdict], Equivalents(self.list), whole)
+                return run.report([self.verdict], Equivalents(self.list), folders)
             finally:
                 sys.stdout = shown
 
@@ -244,6 +332,18 @@ class Reports(unittest.TestCase):
     def test_goal_is_judged_when_all_mutants_have_run(self) -> None:
         self.list.write_text(f"{self.verdict.name} | nobody sees it\n")
         self.assertFalse(self.good(whole=True))
+
+    def test_folder_is_whole_when_all_its_mutants_have_run(self) -> None:
+        def verdict(path: str) -> run.Verdict:
+            file = MutatedFile(f"{suites.RPC}/{path}", "\n\nvoid F() {\n  G();\n}\n")
+            return run.Verdict(file, file.mutants[0], file.name_of(file.mutants[0]))
+
+        a, b, other = map(verdict, ("serving/a.h", "serving/b.h", "transport/c.h"))
+        self.assertNotIn("serving", [
+            f.name for f in run.whole_folders([a, other], [a, b, other])])
+        whole = [f.name for f in run.whole_folders([a, b], [a, b, other])]
+        self.assertIn("serving", whole)
+        self.assertNotIn("transport", whole)
 
     def test_reason_for_a_mutant_that_is_noticed_is_a_failure(self) -> None:
         self.verdict.noticed_by = "some_unittest"

@@ -20,10 +20,12 @@ _COMPARATOR = ["message_comparator_unittest", "message_comparator_maps_unittest"
                "message_comparator_random_unittest"]
 _GENERATOR = ["rpc_generator_unittest", "plugin_unittest"]
 # Much of serving is only tested through the transport that uses it.
-_SERVING = ["serving_unittest", "transport_server_unittest", "conformance_unittest",
+_SERVING = ["serving_unittest", "transport_server_unittest",
+            "transport_reliability_unittest", "conformance_unittest",
             "teardown_unittest"]
 _TRANSPORT = ["transport_server_unittest", "transport_client_unittest",
-              "conformance_unittest", "teardown_unittest"]
+              "transport_reliability_unittest", "conformance_unittest",
+              "teardown_unittest"]
 _METHOD_KIND = ["method_kind_unittest"]
 
 # The first pattern that fits a file says which suites run, in this order: the
@@ -43,8 +45,8 @@ _SUITES_OF_FILES = [
     (f"{RPC}/transport/wire/*", ["transport_wire_unittest"] + _TRANSPORT),
     (f"{RPC}/transport/socket/*", ["transport_socket_unittest"] + _TRANSPORT),
     (f"{RPC}/transport/server/*", _TRANSPORT),
-    (f"{RPC}/transport/*", ["transport_client_unittest", "conformance_unittest",
-                            "transport_server_unittest"]),
+    (f"{RPC}/transport/*", ["transport_client_unittest", "transport_server_unittest",
+                            "conformance_unittest", "teardown_unittest"]),
 ]
 
 # Sources that are tests, or that only tests use.
