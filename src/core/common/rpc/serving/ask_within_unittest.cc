@@ -313,6 +313,13 @@ TEST(TimeToAnswer, EachQuestionOfTheServiceSaysHowLongItIsWaitedFor) {
             7'000u);
 }
 
+TEST(TimeToAnswer, IsSaidInQuestionsAlone) {
+  CloseWindow message;
+  message.set_subscribe(true);
+  SetTimeToAnswer(seconds(5), message);
+  EXPECT_FALSE(message.has_question());
+}
+
 TEST(TimeToAnswer, IsSaidWithinWhatItsFieldHolds) {
   const auto told = [](milliseconds patience) {
     return TimeToAnswer<CloseWindow>("OnCloseWindow", patience);

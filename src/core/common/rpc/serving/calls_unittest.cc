@@ -233,6 +233,30 @@ TEST_F(CallsTest, AMethodMayCompleteAnotherCallWhenItHearsOfItsEnd) {
   EXPECT_EQ(calls_->size(), 0u);
 }
 
+// Also where the counters are asked for within the end itself.
+TEST_F(CallsTest, ACallThatIsGivenUpCountsAsAbandonedAndNoMore) {
+  class Counting final : public Closure {
+   public:
+    explicit Counting(const Counters& counters) : counters_(counters) {}
+    void Run() override { seen = counters_; }
+
+    Counters seen;
+
+   private:
+    const Counters& counters_;
+  };
+  Counting counting(*counters_);
+  EXPECT_TRUE(Start(1).ok());
+  context_->NotifyOnCancel(&counting);
+  calls_->Cancel(1);
+  EXPECT_EQ(counting.seen.calls_now, 0u);
+  EXPECT_EQ(counting.seen.calls_abandoned_now, 1u);
+  EXPECT_EQ(counting.seen.calls_cancelled, 1u);
+  RunOn(sequence_, [&] { done_->Run(); });
+  EXPECT_EQ(counters_->calls_abandoned_now, 0u);
+  EXPECT_EQ(counters_->results_late, 1u);
+}
+
 TEST_F(CallsTest, WhatCannotBeCalledIsAnsweredWithItsReason) {
   EXPECT_TRUE(calls_->Start(1, 99, kForEver, "").ok());
   EXPECT_TRUE(Start(2, kForEver, "OnCloseWindow").ok());
@@ -270,6 +294,12 @@ TEST_F(CallsTest, ACallOutlivesItsClientUntilItsMethodIsDone) {
 }
 
 using CallsDeathTest = CallsTest;
+
+TEST_F(CallsDeathTest, CallsThatAreNotAbandonedEndTheProcess) {
+  EXPECT_TRUE(Start(1).ok());
+  EXPECT_DEATH(calls_.reset(), "methods would not hear that nobody waits");
+  RunOn(sequence_, [&] { done_->Run(); });
+}
 
 TEST_F(CallsDeathTest, AClosureThatIsRunTwiceEndsTheProcess) {
   EXPECT_TRUE(Start(1).ok());

@@ -52,6 +52,15 @@ TEST_F(ClientRecordTest, NamesTheProcessUntilTheClientSaysItsName) {
   EXPECT_EQ(client_.process().user, 1000u);
 }
 
+TEST_F(ClientRecordTest, ReportsTheProcessAndTheNameThatIsShown) {
+  client_.set_name("a\nb");
+  ConnectionReport report;
+  client_.Report(report);
+  EXPECT_EQ(report.pid, 4711);
+  EXPECT_EQ(report.user, 1000u);
+  EXPECT_EQ(report.name, "a\\nb");
+}
+
 TEST_F(ClientRecordTest, ShowsNamesWithEscapesAndNotAtAnyLength) {
   client_.set_name("a\nb\xff");
   EXPECT_EQ(client_.name(), "a\\nb\\xff");

@@ -216,6 +216,13 @@ TEST_F(EndingQueueTest, FinishAllEndsEverythingInTheMiddleOfItsSlices) {
   streams_.reset();
 }
 
+TEST_F(EndingQueueTest, FinishAllLeavesTheQueueReadyForTheNextClient) {
+  endings_->FinishAll();
+  OpenEvents(1);
+  Leave();
+  EXPECT_EQ(Turn(), (Events{"a completed", "a destroyed"}));
+}
+
 // Loops that are run inside of one another.
 
 TEST_F(EndingQueueTest, NoStreamEndsWhileAFrameOfItsClientIsHandled) {
