@@ -60,6 +60,16 @@ TEST_F(EndingQueueTest, StreamsOfAClientThatLeavesEndOnePerTurn) {
   streams_.reset();
 }
 
+TEST_F(EndingQueueTest, AStreamMayHaveAnyId) {
+  OpenEvents(0);
+  OpenEvents(UINT64_MAX);
+  Leave();
+  EXPECT_EQ(Turn(), (Events{"a completed", "a destroyed"}));
+  EXPECT_EQ(Turn(), (Events{"b completed", "b destroyed"}));
+  EXPECT_EQ(Turn(), Events{"all ended"});
+  streams_.reset();
+}
+
 TEST_F(EndingQueueTest, AClientWithoutStreamsHasEndedAtOnce) {
   Leave();
   EXPECT_EQ(TakeEvents(), Events{"all ended"});

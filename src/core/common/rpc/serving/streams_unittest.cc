@@ -101,6 +101,19 @@ TEST_F(StreamsTest, AStreamThatEndsIsUnsubscribedFromWhatOthersHaveToo) {
   EXPECT_EQ(TakeEvents(), (Events{"b completed", "end 2 OK", "b destroyed"}));
 }
 
+TEST_F(StreamsTest, WhatAStreamIsUnsubscribedFromNoLongerCounts) {
+  ProbeStream& stream = OpenEvents(1);
+  OpenEvents(2);
+  for (const int64_t window : {7, 8, 9}) {
+    Listen(1, window);
+    Listen(2, window);
+  }
+  EXPECT_EQ(counters_.subscriptions_now, 6u);
+  stream.meanwhile = [&] { EXPECT_EQ(counters_.subscriptions_now, 3u); };
+  streams_->OnClientEnd(1);
+  EXPECT_EQ(counters_.subscriptions_now, 3u);
+}
+
 TEST_F(StreamsTest, AStreamThatIsCutOffIsUnsubscribedFromWhatOthersHaveToo) {
   Limits limits;
   limits.max_subscriptions = 2;
@@ -179,6 +192,22 @@ TEST_F(StreamsTest, AClientThatEndsAnEndedStreamFinishesIt) {
 }
 
 // Each by itself, so that others are served in between.
+// The new stream is not taken for the one that has ended.
+TEST_F(StreamsTest, AnIdThatIsUsedAgainIsThatOfAnOpenStream) {
+  ProbeStream& first = OpenEvents(1);
+  OpenEvents(2).meanwhile = [&] {
+    first.Finish();
+    streams_->OnClientEnd(1);
+    OpenEvents(1);
+  };
+  ListenMore(2);
+  EXPECT_EQ(TakeEvents(),
+            (Events{"b next", "end 1 OK", "a completed", "a destroyed"}));
+  sequence_.Run();
+  ListenMore(1);
+  EXPECT_EQ(TakeEvents(), Events{"c next"});
+}
+
 TEST_F(StreamsTest, StreamsThatCompleteTogetherAreFinishedOnTurnsOfTheirOwn) {
   ProbeStream& first = OpenEvents(1);
   OpenEvents(2).Finish();
