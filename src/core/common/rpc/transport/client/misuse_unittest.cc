@@ -184,6 +184,7 @@ TEST_F(Misuse, ACallWithoutAControllerIsRecordedAndOver) {
   lab.RunReady();
   EXPECT_EQ(done.runs(), 1);
   client->CallMethod(nullptr, nullptr, &text, &text, nullptr);
+  lab.RunReady();
   ASSERT_EQ(log.records().size(), 2u);
   EXPECT_EQ(log.records()[0].severity, logging::LOGGING_ERROR);
   EXPECT_EQ(log.records()[0].text, "A call of lab.Lab.Echo has no controller.");
@@ -206,6 +207,7 @@ TEST_F(Misuse, AForeignControllerIsToldSo) {
   torvane::RecordingController blocking;
   client->CallMethod(Method("Echo"), &blocking, &text, &text, nullptr);
   EXPECT_EQ(blocking.ErrorText(), kText);
+  lab.RunReady();
   EXPECT_EQ(lab.server->counters().calls_started, 0u);
 }
 

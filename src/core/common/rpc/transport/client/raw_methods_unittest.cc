@@ -108,6 +108,14 @@ TEST_F(RawMethods, ACallMayOutliveItsClient) {
             std::vector<std::string>{"CANCELLED: the client was destroyed"});
 }
 
+TEST_F(RawMethods, ACallOnALostClientFailsWithTheReasonOfTheLoss) {
+  lab_.server->Stop();
+  lab_.RunUntil([&] { return !client_->status().ok(); });
+  const auto call = Call("Echo", TextBytes("hello"));
+  lab_.RunUntil([&] { return !outcomes_.empty(); });
+  EXPECT_EQ(outcomes_, std::vector<std::string>{client_->status().ToString()});
+}
+
 TEST_F(RawMethods, AStreamIsOpenedById) {
   std::vector<std::string> events;
   ClientStream stream(

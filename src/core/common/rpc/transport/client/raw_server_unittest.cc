@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/common/rpc/transport/client/client_stream.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -103,6 +107,34 @@ TEST_F(BadServer, AGoodbyeWithoutAReasonEndsTheConnection) {
             absl::UnavailableError("the server said goodbye"));
 }
 
+TEST_F(BadServer, AFrameWhoseBodyDoesNotParseEndsTheConnection) {
+  const std::pair<FrameKind, std::string> kinds[] = {
+      {Frame::kReply, "ReplyFrame"},
+      {Frame::kStreamData, "StreamDataFrame"},
+      {Frame::kStreamEnd, "StreamEndFrame"},
+      {Frame::kGoodbye, "GoodbyeFrame"}};
+  for (const auto& [kind, name] : kinds) {
+    RawServer bad(loop);
+    bad.peer.SendBytes({3, static_cast<char>(kind << 3 | 2), 1, '\xff'});
+    Run([&] { return !bad.client->status().ok(); });
+    EXPECT_EQ(bad.client->status(),
+              absl::InvalidArgumentError(
+                  "a frame does not parse as a rpc.transport." + name));
+  }
+}
+
+TEST_F(BadServer, AControllerThatIsUsedAgainHasNotFailedYet) {
+  ReplyFrame failure;
+  failure.set_call_id(1);
+  failure.mutable_status()->set_code(5);
+  call.Start(*server.client, &Lab_Stub::Echo, "x");
+  Reply(failure);
+  Run([&] { return call.over(); });
+  EXPECT_TRUE(call.controller.Failed());
+  call.Start(*server.client, &Lab_Stub::Echo, "x");
+  EXPECT_FALSE(call.controller.Failed());
+}
+
 TEST_F(BadServer, WhatTheServerSaidLastIsReadAlthoughWritingFails) {
   GoodbyeFrame goodbye;
   goodbye.mutable_status()->set_code(8);
@@ -143,12 +175,26 @@ TEST_F(BadServer, AReplyThatComesWithTheGoodbyeIsTheOutcomeOfItsCall) {
   EXPECT_EQ(server.client->status(), absl::UnavailableError("stopping"));
 }
 
-TEST_F(BadServer, AServerThatDiesFailsWhatIsInFlight) {
-  call.Start(*server.client, &Lab_Stub::Echo, "x");
+TEST_F(BadServer, AServerThatDiesFailsCallsInTheirOrderAndThenStreams) {
+  constexpr int kCalls = 20;
+  std::vector<int> ended;
+  std::vector<std::unique_ptr<TextCall>> calls;
+  ClientStream stream(
+      *server.client, lab::Lab::descriptor()->FindMethodByName("Watch"),
+      [](const StreamMessage&) {},
+      [&](const absl::Status&) { ended.push_back(kCalls); });
+  for (int i = 0; i < kCalls; ++i) {
+    calls.push_back(
+        std::make_unique<TextCall>([&ended, i] { ended.push_back(i); }));
+    calls.back()->Start(*server.client, &Lab_Stub::Echo, "x");
+  }
   server.peer.Close();
-  Run([&] { return call.over(); });
-  EXPECT_TRUE(absl::IsUnavailable(call.controller.status()))
-      << call.controller.status();
+  Run([&] { return ended.size() > kCalls; });
+  for (int i = 0; i <= kCalls; ++i) {
+    EXPECT_EQ(ended[static_cast<size_t>(i)], i);
+  }
+  EXPECT_TRUE(absl::IsUnavailable(calls[0]->controller.status()))
+      << calls[0]->controller.status();
 }
 
 }  // namespace

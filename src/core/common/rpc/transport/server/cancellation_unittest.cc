@@ -314,9 +314,9 @@ TEST_F(Cancellation, AStoppedLoopEndsABlockingCall) {
       CallText(*client, &Lab_Stub::Park, "x").status(),
       absl::CancelledError("the loop was stopped while this waited on it"));
   lab.RunReady();
-  for (const auto& parked : lab.service.parked) {
-    parked.Complete();
-  }
+  ASSERT_EQ(lab.service.parked.size(), 1u);
+  EXPECT_TRUE(lab.service.parked[0].controller->IsCanceled());
+  lab.service.parked[0].Complete();
 }
 
 TEST_F(Cancellation, AStoppedLoopDoesNotCancelWhatWasNeverSent) {

@@ -256,6 +256,14 @@ TEST_F(ClientHandshake, AServerOfAnotherVersionIsLeft) {
                 "the server speaks protocol version 2, this client version 1"));
 }
 
+TEST_F(ClientHandshake, AWelcomeThatDoesNotParseIsToldApart) {
+  server_.SendBytes({3, Frame::kWelcome << 3 | 2, 1, '\xff'});
+  EXPECT_EQ(Connect(),
+            absl::FailedPreconditionError(
+                "the other side does not speak this protocol: a frame does not "
+                "parse as a rpc.transport.WelcomeFrame"));
+}
+
 TEST_F(ClientHandshake, AServerThatTakesTooShortFramesIsLeft) {
   WelcomeFrame welcome;
   welcome.set_protocol_version(1);
