@@ -177,7 +177,7 @@ TEST_F(Questions, AnAnswerIsAboutTheWindowOfItsQuestion) {
 
 TEST_F(Questions, UnsubscribingCancelsTheQuestionsAboutTheWindow) {
   AskDecider({"a"});
-  decider.answerer->Unsubscribe(WindowId(1));
+  EXPECT_TRUE(decider.answerer->Unsubscribe(WindowId(1)));
   lab.RunReady();
   EXPECT_EQ(asker.outcomes, (Outcomes{{"a", "cancelled"}}));
   asker.Ask(1, "b");

@@ -84,7 +84,7 @@ TEST_F(Events, NoEventsComeAfterUnsubscribing) {
   Listener listener(*client);
   listener.subscriber->Subscribe(WindowId(1));
   listener.subscriber->Subscribe(WindowId(2));
-  listener.subscriber->Unsubscribe(WindowId(1));
+  EXPECT_TRUE(listener.subscriber->Unsubscribe(WindowId(1)));
   lab.RunReady();
   EXPECT_EQ(Publish(1, "a"), 0u);
   EXPECT_EQ(Publish(2, "b"), 1u);

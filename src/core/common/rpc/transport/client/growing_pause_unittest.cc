@@ -21,6 +21,8 @@ TEST(GrowingPause, DoublesUpToTheLongest) {
   GrowingPause pause(milliseconds(50), milliseconds(5'000));
   EXPECT_EQ(Take(pause, 9), (std::vector<int64_t>{50, 100, 200, 400, 800, 1600,
                                                   3200, 5000, 5000}));
+  GrowingPause uneven(milliseconds(40), milliseconds(100));
+  EXPECT_EQ(Take(uneven, 3), (std::vector<int64_t>{40, 80, 100}));
 }
 
 TEST(GrowingPause, IsNeverLongerThanTheLongest) {

@@ -163,6 +163,27 @@ TEST_F(Misuse, AWrongTypeFailsItsCallAfterARightOneToo) {
   EXPECT_EQ(OneCall(text), absl::OkStatus());
 }
 
+TEST_F(Misuse, AnotherCallAfterARightOneIsCheckedAnew) {
+  const auto call = [this](const MethodDescriptor* method,
+                           const google::protobuf::Message* request,
+                           google::protobuf::Message* response) {
+    ClientController controller;
+    client->CallMethod(method, &controller, request, response, nullptr);
+    return controller.status();
+  };
+  EXPECT_EQ(OneCall(text), absl::OkStatus());
+  EXPECT_EQ(call(Method("Echo"), nullptr, &text),
+            absl::InvalidArgumentError("the request of lab.Lab.Echo is null"));
+  EXPECT_EQ(call(Method("Echo"), &text, nullptr),
+            absl::InvalidArgumentError("the response of lab.Lab.Echo is null"));
+  EXPECT_EQ(call(Method("Echo"), &text, &number),
+            absl::InvalidArgumentError("the response of lab.Lab.Echo is a "
+                                       "lab.Text, not a lab.Number"));
+  EXPECT_EQ(
+      call(nullptr, &text, &text),
+      absl::InvalidArgumentError("the method is null, not a unary method"));
+}
+
 // Messages that are made at run time have one class, whatever their types.
 TEST_F(Misuse, AWrongTypeMadeAtRunTimeFailsItsCallAfterARightOneToo) {
   google::protobuf::DynamicMessageFactory factory;
@@ -212,6 +233,25 @@ TEST_F(Misuse, AForeignControllerIsToldSo) {
 }
 
 using MisuseDeathTest = Misuse;
+
+TEST_F(MisuseDeathTest, AControllerUsesNothingOfTheServersSide) {
+  ClientController controller;
+  torvane::CountingClosure closure;
+  EXPECT_DEATH(controller.SetFailed("x"),
+               "SetFailed\\(\\) belongs to the server's side");
+  EXPECT_DEATH(static_cast<void>(controller.IsCanceled()),
+               "IsCanceled\\(\\) belongs to the server's side");
+  EXPECT_DEATH(controller.NotifyOnCancel(&closure),
+               "NotifyOnCancel\\(\\) belongs to the server's side");
+}
+
+TEST_F(MisuseDeathTest, AControllerOfACallUnderWayIsNotReset) {
+  TextCall call;
+  call.Start(*client, &lab::Lab_Stub::Echo, "x");
+  EXPECT_DEATH(call.controller.Reset(),
+               "Reset\\(\\) while the call is under way");
+  lab.RunUntil([&] { return call.over(); });
+}
 
 TEST_F(MisuseDeathTest, AControllerInUseEndsTheProcessWithAText) {
   TextCall call;
