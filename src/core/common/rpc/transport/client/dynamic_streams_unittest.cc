@@ -69,9 +69,12 @@ class DynamicStreams : public ::testing::Test {
   // Asks about window 1, and notes how that ends.
   void Ask() {
     lab::Decision question;
-    *question.mutable_browser_id() = WindowId(1);
     question.mutable_question()->set_text("why?");
-    EXPECT_TRUE(torvane::CallbackStream<lab::Decision>::Ask(
+    EXPECT_TRUE(Ask(question));
+  }
+  bool Ask(lab::Decision question) {
+    *question.mutable_browser_id() = WindowId(1);
+    return torvane::CallbackStream<lab::Decision>::Ask(
         question, {.response_callback =
                        [this](lab::Decision& answer) {
                          outcomes_.push_back("=" + answer.response().text());
@@ -82,7 +85,7 @@ class DynamicStreams : public ::testing::Test {
                              error == torvane::StreamCallError::kRemoteError
                                  ? "declined"
                                  : "cancelled");
-                       }}));
+                       }});
   }
 
   // Opens a stream of questions, subscribed to window 1.
@@ -168,6 +171,23 @@ TEST_F(DynamicStreams, AQuestionIsDeclinedWhenItsLastHandleGoes) {
   replies_.clear();
   lab_.RunUntil([&] { return !outcomes_.empty(); });
   EXPECT_EQ(outcomes_, std::vector<std::string>{"declined"});
+}
+
+TEST_F(DynamicStreams, AQuestionThatCannotBeReadIsDeclined) {
+  OpenAnswerer();
+  // Of a kind that this program does not know.
+  EXPECT_TRUE(Ask(lab::Decision()));
+  lab_.RunUntil([&] { return !outcomes_.empty(); });
+  EXPECT_EQ(outcomes_, std::vector<std::string>{"declined"});
+  EXPECT_TRUE(questions_.empty());
+}
+
+TEST_F(DynamicStreams, NobodyIsAskedAfterTheEnd) {
+  OpenAnswerer();
+  answerer_->End();
+  lab_.RunUntil([&] { return !ends_.empty(); });
+  EXPECT_EQ(ends_, std::vector<absl::Status>{absl::OkStatus()});
+  EXPECT_FALSE(Ask(lab::Decision()));
 }
 
 TEST_F(DynamicStreams, AHandleThatOutlivesItsStreamDoesNothing) {

@@ -78,5 +78,14 @@ TEST_F(SocketFile, TheSocketFileGoesWhenItsSocketCannotListen) {
   EXPECT_FALSE(HasSocket());
 }
 
+using SocketFileDeathTest = SocketFile;
+
+TEST_F(SocketFileDeathTest, AServerListensOnce) {
+  Lab lab;
+  ASSERT_TRUE(lab.server->Listen(path_).ok());
+  EXPECT_DEATH(lab.server->Listen(path_).IgnoreError(),
+               "Listen\\(\\) may be used once");
+}
+
 }  // namespace
 }  // namespace rpc::transport
