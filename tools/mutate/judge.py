@@ -17,7 +17,7 @@ from build import MutatedTree
 # times as long as it takes by itself without a mutant, and so many seconds more.
 # Other work of the machine counts for neither.
 _SLOWER = 5
-_SECONDS_MORE = 2
+_SECONDS_MORE = 1
 
 # For a program of which is not known how long it takes.
 _LONG = 100.0

@@ -24,7 +24,7 @@ _SERVING = ["serving_unittest", "transport_server_unittest",
             "transport_reliability_unittest", "conformance_unittest",
             "teardown_unittest"]
 _TRANSPORT = ["transport_server_unittest", "transport_client_unittest",
-              "transport_reliability_unittest", "conformance_unittest",
+              "transport_socket_unittest", "transport_reliability_unittest", "conformance_unittest",
               "teardown_unittest"]
 _METHOD_KIND = ["method_kind_unittest"]
 
@@ -43,10 +43,7 @@ _SUITES_OF_FILES = [
     (f"{RPC}/generator/*", _GENERATOR),
     (f"{RPC}/serving/*", _SERVING),
     (f"{RPC}/transport/wire/*", ["transport_wire_unittest"] + _TRANSPORT),
-    (f"{RPC}/transport/socket/*", ["transport_socket_unittest"] + _TRANSPORT),
-    (f"{RPC}/transport/server/*", _TRANSPORT),
-    (f"{RPC}/transport/*", ["transport_client_unittest", "transport_server_unittest",
-                            "conformance_unittest", "teardown_unittest"]),
+    (f"{RPC}/transport/*", _TRANSPORT),
 ]
 
 # Sources that are tests, or that only tests use.
