@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -149,7 +150,9 @@ TEST_F(FullClientStreamTest, ClosesTheConnectionForAnError) {
 
 TEST_F(FullClientStreamTest, EndsAStreamThatCannotBeOpened) {
   stream_.reset();
+  const uint64_t frames = server_.client->counters().frames_written;
   Open();
+  EXPECT_EQ(server_.client->counters().frames_written, frames);
   ASSERT_TRUE(loop_.RunUntil([this] { return !ends_.empty(); }));
   EXPECT_THAT(ends_, ElementsAre(Full()));
   EXPECT_TRUE(server_.client->status().ok());

@@ -9,7 +9,9 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "absl/strings/str_cat.h"
 #include "core/common/rpc/serving/client_record.h"
 #include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -153,6 +155,60 @@ TEST(Handshake, AFirstFrameThatIsNoHelloIsRefused) {
   EXPECT_EQ(lab.server->counters().calls_started, 0u);
 }
 
+TEST(Handshake, AHelloThatDoesNotParseIsRefused) {
+  Lab lab;
+  RawPeer peer(lab.loop, lab.Connect());
+  peer.SendBytes({3, Frame::kHello << 3 | 2, 1, '\xff'});
+  EXPECT_EQ(peer.AwaitGoodbye(),
+            absl::InvalidArgumentError(
+                "a frame does not parse as a rpc.transport.HelloFrame"));
+}
+
+TEST(Handshake, AClientOfAServerThatStopsIsRefused) {
+  Lab lab;
+  lab.server->Stop();
+  RawPeer peer(lab.loop, lab.Connect());
+  EXPECT_EQ(peer.AwaitGoodbye(),
+            absl::UnavailableError("the server is stopping"));
+  EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
+}
+
+TEST(Handshake, AClientThatSaysGoodbyeIsLetGoWithoutAWord) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  testing::internal::CaptureStderr();
+  peer->Send(Frame::kGoodbye, GoodbyeFrame());
+  EXPECT_FALSE(peer->Receive().has_value());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(lab.server->counters().connections_now, 0u);
+}
+
+TEST(Handshake, AFrameThatAClientMayNotSendBreaksTheProtocol) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  peer->Send(Frame::kReply, ReplyFrame());
+  EXPECT_EQ(peer->AwaitGoodbye(),
+            absl::InvalidArgumentError("a client sends no frame of kind 4"));
+}
+
+TEST(Handshake, AFrameWhoseBodyDoesNotParseBreaksTheProtocol) {
+  const std::pair<FrameKind, std::string> kinds[] = {
+      {Frame::kCall, "CallFrame"},
+      {Frame::kCancel, "CancelFrame"},
+      {Frame::kStreamOpen, "StreamOpenFrame"},
+      {Frame::kStreamData, "StreamDataFrame"},
+      {Frame::kStreamError, "StreamErrorFrame"},
+      {Frame::kStreamEnd, "StreamEndFrame"}};
+  for (const auto& [kind, name] : kinds) {
+    Lab lab;
+    const auto peer = lab.NewPeer();
+    peer->SendBytes({3, static_cast<char>(kind << 3 | 2), 1, '\xff'});
+    EXPECT_EQ(peer->AwaitGoodbye(),
+              absl::InvalidArgumentError(
+                  "a frame does not parse as a rpc.transport." + name));
+  }
+}
+
 TEST(Handshake, ASecondHelloIsRefused) {
   Lab lab;
   const auto peer = lab.NewPeer();
@@ -225,7 +281,9 @@ TEST(Handshake, AnotherUsersProcessIsRefused) {
   Lab lab(options);
   testing::internal::CaptureStderr();
   const absl::Status status = Client::Adopt(lab.loop, lab.Connect()).status();
-  EXPECT_TRUE(absl::IsPermissionDenied(status)) << status;
+  EXPECT_EQ(status, absl::PermissionDeniedError(absl::StrCat(
+                        "pid ", getpid(), " belongs to user ", getuid(),
+                        "; user ", getuid() + 1, " is served")));
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr("Refused the connection of " + Process() + ": " +
                         status.ToString()));

@@ -101,6 +101,8 @@ TEST_F(Reports, AReportHasConnectionsThatHaveNotSaidHello) {
   ASSERT_EQ(connections.size(), 1u);
   EXPECT_EQ(connections[0].name, "");
   EXPECT_EQ(connections[0].pid, getpid());
+  EXPECT_EQ(connections[0].user, getuid());
+  EXPECT_GT(connections[0].age.count(), 0);
 }
 
 TEST_F(Reports, AReportCountsCallsAndStreamsOfEachConnection) {

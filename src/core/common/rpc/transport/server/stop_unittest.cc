@@ -130,5 +130,13 @@ TEST_F(Stop, IsOverAtOnceWhenTheServerIsDestroyedMeanwhile) {
   loop.Run();
 }
 
+TEST(StopDeathTest, AServerIsNotDestroyedFromWithinItsService) {
+  Lab lab;
+  const auto client = lab.NewClient();
+  lab.service.on_echo = [&](serving::CallContext*) { lab.server.reset(); };
+  EXPECT_DEATH(CallText(*client, &lab::Lab_Stub::Echo, "x").IgnoreError(),
+               "a Server is destroyed from within one of its services");
+}
+
 }  // namespace
 }  // namespace rpc::transport
