@@ -44,6 +44,7 @@ TEST_F(CallPoolTest, TheLongestIdleIsUsedAgainWhenEnoughAreIdle) {
   EXPECT_EQ(first.get(), idle[0]);
   // Too few are left.
   const std::shared_ptr<Call> second = pool_->Take();
+  EXPECT_NE(second, nullptr);
   for (const Call* call : idle) {
     EXPECT_NE(second.get(), call);
   }

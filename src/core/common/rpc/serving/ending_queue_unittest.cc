@@ -60,6 +60,17 @@ TEST_F(EndingQueueTest, StreamsOfAClientThatLeavesEndOnePerTurn) {
   streams_.reset();
 }
 
+TEST_F(EndingQueueTest, WakingItMoreThanOnceGivesItNoMoreTurns) {
+  OpenEvents(1);
+  Leave();
+  endings_->Wake();
+  endings_->Wake();
+  EXPECT_EQ(Turn(), (Events{"a completed", "a destroyed"}));
+  EXPECT_EQ(Turn(), Events{"all ended"});
+  EXPECT_FALSE(sequence_.RunOne());
+  streams_.reset();
+}
+
 TEST_F(EndingQueueTest, AStreamMayHaveAnyId) {
   OpenEvents(0);
   OpenEvents(UINT64_MAX);
