@@ -23,8 +23,9 @@ _GENERATOR = ["rpc_generator_unittest", "plugin_unittest"]
 _SERVING = ["serving_unittest", "transport_server_unittest",
             "transport_reliability_unittest", "conformance_unittest",
             "teardown_unittest"]
-_TRANSPORT = ["transport_server_unittest", "transport_client_unittest",
-              "transport_socket_unittest", "transport_reliability_unittest", "conformance_unittest",
+_TRANSPORT = ["transport_wire_unittest", "transport_server_unittest",
+              "transport_client_unittest", "transport_socket_unittest",
+              "transport_reliability_unittest", "conformance_unittest",
               "teardown_unittest"]
 _METHOD_KIND = ["method_kind_unittest"]
 
@@ -42,7 +43,6 @@ _SUITES_OF_FILES = [
     (f"{RPC}/stream/*", _STREAM),
     (f"{RPC}/generator/*", _GENERATOR),
     (f"{RPC}/serving/*", _SERVING),
-    (f"{RPC}/transport/wire/*", ["transport_wire_unittest"] + _TRANSPORT),
     (f"{RPC}/transport/*", _TRANSPORT),
 ]
 

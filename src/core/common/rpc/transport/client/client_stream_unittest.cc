@@ -16,27 +16,12 @@ namespace rpc::transport {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr uint64_t kWatch = 1;
 
-ClientOptions WithShortOutbox() {
-  ClientOptions options;
-  options.limits.max_outbox_bytes = 1'024;
-  options.limits.busy_outbox_bytes = 1'024;
-  return options;
-}
-const absl::Status& Full() {
-  static const absl::Status full = absl::ResourceExhaustedError(
-      "the server reads too slowly: more than max_outbox_bytes, 1024, would "
-      "wait for it");
-  return full;
-}
-
 class ClientStreamTest : public ::testing::Test {
  protected:
-  explicit ClientStreamTest(const ClientOptions& options = {})
-      : server_(loop_, options) {
+  ClientStreamTest() {
     Receive(Frame::kHello);
     Open();
   }
@@ -65,7 +50,7 @@ class ClientStreamTest : public ::testing::Test {
 
   loop::Loop loop_;
   TextCall call_;
-  RawServer server_;
+  RawServer server_{loop_};
   std::vector<absl::Status> ends_;
   std::optional<ClientStream> stream_;
 };
@@ -122,40 +107,6 @@ TEST_F(ClientStreamTest, OfNoMethodEndsOnceThoughItsClientGoesMeanwhile) {
   loop_.RunReady();
   EXPECT_THAT(ends,
               ElementsAre(absl::CancelledError("the client was destroyed")));
-}
-
-class FullClientStreamTest : public ClientStreamTest {
- protected:
-  FullClientStreamTest() : ClientStreamTest(WithShortOutbox()) {
-    Receive(Frame::kStreamOpen);
-    while (stream_->Send(Message(""))) {
-    }
-  }
-};
-
-TEST_F(FullClientStreamTest, DropsAMessageAndGoesOn) {
-  EXPECT_FALSE(stream_->Send(Message("")));
-  loop_.RunReady();
-  EXPECT_THAT(ends_, IsEmpty());
-  EXPECT_TRUE(stream_->Send(Message("")));
-}
-
-// The server would wait for the answer that it stands for.
-TEST_F(FullClientStreamTest, ClosesTheConnectionForAnError) {
-  EXPECT_FALSE(stream_->SendError(Message("")));
-  ASSERT_TRUE(loop_.RunUntil([this] { return !ends_.empty(); }));
-  EXPECT_THAT(ends_, ElementsAre(Full()));
-  EXPECT_EQ(server_.client->status(), Full());
-}
-
-TEST_F(FullClientStreamTest, EndsAStreamThatCannotBeOpened) {
-  stream_.reset();
-  const uint64_t frames = server_.client->counters().frames_written;
-  Open();
-  EXPECT_EQ(server_.client->counters().frames_written, frames);
-  ASSERT_TRUE(loop_.RunUntil([this] { return !ends_.empty(); }));
-  EXPECT_THAT(ends_, ElementsAre(Full()));
-  EXPECT_TRUE(server_.client->status().ok());
 }
 
 }  // namespace
