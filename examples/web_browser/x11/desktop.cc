@@ -5,7 +5,6 @@
 
 #include "absl/strings/str_cat.h"
 #include "examples/web_browser/x11/atoms.h"
-#include "examples/web_browser/x11/error_trap.h"
 #include "examples/web_browser/x11/properties.h"
 #include "examples/web_browser/x11/query.h"
 #include "examples/web_browser/x11/xlib.h"
@@ -120,14 +119,17 @@ absl::Status Desktop::Timeout(std::string_view what) const {
       WindowManagerName(), " did not answer in time to ", what, "."));
 }
 
-bool Desktop::Select(WindowId window, long events) {
-  ErrorTrap trap(connection_);
-  XWindowAttributes attributes;
-  if (XGetWindowAttributes(connection_, window, &attributes) == 0) {
+bool Desktop::Select(WindowId window, uint32_t events) {
+  const auto number = static_cast<xcb_window_t>(window);
+  const auto attributes = Query(xcb_, xcb_get_window_attributes(xcb_, number),
+                                &xcb_get_window_attributes_reply)
+                              .Take();
+  if (attributes == nullptr) {
     return false;
   }
-  XSelectInput(connection_, window, attributes.your_event_mask | events);
-  return !trap.HasCaught();
+  const uint32_t all = attributes->your_event_mask | events;
+  return Succeeds(xcb_, xcb_change_window_attributes_checked(
+                            xcb_, number, XCB_CW_EVENT_MASK, &all));
 }
 
 void Desktop::SendToWindowManager(WindowId window,

@@ -84,7 +84,7 @@ class Desktop {
   //
   // Has the connection told of these events of the window, besides those that
   // it is told of already. False if there is no such window.
-  bool Select(WindowId window, long events);
+  bool Select(WindowId window, uint32_t events);
   // Sends a client message about the window to the window manager.
   void SendToWindowManager(WindowId window,
                            AtomId type,

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <utility>
 #include <vector>
 
 #include "absl/strings/str_cat.h"
 #include "examples/web_browser/x11/atoms.h"
-#include "examples/web_browser/x11/error_trap.h"
 #include "examples/web_browser/x11/monitors.h"
 #include "examples/web_browser/x11/properties.h"
 #include "examples/web_browser/x11/query.h"
@@ -43,6 +44,12 @@ constexpr long kAllOfBounds = NorthWestGravity | 0xF << 8;
 // What X11 can express.
 constexpr int kFarthest = std::numeric_limits<int16_t>::max();
 constexpr int kFarthestBack = std::numeric_limits<int16_t>::min();
+
+// Where WM_HINTS has what: see 4.1.2.4 of the Inter-Client Communication
+// Conventions Manual.
+constexpr size_t kFlagsOfHints = 0;
+constexpr size_t kInputOfHints = 1;
+constexpr size_t kLengthOfHints = 9;
 
 Verdict HoldsIf(bool holds) {
   return holds ? Verdict::kHolds : Verdict::kNotYet;
@@ -450,21 +457,20 @@ absl::Status ManagedWindow::SetTakesFocus(bool takes_focus) {
 }
 
 bool ManagedWindow::WriteInputHint(bool input) const {
-  ErrorTrap trap(desktop_.connection());
-  XWMHints* const former = XGetWMHints(desktop_.connection(), window_);
-  XWMHints hints{};
-  if (former != nullptr) {
-    hints = *former;
-    XFree(former);
+  Connection* const connection = desktop_.connection();
+  auto hints = PropertyQuery(connection, window_, XA_WM_HINTS).Numbers();
+  if (!hints) {
+    return false;
   }
-  const bool is_so =
-      (hints.flags & InputHint) == 0 ? input : hints.input == int{input};
-  if (!is_so) {
-    hints.flags |= InputHint;
-    hints.input = input;
-    XSetWMHints(desktop_.connection(), window_, &hints);
+  hints->resize(kLengthOfHints);
+  const bool has_hint = ((*hints)[kFlagsOfHints] & InputHint) != 0;
+  // Without a hint the window gets the keyboard.
+  if (has_hint ? (*hints)[kInputOfHints] == uint32_t{input} : input) {
+    return true;
   }
-  return !trap.HasCaught();
+  (*hints)[kFlagsOfHints] |= InputHint;
+  (*hints)[kInputOfHints] = uint32_t{input};
+  return WriteNumbers(connection, window_, XA_WM_HINTS, XA_WM_HINTS, *hints);
 }
 
 void ManagedWindow::SetMinimumSize(int width, int height) {

@@ -1,8 +1,5 @@
 #include "examples/web_browser/x11/properties.h"
 
-#include <cstdlib>
-#include <memory>
-
 #include "examples/web_browser/x11/xlib.h"
 
 namespace web_browser::x11 {
@@ -21,16 +18,12 @@ bool Write(Connection* connection,
            size_t count,
            const void* values) {
   xcb_connection_t* const xcb = XGetXCBConnection(connection);
-  const std::unique_ptr<xcb_generic_error_t, decltype(&std::free)> error(
-      xcb_request_check(
-          xcb,
-          xcb_change_property_checked(
-              xcb, XCB_PROP_MODE_REPLACE, static_cast<xcb_window_t>(window),
-              static_cast<xcb_atom_t>(property), static_cast<xcb_atom_t>(type),
-              static_cast<uint8_t>(bits), static_cast<uint32_t>(count),
-              values)),
-      &std::free);
-  return error == nullptr;
+  return Succeeds(
+      xcb,
+      xcb_change_property_checked(
+          xcb, XCB_PROP_MODE_REPLACE, static_cast<xcb_window_t>(window),
+          static_cast<xcb_atom_t>(property), static_cast<xcb_atom_t>(type),
+          static_cast<uint8_t>(bits), static_cast<uint32_t>(count), values));
 }
 
 }  // namespace

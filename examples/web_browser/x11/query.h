@@ -26,14 +26,15 @@
 
 namespace web_browser::x11 {
 
+// What XCB returns belongs to who gets it.
+struct Freer {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
 template <typename Cookie, typename Reply>
 class Query {
  public:
   using Receive = Reply* (*)(xcb_connection_t*, Cookie, xcb_generic_error_t**);
-  struct Freer {
-    void operator()(void* memory) const { std::free(memory); }
-  };
-
   // `cookie` is of the request, which has been made just before.
   Query(xcb_connection_t* connection, Cookie cookie, Receive receive)
       : connection_(connection), cookie_(cookie), receive_(receive) {}
@@ -59,6 +60,16 @@ class Query {
   const Cookie cookie_;
   Receive receive_;
 };
+
+// Whether the request has gone well, which the server is waited for: false
+// where the window that it was about is gone. It must be one whose name ends
+// with
+// "_checked".
+inline bool Succeeds(xcb_connection_t* connection, xcb_void_cookie_t cookie) {
+  const std::unique_ptr<xcb_generic_error_t, Freer> error(
+      xcb_request_check(connection, cookie));
+  return error == nullptr;
+}
 
 // Lets an error of a request go by unnoticed: the window that it was about may
 // be gone. The request must be one whose name ends with "_checked".

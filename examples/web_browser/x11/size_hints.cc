@@ -1,25 +1,26 @@
 #include "examples/web_browser/x11/size_hints.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
 
 #include "examples/web_browser/x11/atoms.h"
-#include "examples/web_browser/x11/error_trap.h"
+#include "examples/web_browser/x11/properties.h"
 #include "examples/web_browser/x11/window_facts.h"
 #include "examples/web_browser/x11/xlib.h"
 
 namespace web_browser::x11 {
 namespace {
 
-bool AreEqual(const XSizeHints& one, const XSizeHints& other) {
-  const auto sizes_equal = [&](long flag, auto width, auto height) {
-    return (one.flags & flag) == 0 ||
-           (one.*width == other.*width && one.*height == other.*height);
-  };
-  return one.flags == other.flags &&
-         sizes_equal(PMinSize, &XSizeHints::min_width,
-                     &XSizeHints::min_height) &&
-         sizes_equal(PMaxSize, &XSizeHints::max_width, &XSizeHints::max_height);
-}
+// Where the property has what: see 4.1.2.3 of the Inter-Client Communication
+// Conventions Manual.
+constexpr size_t kFlags = 0;
+constexpr size_t kMinimumWidth = 5;
+constexpr size_t kMinimumHeight = 6;
+constexpr size_t kMaximumWidth = 7;
+constexpr size_t kMaximumHeight = 8;
+constexpr size_t kLength = 18;
 
 bool IsNormal(const Desktop& desktop, WindowId window) {
   const auto states = ReadStates(desktop, window);
@@ -89,26 +90,28 @@ void SizeHints::FixSize() {
 }
 
 void SizeHints::Correct() {
-  ErrorTrap trap(desktop_.connection());
-  XSizeHints hints{};
-  long supplied = 0;
-  // Fails where there are none yet.
-  XGetWMNormalHints(desktop_.connection(), window_, &hints, &supplied);
-  if (trap.HasCaught()) {
+  Connection* const connection = desktop_.connection();
+  const auto before =
+      PropertyQuery(connection, window_, XA_WM_NORMAL_HINTS).Numbers();
+  if (!before) {
     return;
   }
-  const XSizeHints before = hints;
-  hints.flags &= ~(PResizeInc | PAspect | PBaseSize | PMaxSize);
-  hints.flags |= PMinSize;
-  hints.min_width = minimum_.width;
-  hints.min_height = minimum_.height;
+  std::vector<uint32_t> hints = *before;
+  hints.resize(kLength);
+  hints[kFlags] &= ~uint32_t{PResizeInc | PAspect | PBaseSize | PMaxSize};
+  hints[kFlags] |= PMinSize;
+  Size smallest = minimum_;
   if (fixed_ && !lifted_ && IsNormal(desktop_, window_)) {
-    hints.flags |= PMaxSize;
-    hints.min_width = hints.max_width = fixed_->width;
-    hints.min_height = hints.max_height = fixed_->height;
+    hints[kFlags] |= PMaxSize;
+    smallest = *fixed_;
+    hints[kMaximumWidth] = static_cast<uint32_t>(smallest.width);
+    hints[kMaximumHeight] = static_cast<uint32_t>(smallest.height);
   }
-  if (!AreEqual(hints, before)) {
-    XSetWMNormalHints(desktop_.connection(), window_, &hints);
+  hints[kMinimumWidth] = static_cast<uint32_t>(smallest.width);
+  hints[kMinimumHeight] = static_cast<uint32_t>(smallest.height);
+  if (hints != *before) {
+    WriteNumbers(connection, window_, XA_WM_NORMAL_HINTS, XA_WM_SIZE_HINTS,
+                 hints);
   }
 }
 
