@@ -105,7 +105,10 @@ class WhoRunsABlock(CheckerTest):
         self.finds("ends with 1", "<!-- needs: program -->\n```sh\nfalse\n```\n")
 
     def test_what_may_be_missing_is_known(self) -> None:
-        self.finds("no block needs 'progam'", "<!-- needs: progam -->\n```sh\nfalse\n```\n")
+        self.finds("'progam' is none of", "<!-- needs: progam -->\n```sh\nfalse\n```\n")
+        self.write("own/one.conf", "a;\n")
+        self.finds("'progam' is none of", "<!-- file: own/one.conf -->\n<!-- run by: apps/one -->\n"
+                   "<!-- needs: progam -->\n```nginx\na;\n```\n")
 
     def test_a_fragment_has_to_be_included(self) -> None:
         self.good("<!-- compiled as: stub_call -->\n```cpp\nx;\n```\n")

@@ -93,10 +93,7 @@ class Page:
         if block.language not in COMMANDS + PROGRAMS:
             raise block.fault(f"no test runs the language '{block.language}'; a picture is 'text'")
         self._look_up(block)
-        for program in block.names("needs"):
-            if program not in self.around.optional:
-                raise block.fault(f"no block needs '{program}'; there is {', '.join(self.around.optional)}")
-        if not all(self.around.has(program) for program in block.names("needs")):
+        if not self._has_what_it_needs(block):
             return
         reason = block.comment("not run")
         if reason:
@@ -130,8 +127,14 @@ class Page:
             raise block.fault(f"{name} does not have these lines")
         if not block.comment("run by"):
             raise block.fault("nobody runs this: 'run by' names who does")
-        if all(self.around.has(program) for program in block.names("needs")):
+        if self._has_what_it_needs(block):
             self._check_runners(block)
+
+    def _has_what_it_needs(self, block: Block) -> bool:
+        for program in block.names("needs"):
+            if program not in self.around.optional:
+                raise block.fault(f"'{program}' is none of {', '.join(self.around.optional)}")
+        return all(self.around.has(program) for program in block.names("needs"))
 
     def _look_up(self, block: Block) -> None:
         if block.language not in COMMANDS:
