@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -82,8 +81,8 @@ int ToInt(std::chrono::milliseconds time) {
 // More than enough for what is written already but for the network.
 constexpr std::chrono::seconds kTimeForLastWrites(1);
 
-// Shared by the calls that gRPC is not done with; posts when there is none any
-// more.
+// Shared by the calls that have begun and that gRPC is not done with; posts
+// when there is none any more.
 class UnderWay {
  public:
   UnderWay(loop::Loop& loop, loop::Task on_none)
@@ -128,8 +127,6 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   ::grpc::ServerGenericBidiReactor* CreateReactor(
       ::grpc::GenericCallbackServerContext* context) override;
 
-  std::shared_ptr<UnderWay> HoldUnderWay();
-
   void Begin(const std::shared_ptr<Exchange>& exchange);
   absl::StatusOr<Peer*> PeerOf(const std::string& name);
   absl::Status MakeRoomForPeer();
@@ -162,8 +159,7 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   // By what gRPC calls them.
   std::map<std::string, std::unique_ptr<Peer>> peers_;
   std::unique_ptr<loop::Timer> sweep_timer_;
-  // Let go when stopping. gRPC's threads copy it.
-  std::mutex under_way_mutex_;
+  // Let go when stopping.
   std::shared_ptr<UnderWay> under_way_;
 };
 
@@ -233,14 +229,7 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
       });
   return exchange->MakeReactor(unary_paths_.Has(exchange->beginning().path)
                                    ? Exchange::BeginsWith::kFirstMessage
-                                   : Exchange::BeginsWith::kHeaders,
-                               HoldUnderWay());
-}
-
-// Null when the front is stopping.
-std::shared_ptr<UnderWay> FrontCore::HoldUnderWay() {
-  const std::lock_guard lock(under_way_mutex_);
-  return under_way_;
+                                   : Exchange::BeginsWith::kHeaders);
 }
 
 void FrontCore::Begin(const std::shared_ptr<Exchange>& exchange) {
@@ -248,6 +237,7 @@ void FrontCore::Begin(const std::shared_ptr<Exchange>& exchange) {
     exchange->End(Stopping());
     return;
   }
+  exchange->HoldUntilDone(under_way_);
   const absl::StatusOr<Peer*> peer = PeerOf(exchange->beginning().peer);
   if (peer.ok()) {
     (*peer)->Begin(exchange);
@@ -356,7 +346,6 @@ void FrontCore::Stop(std::chrono::milliseconds grace,
 void FrontCore::AwaitCalls(std::chrono::milliseconds grace) {
   grace_timer_ = loop_.RunAfter(grace, [this] { ShutDown(); });
   grace_end_ = std::chrono::system_clock::now() + grace;
-  const std::lock_guard lock(under_way_mutex_);
   under_way_.reset();
 }
 

@@ -79,8 +79,9 @@ class Front {
   Front(const Front&) = delete;
   Front& operator=(const Front&) = delete;
 
-  // Ends everything that is under way with UNAVAILABLE. Not from within the
-  // backend.
+  // Ends everything that is under way with UNAVAILABLE. Blocks until gRPC has
+  // let go, which takes a second at most if the front was stopping. Not from
+  // within the backend.
   ~Front();
 
   // Listens at `address`, "HOST:PORT", and returns the port, which is chosen

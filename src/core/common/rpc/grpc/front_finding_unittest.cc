@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +32,8 @@ class ChangingBackend final : public Backend {
   // Nothing is found while there is none.
   std::optional<BackendMethod::Kind> kind;
   int searches = 0;
+  // A stream is to end.
+  std::function<void()> on_end = [] {};
 
  private:
   class Client final : public BackendClient {
@@ -60,7 +63,7 @@ class ChangingBackend final : public Backend {
     absl::Status Decline(uint64_t, transport::StreamMessage&) override {
       return absl::OkStatus();
     }
-    void End(uint64_t) override {}
+    void End(uint64_t) override { backend_.on_end(); }
 
    private:
     ChangingBackend& backend_;
@@ -128,6 +131,42 @@ TEST_F(FindingTest, AStreamIsTakenBeforeItsFirstMessageWhereACallWasBefore) {
   const auto stream = client_->Open(kMethod);
   RunUntil([&] { return stream->accepted; });
   EXPECT_FALSE(stream->over);
+}
+
+TEST_F(FindingTest, AStreamThatBeginsBetweenTheEndsOfOthersIsToldToo) {
+  backend_.kind = BackendMethod::Kind::kEvents;
+  const auto first = client_->Open(kMethod);
+  RunUntil([&] { return first->accepted; });
+  const auto last = client_->Open(kMethod);
+  RunUntil([&] { return last->accepted; });
+  std::shared_ptr<TestStream> late;
+  backend_.on_end = [&] {
+    if (late != nullptr) {
+      return;
+    }
+    late = client_->Open(kMethod);
+    RunUntil([&] { return first->over && late->over; });
+    EXPECT_FALSE(last->over);
+  };
+  bool stopped = false;
+  front_.Stop(std::chrono::hours(1), [&] { stopped = true; });
+  RunUntil([&] { return stopped && first->over && last->over; });
+  for (const auto& stream : {first, late, last}) {
+    EXPECT_EQ(stream->status, absl::UnavailableError("the server is stopping"));
+  }
+}
+
+// It may have come to gRPC before the front stops or after that.
+TEST_F(FindingTest, ACallOfAKnownMethodThatIsNeverMadeIsNotWaitedFor) {
+  backend_.kind = BackendMethod::Kind::kUnary;
+  CallOnce();
+  const auto stream = client_->Open(kMethod);
+  // What was sent on the same connection before is there, or nearly so.
+  CallOnce();
+  bool stopped = false;
+  front_.Stop(std::chrono::hours(1), [&] { stopped = true; });
+  RunUntil([&] { return stopped && stream->over; });
+  EXPECT_TRUE(absl::IsUnavailable(stream->status)) << stream->status;
 }
 
 TEST_F(FindingTest, WhatHasFoundNoMethodYetEndsWhenTheFrontStops) {

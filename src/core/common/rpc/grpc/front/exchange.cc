@@ -39,8 +39,10 @@ std::string ToString(const ::grpc::ByteBuffer& buffer) {
 // gRPC's handle on the call; deletes itself when gRPC is done with it.
 class Exchange::Reactor final : public ::grpc::ServerGenericBidiReactor {
  public:
-  Reactor(std::shared_ptr<Exchange> exchange, std::shared_ptr<void> held)
-      : held_(std::move(held)), exchange_(std::move(exchange)) {}
+  explicit Reactor(std::shared_ptr<Exchange> exchange)
+      : exchange_(std::move(exchange)) {}
+
+  void Hold(std::shared_ptr<void> held) { held_ = std::move(held); }
 
   void OnReadDone(bool ok) override { exchange_->OnReadDone(ok); }
   void OnWriteDone(bool ok) override { exchange_->OnWriteDone(ok); }
@@ -48,8 +50,8 @@ class Exchange::Reactor final : public ::grpc::ServerGenericBidiReactor {
   void OnDone() override { delete this; }
 
  private:
-  const std::shared_ptr<void> held_;
   const std::shared_ptr<Exchange> exchange_;
+  std::shared_ptr<void> held_;
 };
 
 Exchange::Exchange(loop::Sequence& sequence, Beginning beginning, Begin begin)
@@ -63,10 +65,9 @@ Exchange::~Exchange() {
 }
 
 ::grpc::ServerGenericBidiReactor* Exchange::MakeReactor(
-    BeginsWith begins_with,
-    std::shared_ptr<void> held) {
+    BeginsWith begins_with) {
   const std::lock_guard lock(mutex_);
-  reactor_ = new Reactor(shared_from_this(), std::move(held));
+  reactor_ = new Reactor(shared_from_this());
   reactor_->StartRead(&incoming_);
   // Ahead of all that is told: gRPC uses the reactor when this has returned.
   if (begins_with == BeginsWith::kHeaders) {
@@ -79,6 +80,13 @@ void Exchange::Observe(std::weak_ptr<Observer> observer, Backlog backlog) {
   observer_ = std::move(observer);
   const std::lock_guard lock(mutex_);
   backlog_ = std::move(backlog);
+}
+
+void Exchange::HoldUntilDone(std::shared_ptr<void> held) {
+  const std::lock_guard lock(mutex_);
+  if (reactor_ != nullptr) {
+    reactor_->Hold(std::move(held));
+  }
 }
 
 void Exchange::Read() {

@@ -88,14 +88,14 @@ class Exchange final : public std::enable_shared_from_this<Exchange> {
 
   const Beginning& beginning() const { return beginning_; }
 
-  // For gRPC, once: the other half, which begins to read. `held` is let go, on
-  // one of gRPC's threads, when gRPC is done with the call.
-  ::grpc::ServerGenericBidiReactor* MakeReactor(BeginsWith begins_with,
-                                                std::shared_ptr<void> held);
+  // For gRPC, once: the other half, which begins to read.
+  ::grpc::ServerGenericBidiReactor* MakeReactor(BeginsWith begins_with);
 
   // On the sequence. Observe() when it begins, before anything is written.
   // Nothing is told once `observer` is gone.
   void Observe(std::weak_ptr<Observer> observer, Backlog backlog);
+  // Lets `held` go, on one of gRPC's threads, when gRPC is done with the call.
+  void HoldUntilDone(std::shared_ptr<void> held);
   // Asks for the next message.
   void Read();
   // Tells the client that the call is taken, ahead of any message.

@@ -8,13 +8,13 @@ namespace rpc::grpc {
 
 void SlicedTasks::Add(loop::Task task) {
   waiting_.push_back(std::move(task));
-  if (!is_scheduled_) {
+  if (state_ == State::kIdle) {
     Schedule();
   }
 }
 
 void SlicedTasks::Schedule() {
-  is_scheduled_ = true;
+  state_ = State::kScheduled;
   sequence_.Post([weak_self = weak_from_this()] {
     if (const auto self = weak_self.lock()) {
       self->RunSlice();
@@ -23,14 +23,15 @@ void SlicedTasks::Schedule() {
 }
 
 void SlicedTasks::RunSlice() {
-  is_scheduled_ = false;
+  state_ = State::kRunning;
   const loop::Clock::time_point start = sequence_.Now();
   while (!waiting_.empty() && sequence_.Now() - start < serving::kEndingSlice) {
     loop::Task task = std::move(waiting_.front());
     waiting_.pop_front();
     task();
   }
-  if (!waiting_.empty() && !is_scheduled_) {
+  state_ = State::kIdle;
+  if (!waiting_.empty()) {
     Schedule();
   }
 }

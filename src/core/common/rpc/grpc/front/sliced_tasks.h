@@ -26,16 +26,18 @@ class SlicedTasks final : public std::enable_shared_from_this<SlicedTasks> {
   SlicedTasks(const SlicedTasks&) = delete;
   SlicedTasks& operator=(const SlicedTasks&) = delete;
 
-  // Runs `task` on a later turn, after those that were added before; not at all
-  // if this is gone by then.
+  // Runs `task` on a later turn, after those that were added before are done,
+  // also where one of them runs the loop; not at all if this is gone by then.
   void Add(loop::Task task);
 
  private:
+  enum class State { kIdle, kScheduled, kRunning };
+
   void Schedule();
   void RunSlice();
 
   loop::Sequence& sequence_;
-  bool is_scheduled_ = false;
+  State state_ = State::kIdle;
   std::deque<loop::Task> waiting_;
 };
 
