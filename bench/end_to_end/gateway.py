@@ -6,6 +6,8 @@ MODE is one of:
 
     unary-grpc              gRPC's client in C++ calls a bare gRPC server
     unary-relay             the same client calls the least that a gateway must do
+    unary-thread, unary-process, unary-answer
+                            the same with less still, to see what its parts cost
     unary-gateway           the same client calls a host through the gateway
     events-grpc             a bare gRPC server sends an event to 100 streams
     events-gateway          a host does, through the gateway
@@ -65,8 +67,8 @@ def bare_server() -> Iterator[list[str]]:
 
 
 @contextlib.contextmanager
-def relay() -> Iterator[list[str]]:
-    with running(BUILD / "bench/grpc_relay") as (process, ready):
+def relay(*parts: str) -> Iterator[list[str]]:
+    with running(BUILD / "bench/grpc_relay", *parts) as (process, ready):
         address, second_process = ready.split()
         yield [address, process, second_process]
 
@@ -84,6 +86,9 @@ PYTHON_CLIENT = [PYTHON, "-B", HERE / "python_client.py", BUILD]
 MODES = {
     "unary-grpc": (bare_server, CPP + ["unary"]),
     "unary-relay": (relay, CPP + ["unary"]),
+    "unary-thread": (lambda: relay("thread"), CPP + ["unary"]),
+    "unary-process": (lambda: relay("process"), CPP + ["unary"]),
+    "unary-answer": (lambda: relay("answer"), CPP + ["unary"]),
     "unary-gateway": (gateway, CPP + ["unary"]),
     "events-grpc": (bare_server, CPP + ["events"]),
     "events-gateway": (gateway, CPP + ["events"]),

@@ -3,7 +3,11 @@
 // that replies unread. It counts neither calls nor clients, keeps no limits and
 // knows no streams, and answers in order: a gateway cannot do with less.
 //
-//   grpc_relay
+//   grpc_relay [thread|process|answer]
+//
+// To see what its parts cost, it does with less still: "thread" hands calls to
+// the thread, which answers them itself; "process" has gRPC's thread wait for
+// the second process; "answer" has it answer at once.
 //
 // Prints "ready at HOST:PORT PROCESS", where the process is the second one, and
 // serves until it is killed.
@@ -43,6 +47,16 @@ constexpr std::string_view kReply("\x08\x01", 2);
 
 class Call;
 
+enum class Parts { kThreadAndProcess, kThread, kProcess, kNone };
+
+Parts PartsOf(std::string_view word) {
+  if (word == "thread")
+    return Parts::kThread;
+  if (word == "process")
+    return Parts::kProcess;
+  return word == "answer" ? Parts::kNone : Parts::kThreadAndProcess;
+}
+
 // The calls that gRPC has brought and the thread has yet to pass on.
 class Inbox {
  public:
@@ -79,10 +93,38 @@ class Inbox {
   std::vector<Call*> calls_;
 };
 
+// The second process, for whoever waits for it.
+class Process {
+ public:
+  explicit Process(int socket) : socket_(socket) {}
+
+  void Ask() {
+    const char call[kCallBytes] = {};
+    char reply[kReplyBytes];
+    const std::lock_guard lock(mutex_);
+    if (send(socket_, call, sizeof(call), 0) < 0 ||
+        recv(socket_, reply, sizeof(reply), 0) <= 0) {
+      Fail("the second process is gone");
+    }
+  }
+
+ private:
+  const int socket_;
+  std::mutex mutex_;
+};
+
+struct Shared {
+  const Parts parts;
+  Inbox& inbox;
+  Process& process;
+};
+
 // Lives until gRPC is done with it.
 class Call final : public grpc::ServerGenericBidiReactor {
  public:
-  explicit Call(Inbox& inbox) : inbox_(inbox) { StartRead(&request_); }
+  explicit Call(const Shared& shared) : shared_(shared) {
+    StartRead(&request_);
+  }
 
   void Reply() {
     const grpc::Slice reply(kReply.data(), kReply.size());
@@ -91,28 +133,36 @@ class Call final : public grpc::ServerGenericBidiReactor {
   }
 
   void OnReadDone(bool ok) override {
-    if (ok)
-      inbox_.Put(this);
+    if (!ok)
+      return;
+    if (shared_.parts == Parts::kThread ||
+        shared_.parts == Parts::kThreadAndProcess) {
+      shared_.inbox.Put(this);
+      return;
+    }
+    if (shared_.parts == Parts::kProcess)
+      shared_.process.Ask();
+    Reply();
   }
   void OnDone() override { delete this; }
 
  private:
-  Inbox& inbox_;
+  const Shared& shared_;
   grpc::ByteBuffer request_;
   grpc::ByteBuffer reply_;
 };
 
 class Service final : public grpc::CallbackGenericService {
  public:
-  explicit Service(Inbox& inbox) : inbox_(inbox) {}
+  explicit Service(const Shared& shared) : shared_(shared) {}
 
   grpc::ServerGenericBidiReactor* CreateReactor(
       grpc::GenericCallbackServerContext*) override {
-    return new Call(inbox_);
+    return new Call(shared_);
   }
 
  private:
-  Inbox& inbox_;
+  const Shared& shared_;
 };
 
 // The second process.
@@ -135,10 +185,11 @@ class Service final : public grpc::CallbackGenericService {
 // The thread that all calls go through.
 class Relay {
  public:
-  Relay(Inbox& inbox, int socket)
-      : inbox_(inbox), socket_(socket), epoll_(epoll_create1(0)) {
-    Watch(inbox_.wake_up());
-    Watch(socket_);
+  Relay(const Shared& shared, int socket)
+      : shared_(shared), socket_(socket), epoll_(epoll_create1(0)) {
+    Watch(shared_.inbox.wake_up());
+    if (shared_.parts == Parts::kThreadAndProcess)
+      Watch(socket_);
   }
 
   [[noreturn]] void Run() {
@@ -164,7 +215,12 @@ class Relay {
   }
 
   void PassOn() {
-    const std::vector<Call*> calls = inbox_.TakeAll();
+    const std::vector<Call*> calls = shared_.inbox.TakeAll();
+    if (shared_.parts == Parts::kThread) {
+      for (Call* call : calls)
+        call->Reply();
+      return;
+    }
     const std::vector<char> bytes(calls.size() * kCallBytes);
     waiting_.insert(waiting_.end(), calls.begin(), calls.end());
     if (send(socket_, bytes.data(), bytes.size(), 0) < 0)
@@ -183,7 +239,7 @@ class Relay {
     }
   }
 
-  Inbox& inbox_;
+  const Shared& shared_;
   const int socket_;
   const int epoll_;
   size_t received_ = 0;
@@ -192,7 +248,7 @@ class Relay {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   int sockets[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0)
     FailWithErrno("socketpair");
@@ -202,7 +258,9 @@ int main() {
     ServeCalls(sockets[1]);
   }
   Inbox inbox;
-  Service service(inbox);
+  Process process(sockets[0]);
+  const Shared shared = {PartsOf(argc > 1 ? argv[1] : ""), inbox, process};
+  Service service(shared);
   grpc::ServerBuilder builder;
   int port = 0;
   builder.AddListeningPort("127.0.0.1:0", grpc::InsecureServerCredentials(),
@@ -213,5 +271,5 @@ int main() {
     Fail("BuildAndStart");
   printf("ready at 127.0.0.1:%d %d\n", port, second);
   fflush(stdout);
-  Relay(inbox, sockets[0]).Run();
+  Relay(shared, sockets[0]).Run();
 }
