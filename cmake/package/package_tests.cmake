@@ -8,7 +8,7 @@ function(add_consumer_test way)
   add_test(NAME apps/package/${way}
     COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/consumer_test.py ${way}
             ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR} ${CMAKE_CXX_COMPILER} ${ARGN})
-  set_tests_properties(apps/package/${way} PROPERTIES LABELS apps TIMEOUT 600)
+  set_tests_properties(apps/package/${way} PROPERTIES LABELS apps TIMEOUT 1200)
 endfunction()
 
 add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION_ALLOC_DIR})
