@@ -56,6 +56,7 @@ LAYERS = [
     ('web_browser', 'examples/web_browser/app/', PUBLIC + ' cli windows service app x11 frame desktop'),
     ('bench', 'bench/', ''),
     ('browser_bench', 'examples/web_browser/bench/', ''),
+    ('browser_tests', 'examples/web_browser/tests/', ''),
     ('prelude', 'cmake/prelude.h', ''),
     ('partition_alloc', 'cmake/partition_alloc/', 'base'),
 ]

@@ -163,10 +163,11 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
                      std::erase(order_, id);
                      return done(status);
                    }
-                   window->set_open();
-                   if (observer())
-                     observer()->OnWindowOpened(window->View());
-                   done(status);
+                   AwaitPaint(*window, [this, id, done = std::move(done)](
+                                           const absl::Status&) mutable {
+                     Announce(id);
+                     done(absl::OkStatus());
+                   });
                  });
       },
       [opened, opened_id](const absl::Status& status) {
@@ -175,6 +176,18 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
         else
           (*opened)(status);
       });
+}
+
+// Not before it has been painted: until then its buttons have no place, and a
+// click on them would be lost.
+void RealDesktop::Announce(int64_t id) {
+  RealWindow* const window = Find(id);
+  // The display may have been lost meanwhile.
+  if (window == nullptr)
+    return;
+  window->set_open();
+  if (observer())
+    observer()->OnWindowOpened(window->View());
 }
 
 void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {

@@ -87,6 +87,9 @@ class RealDesktop final : public window_host::WindowSystem,
   // completion that it is given. `id` is the window that the change is of.
   void Enqueue(int64_t id, Begin begin, Completion done);
 
+  // From here on the window is one of those that clients know.
+  void Announce(int64_t id);
+
   // Each begins a change of the window.
   void Apply(RealWindow& window,
              window_host::WindowAction action,

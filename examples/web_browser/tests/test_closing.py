@@ -1,5 +1,6 @@
 """Closing windows: the question, whoever wants it, and the event."""
 
+import os
 import queue
 import unittest
 
@@ -138,6 +139,22 @@ class Closing(BrowserTestCase):
         self.windows.set_title(2, title="Inbox")
         self.windows.close(2)
         self.assertEqual(events.get(TIMEOUT).title, "Inbox")
+
+
+class LateLayout(BrowserTestCase):
+    environment = {"GTK_MODULES": os.environ.get("LATE_LAYOUT", "")}
+
+    def setUp(self):
+        if not self.environment["GTK_MODULES"]:
+            self.skipTest("LATE_LAYOUT does not name the module that makes it late")
+        super().setUp()
+
+    def test_a_window_that_is_open_has_its_buttons_in_place(self):
+        events = self.windows.closed(1)
+        self.windows.is_visible(1)
+        _, _, width, _ = self.seen().bounds()
+        self.seen().click(width - 14, 15)
+        self.assertEqual(events.get(TIMEOUT).reason, USER)
 
 
 class ByThePage(PageTestCase):
