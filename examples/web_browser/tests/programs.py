@@ -6,6 +6,7 @@ properties of the root window, the browser by a line. TIMEOUT only ends a test t
 would wait for ever.
 """
 
+import contextlib
 import os
 import queue
 import select
@@ -16,7 +17,7 @@ import tempfile
 import threading
 import time
 from types import TracebackType
-from typing import Any, Callable, Dict, List, Optional, Protocol, Sequence, Type
+from typing import Any, Callable, Dict, Iterator, List, Optional, Protocol, Sequence, Type
 
 import Xlib.display
 import Xlib.error
@@ -58,6 +59,16 @@ class Process:
     def wait(self) -> int:
         """Waits until it ends by itself; the exit status."""
         return self.process.wait(TIMEOUT)
+
+    @contextlib.contextmanager
+    def killed_on_failure(self) -> Iterator[None]:
+        """For constructors, whose caller gets nothing to close if they fail: what is
+        left on a display would be taken for the next test's."""
+        try:
+            yield
+        except BaseException:
+            self.kill()
+            raise
 
 
 class Display(Protocol):
@@ -200,9 +211,12 @@ class WindowManager(Process):
         def manages() -> bool:
             return window.id in value("_NET_CLIENT_LIST")
 
-        wait_for_events(display, lambda: manages() and value("_NET_WORKAREA"), "a window manager")
-        window.destroy()
-        wait_for_events(display, lambda: not manages(), "a window manager at work")
+        with self.killed_on_failure():
+            wait_for_events(
+                display, lambda: manages() and value("_NET_WORKAREA"), "a window manager"
+            )
+            window.destroy()
+            wait_for_events(display, lambda: not manages(), "a window manager at work")
         display.close()
         self._screen = screen
 
@@ -251,9 +265,10 @@ class Compositor(Process):
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
         )
-        wait_for_events(
-            display, lambda: display.get_selection_owner(selection), "the compositor"
-        )
+        with self.killed_on_failure():
+            wait_for_events(
+                display, lambda: display.get_selection_owner(selection), "the compositor"
+            )
         display.close()
 
 
@@ -291,7 +306,8 @@ class Host(Process):
                 text=True,
             )
         self._lines = Lines(self.process.stdout)
-        self.expect(f"{os.path.basename(program)}: ready at {self.socket}")
+        with self.killed_on_failure():
+            self.expect(f"{os.path.basename(program)}: ready at {self.socket}")
 
     def expect(self, line: Optional[str]) -> None:
         got = self._lines.next()
