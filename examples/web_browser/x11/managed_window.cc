@@ -157,16 +157,23 @@ void ManagedWindow::Await(std::string_view what,
   Make({.what = what, .send = [] {}, .look = std::move(look)}, std::move(done));
 }
 
+// It may come with another size than it had when it was hidden, which for one
+// that users may not resize is the only one in its hints. The toolkit writes
+// them anew as it maps the window; were they put back, the window manager would
+// have its former size come back, too, sooner or later.
 void ManagedWindow::AwaitShown(Completion done) {
-  Await(
-      "show",
-      [this] {
-        return Judge(ReadWindow(desktop_, window_), [](const auto& facts) {
-          return facts.management == Management::kNormal && facts.viewable &&
-                 facts.frame;
-        });
-      },
-      std::move(done));
+  Make({.what = "show",
+        .send = [this] { state_->hints.Lift(); },
+        .look =
+            [this] {
+              return Judge(ReadWindow(desktop_, window_),
+                           [](const auto& facts) {
+                             return facts.management == Management::kNormal &&
+                                    facts.viewable && facts.frame;
+                           });
+            },
+        .finally = [](State& state) { state.hints.Settle(); }},
+       std::move(done));
 }
 
 void ManagedWindow::AwaitHidden(Completion done) {

@@ -304,6 +304,20 @@ TEST_P(ManagedWindowTest, TheServiceResizesAWindowThatUsersMayNot) {
   EXPECT_EQ(observer_.HintsOf(window.id).min_height, 333);
 }
 
+TEST_P(ManagedWindowTest, ShowsAWindowThatUsersMayNotResizeWithItsNewSize) {
+  TestWindow& window = Make({100, 80, 400, 300});
+  window.managed->SetResizable(false);
+  // What a toolkit does before it maps a window.
+  XResizeWindow(connection_.get(), window.id, 501, 333);
+  XSizeHints hints{};
+  hints.flags = USPosition | USSize;
+  XSetWMNormalHints(connection_.get(), window.id, &hints);
+  EXPECT_EQ(Show(window), absl::OkStatus());
+  EXPECT_EQ(observer_.BoundsOf(window.id), (PixelRect{100, 80, 501, 333}));
+  EXPECT_EQ(observer_.HintsOf(window.id).max_width, 501);
+  EXPECT_EQ(observer_.HintsOf(window.id).min_height, 333);
+}
+
 TEST_P(ManagedWindowTest, WithoutAWindowManagerItIsRefusedAndSaysSo) {
   TestWindow& window = Open();
   session_.KillWindowManager();
