@@ -178,8 +178,8 @@ void RealDesktop::Open(NewWindow new_window, Opened done) {
       });
 }
 
-// Not before it has been painted: until then its buttons have no place, and a
-// click on them would be lost.
+// When it has been painted: until then its buttons have no place, and a click
+// on them would be lost. One that is not painted in time is open all the same.
 void RealDesktop::Announce(int64_t id) {
   RealWindow* const window = Find(id);
   // The display may have been lost meanwhile.

@@ -118,7 +118,8 @@ class Screen(Process):
         os.close(writer)
         with os.fdopen(reader) as said:
             self.name = ":" + said.readline().strip()
-        use_keyboard(self)
+        with self.killed_on_failure():
+            use_keyboard(self)
 
     @property
     def environment(self) -> Dict[str, str]:
