@@ -19,7 +19,8 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// Two services that have the event Opened in common.
+// Two services that have the event Opened in common, and one with a single
+// method.
 constexpr char kFile[] = R"pb(
   name: "shop.proto"
   package: "shop"
@@ -30,7 +31,6 @@ constexpr char kFile[] = R"pb(
   message_type { name: "Closed" }
   service {
     name: "Door"
-    method { name: "Knock" input_type: ".BrowserId" output_type: ".BrowserId" }
     method {
       name: "WhenOpened"
       input_type: ".rpc.EventSubscription"
@@ -38,6 +38,7 @@ constexpr char kFile[] = R"pb(
       client_streaming: true
       server_streaming: true
     }
+    method { name: "Knock" input_type: ".BrowserId" output_type: ".BrowserId" }
     method {
       name: "WhenClosed"
       input_type: ".rpc.EventSubscription"
@@ -62,6 +63,10 @@ constexpr char kFile[] = R"pb(
       client_streaming: true
       server_streaming: true
     }
+  }
+  service {
+    name: "Bell"
+    method { name: "Ring" input_type: ".BrowserId" output_type: ".BrowserId" }
   }
 )pb";
 
@@ -109,8 +114,10 @@ class ServedMethodsTest : public ::testing::Test {
     const auto* shop = pool_.BuildFile(file);
     door_ = std::make_unique<ShopService>(shop->service(0));
     window_ = std::make_unique<ShopService>(shop->service(1));
+    bell_ = std::make_unique<ShopService>(shop->service(2));
     methods_.Add(door_.get());
     methods_.Add(window_.get());
+    methods_.Add(bell_.get());
   }
 
   // That the file imports, and by which the kinds of streams are known.
@@ -119,6 +126,7 @@ class ServedMethodsTest : public ::testing::Test {
       google::protobuf::DescriptorPool::generated_pool()};
   std::unique_ptr<ShopService> door_;
   std::unique_ptr<ShopService> window_;
+  std::unique_ptr<ShopService> bell_;
   ServedMethods methods_;
 };
 
@@ -130,9 +138,9 @@ TEST_F(ServedMethodsTest, EachMethodHasItsPlaceForAnId) {
     names.emplace_back(method->descriptor->full_name());
   }
   EXPECT_THAT(names,
-              ElementsAre("shop.Door.Knock", "shop.Door.WhenOpened",
+              ElementsAre("shop.Door.WhenOpened", "shop.Door.Knock",
                           "shop.Door.WhenClosed", "shop.Window.WhenOpened",
-                          "shop.Window.OnClose"));
+                          "shop.Window.OnClose", "shop.Bell.Ring"));
   EXPECT_EQ(methods_.Find(id + 1), nullptr);
   EXPECT_EQ(methods_.Find(0)->service, door_.get());
   EXPECT_EQ(methods_.Find(4)->service, window_.get());
@@ -146,23 +154,27 @@ TEST_F(ServedMethodsTest, StreamsHaveAReaderAndOneKindAsksQuestions) {
     reads.push_back(method.reader != nullptr);
     asks.push_back(method.asks_questions());
   }
-  EXPECT_THAT(reads, ElementsAre(false, true, true, true, true));
-  EXPECT_THAT(asks, ElementsAre(false, false, false, false, true));
+  EXPECT_THAT(reads, ElementsAre(true, false, true, true, true, false));
+  EXPECT_THAT(asks, ElementsAre(false, false, false, false, true, false));
 }
 
 // One registry of the stream framework knows the subscribers of both.
 TEST_F(ServedMethodsTest, StreamsOfOneEventCountTheirSubscribersTogether) {
-  EXPECT_EQ(methods_.Find(0)->subscribers, nullptr);
-  EXPECT_NE(methods_.Find(1)->subscribers, nullptr);
-  EXPECT_NE(methods_.Find(2)->subscribers, nullptr);
-  EXPECT_EQ(methods_.Find(4)->subscribers, nullptr);
-  EXPECT_EQ(methods_.Find(1)->subscribers, methods_.Find(3)->subscribers);
-  EXPECT_NE(methods_.Find(1)->subscribers, methods_.Find(2)->subscribers);
+  const auto subscribers = [this](uint64_t id) {
+    return methods_.Find(id)->subscribers;
+  };
+  EXPECT_NE(subscribers(0), nullptr);
+  EXPECT_EQ(subscribers(1), nullptr);
+  EXPECT_NE(subscribers(2), nullptr);
+  EXPECT_EQ(subscribers(4), nullptr);
+  EXPECT_EQ(subscribers(0), subscribers(3));
+  EXPECT_NE(subscribers(0), subscribers(2));
 }
 
 TEST_F(ServedMethodsTest, ServicesComeOnceAndInTheirOrder) {
   EXPECT_THAT(methods_.Services(),
-              ElementsAre(door_->GetDescriptor(), window_->GetDescriptor()));
+              ElementsAre(door_->GetDescriptor(), window_->GetDescriptor(),
+                          bell_->GetDescriptor()));
 }
 
 using ServedMethodsDeathTest = ServedMethodsTest;
@@ -170,6 +182,9 @@ using ServedMethodsDeathTest = ServedMethodsTest;
 TEST_F(ServedMethodsDeathTest, AServiceThatIsAddedTwiceEndsTheProcess) {
   EXPECT_DEATH(methods_.Add(door_.get()),
                "a server offers one service of a name");
+  ServedMethods one;
+  one.Add(bell_.get());
+  EXPECT_DEATH(one.Add(bell_.get()), "a server offers one service of a name");
 }
 
 }  // namespace
