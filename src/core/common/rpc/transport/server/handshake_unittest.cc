@@ -215,6 +215,7 @@ TEST(Handshake, ASecondHelloIsRefused) {
   peer->SendHello();
   EXPECT_EQ(peer->AwaitGoodbye(),
             absl::FailedPreconditionError("a second hello"));
+  EXPECT_EQ(lab.server->counters().frames_read, 2u);
   EXPECT_EQ(lab.server->counters().handshakes_failed, 0u);
   EXPECT_EQ(lab.server->counters().protocol_violations, 1u);
 }
@@ -231,6 +232,18 @@ TEST(Handshake, GarbageIsRefused) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr("Closed the connection of " + Process() + ": " +
                         why.ToString()));
+  // It was not the length.
+  EXPECT_EQ(lab.server->counters().limit_hits.max_client_frame_bytes, 0u);
+}
+
+TEST(Handshake, AClientThatGoesInTheMiddleOfAFrameIsNoticed) {
+  Lab lab;
+  const auto peer = lab.NewPeer();
+  peer->SendBytes(std::string(1, '\x10'));
+  lab.RunReady();
+  EXPECT_EQ(lab.server->counters().connections_now, 1u);
+  peer->Close();
+  lab.RunUntil([&] { return lab.server->counters().connections_now == 0; });
 }
 
 TEST(Handshake, AClientThatKeepsSilentIsClosedWhenItsTimeIsUp) {
