@@ -106,6 +106,17 @@ TEST_F(Events, EventsSentBeforeTheEndArriveBeforeIt) {
   EXPECT_EQ(Publish(1, "nobody"), 0u);
 }
 
+TEST_F(Events, EventsThatWaitWhenTheServerGoesStillArrive) {
+  Listener listener(*client);
+  listener.subscriber->Subscribe(WindowId(1));
+  lab.RunReady();
+  EXPECT_EQ(Publish(1, "last"), 1u);
+  lab.server.reset();
+  lab.RunReady();
+  EXPECT_EQ(listener.events, std::vector<std::string>{"last"});
+  EXPECT_EQ(listener.ends.size(), 1u);
+}
+
 TEST_F(Events, ADestroyedSubscriberLeavesNothingBehind) {
   {
     Listener listener(*client);
