@@ -131,6 +131,17 @@ TEST(FrameCodec, AnAnnouncedLengthAloneTakesNoMemory) {
   EXPECT_LE(reader.largest_space(), 64u << 10);
 }
 
+TEST(FrameCodec, ALengthMayTakeAsManyBytesAs32BitsDo) {
+  const std::string bytes = CallBytes(7, "x");
+  const std::string length = {static_cast<char>(bytes[0] | '\x80'), '\x80',
+                              '\x80', '\x80', '\0'};
+  Reader reader;
+  EXPECT_EQ(reader.Feed(length + bytes.substr(1)), std::vector<uint64_t>{7});
+  Reader longest(UINT32_MAX);
+  EXPECT_TRUE(longest.Feed("\xff\xff\xff\xff\x0f").empty());
+  EXPECT_TRUE(longest.error().ok()) << longest.error();
+}
+
 TEST(FrameCodec, ALengthOfMoreThan32BitsIsBroken) {
   for (const std::string& length :
        {std::string("\xff\xff\xff\xff\x10"), std::string(5, '\x80'),
