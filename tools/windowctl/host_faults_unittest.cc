@@ -389,9 +389,9 @@ TEST_P(SignalledHostTest, WhileAQuestionIsPendingStopsInGoodOrder) {
 TEST_P(SignalledHostTest, WhileItStopsEndsItAtTheLatest) {
   for (int i = 0; i < 5; ++i) {
     StartHost();
-    std::vector<std::unique_ptr<RawPeer>> peers;
-    for (int peer = 0; peer < 10; ++peer)
-      peers.push_back(ConnectAndAwaitWelcome());
+    std::vector<std::unique_ptr<RawPeer>> peers(10);
+    for (std::unique_ptr<RawPeer>& peer : peers)
+      peer = ConnectAndAwaitWelcome();
     host_->Signal(GetParam());
     EXPECT_THAT(StopHost(GetParam()).exit_code, AnyOf(0, -GetParam()));
   }

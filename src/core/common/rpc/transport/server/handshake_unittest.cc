@@ -310,7 +310,8 @@ class ClientHandshake : public ::testing::Test {
   ClientHandshake() : sockets_(torvane::SocketPair()) {}
 
   absl::Status Connect(ClientOptions options = {}) {
-    return Client::Adopt(loop_, std::move(sockets_.first), options).status();
+    return Client::Adopt(loop_, std::move(sockets_.first), std::move(options))
+        .status();
   }
 
   loop::Loop loop_;
