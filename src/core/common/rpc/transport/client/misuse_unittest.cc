@@ -1,6 +1,7 @@
 // A program that uses a method, a controller or a message for what it is not.
 
 #include <google/protobuf/descriptor.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/dynamic_message.h>
 #include <gtest/gtest.h>
 
@@ -136,6 +137,24 @@ TEST_F(Misuse, AStreamFailsItsCall) {
   EXPECT_EQ(Call(Method("Decide"), &text, &text),
             absl::InvalidArgumentError(
                 "lab.Lab.Decide is a callback stream, not a unary method"));
+}
+
+TEST_F(Misuse, AStreamOfNoKnownKindFailsItsCall) {
+  google::protobuf::FileDescriptorProto file;
+  file.set_name("odd.proto");
+  file.add_dependency(lab::Text::descriptor()->file()->name());
+  auto* service = file.add_service();
+  service->set_name("Odd");
+  auto* method = service->add_method();
+  method->set_name("Upload");
+  method->set_input_type(".lab.Text");
+  method->set_output_type(".lab.Text");
+  method->set_client_streaming(true);
+  google::protobuf::DescriptorPool pool(
+      google::protobuf::DescriptorPool::generated_pool());
+  EXPECT_EQ(Call(pool.BuildFile(file)->service(0)->method(0), &text, &text),
+            absl::InvalidArgumentError("Odd.Upload is a stream of no known "
+                                       "kind, not a unary method"));
 }
 
 TEST_F(Misuse, ARequestOfAnotherTypeFailsItsCall) {

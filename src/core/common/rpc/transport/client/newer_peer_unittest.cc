@@ -94,8 +94,8 @@ TEST(NewerPeer, AClientTakesNoFieldBesideTheBody) {
   EXPECT_TRUE(absl::IsInvalidArgument(server.client->status()));
 }
 
-// What streams on the server in a way that this client does not know.
-TEST(NewerPeer, AClientOpensNoStreamOfAKindThatItDoesNotKnow) {
+// How a client's stream of events ends whose server offers that method.
+absl::Status EndOfWatch(const OfferedMethod& offered) {
   loop::Loop loop;
   auto [ours, theirs] = torvane::SocketPair();
   RawPeer server(loop, std::move(ours));
@@ -104,22 +104,41 @@ TEST(NewerPeer, AClientOpensNoStreamOfAKindThatItDoesNotKnow) {
   welcome.set_max_frame_bytes(1 << 20);
   OfferedService* service = welcome.add_services();
   service->set_full_name("lab.Lab");
-  OfferedMethod* watch = service->add_methods();
-  watch->set_name("Watch");
-  watch->set_streaming(true);
-  watch->set_stream_kind(static_cast<OfferedMethod::StreamKind>(1'000));
+  *service->add_methods() = offered;
   server.Send(Frame::kWelcome, welcome);
   const auto client = Client::Adopt(loop, std::move(theirs));
-  ASSERT_TRUE(client.ok()) << client.status();
+  EXPECT_TRUE(client.ok()) << client.status();
   std::optional<absl::Status> end;
   EventSubscriber<lab::Text> subscriber(
       **client, lab::Lab::descriptor()->FindMethodByName("Watch"),
       [](const lab::Text&) {},
       [&end](const absl::Status& status) { end = status; });
-  ASSERT_TRUE(loop.RunUntil([&end] { return end.has_value(); }));
-  EXPECT_EQ(*end, absl::UnimplementedError(
-                      "lab.Lab.Watch is a stream of a newer kind on the "
-                      "server, not an event stream"));
+  EXPECT_TRUE(loop.RunUntil([&end] { return end.has_value(); }));
+  return *end;
+}
+
+// What streams on the server in a way that this client does not know.
+TEST(NewerPeer, AClientOpensNoStreamOfAKindThatItDoesNotKnow) {
+  OfferedMethod watch;
+  watch.set_name("Watch");
+  watch.set_streaming(true);
+  watch.set_stream_kind(static_cast<OfferedMethod::StreamKind>(1'000));
+  EXPECT_EQ(EndOfWatch(watch),
+            absl::UnimplementedError(
+                "lab.Lab.Watch is a stream of a newer kind on the server, not "
+                "an event stream"));
+}
+
+TEST(NewerPeer, AClientOpensNoStreamThatIsSomethingElseOnTheServer) {
+  OfferedMethod watch;
+  watch.set_name("Watch");
+  EXPECT_EQ(EndOfWatch(watch), absl::UnimplementedError(
+                                   "lab.Lab.Watch is no stream on the server"));
+  watch.set_streaming(true);
+  watch.set_stream_kind(OfferedMethod::STREAM_KIND_QUESTIONS);
+  EXPECT_EQ(EndOfWatch(watch),
+            absl::UnimplementedError("lab.Lab.Watch is a callback stream on "
+                                     "the server, not an event stream"));
 }
 
 // So the client of one may know when its subscriptions count.

@@ -114,6 +114,15 @@ TEST_F(SocketFile, TheSocketFileGoesWhenItsSocketCannotListen) {
   EXPECT_FALSE(HasSocket());
 }
 
+TEST_F(SocketFile, APathWithoutAFolderIsInTheCurrentOne) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.File(""));
+  const auto listener = UnixListener::Open("socket");
+  std::filesystem::current_path(before);
+  EXPECT_TRUE(listener.ok()) << listener.status();
+  EXPECT_TRUE(HasSocket());
+}
+
 TEST_F(SocketFile, ALockedFolderIsWaitedFor) {
   flock_errors = {EWOULDBLOCK, EINTR, EWOULDBLOCK};
   EXPECT_TRUE(UnixListener::Open(path_).ok());
