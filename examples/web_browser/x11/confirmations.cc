@@ -13,15 +13,21 @@ struct Confirmations::Waiting {
   // The number of the fence that is under way.
   uint64_t fence = 0;
   int passes = 0;
+  // The number of the mark that was sent at the deadline, 0 before that, and
+  // how many passes there were by then.
+  uint64_t mark = 0;
+  int passes_at_deadline = 0;
   std::unique_ptr<rpc::loop::Timer> deadline;
   std::unique_ptr<rpc::loop::Timer> grace;
 };
 
 Confirmations::Confirmations(rpc::loop::Sequence& sequence,
                              SendFence send_fence,
+                             SendMark send_mark,
                              std::chrono::milliseconds deadline)
     : sequence_(sequence),
       send_fence_(std::move(send_fence)),
+      send_mark_(std::move(send_mark)),
       deadline_(deadline) {}
 
 Confirmations::~Confirmations() = default;
@@ -30,8 +36,15 @@ void Confirmations::Await(Change change) {
   const Place place = waiting_.emplace(waiting_.end());
   place->change = std::move(change);
   place->fence = send_fence_();
-  place->deadline = sequence_.RunAfter(
-      deadline_, [this, place] { Finish(place, place->change.timeout()); });
+  StartDeadline(place);
+}
+
+void Confirmations::StartDeadline(Place place) {
+  place->mark = 0;
+  place->deadline = sequence_.RunAfter(deadline_, [this, place] {
+    place->passes_at_deadline = place->passes;
+    place->mark = send_mark_();
+  });
 }
 
 void Confirmations::OnEvent() {
@@ -49,6 +62,20 @@ void Confirmations::OnFencePassed(uint64_t number) {
     const Place next = std::next(place);
     if (place->phase == Waiting::Phase::kFence && place->fence <= number) {
       OnPassed(place);
+    }
+    place = next;
+  }
+}
+
+void Confirmations::OnMarkPassed(uint64_t number) {
+  for (Place place = waiting_.begin(); place != waiting_.end();) {
+    const Place next = std::next(place);
+    if (place->mark != 0 && place->mark <= number) {
+      if (place->passes > place->passes_at_deadline) {
+        StartDeadline(place);
+      } else {
+        Finish(place, place->change.timeout());
+      }
     }
     place = next;
   }

@@ -2,7 +2,8 @@
 // refused it. Knows no display: fences are sent by a function, and state is
 // looked at by another one.
 //
-//   Confirmations confirmations(loop, [&] { return fence.Send(); });
+//   Confirmations confirmations(loop, [&] { return fence.Send(); },
+//                               [&] { return mark.Send(); });
 //   confirmations.Await({.look = [&] { return LookWhetherItIsMaximized(); },
 //                        .refusal = [&] { return SayWhoRefused(); },
 //                        .timeout = [&] { return SayWhoHangs(); },
@@ -10,6 +11,7 @@
 //   ...
 //   confirmations.OnEvent();                     for each event of the display
 //   confirmations.OnFencePassed(fence.passed());
+//   confirmations.OnMarkPassed(mark.passed());
 //
 // The request has been sent when Await() is called, which sends a fence behind
 // it. What holds before that fence has passed proves nothing: it may be of the
@@ -22,7 +24,10 @@
 //             After kPasses fences, and `grace` after those, it counts as
 //             refused: done with what `refusal` returns.
 //
-// The deadline after Await() everything ends with what `timeout` returns.
+// The deadline after Await() a change ends with what `timeout` returns, unless
+// it was we who had no time: first a mark is sent, behind which all that had
+// come by then has been looked at. If a fence was among it, the window manager
+// does not hang, and the deadline begins anew.
 //
 // `done` runs exactly once, as a task of the sequence, never within Await() or
 // OnEvent(). When Confirmations goes, `done` of those that still wait is
@@ -69,6 +74,10 @@ class Confirmations {
   // Sends a fence behind everything before it; returns its number, from 1 on.
   using SendFence = absl::AnyInvocable<uint64_t()>;
 
+  // Sends a mark behind all that the server has told; returns its number, from
+  // 1 on.
+  using SendMark = absl::AnyInvocable<uint64_t()>;
+
   // How often a fence must come back before a change that does not show counts
   // as refused.
   static constexpr int kPasses = 4;
@@ -94,6 +103,7 @@ class Confirmations {
 
   Confirmations(rpc::loop::Sequence& sequence,
                 SendFence send_fence,
+                SendMark send_mark,
                 std::chrono::milliseconds deadline = kDeadline);
   Confirmations(const Confirmations&) = delete;
   Confirmations& operator=(const Confirmations&) = delete;
@@ -108,6 +118,9 @@ class Confirmations {
   // All fences up to this number have passed.
   void OnFencePassed(uint64_t number);
 
+  // All marks up to this number have come back.
+  void OnMarkPassed(uint64_t number);
+
   // How many changes wait.
   size_t waiting() const { return waiting_.size(); }
 
@@ -115,6 +128,7 @@ class Confirmations {
   struct Waiting;
   using Place = std::list<Waiting>::iterator;
 
+  void StartDeadline(Place place);
   bool HasPassedEnough(const Waiting& waiting) const;
   bool FinishIfItShows(Place place);
   void OnPassed(Place place);
@@ -122,6 +136,7 @@ class Confirmations {
 
   rpc::loop::Sequence& sequence_;
   SendFence send_fence_;
+  SendMark send_mark_;
   const std::chrono::milliseconds deadline_;
   std::list<Waiting> waiting_;
 };

@@ -51,13 +51,21 @@ class ConfirmationsTest : public ::testing::Test {
     }
   }
 
+  void PassMark() {
+    confirmations_.OnMarkPassed(++passed_marks_);
+    sequence_.Run();
+  }
+
   rpc::loop::ManualSequence sequence_;
   uint64_t sent_ = 0;
   uint64_t passed_ = 0;
   int looks_ = 0;
   Verdict verdict_ = Verdict::kNotYet;
   Outcome outcome_;
-  Confirmations confirmations_{sequence_, [this] { return ++sent_; }};
+  uint64_t marks_ = 0;
+  uint64_t passed_marks_ = 0;
+  Confirmations confirmations_{sequence_, [this] { return ++sent_; },
+                               [this] { return ++marks_; }};
 };
 
 TEST_F(ConfirmationsTest, WhatHoldsBehindTheFenceIsDone) {
@@ -178,8 +186,11 @@ TEST_F(ConfirmationsTest, LooksOnceMoreWhenTheGraceIsOver) {
 TEST_F(ConfirmationsTest, AHungWindowManagerEndsItAtTheDeadline) {
   Await();
   sequence_.Advance(Confirmations::kDeadline - milliseconds(1));
-  EXPECT_EQ(outcome_.times, 0);
+  EXPECT_EQ(marks_, 0U);
   sequence_.Advance(milliseconds(1));
+  EXPECT_EQ(marks_, 1U);
+  EXPECT_EQ(outcome_.times, 0);
+  PassMark();
   EXPECT_EQ(outcome_.times, 1);
   EXPECT_EQ(outcome_.status, absl::DeadlineExceededError("hangs"));
   // It comes to itself.
@@ -187,6 +198,42 @@ TEST_F(ConfirmationsTest, AHungWindowManagerEndsItAtTheDeadline) {
   PassFence();
   sequence_.Run();
   EXPECT_EQ(outcome_.times, 1);
+}
+
+// The loop had other things to do: what the window manager has said in time is
+// still to be looked at.
+TEST_F(ConfirmationsTest, WhatCameBeforeTheDeadlineCountsAlsoBehindIt) {
+  Await();
+  sequence_.Advance(Confirmations::kDeadline);
+  verdict_ = Verdict::kHolds;
+  PassFence();
+  PassMark();
+  EXPECT_EQ(outcome_.times, 1);
+  EXPECT_EQ(outcome_.status, absl::OkStatus());
+  EXPECT_EQ(sequence_.timers(), 0U);
+}
+
+TEST_F(ConfirmationsTest, AWindowManagerThatHasAnsweredGetsAnotherDeadline) {
+  Await();
+  sequence_.Advance(Confirmations::kDeadline);
+  PassFence();
+  PassMark();
+  EXPECT_EQ(outcome_.times, 0);
+  sequence_.Advance(Confirmations::kDeadline - milliseconds(1));
+  EXPECT_EQ(marks_, 1U);
+  sequence_.Advance(milliseconds(1));
+  PassMark();
+  EXPECT_EQ(outcome_.times, 1);
+  EXPECT_EQ(outcome_.status, absl::DeadlineExceededError("hangs"));
+}
+
+TEST_F(ConfirmationsTest, AMarkIsOfTheChangesWhoseDeadlineIsOver) {
+  Await();
+  sequence_.Advance(Confirmations::kDeadline);
+  Await();
+  PassMark();
+  EXPECT_EQ(outcome_.times, 1);
+  EXPECT_EQ(confirmations_.waiting(), 1U);
 }
 
 TEST_F(ConfirmationsTest, AWindowThatIsGoneIsNotFound) {
@@ -234,7 +281,8 @@ TEST(Confirmations, DestroysWhatStillWaits) {
   auto kept = std::make_shared<int>(1);
   const std::weak_ptr<int> watched = kept;
   {
-    Confirmations confirmations(sequence, [] { return 1; });
+    Confirmations confirmations(
+        sequence, [] { return 1; }, [] { return 1; });
     confirmations.Await(
         {.look = [] { return Verdict::kNotYet; },
          .refusal = [] { return absl::UnknownError(""); },

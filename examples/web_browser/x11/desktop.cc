@@ -38,9 +38,11 @@ Desktop::Desktop(Connection* connection,
       root_(DefaultRootWindow(connection)),
       atoms_(std::make_unique<const Atoms>(connection)),
       fence_(connection),
+      mark_(connection),
       confirmations_(
           sequence,
           [this] { return fence_.Send(); },
+          [this] { return mark_.Send(); },
           deadline) {
   Select(root_, PropertyChangeMask);
 }
@@ -54,6 +56,8 @@ Desktop::~Desktop() {
 void Desktop::OnEvent(const Event& event) {
   if (fence_.OnEvent(event)) {
     confirmations_.OnFencePassed(fence_.passed());
+  } else if (mark_.OnEvent(event)) {
+    confirmations_.OnMarkPassed(mark_.passed());
   } else if (IsNews(event)) {
     confirmations_.OnEvent();
   }

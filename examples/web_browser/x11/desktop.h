@@ -37,6 +37,7 @@
 #include "core/common/rpc/loop/sequence.h"
 #include "examples/web_browser/x11/confirmations.h"
 #include "examples/web_browser/x11/fence.h"
+#include "examples/web_browser/x11/mark.h"
 #include "examples/web_browser/x11/x11_types.h"
 
 namespace web_browser::x11 {
@@ -113,6 +114,7 @@ class Desktop {
   const WindowId root_;
   const std::unique_ptr<const Atoms> atoms_;
   Fence fence_;
+  Mark mark_;
   Confirmations confirmations_;
   // Made when it is needed first.
   WindowId focus_window_ = 0;
