@@ -50,7 +50,10 @@ def passes(command: list[object], folder: pathlib.Path, patience: Patience,
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, start_new_session=True)
     _running.add(process.pid)
     try:
-        return _await(process, patience) == 0
+        status = _await(process, patience)
+        if _stopped.is_set():  # It may have been ended by that.
+            raise Stopped()
+        return status == 0
     finally:
         _end_session(process.pid)
         process.wait()
