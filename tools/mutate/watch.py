@@ -50,6 +50,8 @@ def passes(command: list[object], folder: pathlib.Path, patience: Patience,
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, start_new_session=True)
     _running.add(process.pid)
     try:
+        if _stopped.is_set():  # Perhaps before stop() could know of the program.
+            raise Stopped()
         status = _await(process, patience)
         if _stopped.is_set():  # It may have been ended by that.
             raise Stopped()
