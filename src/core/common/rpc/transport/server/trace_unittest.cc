@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -247,10 +248,10 @@ TEST_F(ServerTrace, AnEventIsAMomentOfItsStream) {
 }
 
 TEST_F(ServerTrace, ARefusedStreamIsShownWithTheReason) {
-  std::vector<std::unique_ptr<EventSubscriber<lab::Text>>> subscribers;
-  for (int i = 0; i < 3; ++i) {
-    subscribers.push_back(std::make_unique<EventSubscriber<lab::Text>>(
-        *client, Method("Watch"), [](const lab::Text&) {}));
+  std::array<std::unique_ptr<EventSubscriber<lab::Text>>, 3> subscribers;
+  for (auto& subscriber : subscribers) {
+    subscriber = std::make_unique<EventSubscriber<lab::Text>>(
+        *client, Method("Watch"), [](const lab::Text&) {});
   }
   lab.RunUntil([&] { return lab.server->counters().streams_refused > 0; });
   EXPECT_EQ(Streams(),
