@@ -14,34 +14,19 @@ constexpr uint64_t kPlaces = uint64_t{1} << (2 * kBitsOfDigit);
 }  // namespace
 
 Fence::Fence(Connection* connection)
-    : connection_(connection),
-      window_(XCreateSimpleWindow(connection,
-                                  DefaultRootWindow(connection),
-                                  /*x=*/0,
-                                  /*y=*/0,
-                                  /*width=*/1,
-                                  /*height=*/1,
-                                  /*border_width=*/0,
-                                  /*border=*/0,
-                                  /*background=*/0)) {
-  XSelectInput(connection_, window_, StructureNotifyMask);
-}
-
-Fence::~Fence() {
-  XDestroyWindow(connection_, window_);
-}
+    : connection_(connection), window_(connection, StructureNotifyMask) {}
 
 uint64_t Fence::Send() {
   ++sent_;
-  XMoveWindow(connection_, window_, static_cast<int>(sent_ & kMostOfDigit),
+  XMoveWindow(connection_, window_.id(), static_cast<int>(sent_ & kMostOfDigit),
               static_cast<int>(sent_ >> kBitsOfDigit & kMostOfDigit));
   XFlush(connection_);
   return sent_;
 }
 
 bool Fence::OnEvent(const Event& event) {
-  if (event.type != ConfigureNotify || event.xconfigure.window != window_ ||
-      event.xconfigure.send_event) {
+  if (event.type != ConfigureNotify ||
+      event.xconfigure.window != window_.id() || event.xconfigure.send_event) {
     return false;
   }
   const uint64_t place = static_cast<uint64_t>(event.xconfigure.y)

@@ -29,6 +29,7 @@
 
 #include <cstdint>
 
+#include "examples/web_browser/x11/unseen_window.h"
 #include "examples/web_browser/x11/x11_types.h"
 
 namespace web_browser::x11 {
@@ -38,7 +39,6 @@ class Fence {
   explicit Fence(Connection* connection);
   Fence(const Fence&) = delete;
   Fence& operator=(const Fence&) = delete;
-  ~Fence();
 
   // Sends one, and what waits to be sent before it. Numbers count from 1.
   uint64_t Send();
@@ -51,7 +51,7 @@ class Fence {
 
  private:
   Connection* const connection_;
-  const WindowId window_;
+  const UnseenWindow window_;
   uint64_t sent_ = 0;
   uint64_t passed_ = 0;
 };

@@ -11,32 +11,17 @@ constexpr AtomId kProperty = XA_WM_NAME;
 }  // namespace
 
 Mark::Mark(Connection* connection)
-    : connection_(connection),
-      window_(XCreateSimpleWindow(connection,
-                                  DefaultRootWindow(connection),
-                                  /*x=*/0,
-                                  /*y=*/0,
-                                  /*width=*/1,
-                                  /*height=*/1,
-                                  /*border_width=*/0,
-                                  /*border=*/0,
-                                  /*background=*/0)) {
-  XSelectInput(connection_, window_, PropertyChangeMask);
-}
-
-Mark::~Mark() {
-  XDestroyWindow(connection_, window_);
-}
+    : connection_(connection), window_(connection, PropertyChangeMask) {}
 
 uint64_t Mark::Send() {
-  XChangeProperty(connection_, window_, kProperty, XA_STRING, /*bits=*/8,
+  XChangeProperty(connection_, window_.id(), kProperty, XA_STRING, /*bits=*/8,
                   PropModeReplace, /*data=*/nullptr, /*length=*/0);
   XFlush(connection_);
   return ++sent_;
 }
 
 bool Mark::OnEvent(const Event& event) {
-  if (event.type != PropertyNotify || event.xproperty.window != window_) {
+  if (event.type != PropertyNotify || event.xproperty.window != window_.id()) {
     return false;
   }
   ++passed_;

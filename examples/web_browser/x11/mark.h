@@ -20,6 +20,7 @@
 
 #include <cstdint>
 
+#include "examples/web_browser/x11/unseen_window.h"
 #include "examples/web_browser/x11/x11_types.h"
 
 namespace web_browser::x11 {
@@ -29,7 +30,6 @@ class Mark {
   explicit Mark(Connection* connection);
   Mark(const Mark&) = delete;
   Mark& operator=(const Mark&) = delete;
-  ~Mark();
 
   // Numbers count from 1.
   uint64_t Send();
@@ -42,7 +42,7 @@ class Mark {
 
  private:
   Connection* const connection_;
-  const WindowId window_;
+  const UnseenWindow window_;
   uint64_t sent_ = 0;
   uint64_t passed_ = 0;
 };
