@@ -245,6 +245,9 @@ void XSession::UnplugSecondMonitor() {
 void XSession::PlugSecondMonitor() {
   ChangeMonitors(
       {"--output", "DUMMY1", "--mode", "1024x768", "--pos", "1280x0"});
+  // The server counts it as connected from the next time that somebody asks it
+  // to look. Until then programs of GTK, as xfwm4 is, take no notice of it.
+  ChangeMonitors({"--query"});
 }
 
 XSession::~XSession() = default;

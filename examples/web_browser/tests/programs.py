@@ -154,6 +154,9 @@ class TwoMonitors(Process):
 
     def plug_in(self) -> None:
         self._xrandr("--output", "DUMMY1", "--mode", "1024x768", "--pos", "1280x0")
+        # The server counts it as connected from the next time that somebody asks it to
+        # look. Until then programs of GTK, as xfwm4 is, take no notice of it.
+        self._xrandr("--query")
 
     def unplug(self) -> None:
         self._xrandr("--output", "DUMMY1", "--off")
@@ -163,7 +166,12 @@ class TwoMonitors(Process):
         shutil.rmtree(self.folder)
 
     def _xrandr(self, *words: str) -> None:
-        subprocess.run(["xrandr", *words], env={**os.environ, **self.environment}, check=True)
+        subprocess.run(
+            ["xrandr", *words],
+            env={**os.environ, **self.environment},
+            stdout=subprocess.DEVNULL,
+            check=True,
+        )
 
 
 class Bus(Process):

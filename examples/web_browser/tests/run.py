@@ -1,4 +1,4 @@
-"""Runs the tests of one module: run.py test_methods [TEST...]
+"""Runs the tests of one module: run.py test_states [TEST...]
 
 Exits with 77, for which CTest says that the test was skipped, where something that
 they need is not installed. One that hangs says where, before CTest ends it.

@@ -23,6 +23,8 @@ class BrowserTestCase(unittest.TestCase):
     window_manager: Sequence[str] = OPENBOX
     # Of the browser, beside the test's own.
     environment: Dict[str, str] = {}
+    # X pixels for each of the service's.
+    scale = 1
     # Seconds that the window manager may take, on a machine with other work.
     patience: float = TIMEOUT / 2
 
@@ -44,6 +46,7 @@ class BrowserTestCase(unittest.TestCase):
             "--desktop-timeout",
             str(self.patience),
             *self.arguments,
+            GDK_SCALE=str(self.scale),
             **self.environment,
         )
         self.addCleanup(self.browser.close)
@@ -69,6 +72,24 @@ class BrowserTestCase(unittest.TestCase):
         """As the service says."""
         rect = self.windows.get_bounds(number)
         return (rect.x, rect.y, rect.width, rect.height)
+
+    def set_bounds(self, number: int, bounds: Bounds) -> None:
+        names = ("x", "y", "width", "height")
+        self.windows.set_bounds(number, bounds=dict(zip(names, bounds)))
+
+    def expect_bounds(self, number: int, bounds: Bounds) -> None:
+        """The X server has them, and the service says so."""
+        self.assertEqual(self.seen(number).bounds(), self.pixels(bounds))
+        self.assertEqual(self.bounds(number), bounds)
+
+    def pixels(self, bounds: Bounds) -> Bounds:
+        x, y, width, height = (self.scale * length for length in bounds)
+        return (x, y, width, height)
+
+    def work_area(self) -> Bounds:
+        """In the service's pixels."""
+        x, y, width, height = (length // self.scale for length in self.observer.work_area())
+        return (x, y, width, height)
 
     @contextlib.contextmanager
     def parallel(self) -> Iterator[Callable[..., Any]]:

@@ -47,11 +47,11 @@ class Model(BrowserTestCase):
 
     @classmethod
     def start_screen(cls):
-        return Screen(f"{WIDTH}x{HEIGHT}x24")
+        return Screen(f"{cls.scale * WIDTH}x{cls.scale * HEIGHT}x24")
 
     def start_window_manager(self):
         # Window managers take over what is there when they start.
-        panel = Panel(self.screen, TOP, BOTTOM)
+        panel = Panel(self.screen, self.scale * TOP, self.scale * BOTTOM)
         self.addCleanup(panel.close)
         super().start_window_manager()
         panel.wait()
@@ -71,6 +71,10 @@ class Model(BrowserTestCase):
         asyncio.run(comparison.run(operations, steps))
         if seed == LONG_SEED and steps >= LONG_STEPS:
             comparison.expect(set(+comparison.differences), set(differences.ALL))
+
+
+class Scaled(Model):
+    scale = 2
 
 
 class Comparison:

@@ -1,13 +1,13 @@
-"""Two monitors, one of which is unplugged and plugged in again. Only root has these."""
+"""Two monitors, one of which is unplugged and plugged in again. Only root has these.
 
+At both scales, and under both window managers.
+"""
+
+import shutil
 import unittest
 
-from programs import TwoMonitors
+from programs import XFWM4, TwoMonitors
 from support import BrowserTestCase
-
-LEFT, RIGHT = TwoMonitors.LEFT, TwoMonitors.RIGHT
-# Of a window on each of them.
-PLACES = {LEFT: (100, 80, 401, 300), RIGHT: (1400, 90, 400, 301)}
 
 
 class Monitors(BrowserTestCase):
@@ -15,18 +15,20 @@ class Monitors(BrowserTestCase):
     def start_screen(cls):
         return TwoMonitors()
 
-    def set_bounds(self, number, bounds):
-        x, y, width, height = bounds
-        self.windows.set_bounds(number, bounds=dict(x=x, y=y, width=width, height=height))
-
-    def expect_bounds(self, number, bounds):
-        self.assertEqual(self.seen(number).bounds(), bounds)
-        self.assertEqual(self.bounds(number), bounds)
+    def setUp(self):
+        super().setUp()
+        self.left, self.right = (
+            tuple(length // self.scale for length in monitor)
+            for monitor in (TwoMonitors.LEFT, TwoMonitors.RIGHT)
+        )
+        # Of a window on each of them.
+        beside = self.left[2]
+        self.places = {self.left: (50, 40, 401, 300), self.right: (beside + 60, 45, 400, 301)}
 
 
 class States(Monitors):
     def test_fill_the_monitor_of_the_window_and_come_back_to_it(self):
-        for monitor, place in PLACES.items():
+        for monitor, place in self.places.items():
             self.set_bounds(1, place)
             for fill, leave in [
                 (self.windows.maximize, self.windows.restore),
@@ -39,7 +41,7 @@ class States(Monitors):
                     self.expect_bounds(1, place)
 
     def test_center(self):
-        for monitor, place in PLACES.items():
+        for monitor, place in self.places.items():
             self.set_bounds(1, place)
             self.windows.center_window(1)
             x, y, width, height = monitor
@@ -48,7 +50,15 @@ class States(Monitors):
             self.expect_bounds(1, (left, top, own_width, own_height))
 
     def test_bounds_across_both_are_exact(self):
-        for bounds in [(1200, 100, 333, 222), (-50, 900, 300, 200), (2200, 700, 301, 201)]:
+        x, y, _, _ = self.right
+        for bounds in [(x - 80, y + 100, 333, 222), (x - 1, y + 50, 300, 200)]:
+            self.set_bounds(1, bounds)
+            self.expect_bounds(1, bounds)
+
+    def test_bounds_over_the_edges_are_exact(self):
+        _, _, _, bottom = self.left
+        x, _, width, height = self.right
+        for bounds in [(-50, bottom - 124, 300, 200), (x + width - 104, height - 68, 301, 201)]:
             self.set_bounds(1, bounds)
             self.expect_bounds(1, bounds)
 
@@ -59,13 +69,15 @@ class Unplugged(Monitors):
     def is_on_the_left(self, number):
         """The whole of it."""
         x, y, width, height = self.seen(number).bounds()
-        return x >= 0 and y >= 0 and x + width <= LEFT[2] and y + height <= LEFT[3]
+        _, _, right, bottom = TwoMonitors.LEFT
+        return x >= 0 and y >= 0 and x + width <= right and y + height <= bottom
 
     def test_no_window_is_lost_when_its_monitor_is_unplugged(self):
         numbers = range(1, 6)
+        place = self.places[self.right]
         for number in numbers:
             self.seen(number)
-            self.set_bounds(number, PLACES[RIGHT])
+            self.set_bounds(number, place)
         self.windows.maximize(2)
         self.windows.enter_full_screen(3)
         self.windows.minimize(4)
@@ -80,13 +92,31 @@ class Unplugged(Monitors):
         for number in numbers:
             with self.subTest(number):
                 self.assertTrue(self.is_on_the_left(number), self.seen(number).bounds())
-                self.assertEqual(self.seen(number).bounds()[2:], PLACES[RIGHT][2:])
-                self.assertEqual(self.bounds(number), self.seen(number).bounds())
+                self.assertEqual(self.bounds(number)[2:], place[2:])
+                self.expect_bounds(number, self.bounds(number))
         self.screen.plug_in()
-        self.set_bounds(1, PLACES[RIGHT])
-        self.expect_bounds(1, PLACES[RIGHT])
+        self.set_bounds(1, place)
+        self.expect_bounds(1, place)
         self.windows.maximize(1)
-        self.expect_bounds(1, RIGHT)
+        self.expect_bounds(1, self.right)
+
+
+class ScaledStates(States):
+    scale = 2
+
+
+class ScaledUnplugged(Unplugged):
+    scale = 2
+
+
+@unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
+class Xfwm4States(States):
+    window_manager = XFWM4
+
+
+@unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
+class Xfwm4Unplugged(Unplugged):
+    window_manager = XFWM4
 
 
 if __name__ == "__main__":

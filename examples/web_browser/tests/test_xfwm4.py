@@ -14,10 +14,6 @@ class Xfwm4(BrowserTestCase):
     window_manager = XFWM4
     arguments = ("--windows", "2")
 
-    def set_bounds(self, number, bounds):
-        x, y, width, height = bounds
-        self.windows.set_bounds(number, bounds=dict(x=x, y=y, width=width, height=height))
-
     def test_states(self):
         seen, before = self.seen(1), self.seen(1).bounds()
         self.windows.maximize(1)
@@ -59,8 +55,7 @@ class Xfwm4(BrowserTestCase):
         for bounds in [(0, 0, 640, 480), (-200, 100, 641, 481), (5, 6, 2000, 1700)]:
             with self.subTest(bounds):
                 self.set_bounds(1, bounds)
-                self.assertEqual(self.seen(1).bounds(), bounds)
-                self.assertEqual(self.bounds(1), bounds)
+                self.expect_bounds(1, bounds)
         before = self.seen(1).bounds()
         self.expect_error(
             Code.FAILED_PRECONDITION,

@@ -1,5 +1,4 @@
-// Two monitors, under openbox. Xfwm4 takes note of a second monitor some time
-// after it is there and tells nobody, so there is nothing to wait for.
+// Two monitors, one of which is unplugged and plugged in again.
 
 #include "examples/web_browser/x11/monitors.h"
 
@@ -45,9 +44,7 @@ class TwoMonitorsTest : public WindowsTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Openbox,
-                         TwoMonitorsTest,
-                         ::testing::Values(WindowManager::kOpenbox));
+WEB_BROWSER_UNDER_EACH_WINDOW_MANAGER(TwoMonitorsTest);
 
 TEST_P(TwoMonitorsTest, BothAreThereThePrimaryOneFirst) {
   const std::vector<Monitor> monitors = ReadMonitors(desktop_);
