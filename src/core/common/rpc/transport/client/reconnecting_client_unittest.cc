@@ -145,6 +145,35 @@ TEST_F(Reconnecting, AttemptsAreRepeatedWithAPauseThatGrows) {
   EXPECT_FALSE(gaps[0].has_value());
 }
 
+TEST_F(Reconnecting, AConnectionThatHasLastedMakesThePauseShortAgain) {
+  StartClient();
+  RunUntilDown(4);
+  StartServer();
+  RunUntilConnected(1);
+  bool has_lasted = false;
+  const std::unique_ptr<loop::Timer> timer =
+      lab.loop.RunAfter(options.longest_pause, [&] { has_lasted = true; });
+  lab.RunUntil([&] { return has_lasted; });
+  const size_t before = pauses.size();
+  StopServer();
+  RunUntilDown(before + 2);
+  EXPECT_EQ(pauses[before - 1], 4);
+  EXPECT_EQ(pauses[before], 1);
+  EXPECT_EQ(pauses[before + 1], 2);
+}
+
+TEST_F(Reconnecting, AConnectionThatIsLostAtOnceLeavesThePauseAsItIs) {
+  options.longest_pause = std::chrono::hours(1);
+  StartClient();
+  RunUntilDown(2);
+  StartServer();
+  RunUntilConnected(1);
+  const size_t before = pauses.size();
+  StopServer();
+  RunUntilDown(before + 1);
+  EXPECT_EQ(pauses[before], 2 * pauses[before - 1]);
+}
+
 TEST_F(Reconnecting, AServerThatKeepsSilentIsTriedAgain) {
   const auto listener = UnixListener::Open(path);
   ASSERT_TRUE(listener.ok()) << listener.status();

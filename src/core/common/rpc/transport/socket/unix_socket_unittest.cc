@@ -11,9 +11,11 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "absl/strings/match.h"
 #include "absl/strings/str_cat.h"
+#include "absl/strings/str_split.h"
 #include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/testing/socket_pair.h"
 #include "core/common/rpc/transport/testing/lab.h"
@@ -205,25 +207,29 @@ TEST_F(UnixSocket, TheServerAcceptsAgainWhenDescriptorsAreFreeAgain) {
   options.limits.accept_pause = std::chrono::milliseconds(1);
   Lab lab(options);
   ASSERT_TRUE(lab.server->Listen(path_).ok());
-  asio::local::stream_protocol::socket waiting(lab.loop.context());
-  waiting.open();
-  std::error_code error;
+  const serving::Counters& counters = lab.server->counters();
+  // Kept, since a connection that ends leaves its descriptor to another.
+  std::vector<asio::local::stream_protocol::socket> clients;
   testing::internal::CaptureStderr();
-  {
-    NoDescriptors none;
-    waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
-    EXPECT_FALSE(error);
-    lab.RunUntil(
-        [&] { return lab.server->counters().limit_hits.accept_pause >= 2; });
-    EXPECT_EQ(lab.server->counters().connections_accepted, 0u);
+  for (const uint64_t times : {1u, 2u}) {
+    auto& waiting = clients.emplace_back(lab.loop.context());
+    waiting.open();
+    {
+      NoDescriptors none;
+      std::error_code error;
+      waiting.connect(asio::local::stream_protocol::endpoint(path_), error);
+      EXPECT_FALSE(error);
+      const uint64_t before = counters.limit_hits.accept_pause;
+      lab.RunUntil(
+          [&] { return counters.limit_hits.accept_pause >= before + 2; });
+      EXPECT_EQ(counters.connections_accepted, times - 1);
+    }
+    lab.RunUntil([&] { return counters.connections_accepted == times; });
   }
-  lab.RunUntil(
-      [&] { return lab.server->counters().connections_accepted == 1; });
-  // All attempts in vain make one record.
-  const std::string records = testing::internal::GetCapturedStderr();
-  const size_t first = records.find("No connection can be accepted");
-  EXPECT_NE(first, std::string::npos);
-  EXPECT_EQ(records.rfind("No connection can be accepted"), first);
+  // All attempts in vain make one record, until one has succeeded.
+  const std::vector<std::string> records = absl::StrSplit(
+      testing::internal::GetCapturedStderr(), "No connection can be accepted");
+  EXPECT_EQ(records.size(), 1u + 2u);
 }
 
 TEST_F(UnixSocket, TheServerDoesNotKeepTryingWithoutDescriptors) {
