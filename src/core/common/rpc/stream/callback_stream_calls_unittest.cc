@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -478,6 +479,26 @@ TEST_F(AskTest, GivesEachQuestionAnIdOfItsOwn) {
   Answer(*stream, 7, client->frames[1].call_id());
   Fail(*stream, 7, client->frames[0].call_id());
   EXPECT_THAT(endings_, ElementsAre("second answered", "first error 2"));
+}
+
+TEST_F(AskTest, NumbersQuestionsOnBeyond32Bits) {
+  const auto client = std::make_shared<FakeClient>();
+  const auto stream = Open(client);
+  Subscription(*stream, 7, true);
+  for (const int64_t last : {int64_t{INT32_MAX}, int64_t{UINT32_MAX}}) {
+    CallbackStreamTestPeer::SetNextCallId(*stream, last);
+    for (const char* name : {"last", "first"})
+      ASSERT_TRUE(Stream::Ask(QuestionAbout(7), Recorded(name)));
+    ASSERT_EQ(client->frames.size(), 2u);
+    EXPECT_EQ(client->frames[0].call_id(), last);
+    EXPECT_EQ(client->frames[1].call_id(), last + 1);
+
+    Answer(*stream, 7, last + 1);
+    Fail(*stream, 7, last);
+    EXPECT_THAT(endings_, ElementsAre("first answered", "last error 2"));
+    client->frames.clear();
+    endings_.clear();
+  }
 }
 
 TEST_F(AskTest, AnAnswerThatComesWithinTheWriteFindsItsQuestion) {

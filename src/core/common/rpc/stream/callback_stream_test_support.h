@@ -18,7 +18,7 @@
 
 namespace torvane {
 
-// Reads the table of pending calls, and adds calls with ids that the test
+// Reads the table of pending calls, and has calls get ids that the test
 // chooses.
 struct CallbackStreamTestPeer {
   template <typename T>
@@ -36,6 +36,12 @@ struct CallbackStreamTestPeer {
     if (entry == table.end())
       entry = table.try_emplace(new BrowserId(window)).first;
     entry->second.emplace(call_id, std::move(call));
+  }
+
+  // The next question of the stream gets this id.
+  template <typename T>
+  static void SetNextCallId(CallbackStream<T>& stream, int64_t call_id) {
+    stream.next_call_id_ = call_id;
   }
 };
 
