@@ -170,23 +170,26 @@ TEST(OpenStream, KeepsTheVeryDescriptorThatItWasGiven) {
     const google::protobuf::Message& GetRequestPrototype(
         const MethodDescriptor* method) const override {
       asked = method;
-      return EventSubscription::default_instance();
+      return BrowserWindowRpc::GetRequestPrototype(method);
     }
     const google::protobuf::Message& GetResponsePrototype(
         const MethodDescriptor* method) const override {
       asked = method;
-      return CloseWindow::default_instance();
+      return BrowserWindowRpc::GetResponsePrototype(method);
     }
     mutable const MethodDescriptor* asked = nullptr;
   };
-  for (const int index : {37, 40}) {
+  const std::string subscriptions[] = {
+      SubscriptionTo(7), CallbackSubscription<CanExecuteCommand>(7),
+      CallbackSubscription<ShowContextMenu>(7),
+      CallbackSubscription<CloseWindow>(7)};
+  for (int index = kUnaryMethodCount; index < kMethodCount; ++index) {
     // One of another service: only its index counts for what is opened.
     const torvane::ForgedMethod foreign(Method(0), index);
     for (const MethodDescriptor* given : {Method(index), foreign.get()}) {
       Noted service;
       const auto stream = service.OpenStream(given, MakeChannel());
-      Deliver(*stream, index == 37 ? SubscriptionTo(7)
-                                   : CallbackSubscription<CloseWindow>(7));
+      Deliver(*stream, subscriptions[index - kUnaryMethodCount]);
       EXPECT_EQ(service.asked, given);
       stream->OnCompleted();
     }
