@@ -39,7 +39,7 @@ foreach(archive ${STREAM} ${SERVICE})
     "Type information in ${archive}")
   expect_none("${lines}" " [WVu] torvane::Service::~Service"
     "An inline destructor of Service in ${archive}")
-  expect_none("${lines}" "__cxa_guard|mutex|spin_lock|rwlock|sem_wait"
+  expect_none("${lines}" "__cxa_guard|[Mm]utex|[Ss]pin_?[Ll]ock|rwlock|sem_wait|::Lock"
     "A guard or lock in ${archive}")
 
   list(FILTER lines INCLUDE REGEX "guard variable for ")
