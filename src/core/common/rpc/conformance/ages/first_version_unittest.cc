@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <set>
@@ -125,8 +126,14 @@ class Difference {
               first.method(i)->input_type()->full_name() ||
           method->output_type()->full_name() !=
               first.method(i)->output_type()->full_name() ||
-          method->client_streaming() != first.method(i)->client_streaming()) {
+          method->client_streaming() != first.method(i)->client_streaming() ||
+          method->server_streaming() != first.method(i)->server_streaming()) {
         changed_.insert(first.method(i)->full_name());
+      }
+    }
+    for (int i = 0; i < now->method_count(); ++i) {
+      if (first.FindMethodByName(now->method(i)->name()) == nullptr) {
+        added_.insert(now->method(i)->full_name());
       }
     }
   }
@@ -208,10 +215,7 @@ class FirstClient {
   RawPeer peer_;
 };
 
-// A field or a value that is added later makes this fail, so that nobody
-// forgets to say and to test what an older peer makes of it: below, and in
-// docs/wire-protocol.md.
-TEST(FirstVersion, HasWhatItHadAndNothingMoreThanTheseFields) {
+Difference DifferenceToFirst() {
   FirstSchema schema;
   Difference difference;
   for (const char* file :
@@ -220,6 +224,30 @@ TEST(FirstVersion, HasWhatItHadAndNothingMoreThanTheseFields) {
         "rpc/status/server_status.proto", "rpc/browser/browser_window.proto"}) {
     difference.Compare(*schema.File(file));
   }
+  return difference;
+}
+
+// What docs/wire-protocol.md says of additions: the first cells of the rows of
+// its table, all in one.
+std::string AdditionsOfThePage() {
+  std::ifstream page(WIRE_PROTOCOL_PAGE);
+  std::string line;
+  while (std::getline(page, line) && line != "## What version 1 has grown by") {
+  }
+  std::string cells;
+  while (std::getline(page, line) && !line.starts_with("## ")) {
+    if (line.starts_with("| ")) {
+      cells += line.substr(0, line.find(" |"));
+    }
+  }
+  return cells;
+}
+
+// A field, a value or a method that is added later makes this fail, so that
+// nobody forgets to say and to test what an older peer makes of it: below, and
+// in docs/wire-protocol.md.
+TEST(FirstVersion, HasWhatItHadAndNothingMoreThanTheseFields) {
+  const Difference difference = DifferenceToFirst();
   EXPECT_THAT(difference.changed(), ElementsAre());
   EXPECT_THAT(difference.added(),
               ElementsAre("rpc.CanExecuteCommand.Question.answer_within_ms",
@@ -228,6 +256,15 @@ TEST(FirstVersion, HasWhatItHadAndNothingMoreThanTheseFields) {
                           "rpc.status.Load.subscriptions",
                           "rpc.status.StatusReport.messages_refused",
                           "rpc.transport.OfferedMethod.stream_kind"));
+}
+
+TEST(FirstVersion, HasARowOfThePageForEachAddition) {
+  const std::string cells = AdditionsOfThePage();
+  const Difference difference = DifferenceToFirst();
+  for (const std::string& name : difference.added()) {
+    EXPECT_THAT(cells, ::testing::ContainsRegex(absl::StrCat(
+                           "[`.]", name.substr(name.rfind('.') + 1), "`")));
+  }
 }
 
 TEST(FirstVersionOfAClient, ReadsInTheWelcomeWhatItKnows) {
@@ -396,14 +433,19 @@ TEST(FirstVersionOfAClient, AnswersQuestionsThatSayHowLongTheyAreWaitedFor) {
 TEST(FirstVersionOfAClient, ReadsInAStatusReportWhatItKnows) {
   FirstClient client;
   client.Greet();
-  // Neither subscribes nor answers, so that there is something to report that
-  // the client does not know.
+  // A message that neither subscribes nor answers, and a subscription, so that
+  // there is something to report that the client does not know.
   client.Say(absl::StrCat("stream_open { stream_id: 1 method_id: ",
                           client.IdOf("OnCloseWindow"), " }"));
   client.Say("stream_data { stream_ids: 1 message { } }");
   EXPECT_THAT(
       client.Hear(),
       ::testing::StartsWith("stream_end { stream_id: 1 status { code: 3 "));
+  client.Say(absl::StrCat("stream_open { stream_id: 2 method_id: ",
+                          client.IdOf("WhenBrowserWindowClosed"), " }"));
+  client.Say(
+      "stream_data { stream_ids: 2 message { payload: '\\n\\002\\010\\007' } "
+      "}");
 
   client.Say(absl::StrCat(
       "call { call_id: 1 method_id: ", client.IdOf("GetStatus"), " }"));
@@ -413,6 +455,12 @@ TEST(FirstVersionOfAClient, ReadsInAStatusReportWhatItKnows) {
   ASSERT_TRUE(report.ParseFromString(frame.reply().response()));
   EXPECT_EQ(report.messages_refused(), 1u);
   report.clear_messages_refused();
+  ASSERT_EQ(report.connections_size(), 1);
+  for (status::Load* load : {report.mutable_total(),
+                             report.mutable_connections(0)->mutable_load()}) {
+    EXPECT_EQ(load->subscriptions(), 1u);
+    load->clear_subscriptions();
+  }
   EXPECT_EQ(
       client.schema().Read("rpc.status.StatusReport", frame.reply().response()),
       report.ShortDebugString());
