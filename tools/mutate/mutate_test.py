@@ -3,6 +3,9 @@
 
 from __future__ import annotations
 
+import argparse
+import contextlib
+import io
 import os
 import pathlib
 import signal
@@ -301,6 +304,35 @@ with watch.workers(2) as pool:
         self.assertTrue(patience.is_over(worked=0.0, idled=3.0))
 
 
+class Samples(unittest.TestCase):
+    """Which mutants run, of 100 in two folders."""
+
+    def setUp(self) -> None:
+        calls = "".join(f"  G{i}();\n" for i in range(100))
+        self.all = [
+            run.Verdict(file, mutant, file.name_of(mutant))
+            for folder in ("stream", "serving")
+            for file in [MutatedFile(f"{suites.RPC}/{folder}/f.h",
+                                     f"void F() {{\n{calls}}}\n")]
+            for mutant in file.mutants if mutant.kind == "removed call"]
+
+    def drawn(self, seed: int, sample: int | None = 20, only: str = "") -> list[str]:
+        arguments = argparse.Namespace(only=only, sample=sample, seed=seed)
+        return [v.name for v in run.choose(self.all, arguments)]
+
+    def test_sample_is_the_same_for_the_same_seed(self) -> None:
+        self.assertEqual(len(set(self.drawn(seed=7))), 20)
+        self.assertEqual(self.drawn(seed=7), self.drawn(seed=7))
+        self.assertNotEqual(self.drawn(seed=7), self.drawn(seed=8))
+
+    def test_without_a_sample_all_of_a_folder_run(self) -> None:
+        names = [v.name for v in self.all]
+        self.assertEqual(self.drawn(seed=7, sample=None), names)
+        self.assertEqual(self.drawn(seed=7, sample=len(names) + 1), names)
+        self.assertEqual(self.drawn(seed=7, sample=None, only="stream"),
+                         [n for n in names if "/stream/" in n])
+
+
 class Reports(unittest.TestCase):
     def setUp(self) -> None:
         path = f"{suites.RPC}/stream/f.h"
@@ -315,12 +347,27 @@ class Reports(unittest.TestCase):
 
     def good(self, whole: bool = False) -> bool:
         folders = {suites.folder_of(self.verdict.file.path)} if whole else set()
-        with open(os.devnull, "w") as nowhere:
-            shown, sys.stdout = sys.stdout, nowhere
-            try:
-                return run.report([self.verdict], Equivalents(self.list), folders)
-            finally:
-                sys.stdout = shown
+        with contextlib.redirect_stdout(io.StringIO()) as shown:
+            good = run.report([self.verdict], Equivalents(self.list), folders)
+        self.shown = shown.getvalue()
+        return good
+
+    def test_mutant_that_is_left_is_shown_with_its_line(self) -> None:
+        self.good()
+        line = f"{suites.RPC}/stream/f.h:4: {self.verdict.mutant.kind}: "
+        self.assertIn(line, self.shown)
+        self.verdict.noticed_by = "some_unittest"
+        self.good()
+        self.assertNotIn(line, self.shown)
+
+    def test_mutant_that_only_the_golden_files_notice_is_left(self) -> None:
+        file = MutatedFile(f"{suites.RPC}/generator/f.cc", "\n\nvoid F() {\n  G();\n}\n")
+        self.verdict = run.Verdict(file, file.mutants[0], file.name_of(file.mutants[0]))
+        self.verdict.noticed_by = "rpc_generator_unittest"
+        self.assertFalse(self.good())
+        self.assertIn("(but by the golden files)", self.shown)
+        self.verdict.noticed_by_others = "rpc_generator_unittest"
+        self.assertTrue(self.good())
 
     def test_mutant_without_a_reason_is_a_failure(self) -> None:
         self.assertFalse(self.good())
