@@ -117,6 +117,8 @@ TEST(KilledAndStoppedClients, LoseNoQuestionAndSettleNoneTwice) {
   // Nothing stays open of those who have gone.
   EXPECT_EQ(outcome.descriptors_at_end, outcome.descriptors_at_start);
   EXPECT_GT(outcome.descriptors_at_start, 0u);
+  EXPECT_GT(outcome.memory_at_start, 0u);
+  EXPECT_GT(outcome.memory_at_end, 0u);
 
   // It has been what it is meant to be. A death is measured unless the soak has
   // ended meanwhile.
