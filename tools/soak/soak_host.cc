@@ -27,6 +27,7 @@
 #include "core/common/rpc/transport/server.h"
 #include "rpc/browser/browser_window.pb.h"
 #include "tools/soak/client_process.h"
+#include "tools/soak/deaths.h"
 #include "tools/soak/soak_client.h"
 #include "tools/soak/soak_service.h"
 #include "tools/soak/tally.h"
@@ -110,12 +111,6 @@ class Host {
   // By number. Numbers are never reused.
   using Clients = std::map<int64_t, Client>;
 
-  // A client that was killed, and how many of its questions have not ended.
-  struct Death {
-    std::chrono::steady_clock::time_point since;
-    size_t pending;
-  };
-
   // The client that was asked, and what its answer must repeat.
   struct Question {
     int64_t client;
@@ -173,8 +168,6 @@ class Host {
 
   Clients clients_;
   int64_t next_number_ = 1;
-  // Of clients with questions that have not ended, by number.
-  std::map<int64_t, Death> deaths_;
   // Questions that have not ended, by id.
   std::unordered_map<uint64_t, Question> pending_;
   uint64_t next_question_ = 1;
@@ -183,6 +176,7 @@ class Host {
   bool act_scheduled_ = false;
   bool time_is_up_ = false;
   Outcome outcome_;
+  Deaths deaths_{&outcome_.settling};
 };
 
 Host::Host(const HostOptions& options)
@@ -217,7 +211,8 @@ Outcome Host::Run() {
 // Starting a process takes a while, which must not count against a client that
 // has died. Once the soak is over nobody comes any more.
 void Host::StartMissingClients() {
-  while (!IsOver() && deaths_.empty() && clients_.size() < options_.clients)
+  while (!IsOver() && deaths_.all_settled() &&
+         clients_.size() < options_.clients)
     StartClient();
 }
 
@@ -303,9 +298,7 @@ void Host::Kill() {
   outcome_.kills_with_questions_pending += client->pending > 0 ? 1 : 0;
   const auto entry = std::ranges::find_if(
       clients_, [client](const auto& e) { return &e.second == client; });
-  if (client->pending > 0) {
-    deaths_[entry->first] = {std::chrono::steady_clock::now(), client->pending};
-  }
+  deaths_.Add(entry->first, client->pending, std::chrono::steady_clock::now());
   clients_.erase(entry);
 }
 
@@ -447,17 +440,13 @@ void Host::ForgetQuestionOf(int64_t number) {
     --client->second.pending;
     return;
   }
-  const auto death = deaths_.find(number);
-  if (death == deaths_.end() || --death->second.pending > 0)
-    return;
-  outcome_.settling.Add(std::chrono::steady_clock::now() - death->second.since);
-  deaths_.erase(death);
+  deaths_.OnSettled(number, std::chrono::steady_clock::now());
 }
 
 // Kills all clients and waits until their connections are closed. A question
 // that has not ended then is lost.
 void Host::KillAllClients() {
-  deaths_.clear();
+  deaths_.Forget();
   clients_.clear();
   ABSL_CHECK(loop_.RunUntil(
       [this] { return server_.counters().connections_now == 0; }));
