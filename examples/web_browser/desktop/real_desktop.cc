@@ -59,8 +59,12 @@ class RealDesktop::EventFilter {
 
  private:
   static GdkFilterReturn OnEvent(GdkXEvent* event, GdkEvent*, gpointer data) {
-    static_cast<RealDesktop*>(data)->OnEvent(*static_cast<XEvent*>(event));
-    return GDK_FILTER_CONTINUE;
+    auto& desktop = *static_cast<RealDesktop*>(data);
+    const auto& x_event = *static_cast<XEvent*>(event);
+    desktop.OnEvent(x_event);
+    // The toolkit frees what it has of a window that it hears is gone, which is
+    // the window's own to do.
+    return desktop.TakeLoss(x_event) ? GDK_FILTER_REMOVE : GDK_FILTER_CONTINUE;
   }
 
   RealDesktop& desktop_;
@@ -76,9 +80,16 @@ RealDesktop::RealDesktop(rpc::loop::Sequence& sequence,
       queue_(sequence),
       filter_(std::make_unique<EventFilter>(*this)),
       monitor_event_(x11::SelectMonitorEvents(display_)),
-      monitors_(x11::ReadMonitors(display_)) {}
+      monitors_(x11::ReadMonitors(display_)) {
+  // Another program may destroy a window at any moment. Until the event that
+  // tells of it has come, GTK and what it draws with go on using the window,
+  // and the errors that this brings would end the program.
+  gdk_x11_display_error_trap_push(gdk_display_get_default());
+}
 
-RealDesktop::~RealDesktop() = default;
+RealDesktop::~RealDesktop() {
+  gdk_x11_display_error_trap_pop_ignored(gdk_display_get_default());
+}
 
 void RealDesktop::Lose() {
   // Their destruction would use the display.
@@ -588,6 +599,31 @@ void RealDesktop::OnEvent(const x11::Event& event) {
     quiet_is_posted_ = false;
     OnQuiet();
   });
+}
+
+// As a change like any other, since one that is under way uses the window.
+bool RealDesktop::TakeLoss(const x11::Event& event) {
+  if (event.type != DestroyNotify ||
+      event.xdestroywindow.event != event.xdestroywindow.window) {
+    return false;
+  }
+  const RealWindow* const lost = FindByXid(event.xdestroywindow.window);
+  if (lost == nullptr)
+    return false;
+  const int64_t id = lost->id();
+  Enqueue(
+      id,
+      [this, id, event = XEvent(event)](Completion done) mutable {
+        RealWindow* const window = Find(id);
+        if (window == nullptr)
+          return done(NoWindow(id));
+        Destroy(*window, rpc::WINDOW_CLOSE_REASON_UNSPECIFIED);
+        // Now that the toolkit has let go of it, it may hear of it.
+        XPutBackEvent(event.xany.display, &event);
+        done(absl::OkStatus());
+      },
+      [](const absl::Status&) {});
+  return true;
 }
 
 // While a change is under way, its window is between two states.

@@ -165,6 +165,9 @@ class RealDesktop final : public window_host::WindowSystem,
   void Destroy(RealWindow& window, rpc::WindowCloseReason reason);
   void TellChanged(int64_t id);
   void OnEvent(const x11::Event& event);
+  // Whether the event says that another program has destroyed a window, which
+  // then is gone here, too.
+  bool TakeLoss(const x11::Event& event);
   void OnQuiet();
   // Monitors may have come or gone: windows of those that have gone are brought
   // to those that are there.

@@ -119,6 +119,11 @@ class Observer:
         """Asks the window manager to close it, as a task bar does."""
         self.request(seen, "_NET_CLOSE_WINDOW", Xlib.X.CurrentTime, 2)
 
+    def destroy(self, seen: "Seen") -> None:
+        """Takes it away, which the X server lets any program do."""
+        seen.window.destroy()
+        self._display.sync()
+
     def unmaximize(self, seen: "Seen") -> None:
         """As a user does with the window manager's keys."""
         names = ("_NET_WM_STATE_MAXIMIZED_VERT", "_NET_WM_STATE_MAXIMIZED_HORZ")

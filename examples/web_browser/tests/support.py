@@ -12,7 +12,7 @@ from observer import Bounds, Observer
 from programs import OPENBOX, TIMEOUT, Screen, WebBrowser, WindowManager
 from torvane import Code, RpcError
 
-USER, CALL, SHUTDOWN = 1, 2, 3
+UNSPECIFIED, USER, CALL, SHUTDOWN = 0, 1, 2, 3
 
 
 class BrowserTestCase(unittest.TestCase):

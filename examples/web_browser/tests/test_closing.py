@@ -5,7 +5,7 @@ import queue
 import unittest
 
 from programs import TIMEOUT
-from support import CALL, SHUTDOWN, USER, BrowserTestCase, PageTestCase
+from support import CALL, SHUTDOWN, UNSPECIFIED, USER, BrowserTestCase, PageTestCase
 from torvane import Code
 
 
@@ -172,6 +172,53 @@ class ByThePage(PageTestCase):
         self.seen().click(200, 300)
         self.assertEqual(questions.next(), (1, USER))
         self.assertEqual(events.get(TIMEOUT).reason, USER)
+
+
+# Painted all the time: what is drawn while nobody knows yet is drawn on nothing.
+PAINTED = (
+    "data:text/html,<title>page {}</title><style>body {{ animation: fade .1s infinite }}"
+    "@keyframes fade {{ to {{ background: black }} }}</style>"
+)
+
+
+class ByAnotherProgram(BrowserTestCase):
+    """One destroys the window, and asks nobody."""
+
+    arguments = tuple(PAINTED.format(number) for number in range(1, 6))
+
+    def test_its_clients_are_told_and_the_others_stay(self):
+        events = self.windows.closed(*range(2, 6))
+        for number in range(1, 6):
+            seen = self.seen(number)
+            self.observer.wait_until(
+                lambda seen=seen, number=number: seen.title() == f"page {number}", "the pages"
+            )
+        for number in range(2, 6):
+            with self.subTest(number):
+                self.observer.destroy(self.seen(number))
+                event = events.get(TIMEOUT)
+                self.assertEqual((event.browser_id.value, event.reason), (number, UNSPECIFIED))
+                self.assertEqual(event.title, f"page {number}")
+                self.expect_error(Code.NOT_FOUND, "No window", self.windows.get_bounds, number)
+        self.windows.maximize(1)
+        self.assertTrue(self.seen(1).is_maximized())
+        self.assertEqual(self.observer.numbers(), [1])
+        # The toolkit has nothing to warn of.
+        self.assertNotIn(" **: ", self.browser.records())
+
+    def test_a_change_that_is_under_way_finds_no_window(self):
+        self.seen(2)
+        self.manager.hang()
+        with self.parallel() as start:
+            changing = start(self.windows.maximize, 2)
+            # Its reply comes when the change has been begun.
+            self.windows.is_visible(1)
+            self.observer.destroy(self.seen(2))
+            self.manager.go_on()
+        error = changing.exception()
+        self.assertEqual((error.code, error.text), (Code.NOT_FOUND, "No window 2."))
+        self.windows.maximize(1)
+        self.assertTrue(self.seen(1).is_maximized())
 
 
 if __name__ == "__main__":
