@@ -1,8 +1,10 @@
 """Window managers that refuse, hang or are not there: who it was, and at once."""
 
+import asyncio
 import concurrent.futures
 import unittest
 
+import torvane
 from observer import WITHDRAWN
 from programs import TIMEOUT
 from support import BrowserTestCase
@@ -146,15 +148,29 @@ class ClosedMeanwhile(BrowserTestCase):
     arguments = ("--windows", "2")
 
     def test_a_change_behind_the_closing_finds_no_window(self):
-        # Both are sent before either is answered.
-        with self.parallel() as start:
-            closing = start(self.windows.close, 2)
-            changing = start(self.windows.maximize, 2)
-        self.assertTrue(closing.result())
-        error = changing.exception()
-        if error is not None:
-            self.assertEqual((error.code, error.text), (Code.NOT_FOUND, "No window 2."))
+        self.seen(2)
+        self.manager.hang()
+        asyncio.run(self.close_and_maximize())
         self.assertEqual(self.observer.numbers(), [1])
+
+    async def close_and_maximize(self):
+        async with await torvane.connect(self.browser.socket) as client:
+            windows = client.windows
+            # Waits for the window manager, and the others behind it.
+            waiting = asyncio.ensure_future(windows.maximize(1))
+            closing = asyncio.ensure_future(windows.close(2))
+            # Nobody is asked, so the closing is one of them before the last reply.
+            for _ in range(3):
+                self.assertTrue(await windows.is_visible(2))
+            changing = asyncio.ensure_future(windows.maximize(2))
+            self.assertTrue(await windows.is_visible(2))
+            self.manager.go_on()
+            await waiting
+            self.assertTrue(await closing)
+            with self.assertRaises(torvane.RpcError) as caught:
+                await changing
+        error = caught.exception
+        self.assertEqual((error.code, error.text), (Code.NOT_FOUND, "No window 2."))
 
 
 if __name__ == "__main__":
