@@ -90,13 +90,6 @@ class Properties(BrowserTestCase):
         self.windows.set_window_style_flags(1, closable=True, minimizable=True, resizable=True)
         self.assertNotEqual(self.header(), before)
 
-    def test_full_size_content_puts_the_page_beneath_the_bar(self):
-        flags = dict(titled=True, closable=True, minimizable=True, resizable=True)
-        bounds = self.seen().bounds()
-        self.windows.set_window_style_flags(1, full_size_content=True, **flags)
-        self.assertTrue(self.windows.get_window_style_flags(1).full_size_content)
-        self.assertEqual(self.seen().bounds(), bounds)
-
     def test_not_resizable(self):
         x, y, width, height = self.seen().bounds()
         self.windows.set_window_style_flags(1, titled=True)
@@ -159,6 +152,29 @@ class Properties(BrowserTestCase):
             1,
             material="MATERIAL_WINDOW",
         )
+
+
+class FullSizeContent(PageTestCase):
+    page = """
+      <script>
+        onresize = () => document.title = `${innerHeight} high`;
+        onresize();
+      </script>"""
+
+    def test_puts_the_page_beneath_the_bar(self):
+        flags = dict(titled=True, closable=True, minimizable=True, resizable=True)
+        bounds = (0, 0, 640, 480)
+        self.set_bounds(1, bounds)
+        below = [f"{480 - header} high" for header in range(1, 60)]
+        seen = self.seen()
+        self.observer.wait_until(lambda: seen.title() in below, "a page below the header bar")
+        title = seen.title()
+        self.windows.set_window_style_flags(1, full_size_content=True, **flags)
+        self.assertTrue(self.windows.get_window_style_flags(1).full_size_content)
+        self.expect_bounds(1, bounds)
+        self.wait_for_title("480 high")
+        self.windows.set_window_style_flags(1, **flags)
+        self.wait_for_title(title)
 
 
 class Vibrancy(BrowserTestCase):
