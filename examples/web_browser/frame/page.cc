@@ -22,6 +22,8 @@ WebKitWebContext* Context() {
     webkit_memory_pressure_settings_set_memory_limit(
         memory, static_cast<guint>(Page::kMaxPageBytes >> 20));
     webkit_memory_pressure_settings_set_kill_threshold(memory, 1.0);
+    webkit_memory_pressure_settings_set_poll_interval(
+        memory, Page::kSecondsBetweenLooks);
     WebKitWebsiteDataManager* data =
         webkit_website_data_manager_new_ephemeral();
     auto* made = WEBKIT_WEB_CONTEXT(

@@ -45,8 +45,10 @@ class PageObserver {
 
 class Page {
  public:
-  // More than this ends the page's process.
+  // More than this ends the page's process. It is looked at so often that a
+  // page that grows fast does not take the whole machine's memory meanwhile.
   static constexpr size_t kMaxPageBytes = size_t{2} << 30;
+  static constexpr double kSecondsBetweenLooks = 1;
 
   explicit Page(PageObserver& observer);
   Page(const Page&) = delete;

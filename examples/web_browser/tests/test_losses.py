@@ -13,6 +13,9 @@ from support import SHUTDOWN, BrowserTestCase, PageTestCase
 from torvane import Code
 
 CRASHED = "This page has crashed."
+TOO_LARGE = "This page has used too much memory."
+# A page may have 2 GiB.
+IS_LITTLE_MEMORY = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") < 6 << 30
 
 
 class PageProcesses(PageTestCase):
@@ -21,7 +24,15 @@ class PageProcesses(PageTestCase):
         const load = (history.state || 0) + 1;
         history.replaceState(load, '');
         document.title = `load ${load}`;
-        addEventListener('keydown', event => { if (event.key == 'h') for (;;); });
+        const kept = [];
+        const grow = () => {
+          if (kept.length < 40)
+            kept.push(new Uint8Array(64 << 20).fill(1));
+        };
+        addEventListener('keydown', event => {
+          if (event.key == 'h') for (;;);
+          if (event.key == 'm') setInterval(grow, 10);
+        });
       </script>"""
 
     def setUp(self):
@@ -42,6 +53,16 @@ class PageProcesses(PageTestCase):
         (process,) = self.page_processes()
         os.kill(process, signal.SIGKILL)
         self.wait_for_title(CRASHED)
+        self.windows.maximize(1)
+        self.assertTrue(self.seen().is_maximized())
+        self.browser.say("command 1 reload")
+        self.wait_for_title("load 1")
+
+    @unittest.skipIf(IS_LITTLE_MEMORY, "there is little memory")
+    def test_one_that_eats_memory_loses_its_page_which_can_be_reloaded(self):
+        self.windows.focus(1)
+        self.observer.key("m")
+        self.wait_for_title(TOO_LARGE)
         self.windows.maximize(1)
         self.assertTrue(self.seen().is_maximized())
         self.browser.say("command 1 reload")
