@@ -3,7 +3,7 @@
 import unittest
 
 from observer import ICONIC, NORMAL, WITHDRAWN
-from support import BrowserTestCase
+from support import BrowserTestCase, PageTestCase
 from torvane import Code
 
 
@@ -143,6 +143,36 @@ class HeaderBar(BrowserTestCase):
         seen = self.seen()
         seen.click(300, 15, times=2)
         self.observer.wait_until(seen.is_maximized, "the window, maximized")
+
+
+    def test_its_buttons_maximize_restore_and_minimize(self):
+        seen = self.seen()
+        maximize, minimize = 38, 62
+        self.click_button(maximize)
+        self.observer.wait_until(seen.is_maximized, "the window, maximized")
+        # The bar is as wide as the window when the change is over.
+        self.windows.set_title(1, title="maximized")
+        self.click_button(maximize)
+        self.observer.wait_until(lambda: not seen.is_maximized(), "the window, restored")
+        self.windows.set_title(1, title="restored")
+        self.click_button(minimize)
+        self.observer.wait_until(lambda: seen.wm_state() == ICONIC, "the window, minimized")
+
+    def click_button(self, from_the_right):
+        _, _, width, _ = self.seen().bounds()
+        self.seen().click(width - from_the_right, 15)
+
+
+class Focus(PageTestCase):
+    page = "<title>page</title><script>onkeydown = event => document.title = event.key</script>"
+
+    def test_takes_the_keyboard_from_the_find_bar(self):
+        self.wait_for_title("page")
+        self.browser.say("command 1 find")
+        self.browser.expect("Window 1 executes find: nobody answers for it.")
+        self.windows.focus(1)
+        self.observer.key("x")
+        self.wait_for_title("x")
 
 
 class Independence(BrowserTestCase):
