@@ -140,6 +140,19 @@ class Commands(PageTestCase):
         self.wait_for_title("load 2 width 800")
 
 
+class WindowsOfPages(PageTestCase):
+    page = "<title>page</title><script>onclick = () => open('about:blank')</script>"
+
+    def test_open_by_a_click(self):
+        self.wait_for_title("page")
+        directory = self.client.service("rpc.directory.WindowDirectory")
+        opened = directory.when_window_opened(0)
+        self.windows.is_visible(1)
+        self.seen().click(200, 300)
+        self.assertEqual(opened.get(TIMEOUT).window.browser_id.value, 2)
+        self.assertEqual(self.observer.numbers(), [1, 2])
+
+
 class ContextMenu(PageTestCase):
     page = """
       <title>first</title>
