@@ -494,11 +494,39 @@ void RealDesktop::GoBack(RealWindow& window,
   Adjust(display_, window.frame(), window.managed(), *present, former,
          [this, &window, former, active,
           end = std::move(end)](const absl::Status& status) mutable {
-           // What is mapped the window manager may have activated.
-           if (windows_.empty() || former.active || !window.IsActive())
+           if (windows_.empty() || former.active)
              return end(status);
-           window.managed().Deactivate(active, std::move(end));
+           GiveActivationBack(window, active, std::move(end));
          });
+}
+
+void RealDesktop::GiveActivationBack(RealWindow& window,
+                                     x11::WindowId former,
+                                     Completion done) {
+  const auto is_back = [this, former] {
+    return display_.ActiveWindow() == former;
+  };
+  // The window manager may have activated what was mapped, and when that goes
+  // again it passes the activation on, mostly to the one that had it.
+  display_.confirmations().Await({
+      .look =
+          [is_back] {
+            return is_back() ? x11::Verdict::kHolds : x11::Verdict::kNotYet;
+          },
+      .refusal = [] { return absl::OkStatus(); },
+      .timeout = [] { return absl::OkStatus(); },
+      .gone = NoWindow(window.id()),
+      .done =
+          [this, &window, former, is_back,
+           done = std::move(done)](const absl::Status& status) mutable {
+            if (windows_.empty() || is_back())
+              return done(status);
+            if (RealWindow* const own = FindByXid(former))
+              return own->managed().Activate(std::move(done));
+            window.managed().Deactivate(former, std::move(done));
+          },
+      .passes = x11::kPassesOfActivation,
+  });
 }
 
 void RealDesktop::PassActivationOn(RealWindow& window,
@@ -544,7 +572,7 @@ const RealWindow* RealDesktop::Find(int64_t id) const {
   return it == windows_.end() ? nullptr : it->second.get();
 }
 
-const RealWindow* RealDesktop::FindByXid(x11::WindowId xid) const {
+RealWindow* RealDesktop::FindByXid(x11::WindowId xid) const {
   for (const auto& [id, window] : windows_) {
     if (window->managed().window() == xid)
       return window.get();

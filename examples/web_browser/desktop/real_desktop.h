@@ -141,6 +141,11 @@ class RealDesktop final : public window_host::WindowSystem,
               x11::WindowId active,
               const absl::Status& failure,
               Completion done);
+  // Waits until `former` is active again, after `window` was mapped and is gone
+  // again; where the window manager does not make it so, it is asked to.
+  void GiveActivationBack(RealWindow& window,
+                          x11::WindowId former,
+                          Completion done);
   void PlaceExactly(RealWindow& window,
                     const window_host::WindowForm& form,
                     Completion done);
@@ -156,7 +161,7 @@ class RealDesktop final : public window_host::WindowSystem,
 
   RealWindow* Find(int64_t id);
   const RealWindow* Find(int64_t id) const;
-  const RealWindow* FindByXid(x11::WindowId xid) const;
+  RealWindow* FindByXid(x11::WindowId xid) const;
   // The next window that may take the activation from this one; null for none.
   const RealWindow* NextToActivate(int64_t id) const;
   bool IsAnotherVisible(int64_t id) const;

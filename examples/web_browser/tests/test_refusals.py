@@ -5,7 +5,7 @@ import concurrent.futures
 import unittest
 
 import torvane
-from observer import WITHDRAWN
+from observer import ICONIC, WITHDRAWN
 from programs import TIMEOUT
 from support import BrowserTestCase
 from torvane import Code
@@ -125,6 +125,20 @@ class Refused(BrowserTestCase):
         self.windows.exit_full_screen(1)
         self.windows.show(1)
         self.assertTrue(seen.is_active())
+
+    def test_the_active_window_stays_active_when_another_cannot_be_brought_back_as_it_is(self):
+        self.windows.set_window_style_flags(2, titled=True, utility=True)
+        for _ in range(100):
+            self.windows.minimize(2)
+            self.windows.activate(1)
+            self.expect_error(
+                Code.FAILED_PRECONDITION,
+                "Openbox refused to show full screen window 2.",
+                self.windows.enter_full_screen,
+                2,
+            )
+            self.assertTrue(self.seen(1).is_active())
+            self.assertEqual(self.seen(2).wm_state(), ICONIC)
 
 
 class ManyBehindAHangingWindowManager(BrowserTestCase):

@@ -30,10 +30,6 @@ constexpr long kSourceIsPager = 2;
 constexpr long kRemoveState = 0;
 constexpr long kAddState = 1;
 
-// The window manager learns of a new active window from the server, after it
-// has asked for it: by the second fence.
-constexpr int kPassesOfActivation = 2;
-
 // Some window managers minimize when they have nothing else to do.
 constexpr milliseconds kGraceOfMinimizing{250};
 

@@ -56,6 +56,10 @@
 
 namespace web_browser::x11 {
 
+// The window manager learns of a new active window from the server, after it
+// has asked for it: by the second fence.
+inline constexpr int kPassesOfActivation = 2;
+
 class ManagedWindow {
  public:
   // `id` is what texts call it.
