@@ -492,22 +492,20 @@ void RealDesktop::GoBack(RealWindow& window,
   if (!present.ok())
     return end(present.status());
   Adjust(display_, window.frame(), window.managed(), *present, former,
-         [this, &window, former, active,
+         [this, former, active,
           end = std::move(end)](const absl::Status& status) mutable {
            if (windows_.empty() || former.active)
              return end(status);
-           GiveActivationBack(window, active, std::move(end));
+           GiveActivationBack(active, std::move(end));
          });
 }
 
-void RealDesktop::GiveActivationBack(RealWindow& window,
-                                     x11::WindowId former,
-                                     Completion done) {
+void RealDesktop::GiveActivationBack(x11::WindowId former, Completion done) {
   const auto is_back = [this, former] {
     return display_.ActiveWindow() == former;
   };
-  // The window manager may have activated what was mapped, and when that goes
-  // again it passes the activation on, mostly to the one that had it.
+  // The window manager may have activated the window, and when that goes again
+  // it passes the activation on, mostly to the one that had it.
   display_.confirmations().Await({
       .look =
           [is_back] {
@@ -515,15 +513,17 @@ void RealDesktop::GiveActivationBack(RealWindow& window,
           },
       .refusal = [] { return absl::OkStatus(); },
       .timeout = [] { return absl::OkStatus(); },
-      .gone = NoWindow(window.id()),
+      .gone = absl::OkStatus(),
       .done =
-          [this, &window, former, is_back,
+          [this, former, is_back,
            done = std::move(done)](const absl::Status& status) mutable {
             if (windows_.empty() || is_back())
               return done(status);
             if (RealWindow* const own = FindByXid(former))
               return own->managed().Activate(std::move(done));
-            window.managed().Deactivate(former, std::move(done));
+            if (RealWindow* const own = FindByXid(display_.ActiveWindow()))
+              return own->managed().Deactivate(former, std::move(done));
+            done(status);
           },
       .passes = x11::kPassesOfActivation,
   });

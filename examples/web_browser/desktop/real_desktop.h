@@ -141,11 +141,10 @@ class RealDesktop final : public window_host::WindowSystem,
               x11::WindowId active,
               const absl::Status& failure,
               Completion done);
-  // Waits until `former` is active again, after `window` was mapped and is gone
-  // again; where the window manager does not make it so, it is asked to.
-  void GiveActivationBack(RealWindow& window,
-                          x11::WindowId former,
-                          Completion done);
+  // Waits until `former`, 0 for none, is active again, after another window was
+  // there for a moment. Where the window manager does not make it so, it is
+  // asked to.
+  void GiveActivationBack(x11::WindowId former, Completion done);
   void PlaceExactly(RealWindow& window,
                     const window_host::WindowForm& form,
                     Completion done);

@@ -126,19 +126,30 @@ class Refused(BrowserTestCase):
         self.windows.show(1)
         self.assertTrue(seen.is_active())
 
-    def test_the_active_window_stays_active_when_another_cannot_be_brought_back_as_it_is(self):
+    def expect_that_it_cannot_be_brought_back(self):
+        self.expect_error(
+            Code.FAILED_PRECONDITION,
+            "Openbox refused to show full screen window 2.",
+            self.windows.enter_full_screen,
+            2,
+        )
+        self.assertEqual(self.seen(2).wm_state(), ICONIC)
+
+    def test_the_active_window_stays_active_when_another_cannot_be_brought_back(self):
         self.windows.set_window_style_flags(2, titled=True, utility=True)
         for _ in range(100):
             self.windows.minimize(2)
             self.windows.activate(1)
-            self.expect_error(
-                Code.FAILED_PRECONDITION,
-                "Openbox refused to show full screen window 2.",
-                self.windows.enter_full_screen,
-                2,
-            )
+            self.expect_that_it_cannot_be_brought_back()
             self.assertTrue(self.seen(1).is_active())
-            self.assertEqual(self.seen(2).wm_state(), ICONIC)
+
+    def test_no_window_becomes_active_when_one_cannot_be_brought_back(self):
+        self.windows.set_window_style_flags(2, titled=True, utility=True)
+        self.windows.set_activation_independence_enabled(1, enabled=True)
+        self.windows.minimize(2)
+        for _ in range(50):
+            self.expect_that_it_cannot_be_brought_back()
+            self.assertNotIn(self.observer.active(), {self.seen(1).xid, self.seen(2).xid})
 
 
 class ManyBehindAHangingWindowManager(BrowserTestCase):
