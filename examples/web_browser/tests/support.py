@@ -106,6 +106,25 @@ class BrowserTestCase(unittest.TestCase):
         self.assertIn(text, caught.exception.text)
 
 
+class OneBrowserTestCase(BrowserTestCase):
+    """All tests of the class share the browser, whose windows each leaves as usual:
+    shown, neither minimized, maximized nor full screen."""
+
+    _first: BrowserTestCase
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        super().setUpClass()
+        first = cls()
+        cls.addClassCleanup(first.doCleanups)
+        BrowserTestCase.setUp(first)
+        cls._first = first
+
+    def setUp(self) -> None:
+        for name in ("manager", "browser", "observer", "client", "windows"):
+            setattr(self, name, getattr(self._first, name))
+
+
 class PageTestCase(BrowserTestCase):
     """The window shows a page of the test's, which says what happens by its title."""
 

@@ -3,13 +3,17 @@
 import unittest
 
 from programs import Screen
-from support import BrowserTestCase
+from support import OneBrowserTestCase
 from torvane import Code
 
 SMALLEST = (160, 120)
 
 
-class Bounds(BrowserTestCase):
+class Bounds(OneBrowserTestCase):
+    def setUp(self):
+        super().setUp()
+        self.set_bounds(1, (40, 30, 640, 480))
+
     def test_position_and_size(self):
         self.windows.set_position(1, x=30, y=40)
         left, top, width, height = self.bounds()

@@ -147,7 +147,7 @@ class Refused(BrowserTestCase):
         self.windows.set_window_style_flags(2, titled=True, utility=True)
         self.windows.set_activation_independence_enabled(1, enabled=True)
         self.windows.minimize(2)
-        for _ in range(50):
+        for _ in range(5):
             self.expect_that_it_cannot_be_brought_back()
             self.assertNotIn(self.observer.active(), {self.seen(1).xid, self.seen(2).xid})
 
