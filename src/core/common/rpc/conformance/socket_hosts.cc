@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "core/common/rpc/conformance/transport_under_test.h"
 #include "core/common/rpc/loop/readable_watch.h"
 #include "core/common/rpc/loop/scoped_fd.h"
+#include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/testing/host_process.h"
 #include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/testing/socket_pair.h"
@@ -26,10 +28,24 @@ namespace {
 
 using loop::ScopedFd;
 
-// Requests may be as long as responses.
+// Requests may be as long as responses, and take as long as a busy machine
+// needs for each of their bytes.
+serving::Limits PatientLimits() {
+  serving::Limits limits;
+  limits.max_client_frame_bytes = limits.max_frame_bytes;
+  limits.frame_timeout = std::chrono::hours(1);
+  return limits;
+}
+
 transport::ServerOptions Options() {
   transport::ServerOptions options;
-  options.limits.max_client_frame_bytes = options.limits.max_frame_bytes;
+  options.limits = PatientLimits();
+  return options;
+}
+
+transport::ClientOptions OptionsOfClients() {
+  transport::ClientOptions options;
+  options.limits = PatientLimits();
   return options;
 }
 
@@ -111,8 +127,8 @@ class SocketPair : public Host {
  protected:
   std::unique_ptr<Link> Connect(ScopedFd client_end, ScopedFd server_end) {
     server_.Adopt(std::move(server_end));
-    return std::make_unique<SocketLink>(
-        transport::Client::Adopt(loop_, std::move(client_end)));
+    return std::make_unique<SocketLink>(transport::Client::Adopt(
+        loop_, std::move(client_end), OptionsOfClients()));
   }
 
  private:
@@ -174,7 +190,7 @@ class Process final : public Host {
  public:
   std::unique_ptr<Link> Connect() override {
     return std::make_unique<SocketLink>(
-        transport::Client::Connect(loop_, path_));
+        transport::Client::Connect(loop_, path_, OptionsOfClients()));
   }
   void Stop() override { process_.reset(); }
   bool HasStreams() const override {
