@@ -3,6 +3,7 @@
 import concurrent.futures
 import contextlib
 import os
+import shutil
 import tempfile
 import unittest
 from typing import Any, Callable, Dict, Iterator, Sequence
@@ -11,6 +12,8 @@ import torvane.blocking
 from observer import Bounds, Observer
 from programs import OPENBOX, TIMEOUT, Screen, WebBrowser, WindowManager
 from torvane import Code, RpcError
+
+needs_xfwm4 = unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
 
 UNSPECIFIED, USER, CALL, SHUTDOWN = 0, 1, 2, 3
 

@@ -46,7 +46,7 @@ class Commands(PageTestCase):
 
     def setUp(self):
         super().setUp()
-        self.windows.set_bounds(1, bounds=dict(x=0, y=0, width=800, height=600))
+        self.set_bounds(1, (0, 0, 800, 600))
         self.wait_for_title("load 1 width 800")
         self.windows.focus(1)
         self.answers = Answers(self)

@@ -18,15 +18,6 @@ TOO_LARGE = "This page has used too much memory."
 IS_LITTLE_MEMORY = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE") < 6 << 30
 
 
-class TwoPages(PageTestCase):
-    windows_of_page = 2
-
-    def test_each_window_has_a_process_of_its_own(self):
-        for number in (1, 2):
-            self.wait_for_title("page", number)
-        self.assertEqual(len(self.browser.children("WebKitWebProcess")), 2)
-
-
 class PageProcesses(PageTestCase):
     page = """
       <script>
@@ -50,6 +41,14 @@ class PageProcesses(PageTestCase):
 
     def page_processes(self):
         return self.browser.children("WebKitWebProcess")
+
+    def test_each_window_has_its_own(self):
+        (first,) = self.page_processes()
+        directory = self.client.service("rpc.directory.WindowDirectory")
+        directory.open_window(url=f"file://{self.path}")
+        self.wait_for_title("load 1", 2)
+        self.assertEqual(len(self.page_processes()), 2)
+        self.assertIn(first, self.page_processes())
 
     def test_a_crash_costs_the_page_which_can_be_reloaded(self):
         (process,) = self.page_processes()
@@ -88,7 +87,7 @@ class PageProcesses(PageTestCase):
         self.observer.key("h")
         # Keys that the page does not take come to the window afterwards, and it
         # takes none now. But the browser's own do.
-        self.windows.set_bounds(1, bounds=dict(x=10, y=20, width=500, height=400))
+        self.set_bounds(1, (10, 20, 500, 400))
         self.assertEqual(self.seen().bounds(), (10, 20, 500, 400))
         self.assertTrue(self.windows.close(1))
 

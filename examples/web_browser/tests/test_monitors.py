@@ -3,11 +3,10 @@
 At both scales, and under both window managers.
 """
 
-import shutil
 import unittest
 
 from programs import XFWM4, TwoMonitors
-from support import BrowserTestCase
+from support import BrowserTestCase, needs_xfwm4
 
 
 class Monitors(BrowserTestCase):
@@ -109,12 +108,12 @@ class ScaledUnplugged(Unplugged):
     scale = 2
 
 
-@unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
+@needs_xfwm4
 class Xfwm4States(States):
     window_manager = XFWM4
 
 
-@unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
+@needs_xfwm4
 class Xfwm4Unplugged(Unplugged):
     window_manager = XFWM4
 

@@ -186,9 +186,8 @@ class Vibrancy(BrowserTestCase):
         self.addCleanup(compositor.close)
 
     def test_what_is_behind_shows_through(self):
-        everything = dict(x=0, y=0, width=400, height=400)
         for number in (1, 2):
-            self.windows.set_bounds(number, bounds=everything)
+            self.set_bounds(number, (0, 0, 400, 400))
         page = (100, 100, 1, 1)
         opaque = self.observer.screen_pixels(page)
         self.windows.set_vibrancy(2, material="MATERIAL_WINDOW")

@@ -26,7 +26,7 @@ class NoWindowManager(BrowserTestCase):
         self.assertFalse(self.windows.is_maximized(1))
 
     def test_the_server_itself_sets_bounds(self):
-        self.windows.set_bounds(1, bounds=dict(x=7, y=8, width=300, height=301))
+        self.set_bounds(1, (7, 8, 300, 301))
         self.assertEqual(self.seen().bounds(), (7, 8, 300, 301))
         self.assertEqual(self.bounds(), (7, 8, 300, 301))
 

@@ -205,8 +205,8 @@ class Independence(BrowserTestCase):
         self.windows.set_activation_independence_enabled(2, enabled=True)
         self.windows.activate(1)
         for number in (1, 3):
-            self.windows.set_bounds(number, bounds=dict(x=600, y=500, width=300, height=300))
-        self.windows.set_bounds(2, bounds=dict(x=0, y=0, width=300, height=300))
+            self.set_bounds(number, (600, 500, 300, 300))
+        self.set_bounds(2, (0, 0, 300, 300))
         self.seen(2).click(150, 200)
         seen = self.seen(2)
         self.observer.wait_until(seen.is_active, "activation by a click")

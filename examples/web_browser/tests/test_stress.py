@@ -21,8 +21,7 @@ class OneAfterTheOther(BrowserTestCase):
         area = self.observer.work_area()
         for loop in range(LOOPS):
             normal = (loop % 97, loop % 89, 400 + loop % 101, 300 + loop % 103)
-            x, y, width, height = normal
-            self.windows.set_bounds(1, bounds=dict(x=x, y=y, width=width, height=height))
+            self.set_bounds(1, normal)
             self.windows.maximize(1)
             self.assertEqual((seen.is_maximized(), seen.bounds()), (True, area), loop)
             self.assertEqual(self.bounds(), seen.bounds(), loop)
@@ -94,8 +93,7 @@ class Many(PageTestCase):
         self.assertEqual(len(self.browser.children("WebKitWebProcess")), WINDOWS)
         for number in numbers:
             bounds = (number, 2 * number, 300 + number, 200 + number)
-            x, y, width, height = bounds
-            self.windows.set_bounds(number, bounds=dict(x=x, y=y, width=width, height=height))
+            self.set_bounds(number, bounds)
             self.assertEqual(self.seen(number).bounds(), bounds)
         for number in numbers:
             self.windows.activate(number)

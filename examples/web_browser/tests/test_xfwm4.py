@@ -1,15 +1,14 @@
 """The same under xfwm4, which does much of it otherwise than openbox."""
 
-import shutil
 import unittest
 
 from observer import ICONIC, NORMAL, WITHDRAWN
 from programs import TIMEOUT, XFWM4
-from support import USER, BrowserTestCase
+from support import USER, BrowserTestCase, needs_xfwm4
 from torvane import Code
 
 
-@unittest.skipIf(shutil.which("xfwm4") is None, "there is no xfwm4")
+@needs_xfwm4
 class Xfwm4(BrowserTestCase):
     window_manager = XFWM4
     arguments = ("--windows", "2")
