@@ -36,13 +36,6 @@ using grpc::BackendClient;
 using grpc::BackendMethod;
 using grpc::BackendSink;
 
-// Requests may be as long as responses.
-serving::Limits Limits() {
-  serving::Limits limits;
-  limits.max_client_frame_bytes = limits.max_frame_bytes;
-  return limits;
-}
-
 // What has gone over streams.
 struct Traffic {
   bool has_all_arrived() const { return sent == arrived; }
@@ -344,7 +337,7 @@ class GrpcHost : public Host {
   void Serve(Backend& backend) {
     counted_ = std::make_unique<CountedBackend>(backend, traffic_);
     grpc::FrontOptions options;
-    options.limits = Limits();
+    options.limits = PatientLimits();
     front_ = std::make_unique<grpc::Front>(loop_, *counted_, options);
     address_ =
         absl::StrCat("127.0.0.1:", front_->Listen("127.0.0.1:0").value());
@@ -382,7 +375,7 @@ class GrpcServices final : public GrpcHost {
 
  private:
   ScriptedService service_{loop_};
-  grpc::ServiceBackend backend_{loop_, Limits(),
+  grpc::ServiceBackend backend_{loop_, PatientLimits(),
                                 serving::UnclearMessages::kRefuse};
 };
 
@@ -402,12 +395,12 @@ class GrpcGateway final : public GrpcHost {
  private:
   static transport::ServerOptions ServerOptions() {
     transport::ServerOptions options;
-    options.limits = Limits();
+    options.limits = PatientLimits();
     return options;
   }
   static transport::ReconnectingOptions ConnectionOptions() {
     transport::ReconnectingOptions options;
-    options.client.limits = Limits();
+    options.client.limits = PatientLimits();
     return options;
   }
 

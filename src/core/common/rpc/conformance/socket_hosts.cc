@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -14,7 +13,6 @@
 #include "core/common/rpc/conformance/transport_under_test.h"
 #include "core/common/rpc/loop/readable_watch.h"
 #include "core/common/rpc/loop/scoped_fd.h"
-#include "core/common/rpc/serving/limits.h"
 #include "core/common/rpc/testing/host_process.h"
 #include "core/common/rpc/testing/private_folder.h"
 #include "core/common/rpc/testing/socket_pair.h"
@@ -27,15 +25,6 @@ namespace rpc::conformance {
 namespace {
 
 using loop::ScopedFd;
-
-// Requests may be as long as responses, and take as long as a busy machine
-// needs for each of their bytes.
-serving::Limits PatientLimits() {
-  serving::Limits limits;
-  limits.max_client_frame_bytes = limits.max_frame_bytes;
-  limits.frame_timeout = std::chrono::hours(1);
-  return limits;
-}
 
 transport::ServerOptions Options() {
   transport::ServerOptions options;

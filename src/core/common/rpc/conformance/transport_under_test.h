@@ -25,6 +25,7 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -32,6 +33,7 @@
 #include <vector>
 
 #include "core/common/rpc/loop/loop.h"
+#include "core/common/rpc/serving/limits.h"
 #include "rpc/browser/browser_window.rpc.h"
 #include "rpc/transport/stream_message.pb.h"
 
@@ -118,6 +120,15 @@ class Host {
  protected:
   loop::Loop loop_;
 };
+
+// Requests may be as long as responses, and take as long as a busy machine
+// needs for each of their bytes.
+inline serving::Limits PatientLimits() {
+  serving::Limits limits;
+  limits.max_client_frame_bytes = limits.max_frame_bytes;
+  limits.frame_timeout = std::chrono::hours(1);
+  return limits;
+}
 
 std::unique_ptr<Host> InProcessHost();
 std::unique_ptr<Host> SocketPairHost();
