@@ -149,9 +149,7 @@ TEST_F(Cancellation, ACancelOfAnUnknownCallIsIgnored) {
 
 TEST_F(Cancellation, TheServerAnswersACancelledCallOnce) {
   const auto peer = lab.NewPeer();
-  CallFrame park;
-  park.set_call_id(3);
-  park.set_method_id(peer->IdOf("Park"));
+  const CallFrame park = peer->CallOf("Park", 3);
   peer->Send(Frame::kCall, park);
   CancelFrame cancel;
   cancel.set_call_id(3);
@@ -189,9 +187,7 @@ TEST_F(Cancellation, TheDeadlineEndsTheCallOnBothSides) {
 
 TEST_F(Cancellation, TheServerKeepsTheDeadlineOfAClientThatDoesNot) {
   const auto peer = lab.NewPeer();
-  CallFrame park;
-  park.set_call_id(3);
-  park.set_method_id(peer->IdOf("Park"));
+  CallFrame park = peer->CallOf("Park", 3);
   park.set_timeout_ms(1);
   peer->Send(Frame::kCall, park);
   const auto reply = peer->Receive();

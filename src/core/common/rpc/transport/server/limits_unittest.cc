@@ -194,10 +194,7 @@ void CallForFrameOf(RawPeer& peer, int64_t size) {
 }
 
 void CallPark(RawPeer& peer) {
-  CallFrame call;
-  call.set_call_id(1);
-  call.set_method_id(peer.IdOf("Park"));
-  peer.Send(Frame::kCall, call);
+  peer.Send(Frame::kCall, peer.CallOf("Park", 1));
 }
 
 TEST_F(LimitsTest, ServerClosesAConnectionThatWouldExceedMaxOutboxBytes) {

@@ -163,9 +163,7 @@ TEST_F(ServerTrace, ACancelledCallEndsThen) {
 // the call before the server finds it too late.
 TEST_F(ServerTrace, ACallThatIsTooLateEndsThen) {
   const auto peer = lab.NewPeer();
-  CallFrame park;
-  park.set_call_id(3);
-  park.set_method_id(peer->IdOf("Park"));
+  CallFrame park = peer->CallOf("Park", 3);
   park.set_timeout_ms(1);
   peer->Send(Frame::kCall, park);
   ASSERT_TRUE(peer->Receive());

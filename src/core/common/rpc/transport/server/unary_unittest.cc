@@ -236,9 +236,7 @@ TEST(UnaryCall, AStreamCannotBeCalled) {
 TEST(UnaryCall, AnIdInUseBreaksTheProtocol) {
   Lab lab;
   const auto peer = lab.NewPeer();
-  CallFrame call;
-  call.set_call_id(9);
-  call.set_method_id(peer->IdOf("Park"));
+  const CallFrame call = peer->CallOf("Park", 9);
   peer->Send(Frame::kCall, call);
   peer->Send(Frame::kCall, call);
   testing::internal::CaptureStderr();

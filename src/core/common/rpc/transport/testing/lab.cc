@@ -168,6 +168,13 @@ uint64_t RawPeer::IdOf(const std::string& method) const {
   ABSL_CHECK(false) << "no method " << method;
 }
 
+CallFrame RawPeer::CallOf(const std::string& method, uint64_t call_id) const {
+  CallFrame call;
+  call.set_call_id(call_id);
+  call.set_method_id(IdOf(method));
+  return call;
+}
+
 void RawPeer::Close() {
   std::error_code error;
   socket_.close(error);

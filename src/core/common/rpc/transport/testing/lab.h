@@ -109,6 +109,9 @@ class RawPeer {
   // What `method` of Lab is called on this connection, by its welcome.
   uint64_t IdOf(const std::string& method) const;
 
+  // What starts a call of it, with an empty request.
+  CallFrame CallOf(const std::string& method, uint64_t call_id) const;
+
   void Close();
 
   asio::local::stream_protocol::socket& socket() { return socket_; }

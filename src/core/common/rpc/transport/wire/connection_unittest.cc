@@ -202,9 +202,7 @@ class SlowReader : public ::testing::Test {
     lab::Text request;
     request.set_text(std::string(size_t{kResponseBytes}, 'x'));
     for (uint64_t id = 0; id < count; ++id) {
-      CallFrame call;
-      call.set_call_id(id);
-      call.set_method_id(peer->IdOf("Park"));
+      CallFrame call = peer->CallOf("Park", id);
       request.SerializeToString(call.mutable_request());
       peer->Send(Frame::kCall, call);
     }
