@@ -131,7 +131,10 @@ class GatewayTest : public testing::Test {
 
   // Returns when it listens.
   void StartGateway(std::vector<std::string> words = {}) {
-    gateway_.emplace(GatewayWords(std::move(words)));
+    StartGatewayBy(GatewayWords(std::move(words)));
+  }
+  void StartGatewayBy(const std::vector<std::string>& words) {
+    gateway_.emplace(words);
     const std::string ready = gateway_->ReadLine();
     EXPECT_THAT(ready, StartsWith("rpc_gateway: ready at 127.0.0.1:"));
     address_ = ready.substr(ready.rfind(' ') + 1);
@@ -365,6 +368,19 @@ TEST_F(GatewayTest, ACallIsOverWhenItsTimeIs) {
                                   {.timeout = std::chrono::milliseconds(200)});
   RunUntil([&] { return call->over; });
   EXPECT_TRUE(absl::IsDeadlineExceeded(call->status)) << call->status;
+}
+
+TEST_F(GatewayTest, ACallHasItsTimeThoughTheClockIsSet) {
+  StartHost();
+  std::vector<std::string> words = GatewayWords({});
+  // By an hour whenever the gateway looks at it.
+  words.insert(words.begin(), {"/usr/bin/env", "SET_CLOCK=1",
+                               absl::StrCat("LD_PRELOAD=", SET_CLOCK)});
+  StartGatewayBy(words);
+  const auto call = client().Call(kGetTitle, Window(1),
+                                  {.timeout = std::chrono::minutes(10)});
+  RunUntil([&] { return call->over; });
+  EXPECT_EQ(call->status, absl::OkStatus());
 }
 
 TEST_F(GatewayTest, ACancelledCallLeavesNothing) {

@@ -297,7 +297,7 @@ int HourOfNextRecord(Process& host) {
 // Each look at the clock of the day finds it an hour earlier.
 TEST_F(HostFaultsTest, AClockThatIsSetBackHoldsUpNoTimer) {
   const std::string set_back =
-      absl::StrCat("export LD_PRELOAD=", CLOCK_SET_BACK);
+      absl::StrCat("export SET_CLOCK=-1 LD_PRELOAD=", SET_CLOCK);
   host_ =
       HostAfter(set_back, {"--answer-timeout=0.1", "--handshake-timeout=0.1",
                            "--frame-timeout=0.1"});

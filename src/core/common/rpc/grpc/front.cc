@@ -18,6 +18,7 @@
 
 #include "absl/log/absl_check.h"
 #include "absl/strings/str_cat.h"
+#include "core/common/rpc/grpc/front/deadline.h"
 #include "core/common/rpc/grpc/front/exchange.h"
 #include "core/common/rpc/grpc/front/peer.h"
 #include "core/common/rpc/grpc/front/sliced_tasks.h"
@@ -51,11 +52,7 @@ std::string_view AuthorizationOf(const ::grpc::CallbackServerContext& context) {
 
 Exchange::Beginning BeginningOf(
     const ::grpc::GenericCallbackServerContext& context) {
-  Exchange::Beginning beginning = {context.method(), context.peer(), {}};
-  if (context.deadline() != std::chrono::system_clock::time_point::max()) {
-    beginning.deadline = context.deadline();
-  }
-  return beginning;
+  return {context.method(), context.peer(), DeadlineOf(context.raw_deadline())};
 }
 
 std::shared_ptr<::grpc::ServerCredentials> CredentialsOf(

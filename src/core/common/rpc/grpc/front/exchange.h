@@ -69,7 +69,7 @@ class Exchange final : public std::enable_shared_from_this<Exchange> {
     // "ipv4:127.0.0.1:40312"
     std::string peer;
     // When the client stops waiting; nothing if it never does.
-    std::optional<std::chrono::system_clock::time_point> deadline;
+    std::optional<std::chrono::steady_clock::time_point> deadline;
   };
 
   // Takes the call on the sequence, and may let an observer have it.

@@ -87,7 +87,7 @@ absl::StatusOr<std::chrono::milliseconds> Rpc::TimeLeft() const {
     return std::chrono::milliseconds(0);
   }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-      *deadline - std::chrono::system_clock::now());
+      *deadline - std::chrono::steady_clock::now());
   if (left.count() <= 0) {
     return absl::DeadlineExceededError("no time was left for the call");
   }
