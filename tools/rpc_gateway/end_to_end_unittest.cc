@@ -745,6 +745,7 @@ TEST_F(GatewayTest, AFileThatCannotBeReadIsNamed) {
   std::ofstream file(empty);
   for (const auto& [path, text] :
        {std::pair{folder_.File("missing"), "cannot read "},
+        {folder_.path(), "cannot read "},
         {empty, " is empty"}}) {
     for (const char* flag : {"--tls-certificate", "--tls-key",
                              "--tls-client-ca", "--token-file"}) {

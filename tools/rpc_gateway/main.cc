@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,8 +55,14 @@ absl::Status ReadFile(const std::string& path, std::string& text) {
   if (path.empty()) {
     return absl::OkStatus();
   }
+  // Of a folder nothing can be read: the stream notes that, where its iterators
+  // throw.
   std::ifstream file(path, std::ios::binary);
-  text.assign(std::istreambuf_iterator<char>(file), {});
+  char bytes[4096];
+  do {
+    file.read(bytes, sizeof(bytes));
+    text.append(bytes, static_cast<size_t>(file.gcount()));
+  } while (file);
   if (file.bad() || !file.is_open()) {
     return absl::NotFoundError(absl::StrCat("cannot read ", path));
   }
