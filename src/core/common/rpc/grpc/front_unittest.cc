@@ -67,10 +67,17 @@ std::string Answer(int64_t window, const std::string& text) {
   return answer.SerializeAsString();
 }
 
+// Of grpc.reflection.v1: which file has it.
+std::string SymbolRequest(const std::string& name) {
+  return std::string{4 << 3 | 2, static_cast<char>(name.size())} + name;
+}
+
 constexpr char kEcho[] = "/lab.Lab/Echo";
 constexpr char kPark[] = "/lab.Lab/Park";
 constexpr char kWatch[] = "/lab.Lab/Watch";
 constexpr char kDecide[] = "/lab.Lab/Decide";
+constexpr char kReflection[] =
+    "/grpc.reflection.v1.ServerReflection/ServerReflectionInfo";
 
 class FrontTest : public testing::Test {
  protected:
@@ -512,6 +519,27 @@ TEST_F(FrontTest, WhoDoesNotReadIsCutOff) {
   RunUntil([&] { return server_->counters().streams_now == 0; });
 }
 
+TEST_F(FrontTest, WhoDoesNotReadWhatReflectionTellsIsCutOff) {
+  ServerOptions options;
+  options.front.limits.max_outbox_bytes = 1 << 10;
+  options.front.limits.busy_outbox_bytes = 1 << 10;
+  Serve(options);
+  const auto waiting = [this] {
+    const serving::ServerReport report = server_->Report();
+    return report.connections.empty() ? 0 : report.connections[0].queued_bytes;
+  };
+  SilentPeer peer(port_, kReflection);
+  peer.Say(SymbolRequest("lab.Lab"));
+  RunUntil([&] { return waiting() > 0; });
+  const size_t one_answer = waiting();
+  ASSERT_GT(2 * one_answer, options.front.limits.max_outbox_bytes);
+  peer.Say(SymbolRequest("lab.Lab"));
+  // Nothing else is under way: the next turn is that of the second request.
+  int turns = 0;
+  RunUntil([&] { return turns++ == 1; });
+  EXPECT_EQ(waiting(), one_answer);
+}
+
 TEST_F(FrontTest, LimitsHoldForEachPeer) {
   ServerOptions options;
   options.front.limits.max_streams = 1;
@@ -689,11 +717,9 @@ TEST_F(FrontTest, TheServerTellsOfItsServices) {
   Await(health);
   EXPECT_EQ(health->status, absl::OkStatus());
   EXPECT_EQ(health->response, (std::string{1 << 3, 1}));
-  // Of grpc.reflection.v1: which file has it.
-  const auto reflection = client().Open(
-      "/grpc.reflection.v1.ServerReflection/ServerReflectionInfo");
-  reflection->Send(std::string{4 << 3 | 2, 8} + "lab.Echo");
-  reflection->Send(std::string{4 << 3 | 2, 7} + "lab.Lab");
+  const auto reflection = client().Open(kReflection);
+  reflection->Send(SymbolRequest("lab.Echo"));
+  reflection->Send(SymbolRequest("lab.Lab"));
   Await(reflection, 2);
   EXPECT_THAT(reflection->received[0],
               HasSubstr("there is no symbol lab.Echo"));

@@ -156,8 +156,10 @@ class ReflectionHandler final : public Handler {
 
   void OnMessage(std::string message) override {
     const absl::StatusOr<std::string> answer = answers_->Answer(message);
-    if (!answer.ok()) {
-      rpc_.Fail(answer.status());
+    const absl::Status status =
+        answer.ok() ? rpc_.CheckRoomFor(answer->size()) : answer.status();
+    if (!status.ok()) {
+      rpc_.Fail(status);
       return;
     }
     rpc_.exchange().Write(*answer);

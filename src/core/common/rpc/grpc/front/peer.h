@@ -59,6 +59,7 @@ class Peer final : private BackendSink {
   // For its calls.
   const Shared& shared() const { return shared_; }
   BackendClient& backend() { return *backend_; }
+  absl::Status CheckRoomFor(size_t bytes) const;
   void Forget(uint64_t id);
 
  private:
@@ -72,7 +73,6 @@ class Peer final : private BackendSink {
 
   std::shared_ptr<Rpc> Find(uint64_t id) const;
   std::vector<std::shared_ptr<Rpc>> All() const;
-  absl::Status CheckRoomFor(size_t bytes) const;
 
   const Shared shared_;
   const Exchange::Backlog backlog_ = std::make_shared<std::atomic<size_t>>(0);

@@ -100,6 +100,10 @@ void Rpc::ReadNext() {
   }
 }
 
+absl::Status Rpc::CheckRoomFor(size_t bytes) const {
+  return peer_->CheckRoomFor(bytes);
+}
+
 void Rpc::OnMessage(std::string message) {
   Handle(std::move(message));
 }

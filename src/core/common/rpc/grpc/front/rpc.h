@@ -16,6 +16,7 @@
 #define CORE_COMMON_RPC_GRPC_FRONT_RPC_H_
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -50,6 +51,8 @@ class Rpc final : public Exchange::Observer,
   // How long the client waits yet; zero if it waits for ever.
   absl::StatusOr<std::chrono::milliseconds> TimeLeft() const;
   void ReadNext();
+  // Not OK when the client leaves too much unread for so much more.
+  absl::Status CheckRoomFor(size_t bytes) const;
   // Ends the call for the client and for the backend.
   void Fail(const absl::Status& status);
 

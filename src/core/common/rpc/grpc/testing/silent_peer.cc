@@ -44,8 +44,14 @@ SilentPeer::SilentPeer(int port, const std::string& path)
         {"te", "trailers"}}) {
     headers += std::string(1, '\0') + WithLength(name) + WithLength(value);
   }
-  Send("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + Frame(4, 0, 0, "") +
+  // Of messages no byte may be on its way.
+  const std::string settings = {0, 4, 0, 0, 0, 0};
+  Send("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n" + Frame(4, 0, 0, settings) +
        Frame(1, 4, 1, headers));
+}
+
+void SilentPeer::Say(const std::string& message) {
+  Send(Frame(0, 0, 1, std::string(4, '\0') + WithLength(message)));
 }
 
 void SilentPeer::AwaitEnd() {

@@ -1,5 +1,6 @@
 // A gRPC peer that is written by hand: opens a stream, and says nothing after
-// that. It answers no ping.
+// that unless it is told to. It answers no ping, and takes no message, so that
+// what the server writes waits for ever.
 //
 // Ownership: the test's. Sequence: any.
 //
@@ -19,6 +20,9 @@ class SilentPeer {
   // Opens a stream of the method at `path`, "/rpc.BrowserWindow/GetTitle", at a
   // port of the loopback.
   SilentPeer(int port, const std::string& path);
+
+  // Sends a message of up to 100 bytes on the stream.
+  void Say(const std::string& message);
 
   // Blocks until the server has closed the connection.
   void AwaitEnd();
