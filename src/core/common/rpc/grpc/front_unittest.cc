@@ -540,6 +540,22 @@ TEST_F(FrontTest, WhoDoesNotReadWhatReflectionTellsIsCutOff) {
   EXPECT_EQ(waiting(), one_answer);
 }
 
+TEST_F(FrontTest, WhoHasNotReadItsReplyIsNotForgotten) {
+  ServerOptions options;
+  options.front.limits.max_connections = 1;
+  options.front.idle_peer = milliseconds(1);
+  Serve(options);
+  std::optional<SilentPeer> peer(std::in_place, port_, kEcho);
+  peer->Say(Text("x"));
+  RunUntil([&] { return server_->counters().calls_started == 1; });
+  const auto refused = client().Call(kEcho, Text("x"));
+  Await(refused);
+  EXPECT_TRUE(absl::IsResourceExhausted(refused->status)) << refused->status;
+  // It goes, and the reply with it.
+  peer.reset();
+  RunUntil([&] { return server_->counters().connections_now == 0; });
+}
+
 TEST_F(FrontTest, LimitsHoldForEachPeer) {
   ServerOptions options;
   options.front.limits.max_streams = 1;

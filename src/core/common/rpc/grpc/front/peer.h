@@ -52,8 +52,9 @@ class Peer final : private BackendSink {
   // Ends everything.
   void EndAll(const absl::Status& why);
 
-  bool is_idle() const { return rpcs_.empty(); }
-  // Since when; only while it is idle.
+  // Its calls are over, and it has taken what was written on them.
+  bool is_idle() const { return rpcs_.empty() && *backlog_ == 0; }
+  // Since when its calls are over; only while it is idle.
   loop::Clock::time_point idle_since() const { return idle_since_; }
 
   // For its calls.
