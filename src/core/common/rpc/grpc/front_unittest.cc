@@ -227,6 +227,24 @@ TEST_F(FrontTest, EveryCodeArrives) {
   }
 }
 
+// Of 2,048 bytes, the most that arrives as it is, and of more.
+TEST_F(FrontTest, ALongTextIsShortenedAndItsCodeArrives) {
+  const std::string longest(2'048, '\n');
+  const std::string umlauts = std::string(2'047, '\n') + "\xc3\xa4";
+  for (const auto& [text, arrives] :
+       {std::pair{longest, longest},
+        {longest + "x", longest + "..."},
+        {umlauts, std::string(2'047, '\n') + "..."},
+        {std::string(20'000, '\n'), longest + "..."}}) {
+    service_.on_echo = [&text = text](serving::CallContext* context) {
+      context->Fail(absl::NotFoundError(text));
+    };
+    const auto call = client().Call(kEcho, Text("hello"));
+    Await(call);
+    EXPECT_EQ(call->status, absl::NotFoundError(arrives));
+  }
+}
+
 TEST_F(FrontTest, WhatIsNotThereIsUnimplemented) {
   for (const auto& [path, text] :
        {std::pair{"/lab.Lab/Sing", "the server has no method lab.Lab.Sing"},

@@ -6,15 +6,33 @@
 #include <utility>
 #include <vector>
 
+#include "absl/strings/str_cat.h"
+
 namespace rpc::grpc {
 namespace {
+
+// gRPC's clients take no more than 8 KB with the end of a call, and make
+// RESOURCE_EXHAUSTED of what is longer. A byte of text takes up to three there.
+constexpr size_t kMaxTextBytes = 2'048;
+
+// The beginning of a text that is too long, up to a whole character.
+std::string Shortened(std::string_view text) {
+  if (text.size() <= kMaxTextBytes) {
+    return std::string(text);
+  }
+  size_t end = kMaxTextBytes;
+  while (end > 0 && (text[end] & 0xC0) == 0x80) {
+    --end;
+  }
+  return absl::StrCat(text.substr(0, end), "...");
+}
 
 // The codes are the same numbers.
 ::grpc::Status ToGrpc(const absl::Status& status) {
   return status.ok() ? ::grpc::Status::OK
                      : ::grpc::Status(
                            static_cast<::grpc::StatusCode>(status.raw_code()),
-                           std::string(status.message()));
+                           Shortened(status.message()));
 }
 
 ::grpc::ByteBuffer ToBuffer(std::string_view bytes) {
