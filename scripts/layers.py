@@ -36,7 +36,7 @@ LAYERS = [
     ('server', RPC + 'transport/server/', WIRE + ' wire socket transport'),
     ('client', RPC + 'transport/client/', WIRE + ' wire socket transport'),
     ('transport', RPC + 'transport/', WIRE + ' wire socket server client'),
-    ('grpc', RPC + 'grpc/', LIBRARY),
+    ('grpc', RPC + 'grpc/', WIRE),
     ('testing', RPC + 'testing/', SYSTEM + ' loop'),
     ('conformance', RPC + 'conformance/', ''),
     ('cli', 'tools/cli/', PUBLIC),

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -143,6 +144,9 @@ class GatewayTest : public testing::Test {
     words.insert(words.begin(),
                  {RPC_GATEWAY, "--socket", socket_, "--listen", "127.0.0.1:0"});
     return words;
+  }
+  int Port() const {
+    return std::stoi(address_.substr(address_.rfind(':') + 1));
   }
   void StartBoth() {
     StartHost();
@@ -344,8 +348,7 @@ TEST_F(GatewayTest, APeerThatHasGoneIsForgotten) {
 TEST_F(GatewayTest, APeerThatAnswersNoPingIsLost) {
   StartHost();
   StartGateway({"--keepalive", "0.05", "--keepalive-timeout", "0.05"});
-  const int port = std::stoi(address_.substr(address_.rfind(':') + 1));
-  rpc::grpc::SilentPeer(port, kWhenClosed).AwaitEnd();
+  rpc::grpc::SilentPeer(Port(), kWhenClosed).AwaitEnd();
 }
 
 TEST_F(GatewayTest, AClientMayNotSendMessagesOfEventsForEver) {
@@ -551,6 +554,22 @@ TEST_F(GatewayTest, ACompressedMessageIsRefusedAsItIs) {
   EXPECT_LT(PeakMemory() - before, 12u << 20);
 }
 
+TEST_F(GatewayTest, ItAcceptsAgainWhenItHasDescriptorsAgain) {
+  StartHost();
+  const std::vector<std::string> words = GatewayWords({});
+  std::vector<std::string> limited = {"/bin/sh", "-c",
+                                      "ulimit -n 64 && exec \"$0\" \"$@\""};
+  limited.insert(limited.end(), words.begin(), words.end());
+  StartGatewayBy(limited);
+  std::deque<rpc::grpc::SilentPeer> peers;
+  for (int i = 0; i < 64; ++i) {
+    peers.emplace_back(Port(), kHealthWatch);
+  }
+  EXPECT_THAT(gateway_->ReadErrorLine(), HasSubstr("Too many open files"));
+  peers.clear();
+  EXPECT_EQ(Title(1), "Window 1");
+}
+
 TEST_F(GatewayTest, ASignalStopsIt) {
   StartBoth();
   const auto stream = Open(kWhenClosed, EventsOf(1));
@@ -700,13 +719,19 @@ TEST_F(TlsTest, WithoutACaWhoeverSpeaksTlsComesIn) {
   EXPECT_THAT(TitleFor({}), StartsWith("UNAVAILABLE"));
 }
 
-TEST_F(TlsTest, AKeyThatIsNotTheCertificatesIsRefused) {
-  const Process::Result refused =
-      rpcctl::RunToEnd(GatewayWords({"--tls-certificate", File("gateway.pem"),
-                                     "--tls-key", File("client.key")}));
-  EXPECT_EQ(refused.exit_code, 1);
-  EXPECT_THAT(refused.errors,
-              HasSubstr("the certificate or its key is no good"));
+TEST_F(TlsTest, WhatIsNoGoodForTlsIsRefused) {
+  const std::vector<std::string> with_key = {"--tls-certificate",
+                                             File("gateway.pem"), "--tls-key"};
+  for (const auto& words :
+       {std::vector<std::string>{File("client.key")},
+        {File("gateway.key"), "--tls-client-ca", File("gateway.key")}}) {
+    std::vector<std::string> all = with_key;
+    all.insert(all.end(), words.begin(), words.end());
+    const Process::Result refused = rpcctl::RunToEnd(GatewayWords(all));
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_THAT(refused.errors, HasSubstr("the certificate, its key or the CA "
+                                          "of clients is no good"));
+  }
 }
 
 // Its command line.

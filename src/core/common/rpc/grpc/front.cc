@@ -20,6 +20,7 @@
 #include "absl/strings/str_cat.h"
 #include "core/common/rpc/grpc/front/deadline.h"
 #include "core/common/rpc/grpc/front/exchange.h"
+#include "core/common/rpc/grpc/front/listener.h"
 #include "core/common/rpc/grpc/front/peer.h"
 #include "core/common/rpc/grpc/front/sliced_tasks.h"
 #include "core/common/rpc/grpc/front/unary_paths.h"
@@ -68,6 +69,18 @@ std::shared_ptr<::grpc::ServerCredentials> CredentialsOf(
   options.pem_key_cert_pairs.push_back(
       {security.tls_key, security.tls_certificate});
   return ::grpc::SslServerCredentials(options);
+}
+
+// gRPC tells what it cannot use only where it listens itself. So it does, for a
+// moment, at any port of the host; nothing is served there.
+bool IsUsable(const std::shared_ptr<::grpc::ServerCredentials>& credentials,
+              const std::string& address) {
+  ::grpc::CallbackGenericService nothing;
+  ::grpc::ServerBuilder builder;
+  builder.RegisterCallbackGenericService(&nothing);
+  builder.AddListeningPort(
+      absl::StrCat(address.substr(0, address.rfind(':')), ":0"), credentials);
+  return builder.BuildAndStart() != nullptr;
 }
 
 int ToInt(std::chrono::milliseconds time) {
@@ -141,6 +154,8 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   const Peer::Shared shared_;
   // Keeps the loop running while gRPC may post to it.
   std::optional<loop::Loop::Work> work_;
+  std::optional<Listener> listener_;
+  std::unique_ptr<::grpc::experimental::ExternalConnectionAcceptor> acceptor_;
   std::unique_ptr<::grpc::Server> server_;
 
   // Stopping: no call may begin any more; those under way, or the grace, are
@@ -166,6 +181,18 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   if (!allowed.ok()) {
     return allowed;
   }
+  listener_.emplace(loop_, options_.limits.accept_pause);
+  absl::StatusOr<int> port = listener_->Open(address);
+  if (!port.ok()) {
+    return port;
+  }
+  const auto credentials = CredentialsOf(options_.security);
+  if (options_.security.has_tls() && !IsUsable(credentials, address)) {
+    listener_.reset();
+    return absl::UnavailableError(
+        "gRPC cannot serve: the certificate, its key or the CA of clients is "
+        "no good");
+  }
   work_.emplace(loop_);
   under_way_ =
       std::make_shared<UnderWay>(loop_, [weak_self = weak_from_this()] {
@@ -176,8 +203,9 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   const serving::Limits& limits = options_.limits;
   ::grpc::EnableDefaultHealthCheckService(true);
   ::grpc::ServerBuilder builder;
-  int port = 0;
-  builder.AddListeningPort(address, CredentialsOf(options_.security), &port);
+  acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
+      ::grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD,
+      credentials);
   builder.RegisterCallbackGenericService(this);
   builder.SetMaxReceiveMessageSize(
       static_cast<int>(limits.max_client_frame_bytes));
@@ -190,8 +218,6 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   const auto argument = [&builder](const char* name, int value) {
     builder.AddChannelArgument(name, value);
   };
-  // Two servers at one port would share its clients without knowing.
-  argument(GRPC_ARG_ALLOW_REUSEPORT, 0);
   argument(GRPC_ARG_MAX_CONCURRENT_STREAMS,
            static_cast<int>(limits.max_calls + limits.max_streams));
   argument(GRPC_ARG_KEEPALIVE_TIME_MS, ToInt(options_.keepalive_time));
@@ -200,15 +226,15 @@ absl::StatusOr<int> FrontCore::Listen(const std::string& address) {
   argument(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
   argument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 10'000);
   server_ = builder.BuildAndStart();
-  if (server_ == nullptr || port == 0) {
-    work_.reset();
-    return absl::UnavailableError(absl::StrCat(
-        "gRPC cannot listen at ", address,
-        options_.security.has_tls()
-            ? ": the port is taken, or the certificate or its key is no good"
-            : ": the port is taken, or the address is none of this machine"));
-  }
+  ABSL_CHECK(server_ != nullptr) << "gRPC does not start";
   server_->GetHealthCheckService()->SetServingStatus(false);
+  listener_->Start([this](int socket, loop::ScopedFd connection) {
+    ::grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters
+        parameters;
+    parameters.listener_fd = socket;
+    parameters.fd = connection.Release();
+    acceptor_->HandleNewConnection(&parameters);
+  });
   return port;
 }
 
@@ -352,6 +378,7 @@ void FrontCore::ShutDown() {
   if (shutdown_.joinable() || on_stopped_ == nullptr) {
     return;
   }
+  listener_.reset();
   shutdown_ = std::thread([this] {
     // Until then gRPC writes what it has not written yet, such as the ends of
     // streams. It waits for idle connections and for watchers of its own
@@ -370,6 +397,7 @@ void FrontCore::ShutDown() {
 // A call that gRPC cancels finishes by itself, so shutting down needs no loop.
 void FrontCore::Close() {
   stopping_ = true;
+  listener_.reset();
   for (const auto& [name, peer] : peers_) {
     peer->EndAll(Stopping());
   }

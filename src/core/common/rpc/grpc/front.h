@@ -19,9 +19,9 @@
 // Sequence: the loop's; the backend is used nowhere else. gRPC has threads of
 // its own, which post there.
 //
-// Failure: Listen() says why it cannot. The constructor ends the process for
-// limits that serving::Validate() refuses, and for max_incoming_bytes without
-// room for the longest message.
+// Failure: Listen() says why it cannot. Without descriptors connections wait.
+// The constructor ends the process for limits that serving::Validate() refuses,
+// and for max_incoming_bytes without room for the longest message.
 
 #ifndef CORE_COMMON_RPC_GRPC_FRONT_H_
 #define CORE_COMMON_RPC_GRPC_FRONT_H_
@@ -46,8 +46,8 @@ class FrontCore;
 struct FrontOptions {
   // Of these the front keeps max_connections, as peers; max_calls and
   // max_streams, which together are what gRPC lets a peer have at a time;
-  // max_client_frame_bytes, as the longest message from a client; and
-  // max_outbox_bytes. The backend keeps the others.
+  // max_client_frame_bytes, as the longest message from a client;
+  // max_outbox_bytes; and accept_pause. The backend keeps the others.
   serving::Limits limits;
 
   // Messages of a client on one stream of events. Each costs the server memory
@@ -85,7 +85,8 @@ class Front {
   ~Front();
 
   // Listens at `address`, "HOST:PORT", and returns the port, which is chosen
-  // for port 0. Once. Why not: security.h; UNAVAILABLE when gRPC cannot.
+  // for port 0. Once. Why not: security.h; UNAVAILABLE where the port is taken
+  // or not of this machine, and for certificates that are no good.
   absl::StatusOr<int> Listen(const std::string& address);
 
   // What reflection and health checks tell from now on: these services are

@@ -22,6 +22,7 @@ void throw_exception(const Exception& exception) {
 }  // namespace asio::detail
 
 #include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
 #include <asio/local/stream_protocol.hpp>
 #include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
