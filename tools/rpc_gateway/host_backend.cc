@@ -138,7 +138,12 @@ class HostClient final : public BackendClient {
     FoundCallback on_found;
   };
 
-  static absl::Status NotTaken() {
+  // What becomes of a stream that has not taken a message.
+  absl::Status NotTaken() const {
+    const Client* const client = connection_.client();
+    if (client == nullptr || !client->can_send()) {
+      return absl::OkStatus();  // Its end follows, and says why.
+    }
     return absl::ResourceExhaustedError(
         "the message is longer than the host takes, or too much waits to be "
         "written to it");

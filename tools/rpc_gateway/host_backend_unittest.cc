@@ -188,6 +188,22 @@ TEST_F(HostBackendTest, AMessageThatIsTooLongForTheHostIsRefused) {
                 "to be written to it"));
 }
 
+TEST_F(HostBackendTest, AStreamThatIsWrittenToWhileTheHostGoesIsUnavailable) {
+  client_->Open(1, Find("Watch"));
+  EXPECT_TRUE(
+      loop_.RunUntil([&] { return server_->counters().streams_now == 1; }));
+  StopHost();
+  // Enough to be written at once, before the end of the host is read; more than
+  // one message, since the first that fails is taken.
+  rpc::transport::StreamMessage message;
+  message.set_payload(std::string(60 << 10, 'x'));
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(client_->Send(1, message), absl::OkStatus());
+  }
+  AwaitEvents(1);
+  EXPECT_EQ(events_[0].substr(0, 18), "end 1 UNAVAILABLE:");
+}
+
 TEST_F(HostBackendTest, AMethodOfAConnectionThatIsLostIsCalledNoMore) {
   const BackendMethod echo = Find("Echo");
   const BackendMethod watch = Find("Watch");

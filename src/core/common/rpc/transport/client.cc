@@ -92,6 +92,10 @@ const absl::Status& Client::status() const {
   return core_->status();
 }
 
+bool Client::can_send() const {
+  return core_->can_send();
+}
+
 const serving::Counters& Client::counters() const {
   return core_->counters();
 }

@@ -105,6 +105,10 @@ class Client final : public google::protobuf::RpcChannel {
   // OK while connected, then why the connection was closed.
   const absl::Status& status() const;
 
+  // Whether what is sent can still leave. If not, the connection is closed, or
+  // about to be: what the server sent before it went is read first.
+  bool can_send() const;
+
   // Called once when the connection is lost, after all calls and streams on it
   // have ended; not when the client is destroyed.
   void set_on_closed(std::function<void(const absl::Status&)> on_closed);

@@ -88,6 +88,7 @@ class ClientCore final : public std::enable_shared_from_this<ClientCore>,
 
   // OK while the connection is open, then why it is closed.
   const absl::Status& status() const { return status_; }
+  bool can_send() const { return connection_->can_send(); }
   void set_on_closed(StatusCallback on_closed) {
     on_closed_ = std::move(on_closed);
   }
