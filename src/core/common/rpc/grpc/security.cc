@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "absl/strings/ascii.h"
@@ -21,10 +22,15 @@ bool IsLoopback(std::string_view host) {
           ntohl(address.s_addr) >> 24 == 127);
 }
 
-// gRPC would take what follows for the path of a socket, or for another
-// machine.
+// What gRPC calls sockets that have no port. A front listens at none of them.
 bool IsScheme(std::string_view host) {
   return host == "unix" || host == "unix-abstract" || host == "vsock";
+}
+
+// gRPC carries no other bytes as text.
+bool IsOfAToken(char c) {
+  return absl::ascii_isascii(static_cast<unsigned char>(c)) &&
+         absl::ascii_isprint(static_cast<unsigned char>(c));
 }
 
 absl::Status CheckParts(const Security& security) {
@@ -35,6 +41,11 @@ absl::Status CheckParts(const Security& security) {
   if (!security.tls_client_ca.empty() && !security.has_tls()) {
     return absl::InvalidArgumentError(
         "a CA of clients needs a TLS certificate of our own");
+  }
+  if (!std::ranges::all_of(security.token, IsOfAToken)) {
+    return absl::InvalidArgumentError(
+        "the token has characters that no client can send: it is one line of "
+        "printable ASCII");
   }
   return absl::OkStatus();
 }

@@ -29,8 +29,8 @@ struct Security {
   // with a certificate of the front's own.
   std::string tls_client_ca;
 
-  // Clients send it with each call, as "authorization: Bearer TOKEN". It goes
-  // over the network as it is where there is no TLS.
+  // Clients send it with each call, as "authorization: Bearer TOKEN", so it is
+  // printable ASCII. It goes over the network as it is where there is no TLS.
   std::string token;
 
   // Listen wherever one is told to, whoever may come.

@@ -76,6 +76,21 @@ TEST(Security, PartsOfTlsThatDoNotGoAloneAreRefused) {
                 "a CA of clients needs a TLS certificate of our own"));
 }
 
+TEST(Security, ATokenThatNoClientCanSendIsRefused) {
+  Security security;
+  for (const char* token :
+       {"two\nlines", "a\ttab", "\x7f", "gr\xc3\xbc\xc3\x9f"}) {
+    security.token = token;
+    EXPECT_EQ(Check(security, "localhost:1"),
+              absl::InvalidArgumentError(
+                  "the token has characters that no client can send: it is one "
+                  "line of printable ASCII"))
+        << token;
+  }
+  security.token = "two words ~!";
+  EXPECT_EQ(Check(security, "localhost:1"), absl::OkStatus());
+}
+
 TEST(Security, OnlyTheTokenIsAdmitted) {
   const Security security = WithToken();
   EXPECT_TRUE(Admits(security, "Bearer secret"));
