@@ -3,6 +3,7 @@
 import asyncio
 import datetime
 import math
+import sys
 import unittest
 
 import torvane
@@ -99,7 +100,12 @@ class Deadlines(FakeServerTestCase):
         await self.timeout_ms(0, timeout=math.inf)
         await self.timeout_ms(2500, timeout=2.5)
         await self.timeout_ms(10_001, timeout=10.0001)
-        await self.timeout_ms((1 << 32) - 1, timeout=1e12)
+
+    async def test_that_are_too_long_to_be_told_are_kept_by_the_client_alone(self):
+        longest = (1 << 32) - 1
+        await self.timeout_ms(longest, timeout=longest / 1000)
+        await self.timeout_ms(0, timeout=(longest + 1) / 1000)
+        await self.timeout_ms(0, timeout=sys.float_info.max)
 
     async def test_have_a_default_of_the_client(self):
         await self.timeout_ms(3000, default=3)

@@ -12,7 +12,7 @@ from torvane.wire import KINDS, encode_frame
 _CallFrame = KINDS["call"].message
 _CancelFrame = KINDS["cancel"].message
 
-# timeout_ms has 32 bits.
+# The first servers read 32 bits of timeout_ms.
 _MAX_TIMEOUT_MS = (1 << 32) - 1
 
 
@@ -113,7 +113,8 @@ class CallTable:
 
 
 def _on_wire(timeout: Optional[float]) -> int:
-    """Milliseconds, rounded up, since 0 stands for no deadline."""
-    if timeout is None or timeout == math.inf:
+    """Milliseconds, rounded up, since 0 stands for no deadline. So it does for one
+    that is too long to be told: the client alone keeps it, and cancels the call."""
+    if timeout is None or timeout * 1000 > _MAX_TIMEOUT_MS:
         return 0
-    return min(math.ceil(timeout * 1000), _MAX_TIMEOUT_MS)
+    return math.ceil(timeout * 1000)
