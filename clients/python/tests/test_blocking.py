@@ -99,6 +99,21 @@ class Blocking(unittest.TestCase):
         with self.assertRaises(EOFError):
             events.get()
 
+    def test_what_is_there_already_needs_no_time(self):
+        client = self.connect()
+        events = client.windows.closed(1, 2)
+        for window, timeout in ((1, 0), (2, -1)):
+            # Its reply comes behind the event.
+            self.assertTrue(client.windows.close(window))
+            self.assertTrue(client.windows.is_visible(3))
+            self.assertEqual(events.get(timeout=timeout).browser_id.value, window)
+            with self.assertRaises(TimeoutError):
+                events.get(timeout=timeout)
+        reconnecting = torvane.blocking.reconnecting(self.path)
+        self.addCleanup(reconnecting.close)
+        reconnecting.wait_connected(TIMEOUT)
+        reconnecting.wait_connected(0)
+
     def test_handlers_answer_and_may_call_the_client(self):
         client = self.connect()
 

@@ -29,6 +29,10 @@ from torvane.service import BlockingReconnectingWindows, BlockingWindows, Servic
 # Handlers that run at the same time. More questions wait for a free thread.
 HANDLER_THREADS = 16
 
+# asyncio gives up a wait of 0 seconds before it looks whether there is anything to
+# wait for, and one of a nanosecond after that.
+_LEAST_WAIT = 1e-9
+
 _Result = TypeVar("_Result")
 _Event = TypeVar("_Event")
 
@@ -110,13 +114,14 @@ class Events(Generic[_Event]):
         self._thread.call(self._stream.unsubscribe, window)
 
     def get(self, timeout: Optional[float] = None) -> _Event:
-        """The next event. timeout is in seconds; None waits for ever.
+        """The next event. timeout is in seconds; None waits for ever, 0 takes one
+        that has come already.
 
         Raises TimeoutError when the time is up, EOFError when the stream has been
         closed, RpcError when it has failed.
         """
         try:
-            return self._thread.run(asyncio.wait_for(self._next(), timeout))
+            return self._thread.run(_within(timeout, self._next))
         except asyncio.TimeoutError:
             raise TimeoutError(f"no event within {timeout} s") from None
 
@@ -301,7 +306,7 @@ class ReconnectingClient(
         """Waits until there is a connection. timeout is in seconds; None waits for
         ever. Raises TimeoutError when the time is up."""
         try:
-            self._thread.run(asyncio.wait_for(self._client.wait_connected(), timeout))
+            self._thread.run(_within(timeout, self._client.wait_connected))
         except asyncio.TimeoutError:
             raise TimeoutError(f"no connection within {timeout} s") from None
 
@@ -330,6 +335,16 @@ def reconnecting(path: Optional[str] = None, **options: Any) -> ReconnectingClie
     except BaseException:
         thread.stop()
         raise
+
+
+async def _within(
+    timeout: Optional[float], wait: Callable[[], Coroutine[Any, Any, _Result]]
+) -> _Result:
+    """What a coroutine function returns. Raises asyncio.TimeoutError when the time
+    is up."""
+    if timeout is not None:
+        timeout = max(timeout, _LEAST_WAIT)
+    return await asyncio.wait_for(wait(), timeout)
 
 
 def _unless_closed(thread: _LoopThread, coroutine: Coroutine[Any, Any, None]) -> None:
