@@ -142,6 +142,20 @@ class Blocking(unittest.TestCase):
         gate.set()
         self.host.expect("Window 1 is closed: its client allows that.")
 
+    def test_whatever_a_handler_raises_declines_its_question_alone(self):
+        client = self.connect()
+        for window, exception in enumerate((SystemExit, StopIteration, KeyboardInterrupt), 1):
+
+            def handler(asked, exception=exception):
+                raise exception
+
+            client.windows.on_close_window(window, handler=handler)
+            client.windows.is_visible(window)
+            with self.assertLogs("torvane", "ERROR") as logs:
+                self.host.say(f"close {window}")
+                self.host.expect(f"Window {window} is closed: its client could not answer.")
+            self.assertIn(f"the handler raised {exception.__name__}", logs.output[0])
+
     def test_closing_fails_what_other_threads_wait_for(self):
         client = self.connect()
         events = client.windows.closed(1)

@@ -269,7 +269,7 @@ class BlockingClient(Generic[_Inner, _Windows]):
         thread = self._thread
 
         async def answer(asked: Asked) -> Any:
-            return await thread.loop.run_in_executor(thread.handlers, handler, asked)
+            return await thread.loop.run_in_executor(thread.handlers, _handle, handler, asked)
 
         answerer = thread.call(self._client.open_questions, method, windows, answer)
         return Answerer(thread, answerer, handler)
@@ -345,6 +345,17 @@ async def _within(
     if timeout is not None:
         timeout = max(timeout, _LEAST_WAIT)
     return await asyncio.wait_for(wait(), timeout)
+
+
+def _handle(handler: Handler, asked: Asked) -> Any:
+    """Calls a handler. An exception that would end the loop, such as SystemExit, or
+    that asyncio does not pass on, StopIteration, becomes a RuntimeError."""
+    try:
+        return handler(asked)
+    except BaseException as error:
+        if isinstance(error, Exception) and not isinstance(error, StopIteration):
+            raise
+        raise RuntimeError(f"the handler raised {type(error).__name__}") from error
 
 
 def _unless_closed(thread: _LoopThread, coroutine: Coroutine[Any, Any, None]) -> None:
