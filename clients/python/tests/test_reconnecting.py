@@ -203,6 +203,25 @@ class Reconnecting(FolderTestCase):
                 await reading
             await client.aclose()
 
+    async def test_closing_may_be_cancelled(self):
+        self.start_host()
+        client = await self.enter()
+        await self.connected(client)
+        answerer = client.windows.on_close_window(1)(lambda asked: True)
+        closing = start(client.aclose())
+        await asyncio.sleep(0)
+        closing.cancel()
+        with self.assertRaises(asyncio.CancelledError):
+            await closing
+        await self.expect_error(Code.CANCELLED, "closed", answerer.wait_closed())
+        await until(lambda: not client.is_connected)
+
+    def test_an_option_that_there_is_not_is_raised_in_place(self):
+        with self.assertRaisesRegex(TypeError, "naem"):
+            torvane.Reconnecting(self.path, naem="clock")
+        with self.assertRaisesRegex(TypeError, "naem"):
+            torvane.blocking.reconnecting(self.path, naem="clock")
+
     def test_pauses_must_make_sense(self):
         for pauses in ((0, 1), (2, 1)):
             with self.assertRaises(ValueError):

@@ -1,8 +1,8 @@
 """A client that connects again when the server comes back."""
 
 import asyncio
-import contextlib
 import dataclasses
+import inspect
 import logging
 import random
 from types import TracebackType
@@ -77,9 +77,11 @@ class Reconnecting:
         **options: Any,
     ) -> None:
         """Takes what connect() takes, and how long to pause between attempts, in
-        seconds."""
+        seconds. Raises TypeError for an option that connect() has not."""
         if not 0 < first_pause <= longest_pause:
             raise ValueError("first_pause must be positive and at most longest_pause")
+        # Else only the task that connects would hear of it.
+        inspect.signature(connect).bind(path, **options)
         self._path = path
         self._first_pause = first_pause
         self._longest_pause = longest_pause
@@ -125,11 +127,13 @@ class Reconnecting:
         if task is None:
             return
         task.cancel()
-        with contextlib.suppress(asyncio.CancelledError):
-            await task
-        for answerer in list(self._answerers):
-            answerer.finish(RpcError(Code.CANCELLED, "the client is closed"))
-        self.notify()
+        try:
+            # Not the task itself: its cancellation would pass for one of the caller's.
+            await asyncio.wait((task,))
+        finally:
+            for answerer in list(self._answerers):
+                answerer.finish(RpcError(Code.CANCELLED, "the client is closed"))
+            self.notify()
 
     async def __aenter__(self) -> "Reconnecting":
         if self._task is None:
