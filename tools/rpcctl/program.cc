@@ -1,6 +1,7 @@
 #include "tools/rpcctl/program.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <string_view>
 
@@ -87,6 +88,14 @@ ExitCode RunCommand(const Program& program,
   return command->run(session, arguments);
 }
 
+// Whoever starts the program may ignore signals, which it inherits. By SIGPIPE
+// it ends when nobody reads its output any longer; where SIGCHLD is ignored,
+// the exit codes of its commands are lost.
+void RestoreSignals() {
+  std::signal(SIGPIPE, SIG_DFL);
+  std::signal(SIGCHLD, SIG_DFL);
+}
+
 ExitCode Print(const std::string& text) {
   std::fputs(text.c_str(), stdout);
   return kSuccess;
@@ -146,6 +155,7 @@ ExitCode Run(const Program& program, int argc, char** argv) {
 }  // namespace
 
 ExitCode RunProgram(const Program& program, int argc, char** argv) {
+  RestoreSignals();
   cli::RecordProtobufLog();
   const ExitCode exit_code = Run(program, argc, argv);
   if (std::fflush(stdout) != 0 || std::ferror(stdout))

@@ -80,6 +80,16 @@ TEST_F(WatchTest, HostThatIsKilledEndsTheWatch) {
   EXPECT_THAT(result.errors, StartsWith("windowctl: UNAVAILABLE: "));
 }
 
+// The tests ignore SIGPIPE, and so do the processes that they start, as those
+// of some supervisors.
+TEST_F(WatchTest, WithoutAReaderItEndsThoughItsParentIgnoresThat) {
+  StartHost();
+  Process& watcher = StartClient({"watch", "1"});
+  watcher.CloseOutput();
+  host_->Write("close 1\n");
+  EXPECT_EQ(-SIGPIPE, watcher.Wait().exit_code);
+}
+
 TEST_F(WatchTest, ReconnectingItSubscribesAgainAndSaysWhatMayBeMissing) {
   StartHost();
   Process& watcher = StartClient({"watch", "1", "2", "--reconnect"});
@@ -243,6 +253,17 @@ TEST_F(AnswerTest, WithoutUsableAnswerTheQuestionIsDeclinedAndTheFaultSaid) {
       StartClient({"answer", "OnCloseWindow", "2", "--exec", "exit 3"});
   EXPECT_EQ("Window 2 is closed: its client could not answer.",
             UserDoes("close 2"));
+  EXPECT_EQ("windowctl: Not answered: the command ended with exit code 3",
+            command.ReadErrorLine());
+}
+
+TEST_F(AnswerTest, ACommandFailsThoughTheParentIgnoresItsChildren) {
+  signal(SIGCHLD, SIG_IGN);
+  Process& command = StartClient(
+      {"answer", "OnCloseWindow", "1", "--exec", "echo {}; exit 3"});
+  signal(SIGCHLD, SIG_DFL);
+  EXPECT_EQ("Window 1 is closed: its client could not answer.",
+            UserDoes("close 1"));
   EXPECT_EQ("windowctl: Not answered: the command ended with exit code 3",
             command.ReadErrorLine());
 }
