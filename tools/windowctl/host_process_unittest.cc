@@ -89,6 +89,17 @@ class HostProcessTest : public EndToEndTest {
     return result;
   }
 
+  // What is in the file of a host that has ended, which has to be JSON.
+  static std::string ReadTrace(const std::string& path) {
+    std::ostringstream trace;
+    trace << std::ifstream(path).rdbuf();
+    google::protobuf::ListValue events;
+    EXPECT_TRUE(
+        google::protobuf::util::JsonStringToMessage(trace.str(), &events).ok())
+        << trace.str();
+    return trace.str();
+  }
+
   static const BrowserId& Window() {
     static const BrowserId* const window = [] {
       auto* const id = new BrowserId();
@@ -198,15 +209,24 @@ TEST_F(HostProcessTest, ATraceShowsWhatClientsDid) {
             RunClient({"call", "Show", R"({"value": 77})"}).exit_code);
   ExpectCleanEnd();
 
-  std::ostringstream trace;
-  trace << std::ifstream(path).rdbuf();
-  google::protobuf::ListValue events;
-  ASSERT_TRUE(
-      google::protobuf::util::JsonStringToMessage(trace.str(), &events).ok())
-      << trace.str();
-  EXPECT_THAT(trace.str(), HasSubstr("\"name\":\"windowctl (pid "));
-  EXPECT_THAT(trace.str(), HasSubstr("\"name\":\"IsVisible\""));
-  EXPECT_THAT(trace.str(), HasSubstr("\"text\":\"No window 77.\""));
+  const std::string trace = ReadTrace(path);
+  EXPECT_THAT(trace, HasSubstr("\"name\":\"windowctl (pid "));
+  EXPECT_THAT(trace, HasSubstr("\"name\":\"IsVisible\""));
+  EXPECT_THAT(trace, HasSubstr("\"text\":\"No window 77.\""));
+}
+
+// As if the first one had been forgotten.
+TEST_F(HostProcessTest, ASecondHostOfTheSameFlagsLeavesTheTraceOfTheFirst) {
+  const std::string path = folder_.File("trace.json");
+  StartHost({"--trace", path});
+  const Process::Result second = RunToEnd(HostWords({"--trace", path}));
+  EXPECT_EQ(1, second.exit_code);
+  EXPECT_EQ("window_host: another process writes the trace file " + path +
+                ": choose another one\n",
+            second.errors);
+  Call("IsVisible", R"({"value": 1})");
+  ExpectCleanEnd();
+  EXPECT_THAT(ReadTrace(path), HasSubstr("\"name\":\"IsVisible\""));
 }
 
 TEST_F(HostProcessTest, ATraceThatCannotBeWrittenIsSaidAtTheStart) {

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -100,6 +101,13 @@ absl::StatusOr<std::unique_ptr<TraceFile>> TraceFile::Open(
   if (!S_ISREG(found.st_mode)) {
     return absl::FailedPreconditionError(
         absl::StrCat("the trace file ", path, " is not a regular file"));
+  }
+  // Else two writers would empty the file and write over each other's events.
+  // Where files cannot be locked, nobody is kept out.
+  if (flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    return absl::AlreadyExistsError(
+        absl::StrCat("another process writes the trace file ", path,
+                     ": choose another one"));
   }
   if (ftruncate(file.get(), 0) != 0) {
     return absl::ErrnoToStatus(

@@ -52,7 +52,8 @@ class TraceFile final : public serving::Trace {
 
   // Makes the file, which only this user may read, or empties it. It will be
   // no longer than `max_bytes`. FAILED_PRECONDITION when it is no regular file:
-  // writing to another one could wait for somebody.
+  // writing to another one could wait for somebody. ALREADY_EXISTS when another
+  // TraceFile writes it, which has it locked.
   static absl::StatusOr<std::unique_ptr<TraceFile>> Open(
       loop::Sequence& sequence,
       const std::string& path,

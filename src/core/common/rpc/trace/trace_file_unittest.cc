@@ -263,6 +263,19 @@ TEST_F(TraceFileTest, AFormerFileIsEmptied) {
   EXPECT_TRUE(Events().empty());
 }
 
+TEST_F(TraceFileTest, AFileThatIsBeingWrittenIsLeftToItsWriter) {
+  Open();
+  trace->Begin(call);
+  sequence.Advance(TraceFile::kMaxDelay);
+  const std::string before = Contents();
+  EXPECT_EQ(OpenFails(), absl::AlreadyExistsError(absl::StrCat(
+                             "another process writes the trace file ", path,
+                             ": choose another one")));
+  EXPECT_EQ(Contents(), before);
+  EXPECT_EQ(Events().size(), 1u);
+  Open();
+}
+
 TEST_F(TraceFileTest, OnlyThisUserMayReadIt) {
   Open();
   struct stat found = {};
