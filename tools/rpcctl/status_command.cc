@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -52,9 +53,13 @@ ExitCode WatchStatus(Session& session) {
                                    : is_terminal          ? kClearTerminal
                                                           : "\n";
   bool interrupted = false;
-  const rpc::loop::SignalWatch signals(
-      session.loop(), std::initializer_list<int>{SIGINT, SIGTERM},
-      [&](int) { interrupted = true; });
+  // A second signal ends the process, in case the server does not reply.
+  std::optional<rpc::loop::SignalWatch> signals;
+  signals.emplace(session.loop(), std::initializer_list<int>{SIGINT, SIGTERM},
+                  [&](int) {
+                    signals.reset();
+                    interrupted = true;
+                  });
   std::string_view before = is_terminal ? between : "";
   while (!interrupted) {
     session.RestartTimeout();

@@ -1,5 +1,8 @@
 // The status of the real host, asked for with the real client.
 
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
@@ -11,6 +14,7 @@
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "rpc/status/server_status.pb.h"
+#include "rpc/status/server_status.rpc.h"
 #include "tools/rpcctl/exit_code.h"
 #include "tools/rpcctl/json.h"
 #include "tools/windowctl/end_to_end_test_support.h"
@@ -119,6 +123,39 @@ TEST_F(StatusTest, AWatchOnATerminalBeginsAtItsTopEachTime) {
   const Process::Result result = watch.Wait();
   EXPECT_EQ(kSuccess, result.exit_code);
   EXPECT_EQ("", result.errors);
+}
+
+// Takes a request and does not reply until it is told to.
+class SilentStatus final : public rpc::status::ServerStatusRpc {
+ public:
+  void GetStatus(google::protobuf::RpcController*,
+                 const rpc::status::StatusRequest*,
+                 rpc::status::StatusReport*,
+                 google::protobuf::Closure* done) override {
+    asked = done;
+  }
+
+  google::protobuf::Closure* asked = nullptr;
+};
+
+TEST_F(StatusTest, AWatchWhoseServerKeepsSilentEndsWithTheSecondSignal) {
+  SilentStatus status;
+  rpc::loop::Loop loop;
+  rpc::transport::Server server(loop);
+  server.AddService(&status);
+  ASSERT_TRUE(server.Listen(socket_).ok());
+  Process watch(ClientWords({"status", "--watch"}));
+  ASSERT_TRUE(loop.RunUntil([&] { return status.asked != nullptr; }));
+  // Two at once could be one.
+  siginfo_t ended = {};
+  while (waitid(P_PID, static_cast<id_t>(watch.pid()), &ended,
+                WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == 0) {
+    watch.Signal(SIGINT);
+    sched_yield();
+  }
+  EXPECT_EQ(-SIGINT, watch.Wait().exit_code);
+  status.asked->Run();
 }
 
 TEST_F(StatusTest, AWatchEndsWithItsServer) {
