@@ -46,11 +46,6 @@ def check_manual(page, program, wanted):
         fail(f'{page} is not about {program}')
 
 
-def completed_by_bash(script, words):
-    return output('bash', '-c', 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
-                  '"_$1"; printf "%s\\n" "${COMPREPLY[@]}"', 'bash', script, *words).split()
-
-
 def completed_by_fish(script, words):
     said = output('fish', '--no-config', '-c', f'source {script}; complete -C "{" ".join(words)}"')
     # Newer releases also offer words that only contain what was typed.
@@ -58,32 +53,47 @@ def completed_by_fish(script, words):
     return [word for word in offered if word.startswith(words[-1])]
 
 
-def completed_by_zsh(script, words):
-    """What a line becomes in an interactive zsh when the tabulator key is pressed."""
+def completed_at_a_terminal(shell, setup, words):
+    """What the last word becomes in an interactive shell when the tabulator key is pressed.
+
+    setup has the shell say 'ready', and print the line in '<<' and '>>' for the key ^T.
+    """
     child, terminal = pty.fork()
     if child == 0:
-        os.execvp('zsh', ['zsh', '-f', '-i'])
+        os.execvp(shell[0], shell)
     seen = b''
 
     def read_until(pattern):
         nonlocal seen
         while not re.search(pattern, seen):
             if not select.select([terminal], [], [], 60)[0]:
-                fail(f'zsh says no more than {seen!r}')
+                fail(f'{shell[0]} says no more than {seen!r}')
             seen += os.read(terminal, 4096)
 
-    line = ' '.join(words)
-    # The line is handed on as it stands after the completion.
-    setup = (f"PS1=; fpath=({script.parent} $fpath); autoload -Uz compinit; compinit -u -D; "
-             'show() { print -r -- "<""<$BUFFER>"">"; BUFFER=exit; zle accept-line }; zle -N show; '
-             "bindkey '^X' show; print -r -- 'rea''dy'\n")
     os.write(terminal, setup.encode())
     read_until(rb'\nready')
-    os.write(terminal, f'{line}\t\x18'.encode())
+    os.write(terminal, f'{" ".join(words)}\t\x14'.encode())
     read_until(rb'<<.*>>')
     os.close(terminal)
     os.waitpid(child, 0)
     return re.search(rb'<<(.*)>>', seen)[1].decode().split()[-1:]
+
+
+def completed_by_bash(script, words):
+    return completed_at_a_terminal(
+        ['bash', '--noprofile', '--norc', '-i'],
+        f"bind 'set enable-bracketed-paste off'; source {script}; "
+        'show() { echo "<""<$READLINE_LINE>"">"; exit; }; '
+        "bind -x '\"\\C-t\": show'; PS1='\\nrea''dy\\n'\n", words)
+
+
+def completed_by_zsh(script, words):
+    # The line is handed on as it stands after the completion.
+    return completed_at_a_terminal(
+        ['zsh', '-f', '-i'],
+        f"PS1=; fpath=({script.parent} $fpath); autoload -Uz compinit; compinit -u -D; "
+        'show() { print -r -- "<""<$BUFFER>"">"; BUFFER=exit; zle accept-line }; zle -N show; '
+        "bindkey '^T' show; print -r -- 'rea''dy'\n", words)
 
 
 def check_completion(pages, program, words, wanted):
@@ -118,6 +128,12 @@ def main():
     check_completion(pages, 'windowctl', ['--timeout', '3', 'status', '--js'], '--json')
     # A value that is a file.
     check_completion(pages, 'windowctl', ['--socket', '/etc/host.con'], '/etc/host.conf')
+    # A folder, to be gone on in.
+    check_completion(pages, 'windowctl', ['--socket', '/usr/shar'], '/usr/share/')
+    # Flags whose values stand behind a sign.
+    for words, wanted in ((['--timeout=3', 'ans'], 'answer'),
+                          (['--socket=/usr/shar'], '--socket=/usr/share/')):
+        check_completion(pages, 'windowctl', words, wanted)
 
 
 main()

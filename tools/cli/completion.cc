@@ -93,12 +93,15 @@ std::string ZshFlags(const std::vector<FlagDescription>& flags,
   std::string text;
   for (const FlagDescription& flag : flags) {
     std::string value;
+    std::string_view sign;
     if (!flag.value.empty()) {
       value = absl::StrCat(":", QuoteForZsh(flag.value), ":",
                            TakesFile(flag) ? "_files" : " ");
+      // The value may stand behind a sign, or be the next word.
+      sign = "=";
     }
     for (const std::string& spelling : Spellings(flag)) {
-      absl::StrAppend(&text, indent, "'", spelling, "[",
+      absl::StrAppend(&text, indent, "'", spelling, sign, "[",
                       QuoteForZsh(Gist(flag.text)), "]", value, "' \\\n");
     }
   }
@@ -150,17 +153,22 @@ std::string BashCompletion(const ProgramDescription& program) {
       program.name,
       "() {\n"
       "  local word=${COMP_WORDS[COMP_CWORD]}\n"
+      "  local flag=${COMP_WORDS[COMP_CWORD - 1]}\n"
       "  local i command= words='",
       Words(CommonFlags(program)),
       "'\n"
-      "  case ${COMP_WORDS[COMP_CWORD - 1]} in\n",
+      "  # Of --flag=value bash makes three words.\n"
+      "  [[ $word == = ]] && word=\n"
+      "  [[ $flag == = ]] && flag=${COMP_WORDS[COMP_CWORD - 2]}\n"
+      "  case $flag in\n",
       Arm(value_flags.files,
+          "compopt -o filenames; "
           "mapfile -t COMPREPLY < <(compgen -f -- \"$word\"); return"),
       Arm(value_flags.others, "COMPREPLY=(); return"),
       "  esac\n"
       "  for ((i = 1; i < COMP_CWORD; ++i)); do\n"
       "    case ${COMP_WORDS[i]} in\n",
-      Arm(with_value, "((++i))"),
+      Arm(with_value, "[[ ${COMP_WORDS[i + 1]} == = ]] && ((++i)); ((++i))"),
       "    -*) ;;\n"
       "    *) command=${COMP_WORDS[i]}; break ;;\n"
       "    esac\n"

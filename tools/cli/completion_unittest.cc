@@ -31,9 +31,9 @@ TEST(Completion, BashKnowsCommandsAndTheirFlags) {
   const std::string script = BashCompletion(Gate());
   EXPECT_TRUE(Has(script, "'') words+=' open shut' ;;"));
   EXPECT_TRUE(Has(script, "open) words+=' --wide --log --for' ;;"));
-  EXPECT_TRUE(Has(script, "--log) mapfile -t COMPREPLY < <(compgen -f"));
+  EXPECT_TRUE(Has(script, "--log) compopt -o filenames; mapfile"));
   EXPECT_TRUE(Has(script, "--for) COMPREPLY=(); return ;;"));
-  EXPECT_TRUE(Has(script, "--for | --log) ((++i)) ;;"));
+  EXPECT_TRUE(Has(script, "--for | --log) [[ ${COMP_WORDS[i + 1]} == = ]]"));
   EXPECT_TRUE(Has(script, "complete -F _gate gate\n"));
 }
 
@@ -41,8 +41,8 @@ TEST(Completion, ZshEscapesWhatItsSpecificationsMean) {
   const std::string script = ZshCompletion(Gate());
   EXPECT_EQ(script.find("#compdef gate\n"), 0u);
   EXPECT_TRUE(Has(script, "'--wide[it'\\''s \\[all\\]\\: the way]'"));
-  EXPECT_TRUE(Has(script, "'--log[where to write]:FILE:_files'"));
-  EXPECT_TRUE(Has(script, "'--for[how long]:SECONDS: '"));
+  EXPECT_TRUE(Has(script, "'--log=[where to write]:FILE:_files'"));
+  EXPECT_TRUE(Has(script, "'--for=[how long]:SECONDS: '"));
   EXPECT_TRUE(Has(script, "    'open:opens gates'\n"));
 }
 
