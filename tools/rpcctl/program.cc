@@ -1,5 +1,8 @@
 #include "tools/rpcctl/program.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -96,6 +99,15 @@ void RestoreSignals() {
   std::signal(SIGCHLD, SIG_DFL);
 }
 
+// A standard stream that is closed fails whoever uses it, instead of being the
+// next file or socket that is opened.
+void OccupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0)
+      open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 ExitCode Print(const std::string& text) {
   std::fputs(text.c_str(), stdout);
   return kSuccess;
@@ -155,6 +167,7 @@ ExitCode Run(const Program& program, int argc, char** argv) {
 }  // namespace
 
 ExitCode RunProgram(const Program& program, int argc, char** argv) {
+  OccupyStandardStreams();
   RestoreSignals();
   cli::RecordProtobufLog();
   const ExitCode exit_code = Run(program, argc, argv);

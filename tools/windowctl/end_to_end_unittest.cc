@@ -211,6 +211,16 @@ TEST_F(EndToEndTest, HostRunsOnWhenItsInputEnds) {
   EXPECT_EQ("true\n", Call("IsVisible", R"({"value": 2})"));
 }
 
+// Where it takes the place of its output, the loop would take what is printed.
+TEST_F(EndToEndTest, OutputThatIsClosedIsAFailure) {
+  StartHost();
+  std::vector<std::string> words = ClientWords({"get-title", "1"});
+  words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" \"$@\" >&-"});
+  const Process::Result result = RunToEnd(words);
+  EXPECT_EQ(kCallFailed, result.exit_code);
+  EXPECT_EQ("windowctl: Standard output can't be written to.\n", result.errors);
+}
+
 TEST(OutputTest, OutputThatCannotBeWrittenIsAFailure) {
   const int status = system(WINDOWCTL " methods >/dev/full 2>/dev/null");
   EXPECT_EQ(WEXITSTATUS(status), 1);

@@ -232,6 +232,13 @@ TEST_F(AnswerTest, FilterEndsWhenItsInputIsUsedUp) {
   EXPECT_EQ("Window 1 is closed: nobody answers for it.", UserDoes("close 1"));
 }
 
+TEST_F(AnswerTest, FilterWithoutAnInputEndsAtOnce) {
+  std::vector<std::string> words =
+      ClientWords({"answer", "OnCloseWindow", "1"});
+  words.insert(words.begin(), {"/bin/sh", "-c", "exec \"$0\" \"$@\" <&-"});
+  EXPECT_EQ(kSuccess, RunToEnd(words).exit_code);
+}
+
 TEST_F(AnswerTest, CommandAnswersWithWhatItPrints) {
   StartClient({"answer", "OnCloseWindow", "1", "2", "--exec",
                R"(grep -q '"value":"1"' && echo '{"allowed": true}' ||)"
