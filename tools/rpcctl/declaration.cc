@@ -78,8 +78,12 @@ std::string TextOf(const FieldDescriptor& field) {
   return text;
 }
 
+// Of more than these a person reads only the beginning. A few messages that
+// contain each other may have more than fit into memory.
+constexpr size_t kMaxRows = 1000;
+
 // `within` has the messages around this one: one that contains itself is not
-// described again.
+// described again. Adds no more when there are more than kMaxRows.
 void AddRows(const Descriptor& type,
              const std::string& path,
              std::vector<const Descriptor*>& within,
@@ -87,7 +91,7 @@ void AddRows(const Descriptor& type,
   if (std::find(within.begin(), within.end(), &type) != within.end())
     return;
   within.push_back(&type);
-  for (int i = 0; i < type.field_count(); ++i) {
+  for (int i = 0; i < type.field_count() && rows.size() <= kMaxRows; ++i) {
     const FieldDescriptor& field = *type.field(i);
     rows.push_back({path + field.name(), TextOf(field)});
     if (field.message_type() != nullptr) {
@@ -134,6 +138,10 @@ std::string FieldsOf(const Descriptor& type) {
   std::vector<const Descriptor*> within;
   std::vector<cli::Row> rows;
   AddRows(type, "", within, rows);
+  if (rows.size() > kMaxRows) {
+    rows.back() = {"...", absl::StrCat("There are more than ", kMaxRows,
+                                       ": describe the messages within.")};
+  }
   return cli::Columns(rows);
 }
 

@@ -6,7 +6,11 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 
 #include <string>
+#include <vector>
 
+#include "absl/strings/str_cat.h"
+#include "absl/strings/str_split.h"
+#include "absl/strings/strip.h"
 #include "gtest/gtest.h"
 
 namespace rpcctl {
@@ -138,6 +142,70 @@ TEST_F(DeclarationTest, KindIsSaidAlsoOfAStreamThatNoCommandCanUse) {
   EXPECT_EQ(
       0u,
       Declaration(Find(commented_, "Look")).find("zoo.Keeper.Look: stream\n"));
+}
+
+// A file of a few lines may have messages whose fields have more paths than can
+// be counted.
+class ManyFieldsTest : public ::testing::Test {
+ protected:
+  // Adds a message with that many fields of a type, a message or int32.
+  void AddMessage(const std::string& name,
+                  int fields,
+                  const std::string& type = "") {
+    google::protobuf::DescriptorProto& message = *file_.add_message_type();
+    message.set_name(name);
+    for (int i = 1; i <= fields; ++i) {
+      google::protobuf::FieldDescriptorProto& field = *message.add_field();
+      field.set_name(absl::StrCat("f", i));
+      field.set_number(i);
+      field.set_label(google::protobuf::FieldDescriptorProto::LABEL_OPTIONAL);
+      if (type.empty())
+        field.set_type(google::protobuf::FieldDescriptorProto::TYPE_INT32);
+      else
+        field.set_type_name(type);
+    }
+  }
+
+  std::vector<std::string> LinesOf(const std::string& message) {
+    file_.set_name("many.proto");
+    const auto* file = pool_.BuildFile(file_);
+    return absl::StrSplit(
+        absl::StripSuffix(FieldsOf(*file->FindMessageTypeByName(message)),
+                          "\n"),
+        '\n');
+  }
+
+  FileDescriptorProto file_;
+  DescriptorPool pool_;
+};
+
+constexpr char kMore[] =
+    "  ...    There are more than 1000: describe the messages within.";
+
+TEST_F(ManyFieldsTest, AThousandAreAllThere) {
+  AddMessage("M", 1000);
+  const std::vector<std::string> lines = LinesOf("M");
+  ASSERT_EQ(1000u, lines.size());
+  EXPECT_EQ("  f1000  int32", lines.back());
+}
+
+TEST_F(ManyFieldsTest, OfMoreThereIsTheBeginning) {
+  AddMessage("M", 1001);
+  const std::vector<std::string> lines = LinesOf("M");
+  ASSERT_EQ(1001u, lines.size());
+  EXPECT_EQ("  f1000  int32", lines[999]);
+  EXPECT_EQ(kMore, lines.back());
+}
+
+TEST_F(ManyFieldsTest, MessagesThatFanOutAreNotFollowedForEver) {
+  constexpr int kLevels = 16;
+  for (int i = 0; i < kLevels; ++i)
+    AddMessage(absl::StrCat("M", i), 2, absl::StrCat("M", i + 1));
+  AddMessage(absl::StrCat("M", kLevels), 2);
+  const std::vector<std::string> lines = LinesOf("M0");
+  EXPECT_GT(lines.size(), 1000u);
+  // Of a long path the type stands on a line of its own.
+  EXPECT_LE(lines.size(), 2001u);
 }
 
 TEST_F(DeclarationTest, CommentIsProse) {
