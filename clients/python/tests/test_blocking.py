@@ -156,6 +156,20 @@ class Blocking(unittest.TestCase):
                 self.host.expect(f"Window {window} is closed: its client could not answer.")
             self.assertIn(f"the handler raised {exception.__name__}", logs.output[0])
 
+    def test_in_a_forked_process_calls_fail(self):
+        client = self.connect()
+        child = os.fork()
+        if child == 0:
+            # 1 unless all of it is as it should be.
+            try:
+                self.expect_error(Code.CANCELLED, client.windows.show, 1)
+                client.close()
+                os._exit(0)
+            finally:
+                os._exit(1)
+        self.assertEqual(os.waitpid(child, 0)[1], 0)
+        client.windows.show(1)
+
     def test_closing_fails_what_other_threads_wait_for(self):
         client = self.connect()
         events = client.windows.closed(1)

@@ -222,6 +222,16 @@ class Reconnecting(FolderTestCase):
         with self.assertRaisesRegex(TypeError, "naem"):
             torvane.blocking.reconnecting(self.path, naem="clock")
 
+    async def test_an_option_that_is_no_good_is_raised_to_whoever_waits(self):
+        client = torvane.Reconnecting("\ud800")
+        self.addAsyncCleanup(client.aclose)
+        await client.__aenter__()
+        for waiting in (client.wait_connected(), anext(client.windows.closed(1))):
+            with self.assertRaisesRegex(ValueError, "surrogates"):
+                await waiting
+        with self.assertRaisesRegex(ValueError, "surrogates"):
+            client.windows.on_close_window(1)(lambda asked: True)
+
     def test_pauses_must_make_sense(self):
         for pauses in ((0, 1), (2, 1)):
             with self.assertRaises(ValueError):

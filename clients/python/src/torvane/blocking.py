@@ -11,10 +11,14 @@ but one: not from within that of the loop, which runs no code of the program.
 Handlers of questions run in a pool of threads, and may call the client.
 
 Interrupting a call (KeyboardInterrupt) cancels it.
+
+A client stays with the process that has made it. After a fork its calls fail with
+CANCELLED in the child, which needs one of its own.
 """
 
 import asyncio
 import concurrent.futures
+import os
 import threading
 from types import TracebackType
 from typing import Any, Callable, Coroutine, Generic, Optional, Sequence, Tuple, Type, TypeVar
@@ -46,12 +50,16 @@ class _LoopThread:
             HANDLER_THREADS, thread_name_prefix="torvane-handler"
         )
         self._thread = threading.Thread(target=self._run, name="torvane", daemon=True)
+        self._process = os.getpid()
         self._closing = threading.Lock()
         self._closed = False
         self._thread.start()
 
     def run(self, coroutine: Coroutine[Any, Any, _Result]) -> _Result:
         """Runs a coroutine on the loop and returns its result."""
+        if self._is_of_the_parent():
+            coroutine.close()
+            raise RpcError(Code.CANCELLED, "the client is that of the parent process")
         with self._closing:
             if self._closed:
                 coroutine.close()
@@ -75,6 +83,8 @@ class _LoopThread:
 
     def stop(self) -> None:
         """Cancels what still runs on the loop, and ends the thread."""
+        if self._is_of_the_parent():
+            return
         with self._closing:
             if self._closed:
                 return
@@ -82,6 +92,10 @@ class _LoopThread:
         self.loop.call_soon_threadsafe(self.loop.stop)
         self._thread.join()
         self.handlers.shutdown(wait=False)
+
+    def _is_of_the_parent(self) -> bool:
+        """Whether this is a copy that fork() has made, which has no thread."""
+        return os.getpid() != self._process
 
     def _run(self) -> None:
         self.loop.run_forever()

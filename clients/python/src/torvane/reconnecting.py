@@ -116,7 +116,8 @@ class Reconnecting:
         return self._client is not None and self._client.error is None
 
     async def wait_connected(self) -> None:
-        """Waits until there is a connection. Raises CANCELLED once this is closed."""
+        """Waits until there is a connection. Raises CANCELLED once this is closed,
+        and what is wrong with the options if connect() cannot be called with them."""
         while not self.is_connected:
             self.check_running()
             await self.wait_changed()
@@ -139,6 +140,7 @@ class Reconnecting:
         if self._task is None:
             self._changed = asyncio.Event()
             self._task = asyncio.get_running_loop().create_task(self._run())
+            self._task.add_done_callback(lambda task: self.notify())
         return self
 
     async def __aexit__(
@@ -183,9 +185,12 @@ class Reconnecting:
         self._answerers.discard(answerer)
 
     def check_running(self) -> None:
-        """Raises CANCELLED once this is closed."""
+        """Raises CANCELLED once this is closed, and what is wrong with the options
+        if connect() cannot be called with them."""
         if self._task is None:
             raise RpcError(Code.CANCELLED, "the client is closed")
+        if self._task.done():
+            self._task.result()
 
     async def wait_changed(self) -> None:
         """Waits until notify() is called."""
