@@ -56,12 +56,17 @@ class Sequence {
   [[nodiscard]] virtual std::unique_ptr<Timer> RunAt(Clock::time_point time,
                                                      Task task) = 0;
 
-  // Delays of centuries, which no clock can add, count as one.
-  [[nodiscard]] std::unique_ptr<Timer> RunAfter(std::chrono::milliseconds delay,
-                                                Task task) {
+  // When `delay` will be over. Delays of centuries, which no clock can add,
+  // count as one.
+  Clock::time_point TimeAfter(std::chrono::milliseconds delay) const {
     constexpr std::chrono::milliseconds kCentury =
         std::chrono::hours(24 * 365 * 100);
-    return RunAt(Now() + std::min(delay, kCentury), std::move(task));
+    return Now() + std::min(delay, kCentury);
+  }
+
+  [[nodiscard]] std::unique_ptr<Timer> RunAfter(std::chrono::milliseconds delay,
+                                                Task task) {
+    return RunAt(TimeAfter(delay), std::move(task));
   }
 };
 

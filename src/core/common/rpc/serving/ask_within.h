@@ -71,7 +71,7 @@ class TimedQuestion final
 
   void Ask(std::chrono::milliseconds patience, const T& question) {
     const auto self = this->shared_from_this();
-    deadline_ = sequence_.Now() + patience;
+    deadline_ = sequence_.TimeAfter(patience);
     const bool asked = torvane::CallbackStream<T>::Ask(
         question, {.response_callback =
                        [self](T& answer) {

@@ -58,7 +58,7 @@ class AskWithinTest : public ::testing::Test {
     EXPECT_EQ(sequence_.timers(), 0u);
   }
 
-  void Ask(seconds patience = seconds(5), int64_t window = 1) {
+  void Ask(milliseconds patience = seconds(5), int64_t window = 1) {
     CloseWindow question = About(window);
     question.mutable_question();
     AskWithin<CloseWindow>(
@@ -177,6 +177,15 @@ TEST_F(AskWithinTest, PatienceEndsToTheMillisecond) {
   EXPECT_EQ(TakeSettled(), Settled());
   sequence_.Advance(milliseconds(1));
   EXPECT_EQ(TakeSettled(), Settled{"late"});
+}
+
+// More than a clock can add to the time that it is.
+TEST_F(AskWithinTest, PatienceWithoutAnEndIsNotOverAtOnce) {
+  Ask(milliseconds::max());
+  sequence_.Advance(std::chrono::hours(24 * 365));
+  EXPECT_EQ(TakeSettled(), Settled());
+  Answer(1);
+  EXPECT_EQ(RunAndTakeSettled(), Settled{"answered with answer"});
 }
 
 TEST_F(AskWithinTest, ALateAnswerIsDropped) {
