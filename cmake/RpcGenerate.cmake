@@ -73,8 +73,8 @@ function(rpc_generate)
       list(APPEND depends torvane::protoc-gen-rpc)
       list(APPEND service_sources ${out_root}/${stem}.rpc.cc)
     endif()
-    string(MAKE_C_IDENTIFIER ${stem} depfile)
-    set(depfile ${CMAKE_CURRENT_BINARY_DIR}/${arg_TARGET}_${depfile}.d)
+    # Beside the outputs: like theirs, its name is no other file's.
+    set(depfile ${out_root}/${stem}.d)
     add_custom_command(
       OUTPUT ${outputs}
       COMMAND protobuf::protoc ${import_flags} ${flags} --dependency_out=${depfile} ${proto}

@@ -15,6 +15,10 @@ add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION
 add_test(NAME apps/package/setup_without_apt
   COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/setup_test.py ${PROJECT_SOURCE_DIR})
 set_tests_properties(apps/package/setup_without_apt PROPERTIES LABELS apps)
+add_test(NAME apps/package/generating_again
+  COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/rpc_generate_test.py
+          ${PROJECT_SOURCE_DIR} $<TARGET_FILE:protoc-gen-rpc> ${CMAKE_CXX_COMPILER})
+set_tests_properties(apps/package/generating_again PROPERTIES LABELS apps)
 if(torvane_installs)
   add_consumer_test(installed)
 
