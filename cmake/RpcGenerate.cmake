@@ -57,6 +57,12 @@ function(rpc_generate)
   list(REMOVE_DUPLICATES imports)
   list(TRANSFORM imports PREPEND -I OUTPUT_VARIABLE import_flags)
 
+  # Spaces in paths, which protoc leaves as they are: all of the list but those that
+  # part it, at the beginning of a line, before the backslash at its end, and after
+  # the colon.
+  set(escape_spaces sed -i -e [[s/ /\\ /g]] -e [[s/^\\ / /]] -e [[s/\\ \\$/ \\/]]
+                    -e [[s/:\\ /: /]])
+
   set(protos ${arg_MESSAGES} ${arg_SERVICES})
   set(message_sources)
   set(service_sources)
@@ -78,6 +84,7 @@ function(rpc_generate)
     add_custom_command(
       OUTPUT ${outputs}
       COMMAND protobuf::protoc ${import_flags} ${flags} --dependency_out=${depfile} ${proto}
+      COMMAND ${escape_spaces} ${depfile}
       DEPENDS ${depends}
       DEPFILE ${depfile}
       COMMENT "Generating ${stem}.pb and service code"

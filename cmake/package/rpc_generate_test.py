@@ -2,8 +2,8 @@
 
     rpc_generate_test.py SOURCE PLUGIN COMPILER
 
-With files whose names differ in nothing but signs that are no letters, and with an
-imported file. Nothing is compiled.
+In a folder whose name has a space, with files whose names differ in nothing but signs
+that are no letters, and with an imported file. Nothing is compiled.
 """
 
 import pathlib
@@ -60,7 +60,7 @@ def write_project(folder, source, plugin):
 
 def main():
     source, plugin, compiler = sys.argv[1:]
-    with tempfile.TemporaryDirectory() as work:
+    with tempfile.TemporaryDirectory(prefix='with a space ') as work:
         folder = pathlib.Path(work)
         proto = write_project(folder, source, plugin)
         build = folder / 'build'
