@@ -2,6 +2,8 @@
 # script is called with --help, prints its help and ends it.
 
 set -euo pipefail
+# Of folders of the caller's, which "cd scripts" could go to.
+unset CDPATH
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 say() { printf '==> %s\n' "$*"; }
@@ -32,7 +34,7 @@ need_number() {
 for argument; do
   case $argument in
     -h | --help)
-      sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/$(basename "$0")"
+      sed -n '2,/^[^#]/s/^# \{0,1\}//p' "scripts/$(basename "$(readlink -f "$0")")"
       exit 0
       ;;
   esac

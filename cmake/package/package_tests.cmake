@@ -15,6 +15,9 @@ add_consumer_test(subdirectory -DTORVANE_PARTITION_ALLOC_DIR=${TORVANE_PARTITION
 add_test(NAME apps/package/setup_without_apt
   COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/setup_test.py ${PROJECT_SOURCE_DIR})
 set_tests_properties(apps/package/setup_without_apt PROPERTIES LABELS apps)
+add_test(NAME apps/package/scripts_from_anywhere
+  COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/scripts_test.py ${PROJECT_SOURCE_DIR})
+set_tests_properties(apps/package/scripts_from_anywhere PROPERTIES LABELS apps)
 add_test(NAME apps/package/generating_again
   COMMAND ${TORVANE_PYTHON} -B ${CMAKE_CURRENT_SOURCE_DIR}/rpc_generate_test.py
           ${PROJECT_SOURCE_DIR} $<TARGET_FILE:protoc-gen-rpc> ${CMAKE_CXX_COMPILER})

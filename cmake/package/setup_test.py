@@ -15,7 +15,7 @@ import subprocess
 import sys
 import tempfile
 
-NEEDED = ('basename', 'bash', 'dirname', 'grep', 'paste', 'sed', 'sort')
+NEEDED = ('basename', 'bash', 'dirname', 'grep', 'paste', 'readlink', 'sed', 'sort')
 # What each option asks for, among others: by Debian's name and by Fedora's.
 MISSING = {
     '': {'g++': 'gcc-c++', 'cmake': 'cmake', 'ninja-build': 'ninja-build',
