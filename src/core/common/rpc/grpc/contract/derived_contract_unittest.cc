@@ -90,14 +90,22 @@ class DerivedContract : public testing::Test {
   absl::Status Derive(const std::vector<const FileDescriptor*>& files) {
     return BuildDerivedContract(files, derived_);
   }
-  absl::StatusOr<std::string> DeriveShop(const std::string& text) {
-    const FileDescriptor* const file = Import("shop.proto", text);
-    const absl::Status status = Derive({file});
+  // With pools of its own: it may be used several times.
+  static absl::StatusOr<std::string> DeriveShop(const std::string& text) {
+    Files files;
+    files.texts["shop.proto"] = text;
+    google::protobuf::compiler::Importer importer(&files, nullptr);
+    const FileDescriptor* const file = importer.Import("shop.proto");
+    if (file == nullptr) {
+      return absl::NotFoundError("cannot be imported");
+    }
+    DescriptorPool derived;
+    const absl::Status status = BuildDerivedContract({file}, derived);
     if (!status.ok()) {
       return status;
     }
     return DeriveText(text, *file, QuestionTypes({file}),
-                      *derived_.FindFileByName("shop.proto"));
+                      *derived.FindFileByName("shop.proto"));
   }
 
   Files files_;
@@ -193,6 +201,19 @@ TEST_F(DerivedContract, TheTextChangesNowhereElse) {
             "}\n"}}));
 }
 
+TEST_F(DerivedContract, ACommentGoesWithItsOptionHoweverItIsWritten) {
+  const auto wanted = DeriveShop(Contract());
+  ASSERT_EQ(wanted.status(), absl::OkStatus());
+  for (const char* comment :
+       {"// Makes\n// stubs.\n", "/* Makes stubs. */\n",
+        "/*\n * Makes stubs.\n */\n", "/* Makes\n   stubs. */\n"}) {
+    EXPECT_EQ(DeriveShop(absl::StrReplaceAll(Contract(),
+                                             {{"// Makes stubs.\n", comment}})),
+              wanted)
+        << comment;
+  }
+}
+
 TEST_F(DerivedContract, AMessageHasToEndOnALineOfItsOwn) {
   EXPECT_EQ(
       DeriveShop(absl::StrReplaceAll(Contract(), {{"  }\n  \n}\n", "  } }\n"}}))
@@ -210,6 +231,23 @@ TEST_F(DerivedContract, ATextThatIsNotTheFilesIsNoticed) {
           .status(),
       absl::InvalidArgumentError(
           "the text of shop.proto is not what it was parsed from"));
+}
+
+TEST_F(DerivedContract, ATextThatDoesNotParseIsRefused) {
+  const FileDescriptor* const file = Import("shop.proto", Contract());
+  ASSERT_EQ(Derive({file}), absl::OkStatus());
+  const auto refusal = [&](const std::string& text) {
+    return std::string(DeriveText(text, *file, QuestionTypes({file}),
+                                  *derived_.FindFileByName("shop.proto"))
+                           .status()
+                           .message());
+  };
+  EXPECT_THAT(refusal(Contract() + "/*"),
+              HasSubstr("shop.proto: the derived text does not parse: "
+                        "End-of-file inside block comment."));
+  EXPECT_THAT(refusal(Contract() + "}"),
+              HasSubstr("shop.proto: the derived text does not parse: "
+                        "Expected top-level statement"));
 }
 
 }  // namespace

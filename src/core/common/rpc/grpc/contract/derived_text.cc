@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <map>
+#include <string_view>
 #include <vector>
 
 #include "absl/strings/ascii.h"
@@ -46,6 +47,33 @@ std::vector<std::string> AddedLines(size_t indentation) {
   return lines;
 }
 
+// The line at which the comment above `line`, that of what stands at
+// `location`, begins; `line` if there is none.
+size_t BeginOfComment(const SourceCodeInfo::Location& location,
+                      const std::vector<std::string>& lines,
+                      size_t line) {
+  if (!location.has_leading_comments() || line == 0) {
+    return line;
+  }
+  const std::string_view last = absl::StripAsciiWhitespace(lines[line - 1]);
+  if (absl::StartsWith(last, "//")) {
+    const auto comment = static_cast<size_t>(
+        std::ranges::count(location.leading_comments(), '\n'));
+    return line - std::min(line, comment);
+  }
+  if (!absl::EndsWith(last, "*/")) {
+    return line;
+  }
+  size_t begin = line - 1;
+  while (begin > 0 && !absl::StrContains(lines[begin], "/*")) {
+    --begin;
+  }
+  // What stands before the comment stays, and the comment with it.
+  return absl::StartsWith(absl::StripAsciiWhitespace(lines[begin]), "/*")
+             ? begin
+             : line;
+}
+
 // Where the option stands: its lines, with the comment above and the blank line
 // below it. Nothing where it is not set.
 struct Lines {
@@ -63,12 +91,10 @@ Lines LinesOfOption(const FileDescriptor& file,
         location.path(1) != FileOptions::kCcGenericServicesFieldNumber) {
       continue;
     }
-    const size_t comment = static_cast<size_t>(
-        std::ranges::count(location.leading_comments(), '\n'));
     const size_t first = static_cast<size_t>(location.span(0));
     const size_t last =
         static_cast<size_t>(location.span(location.span_size() == 4 ? 2 : 0));
-    Lines found = {first - std::min(first, comment), last + 1};
+    Lines found = {BeginOfComment(location, lines, first), last + 1};
     if (found.end < lines.size() && lines[found.end].empty()) {
       ++found.end;
     }
@@ -97,23 +123,44 @@ void CopyImports(const FileDescriptor& file, DescriptorPool& pool) {
   }
 }
 
+// Keeps the first fault of a text.
+class FirstFault final : public google::protobuf::io::ErrorCollector {
+ public:
+  void AddError(int, int, const std::string& message) override {
+    if (message_.empty()) {
+      message_ = message;
+    }
+  }
+
+  const std::string& message() const { return message_; }
+
+ private:
+  std::string message_;
+};
+
 // The derived file, as the text says it.
 absl::StatusOr<FileDescriptorProto> Parse(const std::string& text,
                                           const FileDescriptor& derived) {
   google::protobuf::io::ArrayInputStream input(text.data(),
                                                static_cast<int>(text.size()));
-  google::protobuf::io::Tokenizer tokens(&input, nullptr);
+  FirstFault fault;
+  google::protobuf::io::Tokenizer tokens(&input, &fault);
   google::protobuf::compiler::Parser parser;
+  parser.RecordErrorsTo(&fault);
   FileDescriptorProto parsed;
-  if (!parser.Parse(&tokens, &parsed)) {
-    return absl::InvalidArgumentError("the derived text does not parse");
+  // Only one of them knows of what the other finds.
+  if (!parser.Parse(&tokens, &parsed) || !fault.message().empty()) {
+    return absl::InvalidArgumentError(
+        absl::StrCat(derived.name(),
+                     ": the derived text does not parse: ", fault.message()));
   }
   parsed.set_name(derived.name());
   DescriptorPool pool;
   CopyImports(derived, pool);
   const FileDescriptor* const built = pool.BuildFile(parsed);
   if (built == nullptr) {
-    return absl::InvalidArgumentError("the derived text cannot be built");
+    return absl::InvalidArgumentError(
+        absl::StrCat(derived.name(), ": the derived text cannot be built"));
   }
   return Complete(*built);
 }
