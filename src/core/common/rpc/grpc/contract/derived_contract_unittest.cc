@@ -214,6 +214,17 @@ TEST_F(DerivedContract, ACommentGoesWithItsOptionHoweverItIsWritten) {
   }
 }
 
+TEST_F(DerivedContract, FieldsOfProto2AreOptional) {
+  const auto text = DeriveShop(absl::StrReplaceAll(
+      Contract(),
+      {{"proto3", "proto2"},
+       {"  BrowserId browser_id", "  optional BrowserId browser_id"},
+       {"  int64 ", "  optional int64 "}}));
+  ASSERT_EQ(text.status(), absl::OkStatus());
+  EXPECT_THAT(*text, HasSubstr("\n  optional bool declined = 14;\n"));
+  EXPECT_THAT(*text, HasSubstr("\n  optional int64 call_id = 15;\n}\n"));
+}
+
 TEST_F(DerivedContract, AMessageHasToEndOnALineOfItsOwn) {
   EXPECT_EQ(
       DeriveShop(absl::StrReplaceAll(Contract(), {{"  }\n  \n}\n", "  } }\n"}}))

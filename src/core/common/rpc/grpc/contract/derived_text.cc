@@ -33,16 +33,20 @@ std::string TypeName(FieldDescriptorProto::Type type) {
   return type == FieldDescriptorProto::TYPE_BOOL ? "bool" : "int64";
 }
 
-std::vector<std::string> AddedLines(size_t indentation) {
+// As the fields of `file` are written, `indentation` to the right.
+std::vector<std::string> AddedLines(const FileDescriptor& file,
+                                    size_t indentation) {
   const std::string indent(indentation, ' ');
+  const char* const label =
+      file.syntax() == FileDescriptor::SYNTAX_PROTO2 ? "optional " : "";
   std::vector<std::string> lines;
   for (const AddedField& field : AddedFields()) {
     lines.emplace_back();
     for (const std::string& line : field.comment) {
       lines.push_back(absl::StrCat(indent, "// ", line));
     }
-    lines.push_back(absl::StrCat(indent, TypeName(field.type), " ", field.name,
-                                 " = ", field.number, ";"));
+    lines.push_back(absl::StrCat(indent, label, TypeName(field.type), " ",
+                                 field.name, " = ", field.number, ";"));
   }
   return lines;
 }
@@ -192,7 +196,7 @@ absl::StatusOr<std::string> DeriveText(
   std::vector<std::string> changed;
   for (size_t i = 0; i < lines.size(); ++i) {
     if (const auto end = ends.find(i); end != ends.end()) {
-      const auto added = AddedLines(end->second);
+      const auto added = AddedLines(file, end->second);
       changed.insert(changed.end(), added.begin(), added.end());
     }
     if (i < option.begin || i >= option.end) {
