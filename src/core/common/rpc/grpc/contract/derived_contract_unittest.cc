@@ -225,6 +225,11 @@ TEST_F(DerivedContract, FieldsOfProto2AreOptional) {
   EXPECT_THAT(*text, HasSubstr("\n  optional int64 call_id = 15;\n}\n"));
 }
 
+// Of which some editors write one. Parsers take it at the very beginning only.
+TEST_F(DerivedContract, AByteOrderMarkIsLeftOut) {
+  EXPECT_EQ(DeriveShop("\xef\xbb\xbf" + Contract()), DeriveShop(Contract()));
+}
+
 TEST_F(DerivedContract, AMessageHasToEndOnALineOfItsOwn) {
   EXPECT_EQ(
       DeriveShop(absl::StrReplaceAll(Contract(), {{"  }\n  \n}\n", "  } }\n"}}))

@@ -16,6 +16,7 @@
 #include "absl/strings/str_cat.h"
 #include "absl/strings/str_join.h"
 #include "absl/strings/str_split.h"
+#include "absl/strings/strip.h"
 #include "core/common/rpc/grpc/contract/derived_contract.h"
 
 namespace rpc::grpc {
@@ -28,6 +29,9 @@ using google::protobuf::FileDescriptorProto;
 using google::protobuf::FileOptions;
 using google::protobuf::SourceCodeInfo;
 using google::protobuf::SourceLocation;
+
+// Stands before a text and is no part of it.
+constexpr char kByteOrderMark[] = "\xef\xbb\xbf";
 
 std::string TypeName(FieldDescriptorProto::Type type) {
   return type == FieldDescriptorProto::TYPE_BOOL ? "bool" : "int64";
@@ -176,7 +180,8 @@ absl::StatusOr<std::string> DeriveText(
     const FileDescriptor& file,
     const std::set<std::string>& question_types,
     const FileDescriptor& derived) {
-  const std::vector<std::string> lines = absl::StrSplit(text, '\n');
+  const std::vector<std::string> lines =
+      absl::StrSplit(absl::StripPrefix(text, kByteOrderMark), '\n');
   // Lines before which fields come, by how far these are indented.
   std::map<size_t, size_t> ends;
   for (const std::string& type : question_types) {
