@@ -7,6 +7,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -230,6 +231,27 @@ TEST_F(DerivedContract, AByteOrderMarkIsLeftOut) {
   EXPECT_EQ(DeriveShop("\xef\xbb\xbf" + Contract()), DeriveShop(Contract()));
 }
 
+TEST_F(DerivedContract, TheOptionHasToStandOnLinesOfItsOwn) {
+  const std::string option = "option cc_generic_services = true;";
+  for (const std::string& with_others :
+       {option + " option go_package = \"a\";",
+        "option go_package = \"a\"; " + option}) {
+    EXPECT_EQ(
+        DeriveShop(absl::StrReplaceAll(Contract(), {{option, with_others}}))
+            .status(),
+        absl::InvalidArgumentError("shop.proto: the option cc_generic_services "
+                                   "does not stand on a line of its own"))
+        << with_others;
+  }
+  for (const std::string& alone :
+       {"\t" + option, option + "  // Stubs.", option + "/* Stubs. */ ",
+        std::string("option\ncc_generic_services\n= true\n;")}) {
+    const auto text =
+        DeriveShop(absl::StrReplaceAll(Contract(), {{option, alone}}));
+    EXPECT_EQ(text, DeriveShop(Contract())) << alone;
+  }
+}
+
 TEST_F(DerivedContract, AMessageHasToEndOnALineOfItsOwn) {
   EXPECT_EQ(
       DeriveShop(absl::StrReplaceAll(Contract(), {{"  }\n  \n}\n", "  } }\n"}}))
@@ -241,12 +263,18 @@ TEST_F(DerivedContract, AMessageHasToEndOnALineOfItsOwn) {
 TEST_F(DerivedContract, ATextThatIsNotTheFilesIsNoticed) {
   const FileDescriptor* const file = Import("shop.proto", Contract());
   ASSERT_EQ(Derive({file}), absl::OkStatus());
-  EXPECT_EQ(
-      DeriveText(absl::StrReplaceAll(Contract(), {{"Buy", "Sell"}}), *file,
-                 QuestionTypes({file}), *derived_.FindFileByName("shop.proto"))
-          .status(),
-      absl::InvalidArgumentError(
-          "the text of shop.proto is not what it was parsed from"));
+  const auto refusal = [&](const std::string& text,
+                           const std::set<std::string>& question_types) {
+    return DeriveText(text, *file, question_types,
+                      *derived_.FindFileByName("shop.proto"))
+        .status();
+  };
+  const absl::Status wanted = absl::InvalidArgumentError(
+      "the text of shop.proto is not what it was parsed from");
+  EXPECT_EQ(refusal(absl::StrReplaceAll(Contract(), {{"Buy", "Sell"}}),
+                    QuestionTypes({file})),
+            wanted);
+  EXPECT_EQ(refusal("syntax = \"proto3\";", {}), wanted);
 }
 
 TEST_F(DerivedContract, ATextThatDoesNotParseIsRefused) {

@@ -82,14 +82,24 @@ size_t BeginOfComment(const SourceCodeInfo::Location& location,
              : line;
 }
 
+// Whether there is nothing in these lines but one option, and a comment on it.
+bool IsAlone(const std::string& lines) {
+  const size_t end = std::min(lines.find(';'), lines.size() - 1);
+  const std::string_view rest =
+      absl::StripAsciiWhitespace(std::string_view(lines).substr(end + 1));
+  return absl::StartsWith(absl::StripAsciiWhitespace(lines), "option") &&
+         (rest.empty() || absl::StartsWith(rest, "//") ||
+          absl::StartsWith(rest, "/*"));
+}
+
 // Where the option stands: its lines, with the comment above and the blank line
 // below it. Nothing where it is not set.
 struct Lines {
   size_t begin = 0;
   size_t end = 0;
 };
-Lines LinesOfOption(const FileDescriptor& file,
-                    const std::vector<std::string>& lines) {
+absl::StatusOr<Lines> LinesOfOption(const FileDescriptor& file,
+                                    const std::vector<std::string>& lines) {
   FileDescriptorProto proto;
   file.CopySourceCodeInfoTo(&proto);
   for (const SourceCodeInfo::Location& location :
@@ -102,13 +112,25 @@ Lines LinesOfOption(const FileDescriptor& file,
     const size_t first = static_cast<size_t>(location.span(0));
     const size_t last =
         static_cast<size_t>(location.span(location.span_size() == 4 ? 2 : 0));
+    // Another text than the file's, which is noticed when it is parsed.
+    if (last >= lines.size()) {
+      break;
+    }
+    if (!IsAlone(absl::StrJoin(lines.begin() + static_cast<ptrdiff_t>(first),
+                               lines.begin() + static_cast<ptrdiff_t>(last) + 1,
+                               " "))) {
+      return absl::InvalidArgumentError(
+          absl::StrCat(file.name(),
+                       ": the option cc_generic_services does not "
+                       "stand on a line of its own"));
+    }
     Lines found = {BeginOfComment(location, lines, first), last + 1};
     if (found.end < lines.size() && lines[found.end].empty()) {
       ++found.end;
     }
     return found;
   }
-  return {};
+  return Lines();
 }
 
 // With the names in JSON, which only some descriptors have been told.
@@ -197,14 +219,17 @@ absl::StatusOr<std::string> DeriveText(
     }
     ends[end] = lines[end].find('}') + 2;
   }
-  const Lines option = LinesOfOption(file, lines);
+  const absl::StatusOr<Lines> option = LinesOfOption(file, lines);
+  if (!option.ok()) {
+    return option.status();
+  }
   std::vector<std::string> changed;
   for (size_t i = 0; i < lines.size(); ++i) {
     if (const auto end = ends.find(i); end != ends.end()) {
       const auto added = AddedLines(file, end->second);
       changed.insert(changed.end(), added.begin(), added.end());
     }
-    if (i < option.begin || i >= option.end) {
+    if (i < option->begin || i >= option->end) {
       changed.push_back(lines[i]);
     }
   }

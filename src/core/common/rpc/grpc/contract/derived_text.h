@@ -5,7 +5,8 @@
 // Ownership: values. Sequence: any.
 //
 // Failure: INVALID_ARGUMENT when a message of questions does not end on a line
-// of its own, or the text is not that of the file.
+// of its own, the option does not stand on lines of its own, or the text is not
+// that of the file.
 
 #ifndef CORE_COMMON_RPC_GRPC_CONTRACT_DERIVED_TEXT_H_
 #define CORE_COMMON_RPC_GRPC_CONTRACT_DERIVED_TEXT_H_
