@@ -37,12 +37,19 @@ std::string TypeName(FieldDescriptorProto::Type type) {
   return type == FieldDescriptorProto::TYPE_BOOL ? "bool" : "int64";
 }
 
+// Where fields have a label. Descriptors of later releases do not tell a file's
+// syntax; copies of it leave "proto2" out or have it.
+bool IsProto2(const FileDescriptor& file) {
+  FileDescriptorProto proto;
+  file.CopyTo(&proto);
+  return proto.syntax().empty() || proto.syntax() == "proto2";
+}
+
 // As the fields of `file` are written, `indentation` to the right.
 std::vector<std::string> AddedLines(const FileDescriptor& file,
                                     size_t indentation) {
   const std::string indent(indentation, ' ');
-  const char* const label =
-      file.syntax() == FileDescriptor::SYNTAX_PROTO2 ? "optional " : "";
+  const char* const label = IsProto2(file) ? "optional " : "";
   std::vector<std::string> lines;
   for (const AddedField& field : AddedFields()) {
     lines.emplace_back();
