@@ -203,6 +203,23 @@ def check_component(prefix, name, work, compiler, wanted):
     expect(consumer, run(binaries / consumer), wanted)
 
 
+def check_missing_component(prefix, work, compiler):
+    """A project that needs a component which is not there is told which; one that can do
+    without is not."""
+    folder = work / 'needs_another'
+    folder.mkdir()
+    project = folder / 'CMakeLists.txt'
+    project.write_text('cmake_minimum_required(VERSION 3.25)\nproject(needs_another CXX)\n'
+                       'find_package(torvane REQUIRED COMPONENTS ${NEEDED}\n'
+                       '             OPTIONAL_COMPONENTS another)\n')
+    command = ('cmake', '-S', folder, '-B', folder / 'build', '-G', 'Ninja',
+               f'-DCMAKE_CXX_COMPILER={compiler}', f'-DCMAKE_PREFIX_PATH={prefix}')
+    run(*command, '-DNEEDED=stream')
+    said = run(*command, '-DNEEDED=stream;missing', status=1)
+    if "torvane has no component 'missing' here" not in ' '.join(said.split()):
+        fail(f'find_package says of a missing component: {said}')
+
+
 def test_installed(work, build, source, compiler):
     first = work / 'first'
     for component in ('dev', 'tools'):
@@ -224,6 +241,7 @@ def test_installed(work, build, source, compiler):
     check_server_and_caller(program, binaries / 'caller', work)
     check_component(prefix, 'glib', work, compiler, 'callback of GLib\ntask of the loop\n')
     check_component(prefix, 'grpc', work, compiler, 'listens\n')
+    check_missing_component(prefix, work, compiler)
 
 
 def check_warnings(build, said):
