@@ -157,7 +157,8 @@ void ClientStreamTable::Finish(uint64_t id, const absl::Status& status) {
 
 void ClientStreamTable::FinishAll(const absl::Status& why) {
   closed_ = why;
-  while (!streams_.empty()) {
+  const uint64_t last_id = last_id_;
+  while (!streams_.empty() && streams_.begin()->first <= last_id) {
     Finish(streams_.begin()->first, why);
   }
 }

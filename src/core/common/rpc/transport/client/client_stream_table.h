@@ -86,7 +86,7 @@ class ClientStreamTable final
   void OnEndFrame(const StreamEndFrame& frame);
 
   // The connection is closed or about to be: finishes all streams with `why`,
-  // and any that is opened later.
+  // and on a later turn any that is opened meanwhile or afterwards.
   void FinishAll(const absl::Status& why);
 
  private:

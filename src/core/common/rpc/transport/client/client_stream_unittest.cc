@@ -96,6 +96,28 @@ TEST_F(ClientStreamTest, OfALostClientEndsWithTheReasonOfTheLoss) {
   EXPECT_EQ(ends_[1], ends_[0]);
 }
 
+// Whoever opens a stream anew whenever it ends lets others have their turns.
+TEST_F(ClientStreamTest, OpenedAsTheClientIsLostEndsOnALaterTurn) {
+  bool others_had_a_turn = false;
+  std::optional<ClientStream> stream;
+  const ClientStream::EndCallback open_anew = [&](const absl::Status& end) {
+    ends_.push_back(end);
+    if (ends_.size() == 2) {
+      EXPECT_TRUE(others_had_a_turn);
+      return;
+    }
+    loop_.Post([&] { others_had_a_turn = true; });
+    stream.emplace(
+        *server_.client, kWatch, [](const StreamMessage&) {}, open_anew);
+  };
+  stream_.reset();
+  stream.emplace(
+      *server_.client, kWatch, [](const StreamMessage&) {}, open_anew);
+  server_.peer.Send(Frame::kGoodbye, GoodbyeFrame());
+  ASSERT_TRUE(loop_.RunUntil([this] { return ends_.size() == 2; }));
+  EXPECT_EQ(ends_[1], absl::UnavailableError("the server said goodbye"));
+}
+
 // Its own end is told on a later turn, which finds it gone.
 TEST_F(ClientStreamTest, OfNoMethodEndsOnceThoughItsClientGoesMeanwhile) {
   std::vector<absl::Status> ends;
