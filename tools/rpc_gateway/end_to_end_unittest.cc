@@ -140,6 +140,14 @@ class GatewayTest : public testing::Test {
     EXPECT_THAT(ready, StartsWith("rpc_gateway: ready at 127.0.0.1:"));
     address_ = ready.substr(ready.rfind(' ') + 1);
   }
+  // By so many hours whenever it looks at it.
+  void StartGatewayThatSetsItsClock(const std::string& hours) {
+    std::vector<std::string> words = GatewayWords({});
+    words.insert(words.begin(),
+                 {"/usr/bin/env", absl::StrCat("SET_CLOCK=", hours),
+                  absl::StrCat("LD_PRELOAD=", SET_CLOCK)});
+    StartGatewayBy(words);
+  }
   std::vector<std::string> GatewayWords(std::vector<std::string> words) const {
     words.insert(words.begin(),
                  {RPC_GATEWAY, "--socket", socket_, "--listen", "127.0.0.1:0"});
@@ -375,11 +383,7 @@ TEST_F(GatewayTest, ACallIsOverWhenItsTimeIs) {
 
 TEST_F(GatewayTest, ACallHasItsTimeThoughTheClockIsSet) {
   StartHost();
-  std::vector<std::string> words = GatewayWords({});
-  // By an hour whenever the gateway looks at it.
-  words.insert(words.begin(), {"/usr/bin/env", "SET_CLOCK=1",
-                               absl::StrCat("LD_PRELOAD=", SET_CLOCK)});
-  StartGatewayBy(words);
+  StartGatewayThatSetsItsClock("1");
   const auto call = client().Call(kGetTitle, Window(1),
                                   {.timeout = std::chrono::minutes(10)});
   RunUntil([&] { return call->over; });
@@ -576,6 +580,17 @@ TEST_F(GatewayTest, ASignalStopsIt) {
   gateway_->Signal(SIGTERM);
   AwaitEnd(stream);
   EXPECT_EQ(stream->status, absl::UnavailableError("the server is stopping"));
+  EXPECT_EQ(gateway_->Wait().exit_code, 0);
+}
+
+// Somebody who watches the health has the rest of the grace.
+TEST_F(GatewayTest, ItStopsInItsTimeThoughTheClockIsSetBack) {
+  StartHost();
+  StartGatewayThatSetsItsClock("-1");
+  const auto watch = client().Open(kHealthWatch);
+  watch->Send(ServiceName(""));
+  Await(watch, 1);
+  gateway_->Signal(SIGTERM);
   EXPECT_EQ(gateway_->Wait().exit_code, 0);
 }
 

@@ -88,6 +88,14 @@ int ToInt(std::chrono::milliseconds time) {
       std::min<int64_t>(time.count(), std::numeric_limits<int>::max()));
 }
 
+// When `time` will be over, by the steady clock.
+gpr_timespec DeadlineIn(loop::Clock::duration time) {
+  return gpr_time_add(
+      gpr_now(GPR_CLOCK_MONOTONIC),
+      gpr_time_from_nanos(std::chrono::nanoseconds(time).count(),
+                          GPR_TIMESPAN));
+}
+
 // More than enough for what is written already but for the network.
 constexpr std::chrono::seconds kTimeForLastWrites(1);
 
@@ -163,7 +171,7 @@ class FrontCore final : public std::enable_shared_from_this<FrontCore>,
   bool stopping_ = false;
   std::function<void()> on_stopped_;
   std::unique_ptr<loop::Timer> grace_timer_;
-  std::chrono::system_clock::time_point grace_end_;
+  loop::Clock::time_point grace_end_;
   std::thread shutdown_;
 
   // Whose health has been told of.
@@ -368,7 +376,7 @@ void FrontCore::Stop(std::chrono::milliseconds grace,
 // Streams have ended.
 void FrontCore::AwaitCalls(std::chrono::milliseconds grace) {
   grace_timer_ = loop_.RunAfter(grace, [this] { ShutDown(); });
-  grace_end_ = std::chrono::system_clock::now() + grace;
+  grace_end_ = loop_.TimeAfter(grace);
   under_way_.reset();
 }
 
@@ -379,12 +387,13 @@ void FrontCore::ShutDown() {
     return;
   }
   listener_.reset();
-  shutdown_ = std::thread([this] {
+  const auto time = std::min<loop::Clock::duration>(grace_end_ - loop_.Now(),
+                                                    kTimeForLastWrites);
+  shutdown_ = std::thread([this, time] {
     // Until then gRPC writes what it has not written yet, such as the ends of
     // streams. It waits for idle connections and for watchers of its own
     // services, too: so not for all that is left of a long grace.
-    server_->Shutdown(std::min(
-        grace_end_, std::chrono::system_clock::now() + kTimeForLastWrites));
+    server_->Shutdown(DeadlineIn(time));
     loop_.Post([weak_self = weak_from_this()] {
       if (const auto self = weak_self.lock()) {
         self->work_.reset();
@@ -402,7 +411,7 @@ void FrontCore::Close() {
     peer->EndAll(Stopping());
   }
   if (server_ != nullptr) {
-    server_->Shutdown(std::chrono::system_clock::now());
+    server_->Shutdown(DeadlineIn(loop::Clock::duration::zero()));
   }
   if (shutdown_.joinable()) {
     shutdown_.join();
