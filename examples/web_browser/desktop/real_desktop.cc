@@ -95,14 +95,14 @@ void RealDesktop::Lose() {
   // Their destruction would use the display.
   static auto* const kept =
       new std::map<int64_t, std::unique_ptr<RealWindow>>();
+  order_.clear();
+  touched_.clear();
   for (auto& [id, window] : std::exchange(windows_, {})) {
     if (window->is_open() && observer())
       observer()->OnWindowGone(window->properties(),
                                rpc::WINDOW_CLOSE_REASON_SHUTDOWN);
     kept->emplace(id, std::move(window));
   }
-  order_.clear();
-  touched_.clear();
   if (const auto under_way = std::exchange(under_way_, nullptr))
     under_way->End(NoWindow(under_way->id));
 }
@@ -121,8 +121,10 @@ std::vector<int64_t> RealDesktop::stacking() const {
     if (window != nullptr && window->is_open())
       managed.push_back(window->id());
   }
-  // Those that the window manager does not know keep their places.
+  // Those that the window manager does not know keep their places. One that
+  // opens has its own already.
   std::vector<int64_t> stacking = order_;
+  std::erase_if(stacking, [this](int64_t id) { return !Find(id)->is_open(); });
   for (int64_t& id : stacking) {
     if (std::find(managed.begin(), managed.end(), id) == managed.end())
       continue;

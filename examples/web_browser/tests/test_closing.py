@@ -156,6 +156,17 @@ class LateLayout(BrowserTestCase):
         self.seen().click(width - 14, 15)
         self.assertEqual(events.get(TIMEOUT).reason, USER)
 
+    def test_a_window_is_listed_from_when_it_is_open(self):
+        directory = self.client.service("rpc.directory.WindowDirectory")
+        listed = set()
+        with self.parallel() as start:
+            opening = start(directory.open_window)
+            while not opening.done():
+                listed.add(len(directory.list_windows().windows))
+        self.assertEqual(opening.result().browser_id.value, 2)
+        self.assertLessEqual(listed, {1, 2})
+        self.assertEqual(len(directory.list_windows().windows), 2)
+
 
 class ByThePage(PageTestCase):
     page = "<title>page</title><script>onclick = () => window.close()</script>"
