@@ -112,6 +112,25 @@ void SetClass(GtkWidget* widget, const char* name, bool has) {
     gtk_style_context_remove_class(style, name);
 }
 
+// Such as the one for printing, which is WebKit's, and else would stay behind,
+// and keep the loop in which it waits.
+void EndDialogsOf(GtkWidget* window) {
+  GList* const toplevels = gtk_window_list_toplevels();
+  // Their owners may let go of them now, or only when their loop is over.
+  g_list_foreach(
+      toplevels, +[](gpointer toplevel, gpointer) { g_object_ref(toplevel); },
+      nullptr);
+  for (const GList* at = toplevels; at != nullptr; at = at->next) {
+    auto* const toplevel = static_cast<GtkWindow*>(at->data);
+    if (GTK_IS_DIALOG(toplevel) &&
+        gtk_window_get_transient_for(toplevel) == GTK_WINDOW(window)) {
+      gtk_dialog_response(GTK_DIALOG(toplevel), GTK_RESPONSE_CANCEL);
+      gtk_widget_hide(GTK_WIDGET(toplevel));
+    }
+  }
+  g_list_free_full(toplevels, g_object_unref);
+}
+
 }  // namespace
 
 int DisplayScale() {
@@ -208,6 +227,7 @@ Frame::~Frame() {
     gtk_widget_destroy(menu_);
   if (menu_event_ != nullptr)
     gdk_event_free(menu_event_);
+  EndDialogsOf(window_);
   gtk_widget_destroy(window_);
   // Until the server knows it, others would still see the window.
   gdk_display_sync(gdk_display_get_default());

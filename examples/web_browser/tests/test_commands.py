@@ -2,6 +2,7 @@
 really executed on the page."""
 
 import queue
+import signal
 import unittest
 
 from programs import TIMEOUT
@@ -123,6 +124,19 @@ class Commands(PageTestCase):
         self.assertTrue(self.seen().is_maximized())
         self.observer.key("Escape")
         self.observer.wait_until(lambda: "Print" not in self.observer.titles(), "its end")
+
+    def open_print_dialog(self):
+        self.press("ctrl+p", "print")
+        self.observer.wait_until(lambda: "Print" in self.observer.titles(), "the dialog")
+
+    def test_the_print_dialog_goes_with_its_window(self):
+        self.open_print_dialog()
+        self.assertTrue(self.windows.close(1))
+        self.assertEqual(self.observer.titles(), [])
+
+    def test_the_print_dialog_does_not_hold_up_the_end(self):
+        self.open_print_dialog()
+        self.assertEqual(self.browser.kill(signal.SIGTERM), 0)
 
     def test_from_the_menu_button(self):
         self.seen().click(15, 15)
