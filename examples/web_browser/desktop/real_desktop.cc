@@ -670,9 +670,25 @@ void RealDesktop::OnQuiet() {
     // The user has made it normal: now it gets the bounds that were to wait.
     if (window->bounds_wait() && window->form().visible() &&
         window->form().state() == WindowState::kNormal) {
-      Change(id, BoundsChange{}, [](const absl::Status&) {});
+      SetWaitingBounds(id);
     }
   }
+}
+
+// The window manager has the last word. Were they to be exact, those that it
+// refuses would wait again, and be asked for again, for ever.
+void RealDesktop::SetWaitingBounds(int64_t id) {
+  Enqueue(
+      id,
+      [this, id](Completion done) {
+        RealWindow* const window = Find(id);
+        if (window == nullptr)
+          return done(NoWindow(id));
+        window->TakeOver();
+        AdjustTo(*window, window->form(), window->properties(), false,
+                 std::move(done));
+      },
+      [](const absl::Status&) {});
 }
 
 void RealDesktop::OnMonitors() {

@@ -173,6 +173,7 @@ class RealDesktop final : public window_host::WindowSystem,
   // then is gone here, too.
   bool TakeLoss(const x11::Event& event);
   void OnQuiet();
+  void SetWaitingBounds(int64_t id);
   // Monitors may have come or gone: windows of those that have gone are brought
   // to those that are there.
   void OnMonitors();

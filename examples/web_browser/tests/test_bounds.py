@@ -112,6 +112,21 @@ class Bounds(OneBrowserTestCase):
         self.observer.wait_until(lambda: seen.bounds() == wanted, "the bounds")
         self.assertFalse(self.windows.is_maximized(1))
 
+    def test_bounds_that_are_refused_when_they_are_due_are_not_asked_for_again(self):
+        self.windows.maximize(1)
+        self.set_bounds(1, (-5000, -5000, 500, 401))
+        seen = self.seen()
+        self.observer.unmaximize(seen)
+        size = self.pixels((0, 0, 500, 401))[2:]
+        self.observer.wait_until(lambda: seen.bounds()[2:] == size, "the size")
+        # Behind that.
+        self.windows.set_title(1, title="first")
+        users = self.pixels((100, 101, 500, 401))
+        self.observer.xdotool("windowmove", seen.xid, *users[:2])
+        self.observer.wait_until(lambda: seen.bounds() == users, "the user's bounds")
+        self.windows.set_title(1, title="second")
+        self.expect_bounds(1, (100, 101, 500, 401))
+
     def test_a_hidden_window_keeps_its_bounds(self):
         self.set_bounds(1, (-20, 33, 555, 444))
         self.windows.hide(1)
