@@ -544,7 +544,7 @@ void RealDesktop::PassActivationOn(RealWindow& window,
 }
 
 void RealDesktop::AwaitPaint(RealWindow& window, Completion done) {
-  if (!window.PresentForm().visible())
+  if (!window.IsPainted())
     return done(absl::OkStatus());
   struct Wait {
     void End(const absl::Status& status) {

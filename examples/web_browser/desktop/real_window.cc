@@ -89,6 +89,11 @@ bool RealWindow::IsActive() const {
   return facts.ok() && IsActive(*facts);
 }
 
+bool RealWindow::IsPainted() const {
+  const absl::StatusOr<x11::WindowFacts> facts = managed_.Read();
+  return facts.ok() && facts->viewable && PresentForm(*facts).visible();
+}
+
 WindowView RealWindow::View() const {
   const absl::StatusOr<x11::WindowFacts> facts = managed_.Read();
   const WindowForm form = facts.ok() ? PresentForm(*facts) : form_;

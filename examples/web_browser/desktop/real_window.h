@@ -65,6 +65,8 @@ class RealWindow {
   window_host::WindowForm PresentForm() const;
   bool IsActive() const;
   bool IsActive(const x11::WindowFacts& facts) const;
+  // Whether the toolkit paints it: not on another workspace, say.
+  bool IsPainted() const;
   window_host::WindowView View() const;
 
   // Takes over what users, and the window manager, have made of the window.

@@ -131,6 +131,16 @@ class Properties(BrowserTestCase):
         self.assertEqual(self.observer.workspace(), 1)
         self.assertTrue(self.seen().is_active())
 
+    def test_what_the_header_bar_shows_changes_on_another_workspace_too(self):
+        seen = self.seen()
+        # Tests before this one may have left the first.
+        self.observer.xdotool("set_desktop", 1 - self.observer.workspace())
+        self.observer.wait_until(lambda: not seen.is_viewable(), "the other workspace")
+        self.windows.set_title(1, title="elsewhere")
+        self.assertEqual(seen.title(), "elsewhere")
+        self.windows.set_window_title_visible(1, visible=False)
+        self.windows.set_window_style_flags(1, titled=True)
+
     def test_animation(self):
         self.windows.set_window_animation_behavior(1, behavior="BEHAVIOR_NONE")
         self.windows.set_window_animation_behavior(1, behavior="BEHAVIOR_DEFAULT")
