@@ -60,8 +60,11 @@ RealWindow::RealWindow(int64_t id,
 
 WindowForm RealWindow::PresentForm(const x11::WindowFacts& facts) const {
   WindowForm form = form_;
-  if (facts.management == x11::Management::kWithdrawn)
+  if (facts.management == x11::Management::kWithdrawn) {
+    // Where it was shown, another program has unmapped it.
+    form.shown = form.shown && facts.viewable;
     return form;
+  }
   form.shown = true;
   form.minimized = IsMinimized(facts);
   form.full_screen = facts.states.full_screen;

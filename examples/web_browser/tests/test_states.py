@@ -134,6 +134,15 @@ class States(BrowserTestCase):
         self.assertTrue(self.seen(1).is_active())
         self.expect_error(Code.NOT_FOUND, "No window 2.", self.windows.is_visible, 2)
 
+    def test_a_window_that_another_program_unmaps_is_invisible_until_it_is_shown(self):
+        seen = self.seen(1)
+        self.observer.xdotool("windowunmap", seen.xid)
+        self.observer.wait_until(lambda: seen.wm_state() == WITHDRAWN, "the end of it")
+        self.assertFalse(self.windows.is_visible(1))
+        self.windows.show(1)
+        self.assertTrue(seen.is_viewable())
+        self.assertTrue(self.windows.is_visible(1))
+
     def test_unknown_window(self):
         self.expect_error(Code.NOT_FOUND, "No window 99.", self.windows.maximize, 99)
 
