@@ -213,9 +213,12 @@ void RealDesktop::Change(int64_t id, WindowChange change, Completion done) {
           return done(NoWindow(id));
         // It has waited for as long already: so many that wait would take that
         // time each. A window closes without the window manager.
-        if (requested_at < hung_at_ &&
-            !std::holds_alternative<window_host::Close>(change)) {
-          return done(display_.Timeout(absl::StrCat("change window ", id)));
+        if (requested_at < hung_at_) {
+          const auto* const close = std::get_if<window_host::Close>(&change);
+          if (close == nullptr)
+            return done(display_.Timeout(absl::StrCat("change window ", id)));
+          Destroy(*window, close->reason);
+          return done(absl::OkStatus());
         }
         window->TakeOver();
         std::visit(
@@ -341,7 +344,11 @@ void RealDesktop::Apply(RealWindow& window,
         display_.confirmations().Await({
             .look = [] { return x11::Verdict::kHolds; },
             .refusal = [] { return absl::OkStatus(); },
-            .timeout = [] { return absl::OkStatus(); },
+            .timeout =
+                [this] {
+                  hung_at_ = sequence_.Now();
+                  return absl::OkStatus();
+                },
             .gone = NoWindow(id),
             .done =
                 [done = std::move(done)](const absl::Status&) mutable {

@@ -2,6 +2,7 @@
 
 import asyncio
 import concurrent.futures
+import signal
 import unittest
 
 import torvane
@@ -167,6 +168,17 @@ class ManyBehindAHangingWindowManager(BrowserTestCase):
         self.manager.go_on()
         self.windows.minimize(1)
         self.assertTrue(self.windows.is_minimized(1))
+
+
+class EndBehindAHangingWindowManager(BrowserTestCase):
+    arguments = ("--windows", "12")
+    patience = TIMEOUT / 10
+
+    def test_does_not_wait_for_one_window_after_the_other(self):
+        self.manager.hang()
+        self.addCleanup(self.manager.go_on)
+        # One after the other would take longer than this waits.
+        self.assertEqual(self.browser.kill(signal.SIGTERM), 0)
 
 
 class ClosedMeanwhile(BrowserTestCase):
