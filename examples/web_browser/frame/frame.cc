@@ -192,6 +192,7 @@ Frame::Frame(int64_t id, FrameObserver& observer)
   g_signal_connect(
       press_, "pressed",
       G_CALLBACK(+[](GtkGesture*, gint, gdouble, gdouble, Frame* frame) {
+        frame->page_may_open_another_ = true;
         frame->observer_.OnActionWanted(frame->id_, WindowAction::kActivate);
       }),
       this);
@@ -416,6 +417,7 @@ GtkWidget* Frame::MakeMenu(const std::vector<std::string>& commands) {
 }
 
 gboolean Frame::OnKey(GdkEventKey* event) {
+  page_may_open_another_ = true;
   const char* const command = CommandOfKey(*event);
   if (command == nullptr)
     return FALSE;
@@ -474,7 +476,8 @@ void Frame::OnPageMenu(int x, int y, const GdkEvent* event) {
 }
 
 void Frame::OnPageOpens(const std::string& url) {
-  observer_.OnPageWanted(url);
+  if (std::exchange(page_may_open_another_, false))
+    observer_.OnPageWanted(url);
 }
 
 }  // namespace web_browser

@@ -154,6 +154,9 @@ class Frame final : private PageObserver {
   bool maximized_ = false;
   Style style_;
   GtkGesture* const press_;
+  // The user has clicked, or pressed a key, since the page last opened another
+  // one: once for each, so that no page fills the screen.
+  bool page_may_open_another_ = false;
   // Who waits for the next paint.
   std::vector<std::function<void()>> awaiting_paint_;
   // The context menu that was opened last, and the click that asked for one.

@@ -84,7 +84,7 @@ Page::Page(PageObserver& observer)
       G_CALLBACK(+[](WebKitWebView*, WebKitNavigationAction* action,
                      Page* page) -> GtkWidget* {
         // In a process of its own, which a window that is related to this page
-        // would not have. Only for a click, so that no page fills the screen.
+        // would not have. Only for a click.
         if (webkit_navigation_action_is_user_gesture(action)) {
           page->observer_.OnPageOpens(webkit_uri_request_get_uri(
               webkit_navigation_action_get_request(action)));

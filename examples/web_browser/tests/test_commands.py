@@ -167,6 +167,33 @@ class WindowsOfPages(PageTestCase):
         self.assertEqual(self.observer.numbers(), [1, 2])
 
 
+class PageThatOpensMany(PageTestCase):
+    page = """
+      <title>page</title>
+      <script>
+        let clicks = 0;
+        onclick = () => {
+          for (let i = 0; i < 5; ++i) open('about:blank');
+          document.title = `clicks ${++clicks}`;
+        };
+      </script>"""
+
+    def test_opens_one_for_each_click(self):
+        self.wait_for_title("page")
+        directory = self.client.service("rpc.directory.WindowDirectory")
+        opened = directory.when_window_opened(0)
+        self.windows.is_visible(1)
+        for click in (1, 2):
+            self.windows.activate(1)
+            self.seen().click(20, 300)
+            self.wait_for_title(f"clicks {click}")
+            # All that it wants is in the queue by now, and this is behind it.
+            directory.open_window()
+            ids = [opened.get(TIMEOUT).window.browser_id.value for _ in range(2)]
+            self.assertEqual(ids, [2 * click, 2 * click + 1])
+            self.assertEqual(self.observer.numbers(), list(range(1, 2 * click + 2)))
+
+
 class ContextMenu(PageTestCase):
     page = """
       <title>first</title>
