@@ -44,8 +44,13 @@ WebKitWebContext* Context() {
 
 // What a person may mean by `text`.
 std::string UrlOf(const std::string& text) {
-  if (absl::StartsWith(text, "/"))
-    return absl::StrCat("file://", text);
+  if (absl::StartsWith(text, "/")) {
+    // With what means something else in a URL escaped: # and ?, and %.
+    gchar* const url = g_filename_to_uri(text.c_str(), nullptr, nullptr);
+    std::string url_of_file = url;
+    g_free(url);
+    return url_of_file;
+  }
   gchar* const scheme = g_uri_parse_scheme(text.c_str());
   const bool has_scheme = scheme != nullptr;
   g_free(scheme);

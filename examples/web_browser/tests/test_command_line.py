@@ -3,6 +3,7 @@
 import os
 import re
 import subprocess
+import tempfile
 import unittest
 
 from programs import TIMEOUT
@@ -51,6 +52,26 @@ class MoreWindowsThanUrls(BrowserTestCase):
         self.assertEqual(self.observer.numbers(), [1, 2, 3])
         seen = self.seen(1)
         self.observer.wait_until(lambda: seen.title() == "first", "the page")
+
+
+class Files(BrowserTestCase):
+    names = ("a b", "a#b", "a?b", "a%41", "ü")
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="torvane-page-")
+        self.addCleanup(folder.cleanup)
+        self.arguments = [os.path.join(folder.name, name + ".html") for name in self.names]
+        for name, path in zip(self.names, self.arguments):
+            with open(path, "w") as file:
+                file.write(f"<!doctype html><meta charset=utf-8><title>{name}</title>")
+        super().setUp()
+
+    def test_are_opened_whatever_their_names(self):
+        for number, name in enumerate(self.names, 1):
+            seen = self.seen(number)
+            self.observer.wait_until(
+                lambda seen=seen, name=name: seen.title() == name, f"the page {name}"
+            )
 
 
 if __name__ == "__main__":
