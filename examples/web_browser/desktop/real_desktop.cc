@@ -677,23 +677,22 @@ void RealDesktop::OnQuiet() {
     // The user has made it normal: now it gets the bounds that were to wait.
     if (window->bounds_wait() && window->form().visible() &&
         window->form().state() == WindowState::kNormal) {
-      SetWaitingBounds(id);
+      Amend(id, [](WindowForm&) {});
     }
   }
 }
 
-// The window manager has the last word. Were they to be exact, those that it
-// refuses would wait again, and be asked for again, for ever.
-void RealDesktop::SetWaitingBounds(int64_t id) {
+void RealDesktop::Amend(int64_t id, std::function<void(WindowForm&)> amend) {
   Enqueue(
       id,
-      [this, id](Completion done) {
+      [this, id, amend = std::move(amend)](Completion done) {
         RealWindow* const window = Find(id);
         if (window == nullptr)
           return done(NoWindow(id));
         window->TakeOver();
-        AdjustTo(*window, window->form(), window->properties(), false,
-                 std::move(done));
+        WindowForm form = window->form();
+        amend(form);
+        AdjustTo(*window, form, window->properties(), false, std::move(done));
       },
       [](const absl::Status&) {});
 }
@@ -714,20 +713,11 @@ void RealDesktop::OnMonitors() {
 }
 
 void RealDesktop::PullIn(int64_t id) {
-  Enqueue(
-      id,
-      [this, id](Completion done) {
-        RealWindow* const window = Find(id);
-        if (window == nullptr)
-          return done(NoWindow(id));
-        window->TakeOver();
-        WindowForm form = window->form();
-        const Rect area =
-            MonitorArea(display_, form.normal_bounds, AreaKind::kWork);
-        form.normal_bounds = PulledInto(area, form.normal_bounds);
-        AdjustTo(*window, form, window->properties(), false, std::move(done));
-      },
-      [](const absl::Status&) {});
+  Amend(id, [this](WindowForm& form) {
+    const Rect area =
+        MonitorArea(display_, form.normal_bounds, AreaKind::kWork);
+    form.normal_bounds = PulledInto(area, form.normal_bounds);
+  });
 }
 
 void RealDesktop::OnCloseWanted(int64_t id) {

@@ -27,6 +27,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -173,7 +174,10 @@ class RealDesktop final : public window_host::WindowSystem,
   // then is gone here, too.
   bool TakeLoss(const x11::Event& event);
   void OnQuiet();
-  void SetWaitingBounds(int64_t id);
+  // A change of the browser's own, of the form that the window has by then. The
+  // window manager has the last word: bounds that had to be exact, and that it
+  // refuses, would wait again, and be asked for again, for ever.
+  void Amend(int64_t id, std::function<void(window_host::WindowForm&)> amend);
   // Monitors may have come or gone: windows of those that have gone are brought
   // to those that are there.
   void OnMonitors();

@@ -117,17 +117,16 @@ class Commands(PageTestCase):
         self.assertEqual(events.get(TIMEOUT).browser_id.value, 1)
         self.assertEqual(reasons.get(timeout=TIMEOUT), 1)
 
-    def test_print_opens_the_dialog_which_holds_nobody_up(self):
+    def open_print_dialog(self):
         self.press("ctrl+p", "print")
         self.observer.wait_until(lambda: "Print" in self.observer.titles(), "the dialog")
+
+    def test_print_opens_the_dialog_which_holds_nobody_up(self):
+        self.open_print_dialog()
         self.windows.maximize(1)
         self.assertTrue(self.seen().is_maximized())
         self.observer.key("Escape")
         self.observer.wait_until(lambda: "Print" not in self.observer.titles(), "its end")
-
-    def open_print_dialog(self):
-        self.press("ctrl+p", "print")
-        self.observer.wait_until(lambda: "Print" in self.observer.titles(), "the dialog")
 
     def test_the_print_dialog_goes_with_its_window(self):
         self.open_print_dialog()
