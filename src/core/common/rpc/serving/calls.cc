@@ -38,7 +38,7 @@ absl::Status Calls::Start(uint64_t id,
   }
   CallContext::Deadline deadline;
   if (timeout.count() > 0) {
-    deadline = pool_.sequence().Now() + timeout;
+    deadline = pool_.sequence().TimeAfter(timeout);
   }
   std::shared_ptr<Call> call = pool_.Take();
   refusal = call->Prepare(id, *method, request, client_.peer(), deadline);
